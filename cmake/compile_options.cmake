@@ -1,0 +1,31 @@
+# SPDX-License-Identifier: Apache-2.0
+# What every target here is compiled with.
+
+add_library(nac_compile_options INTERFACE)
+target_include_directories(nac_compile_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+
+target_compile_options(nac_compile_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wcast-qual -Wformat=2
+  -Wundef -Wvla -Wnull-dereference -Wdouble-promotion -Wimplicit-fallthrough
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Wextra-semi>
+  $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
+  $<$<BOOL:${NAC_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(NAC_SANITIZERS)
+  # The bus calls registered functions through pointers to void, as C libraries do; clang's check of
+  # function types, part of "undefined" for C++ only, does not know that convention.
+  target_compile_options(nac_compile_options INTERFACE
+    -fsanitize=${NAC_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
+  target_link_options(nac_compile_options INTERFACE -fsanitize=${NAC_SANITIZERS})
+endif()
+
+# The library's own sources: no exceptions, no RTTI, no C++ runtime behind them.
+add_library(nac_library_options INTERFACE)
+target_link_libraries(nac_library_options INTERFACE nac_compile_options)
+target_compile_options(nac_library_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+  -fvisibility=hidden -fstack-protector-strong)
+if(NAC_PLATFORM_MEM_S)
+  target_compile_definitions(nac_library_options INTERFACE KAPLO_PLATFORM_MEM_S)
+endif()

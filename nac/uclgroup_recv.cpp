@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+// The receive unit of the UCL group module.
+#include "nac/uclgroup.h"
+#include "nac/unit.h"
+
+namespace {
+constinit kaplo::Unit unit;
+[[gnu::constructor(nac::start_up_order::uclgroup_recv)]] void start_up() { unit.start_up(); }
+}  // namespace
+
+NAC_UCLGROUP_MESSAGES(NAC_RECEIVE_FUNCTIONS)
+
+extern "C" std::int32_t nac_fwm_uclgroup_recv_init(void) {
+    return kaplo::register_in_order({NAC_UCLGROUP_MESSAGES(NAC_REGISTRATION)});
+}
+
+extern "C" void nac_fwm_uclgroup__send_resource_clean(void) {}
