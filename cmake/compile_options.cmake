@@ -6,7 +6,7 @@ target_include_directories(nac_compile_options INTERFACE $<BUILD_INTERFACE:${PRO
 
 target_compile_options(nac_compile_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wcast-qual -Wformat=2
-  -Wundef -Wvla -Wnull-dereference -Wdouble-promotion -Wimplicit-fallthrough
+  -Wundef -Wvla -Wdouble-promotion -Wimplicit-fallthrough
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Wextra-semi>
   $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
   $<$<BOOL:${NAC_WARNINGS_AS_ERRORS}>:-Werror>)
@@ -25,7 +25,7 @@ add_library(nac_library_options INTERFACE)
 target_link_libraries(nac_library_options INTERFACE nac_compile_options)
 target_compile_options(nac_library_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
-  -fvisibility=hidden -fstack-protector-strong)
+  -Wnull-dereference -fvisibility=hidden -fstack-protector-strong)
 if(NAC_PLATFORM_MEM_S)
   target_compile_definitions(nac_library_options INTERFACE KAPLO_PLATFORM_MEM_S)
 endif()

@@ -20,15 +20,15 @@
     NAC_USER_TYPE_MESSAGES(MESSAGE) \
     NAC_IPSEC_ACCESS_MESSAGES(MESSAGE)
 
-// Applies MODULE to each module and the prefix of its functions.
-#define NAC_ALL_MODULES(MODULE)          \
-    MODULE(dataflow, nac_fwm_dataflow)   \
-    MODULE(evt, nac_fwm_evt)             \
-    MODULE(port, nac_fwm_port)           \
-    MODULE(uclgroup, nac_fwm_uclgroup)   \
-    MODULE(user, nac_fwm_user)           \
-    MODULE(user_type, nac_fwm_user_type) \
-    MODULE(ipsec_access, nac_ipsec_access)
+// Applies MODULE to each module's name, the prefix of its functions, and the list of its messages.
+#define NAC_ALL_MODULES(MODULE)                                  \
+    MODULE(dataflow, nac_fwm_dataflow, NAC_DATAFLOW_MESSAGES)    \
+    MODULE(evt, nac_fwm_evt, NAC_EVT_MESSAGES)                   \
+    MODULE(port, nac_fwm_port, NAC_PORT_MESSAGES)                \
+    MODULE(uclgroup, nac_fwm_uclgroup, NAC_UCLGROUP_MESSAGES)    \
+    MODULE(user, nac_fwm_user, NAC_USER_MESSAGES)                \
+    MODULE(user_type, nac_fwm_user_type, NAC_USER_TYPE_MESSAGES) \
+    MODULE(ipsec_access, nac_ipsec_access, NAC_IPSEC_ACCESS_MESSAGES)
 
 namespace nac {
 

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac exchange: every record goes through the library's own send and unpack functions, over the loopback bus.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <istream>
+#include <map>
+#include <memory>
+#include <memory_resource>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/loopback_bus.h"
+#include "host/services.h"
+#include "tool/commands.h"
+#include "tool/message_type.h"
+
+namespace tool {
+namespace {
+
+constexpr std::uint32_t kDestination = 1;       // the loopback bus leads every address back here
+constexpr std::uint32_t kBatchBytes = 0x10000;  // packed bytes that one batch of a type with vectors may hold
+
+// The records of one type, back to back as the send functions take them.
+struct Records {
+    std::vector<std::byte> storage;
+    std::vector<std::string> origins;  // "file:line" of each
+};
+
+struct Input {
+    std::pmr::monotonic_buffer_resource arrays;  // of all records
+    std::map<const MessageType*, Records> by_type;
+    std::vector<std::pair<const MessageType*, std::size_t>> in_order;  // type, and index into its records
+};
+
+const std::byte* record_at(const MessageType& type, const Records& records, std::size_t index) {
+    return records.storage.data() + index * type.record_bytes;
+}
+
+void read_line(const std::string& line, const std::string& origin, Input& input) {
+    const auto bad = [&origin](const std::string& what) {
+        return CommandError(kBadData, fmt::format("{}: {}", origin, what));
+    };
+    Json object;
+    try {
+        object = Json::parse(line);
+    } catch (const Json::parse_error& error) {
+        throw bad(fmt::format("not JSON, at character {}", error.byte));
+    }
+    if (!object.is_object() || !object.contains("type") || !object["type"].is_string()) {
+        throw bad("no \"type\" with a message type's name");
+    }
+    const auto name = object["type"].get<std::string>();
+    const MessageType* const type = find_message_type(name);
+    if (type == nullptr) throw bad(fmt::format("{} is not a message type; nac types lists them", name));
+    if (!object.contains("record")) throw bad("no \"record\"");
+
+    Records& records = input.by_type[type];
+    const std::size_t start = records.storage.size();
+    records.storage.resize(start + type->record_bytes);
+    try {
+        type->from_json(object["record"], records.storage.data() + start, input.arrays);
+    } catch (const RecordError& error) {
+        throw bad(fmt::format("{}.{}", name, error.what()));
+    }
+    input.in_order.emplace_back(type, records.origins.size());
+    records.origins.push_back(origin);
+}
+
+void read_lines(std::istream& stream, const std::string& file, Input& input) {
+    std::string line;
+    for (std::size_t number = 1; std::getline(stream, line); ++number) {
+        if (line.find_first_not_of(" \t\r") != std::string::npos) {
+            read_line(line, fmt::format("{}:{}", file, number), input);
+        }
+    }
+    if (stream.bad()) throw CommandError(kTrouble, fmt::format("{}: cannot be read", file));
+}
+
+void read_file(const std::string& file, Input& input) {
+    if (file == "-") return read_lines(std::cin, "standard input", input);
+    std::ifstream stream(file);
+    if (!stream) throw CommandError(kTrouble, fmt::format("{}: {}", file, std::strerror(errno)));
+    read_lines(stream, file, input);
+}
+
+bool is_zero(const Json& value) {
+    if (value.is_number()) return value == 0;
+    if (value.is_string()) {
+        return value.get_ref<const std::string&>().find_first_not_of("0:") == std::string::npos;
+    }
+    return std::all_of(value.begin(), value.end(), is_zero);
+}
+
+// A value without its fields that are zero: "{f0=18 f1={f2=7}}", "[100 200]".
+std::string brief(const Json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_primitive()) return value.dump();
+    std::vector<std::string> parts;
+    for (const auto& [field, member] : value.items()) {
+        if (value.is_array()) {
+            parts.push_back(brief(member));
+        } else if (!is_zero(member)) {
+            parts.push_back(fmt::format("{}={}", field, brief(member)));
+        }
+    }
+    return value.is_array() ? fmt::format("[{}]", fmt::join(parts, " "))
+                            : fmt::format("{{{}}}", fmt::join(parts, " "));
+}
+
+// The record for a table's last column.
+std::string summary(const Json& record) {
+    constexpr std::size_t kWidth = 64;
+    const std::string text = brief(record);
+    return text.size() <= kWidth ? text : text.substr(0, kWidth - 3) + "...";
+}
+
+class Exchange {
+  public:
+    Exchange(const Input& input, bool json) : input_(input), json_(json) {
+        auto& bus = host::LoopbackBus::instance();
+        bus.record_sends(false);
+        bus.deliver_to([this](const host::Arrival& arrival) { receive(arrival); });
+        auto& services = host::Services::instance();
+        services.record(false);
+        services.on_log([this](const host::LogLine& line) {
+            ++log_lines_;
+            fmt::print(stderr, "{}: {}\n", line.function, line.text);
+        });
+        if (const std::int32_t result = register_all_modules(); result != 0) {
+            throw CommandError(kTrouble, fmt::format("the bus refused a registration with {}", result));
+        }
+        if (!json_) fmt::print("{:<7} {:<36} {:>6}  {}\n", "sent", "type", "bytes", "record");
+    }
+
+    ExitCode run() {
+        for (const auto& [type, index] : input_.in_order) send(*type, index, 1);
+        for (const auto& type : message_types()) {
+            const auto found = input_.by_type.find(type.get());
+            if (found != input_.by_type.end()) send_in_batches(*type, found->second.origins.size());
+        }
+        const std::size_t kept = host::Services::instance().live_blocks();
+        const bool all_well = differences_ == 0 && log_lines_ == 0 && kept == 0;
+        fmt::print(json_ ? stderr : stdout,
+                   "{} records of {} types: {} arrived from single sends, {} from {} batches; {} differ, "
+                   "{} log lines, {} arrays not freed\n",
+                   input_.in_order.size(), input_.by_type.size(), single_arrivals_, batch_arrivals_, batches_,
+                   differences_, log_lines_, kept);
+        return all_well ? kOk : kBadData;
+    }
+
+  private:
+    // Sends `count` records from `index` on: one of them singly, or all as one batch.
+    void send(const MessageType& type, std::size_t index, std::uint32_t count, bool as_batch = false) {
+        const Records& records = input_.by_type.at(&type);
+        type_ = &type;
+        expected_ = index;
+        as_batch_ = as_batch;
+        const std::byte* const first = record_at(type, records, index);
+        const std::uint32_t result =
+            as_batch ? type.send_batch(kDestination, first, count) : type.send(kDestination, first, count);
+        if (result != 0) {
+            throw CommandError(kTrouble, fmt::format("{}: sending {} gave 0x{:08X}", records.origins[index],
+                                                     type.name, result));
+        }
+        if (expected_ != index + count) {
+            throw CommandError(kTrouble, fmt::format("{}: {} of {} records arrived", records.origins[index],
+                                                     expected_ - index, count));
+        }
+    }
+
+    // As few batches as the room of one batch allows; types that travel as images have no such limit.
+    void send_in_batches(const MessageType& type, std::size_t count) {
+        const Records& records = input_.by_type.at(&type);
+        for (std::size_t first = 0; first < count;) {
+            std::size_t end = first;
+            std::uint64_t bytes = 0;
+            while (end < count) {
+                bytes += type.image_bytes ? 0 : type.packed_bytes(record_at(type, records, end));
+                if (bytes > kBatchBytes) break;
+                ++end;
+            }
+            if (end == first) {
+                throw CommandError(kBadData, fmt::format("{}: {} packs to {} bytes, more than a batch holds",
+                                                         records.origins[first], type.name, bytes));
+            }
+            send(type, first, static_cast<std::uint32_t>(end - first), true);
+            ++batches_;
+            first = end;
+        }
+    }
+
+    void receive(const host::Arrival& arrival) {
+        const std::size_t index = expected_++;
+        ++(as_batch_ ? batch_arrivals_ : single_arrivals_);
+        const Json received = type_->to_json(arrival.record);
+        const Records& records = input_.by_type.at(type_);
+        const Json sent = type_->to_json(record_at(*type_, records, index));
+        const char* const how = as_batch_ ? "batch" : "single";
+        if (json_) {
+            const Json line = {
+                {"type", type_->name}, {"sent", how}, {"bytes", arrival.packed.size()}, {"record", received}};
+            fmt::print("{}\n", line.dump());
+        } else {
+            fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed.size(),
+                       summary(received));
+        }
+        if (arrival.message_id != type_->id || arrival.record_bytes != type_->record_bytes ||
+            received != sent) {
+            ++differences_;
+            fmt::print(stderr, "nac: {}: {} arrived different: {}\n", records.origins[index], type_->name,
+                       Json::diff(sent, received).dump());
+        }
+    }
+
+    const Input& input_;
+    bool json_;
+    const MessageType* type_ = nullptr;  // being sent
+    std::size_t expected_ = 0;           // index of the record that arrives next
+    bool as_batch_ = false;
+    std::size_t single_arrivals_ = 0;
+    std::size_t batch_arrivals_ = 0;
+    std::size_t batches_ = 0;
+    std::size_t differences_ = 0;
+    std::size_t log_lines_ = 0;
+};
+
+}  // namespace
+
+ExitCode run_exchange(const ExchangeOptions& options) {
+    Input input;
+    for (const std::string& file : options.files) read_file(file, input);
+    return Exchange(input, options.json).run();
+}
+
+}  // namespace tool

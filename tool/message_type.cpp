@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+// The message types, made from the descriptions.
+#include "tool/message_type.h"
+
+#include <utility>
+
+#include "runtime/size.h"
+
+namespace tool {
+namespace {
+
+template <class F>
+std::string kind_text() {
+    using Element = typename F::Element;
+    std::string element;
+    if constexpr (std::is_class_v<Element>) {
+        element = kaplo::Description<Element>::name.c_str();
+    } else {
+        element = fmt::format("u{}", 8 * sizeof(Element));
+    }
+    if constexpr (F::kind == kaplo::Kind::fixed_array) {
+        return fmt::format("{}[{}]", element, std::extent_v<typename F::Member>);
+    } else if constexpr (kaplo::is_one_of<kaplo::Kind::scalar_vector, kaplo::Kind::table_vector>(F::kind)) {
+        return fmt::format("[{}]", element);
+    } else {
+        return element;
+    }
+}
+
+template <class Record>
+class TypeOf final : public MessageType {
+  public:
+    explicit TypeOf(const char* module_name) {
+        name = kaplo::Description<Record>::name.c_str();
+        module = module_name;
+        id = kaplo::message_id<Record>;
+        record_bytes = sizeof(Record);
+        if constexpr (!kaplo::owns_memory<Record>) image_bytes = kaplo::Image<Record>::bytes;
+        kaplo::each_field<Record>([this]<class F, std::uint32_t field> {
+            fields.push_back({field_name(field), kind_text<F>()});
+        });
+    }
+
+    Json to_json(const void* record) const override { return record_to_json(of(record)); }
+    void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const override {
+        record_from_json(object, *static_cast<Record*>(record), memory);
+    }
+    std::uint32_t packed_bytes(const void* record) const override {
+        return kaplo::message_bytes(&of(record));
+    }
+    std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count) const override {
+        return nac::Functions<Record>::send(destination, &of(records), count);
+    }
+    std::uint32_t send_batch(std::uint32_t destination, const void* records,
+                             std::uint32_t count) const override {
+        return nac::Functions<Record>::send_batch(destination, &of(records), count, 0);
+    }
+
+  private:
+    static const Record& of(const void* record) { return *static_cast<const Record*>(record); }
+};
+
+using TypeList = std::vector<std::unique_ptr<const MessageType>>;
+
+TypeList make_types() {
+    TypeList types;
+    const char* module = nullptr;
+#define NAC_ADD_TYPE(Message) types.push_back(std::make_unique<const TypeOf<Message>>(module));
+#define NAC_ADD_MODULE(name, prefix, MESSAGES) \
+    module = #name;                            \
+    MESSAGES(NAC_ADD_TYPE)
+    NAC_ALL_MODULES(NAC_ADD_MODULE)
+#undef NAC_ADD_MODULE
+#undef NAC_ADD_TYPE
+    return types;
+}
+
+}  // namespace
+
+const TypeList& message_types() {
+    static const TypeList types = make_types();
+    return types;
+}
+
+const MessageType* find_message_type(std::string_view name) {
+    for (const auto& type : message_types()) {
+        if (type->name == name) return type.get();
+    }
+    return nullptr;
+}
+
+const MessageType* find_message_type(std::uint32_t id) {
+    for (const auto& type : message_types()) {
+        if (type->id == id) return type.get();
+    }
+    return nullptr;
+}
+
+std::int32_t register_all_modules() {
+    std::int32_t result = 0;
+#define NAC_REGISTER_MODULE(name, prefix, MESSAGES) \
+    if (result == 0) result = prefix##_recv_init(); \
+    if (result == 0) result = prefix##_send_init();
+    NAC_ALL_MODULES(NAC_REGISTER_MODULE)
+#undef NAC_REGISTER_MODULE
+    return result;
+}
+
+}  // namespace tool

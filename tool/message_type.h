@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// The message types as the tool handles them: by name or id, their records behind void pointers.
+#ifndef TOOL_MESSAGE_TYPE_H
+#define TOOL_MESSAGE_TYPE_H
+
+#include <cstdint>
+#include <memory>
+#include <memory_resource>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tool/record_json.h"
+
+namespace tool {
+
+struct FieldText {
+    std::string name;  // "f0"
+    std::string kind;  // "u32", "u8[6]", "Nac_SrvCar", "[u16]", "[Nac_Ipv6Addr]"
+};
+
+class MessageType {
+  public:
+    virtual ~MessageType() = default;
+
+    std::string name;
+    std::string module;
+    std::uint32_t id = 0;
+    std::uint32_t record_bytes = 0;
+    std::optional<std::uint32_t> image_bytes;  // none: always sent in the compact layout
+    std::vector<FieldText> fields;
+
+    virtual Json to_json(const void* record) const = 0;
+
+    // `record` is zeroed storage of record_bytes; see record_from_json.
+    virtual void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const = 0;
+
+    // The compact size, as pack tells it.
+    virtual std::uint32_t packed_bytes(const void* record) const = 0;
+
+    // The exported functions; records lie back to back.
+    virtual std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count) const = 0;
+    virtual std::uint32_t send_batch(std::uint32_t destination, const void* records,
+                                     std::uint32_t count) const = 0;
+};
+
+// All message types, module by module.
+const std::vector<std::unique_ptr<const MessageType>>& message_types();
+
+// Finds a type by its full name; null if there is none.
+const MessageType* find_message_type(std::string_view name);
+const MessageType* find_message_type(std::uint32_t id);
+
+// Registers all modules with the bus, as a process that receives and sends everything does. Returns the first
+// result that is not 0.
+std::int32_t register_all_modules();
+
+}  // namespace tool
+
+#endif
