@@ -80,6 +80,12 @@ std::uint32_t send_single(Unit& unit, std::uint32_t destination, const Record* r
     }
 }
 
+// Fills the i-th descriptor of an array that the host's allocator may not have aligned.
+inline void put_descriptor(std::uint8_t* descriptors, std::uint32_t i,
+                           const VORN_SendDescriptor& descriptor) {
+    std::memcpy(descriptors + std::size_t{i} * kDescriptorBytes, &descriptor, kDescriptorBytes);
+}
+
 // The block's size is asked for as 32 bits hold it. Where that is less than the batch needs, the batch is
 // refused before a byte is written.
 inline bool wraps(std::uint64_t needed) { return needed > UINT32_MAX; }
@@ -99,8 +105,7 @@ std::uint32_t send_batch_of_images(Unit& unit, std::uint32_t destination, const 
         const std::uint32_t offset = i * bytes;
         if (i != 0 && offset > area - 1) return kRefusal;
         write_image(unit, records[i], block.start() + offset);
-        const VORN_SendDescriptor descriptor = {block.start() + offset, message_id<Record>, bytes};
-        std::memcpy(descriptors + i * kDescriptorBytes, &descriptor, kDescriptorBytes);
+        put_descriptor(descriptors, i, {block.start() + offset, message_id<Record>, bytes});
     }
     return hand_to_bus(destination, reinterpret_cast<const VORN_SendDescriptor*>(descriptors), count, target);
 }
@@ -120,8 +125,7 @@ std::uint32_t send_batch_compact(Unit& unit, std::uint32_t destination, const Re
         const std::uint32_t room = kBatchAreaBytes - offset;
         if (bytes == 0 || room < bytes) return kRefusal;
         pack_to_send(unit, records + i, block.start() + offset, bytes, room);
-        const VORN_SendDescriptor descriptor = {block.start() + offset, message_id<Record>, bytes};
-        std::memcpy(descriptors + i * kDescriptorBytes, &descriptor, kDescriptorBytes);
+        put_descriptor(descriptors, i, {block.start() + offset, message_id<Record>, bytes});
         offset += bytes;
         if (i + 1 != count && offset > kBatchAreaBytes - 1) return kRefusal;
     }

@@ -106,7 +106,7 @@ void Services::release(void* block, std::uint32_t owner_code, const char* caller
     if (records_) releases_.push_back({block, owner_code, caller, std::move(allocated_by)});
 }
 
-void Services::log(LogLine line) {
+void Services::log(const LogLine& line) {
     std::function<void(const LogLine&)> observer;
     {
         const std::lock_guard locked(lock_);
@@ -141,7 +141,7 @@ void ZEB_OsalLogWrite(const KaploLogModule* module, std::uint32_t level, std::ui
     std::array<char, 512> text = {};
     va_list values;
     va_start(values, format);
-    std::vsnprintf(text.data(), text.size(), format, values);
+    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, values));  // cut where it is longer
     va_end(values);
     host::Services::instance().log({module->module_name, module->log_module_name, module->owner_code, level,
                                     category, file, line, function, format, text.data()});

@@ -80,7 +80,7 @@ class Services {
     std::uint32_t answer_use_flag();
     void* allocate(Allocator allocator, std::uint32_t size, std::uint32_t owner_code, const char* caller);
     void release(void* block, std::uint32_t owner_code, const char* caller);
-    void log(LogLine line);
+    void log(const LogLine& line);
 
   private:
     mutable std::mutex lock_;

@@ -12,10 +12,8 @@
 #include "runtime/compact.h"
 #include "runtime/unpack.h"
 
-namespace nac {
-
 // Priorities of the start-up constructors: the units start in this order, however they are linked.
-namespace start_up_order {
+namespace nac::start_up_order {
 enum : int {
     dataflow_recv = 201,  // 0 to 100 are the compiler's
     dataflow_send,
@@ -32,9 +30,7 @@ enum : int {
     ipsec_access_recv,
     ipsec_access_send,
 };
-}  // namespace start_up_order
-
-}  // namespace nac
+}  // namespace nac::start_up_order
 
 #define NAC_RECEIVE_FUNCTIONS(Message)                                                           \
     extern "C" std::uint32_t Message##__unpack(const std::uint8_t* buffer, std::uint32_t length, \

@@ -59,8 +59,8 @@ class Writer {
 
     template <class Record>
     void set_slot(std::uint32_t table, std::uint32_t id) {
-        std::uint8_t* const slots_at = buffer_ + table - kSlotBytes * slots<Record>;
-        store<ByteOrder::host>(slots_at + kSlotBytes * id, slot_entry<order>(at_ - table));
+        std::uint8_t* const vtable = buffer_ + table - vtable_bytes<Record>;
+        store<ByteOrder::host>(vtable + slot_in_vtable(id), slot_entry<order>(at_ - table));
     }
 
     template <class Record>

@@ -24,7 +24,7 @@ constexpr void write_frame(std::uint8_t* image) {
     put_entry(vtable + kSlotBytes, table_length_entry<Record, order>(Image<Record>::table_length));
     each_field<Record>([&]<class F, std::uint32_t id> {
         constexpr std::uint32_t place = Image<Record>::places[id];
-        put_entry(vtable + kVtableHeaderBytes + kSlotBytes * id, slot_entry<order>(place));
+        put_entry(vtable + slot_in_vtable(id), slot_entry<order>(place));
         if constexpr (F::kind == Kind::nested_table) {
             write_frame<typename F::Element, order>(table + place);
         } else if constexpr (F::kind == Kind::fixed_array) {

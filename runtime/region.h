@@ -107,7 +107,7 @@ class Table {
 
     // Finds the field's place, inside the region or up to 64 KiB behind it. False: the field is absent.
     bool locate(std::uint32_t id, std::uint32_t& at) const {
-        const std::uint32_t slot = kVtableHeaderBytes + kSlotBytes * id;
+        const std::uint32_t slot = slot_in_vtable(id);
         if (vtable_length_ < slot + kSlotBytes) return false;
         const auto distance = region_->template value_at<std::uint16_t>(vtable_ + slot);
         at = at_ + distance;

@@ -64,6 +64,9 @@ constexpr std::uint16_t in_short(std::uint32_t value) {
     return order == ByteOrder::host ? in_full<order>(value) : static_cast<std::uint16_t>((value & 0xFF) << 8);
 }
 
+// Where a field's slot stands in its vtable.
+constexpr std::uint32_t slot_in_vtable(std::uint32_t id) { return kVtableHeaderBytes + kSlotBytes * id; }
+
 constexpr std::uint32_t round_up(std::uint32_t value, std::uint32_t multiple) {
     return (value + multiple - 1) / multiple * multiple;
 }

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <istream>
@@ -15,6 +14,7 @@
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -88,7 +88,8 @@ void read_lines(std::istream& stream, const std::string& file, Input& input) {
 void read_file(const std::string& file, Input& input) {
     if (file == "-") return read_lines(std::cin, "standard input", input);
     std::ifstream stream(file);
-    if (!stream) throw CommandError(kTrouble, fmt::format("{}: {}", file, std::strerror(errno)));
+    if (!stream)
+        throw CommandError(kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno)));
     read_lines(stream, file, input);
 }
 

@@ -1,34 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 // nac: command line and exit codes.
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 
 #include "tool/commands.h"
 
+namespace tool {
 namespace {
 
-// CLI11 has exit codes of its own; here every wrong command line is 2, and --help and --version are 0.
-int report(const CLI::App& app, const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? tool::kOk : tool::kBadUsage;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
+ExitCode run(int argc, char** argv) {
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");
     app.set_version_flag("--version", "nac " NAC_VERSION);
     app.require_subcommand(1);
     app.footer(
         "Exit codes: 0 all is well, 1 data found bad or different, 2 wrong usage, 3 file or bus trouble.");
 
-    tool::TypesOptions types;
+    TypesOptions types;
     CLI::App* const types_command = app.add_subcommand("types", "List the message types: ids, sizes, fields");
     types_command->add_flag("--json", types.json, "One JSON object a line");
 
-    tool::ExchangeOptions exchange;
+    ExchangeOptions exchange;
     CLI::App* const exchange_command = app.add_subcommand(
         "exchange",
         "Send records over the loopback bus, singly and as one batch a type, receive them,\n"
@@ -42,15 +34,21 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return report(app, error);
+        // CLI11 has exit codes of its own; here only --help and --version are 0.
+        return app.exit(error) == 0 ? kOk : kBadUsage;
     }
-    try {
-        return types_command->parsed() ? tool::run_types(types) : tool::run_exchange(exchange);
-    } catch (const tool::CommandError& error) {
-        fmt::print(stderr, "nac: {}\n", error.what());
-        return error.code();
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "nac: {}\n", error.what());
-        return tool::kTrouble;
-    }
+    return types_command->parsed() ? run_types(types) : run_exchange(exchange);
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int argc, char** argv) try {
+    return tool::run(argc, argv);
+} catch (const tool::CommandError& error) {
+    static_cast<void>(std::fprintf(stderr, "nac: %s\n", error.what()));
+    return error.code();
+} catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "nac: %s\n", error.what()));
+    return tool::kTrouble;
 }
