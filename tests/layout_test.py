@@ -1,0 +1,72 @@
+# SPDX-License-Identifier: Apache-2.0
+# The layout of the sources: what ARCHITECTURE.md says of folders, files and includes is so.
+import fnmatch
+import pathlib
+import re
+import subprocess
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+ARCHITECTURE = (ROOT / "ARCHITECTURE.md").read_text()
+PUBLIC_HEADERS = ["nac/nac_messages.h", "bus/vorn_bus_api.h", "runtime/zeb_osal_api.h"]
+SCREEN_LINES = 60
+
+
+def tracked(*patterns: str) -> list[str]:
+    command = ["git", "ls-files", "--cached", "--others", "--exclude-standard", *patterns]
+    listed = subprocess.run(command, cwd=ROOT, check=True, capture_output=True, text=True).stdout
+    return [path for path in listed.splitlines() if (ROOT / path).exists()]
+
+
+SOURCES = tracked("*.c", "*.cpp", "*.h")
+SCRIPTS = tracked("*.py", "*.cmake", "*CMakeLists.txt", "dev", ".ci/run")
+
+
+def own_includes(path: str) -> list[str]:
+    text = (ROOT / path).read_text()
+    return re.findall(r'^#include "([^"]+)"', text, re.MULTILINE)
+
+
+class Layout(unittest.TestCase):
+    def test_folders_include_only_what_they_may(self) -> None:
+        rows = re.findall(r"^\| `(\w+)` \|[^|]*\|([^|]*)\|$", ARCHITECTURE, re.MULTILINE)
+        allowed = {folder: {folder, *re.findall(r"`(\w+)`", others)} for folder, others in rows}
+        self.assertGreaterEqual(len(allowed), 6)
+        for path in SOURCES:
+            folder = path.split("/")[0]
+            for included in own_includes(path):
+                with self.subTest(path=path, included=included):
+                    self.assertIn(included.split("/")[0], allowed[folder])
+                    self.assertTrue((ROOT / included).exists())
+
+    def test_public_headers_include_nothing_of_ours(self) -> None:
+        for path in PUBLIC_HEADERS:
+            self.assertEqual(own_includes(path), [], path)
+
+    def test_architecture_lists_every_source_and_nothing_else(self) -> None:
+        listed = re.findall(r"`([\w.*/]+/[\w.*]+\.(?:h|c|cpp|py|map))`", ARCHITECTURE)
+        for pattern in listed:
+            self.assertTrue(any(fnmatch.fnmatch(path, pattern) for path in tracked()), f"{pattern} does not exist")
+        for path in SOURCES:
+            self.assertTrue(any(fnmatch.fnmatch(path, pattern) for pattern in listed), f"{path} is not listed")
+
+    def test_every_file_begins_with_its_licence(self) -> None:
+        for path in SOURCES + SCRIPTS:
+            first_lines = (ROOT / path).read_text().splitlines()[:2]
+            self.assertTrue(any("SPDX-License-Identifier: Apache-2.0" in line for line in first_lines), path)
+
+    def test_a_unit_fits_a_screen(self) -> None:
+        units = tracked("nac/*_recv.cpp", "nac/*_send.cpp")
+        self.assertEqual(len(units), 14)
+        for path in units:
+            self.assertLessEqual(len((ROOT / path).read_text().splitlines()), SCREEN_LINES, path)
+
+    def test_links_between_documents_lead_somewhere(self) -> None:
+        for document in tracked("*.md"):
+            for target in re.findall(r"\]\(([^)#:]+)\)", (ROOT / document).read_text()):
+                with self.subTest(document=document, target=target):
+                    self.assertTrue((ROOT / document).parent.joinpath(target).exists())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,176 @@
+# SPDX-License-Identifier: Apache-2.0
+# The tool as its users meet it: standard output, standard error and exit code of the real binary.
+#
+# NAC names the binary; the README's commands are run with build/release/nac replaced by it.
+import json
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
+SESSION = ROOT / "examples/access-session.jsonl"
+
+
+def nac(*arguments: str, given: str = "") -> subprocess.CompletedProcess[str]:
+    return subprocess.run([NAC, *arguments], input=given, capture_output=True, text=True, cwd=ROOT, timeout=60)
+
+
+def line(type_name: str, record: object) -> str:
+    return json.dumps({"type": type_name, "record": record}) + "\n"
+
+
+class CommandLine(unittest.TestCase):
+    def test_version_and_help_are_data(self) -> None:
+        for arguments in (["--version"], ["--help"], ["types", "--help"], ["exchange", "--help"]):
+            done = nac(*arguments)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
+            self.assertNotEqual(done.stdout, "")
+        self.assertRegex(nac("--version").stdout, r"^nac \d+\.\d+\.\d+\n$")
+
+    def test_wrong_usage_is_2(self) -> None:
+        for arguments in ([], ["nonsense"], ["types", "--nonsense"], ["exchange"]):
+            done = nac(*arguments)
+            self.assertEqual((done.returncode, done.stdout), (2, ""), arguments)
+            self.assertIn("--help", done.stderr)
+
+
+class Types(unittest.TestCase):
+    def test_lists_25_types_with_ids_and_sizes(self) -> None:
+        done = nac("types")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        heads = re.findall(r"^(Nac_\w+) +0x([0-9A-F]{8}) +(\w+) +record +(\d+)  (image \d+|compact)$", done.stdout, re.M)
+        self.assertEqual(len(heads), 25)
+        self.assertIn(("Nac_SetPortMsg", "09B58155", "port", "8", "image 24"), heads)
+        self.assertIn(("Nac_SetUserTableMsg", "47986D1D", "user", "328", "compact"), heads)
+
+    def test_json_has_every_field(self) -> None:
+        types = {entry["name"]: entry for entry in map(json.loads, nac("types", "--json").stdout.splitlines())}
+        self.assertEqual(len(types), 25)
+        self.assertEqual(len(types["Nac_SetUserTableMsg"]["fields"]), 55)
+        self.assertEqual(
+            types["Nac_L2NotifyNacUserOfflineMsg"],
+            {
+                "name": "Nac_L2NotifyNacUserOfflineMsg",
+                "module": "user",
+                "id": 65888119,
+                "record_bytes": 32,
+                "image_bytes": 72,
+                "fields": [
+                    {"name": name, "kind": kind}
+                    for name, kind in zip(
+                        ["f0", "f1", "f2", "f3", "f4", "f5", "f6", "f7"],
+                        ["u32", "u32", "u32", "u16", "u8[6]", "u32", "u32", "u32"],
+                    )
+                ],
+            },
+        )
+
+
+class Exchange(unittest.TestCase):
+    def test_the_example_session_arrives_whole(self) -> None:
+        done = nac("exchange", str(SESSION))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        rows = done.stdout.splitlines()
+        self.assertEqual(len([row for row in rows if row.startswith("single ")]), 29)
+        self.assertEqual(len([row for row in rows if row.startswith("batch ")]), 29)
+        self.assertEqual(
+            rows[-1],
+            "29 records of 25 types: 29 arrived from single sends, 29 from 25 batches; "
+            "0 differ, 0 log lines, 0 arrays not freed",
+        )
+
+    def test_json_shows_the_records_that_were_given(self) -> None:
+        done = nac("exchange", "--json", str(SESSION))
+        self.assertEqual(done.returncode, 0)
+        arrived = [json.loads(row) for row in done.stdout.splitlines()]
+        given = [json.loads(row) for row in SESSION.read_text().splitlines()]
+        singles = [entry for entry in arrived if entry["sent"] == "single"]
+        self.assertEqual([entry["type"] for entry in singles], [entry["type"] for entry in given])
+        for sent, received in zip(given, singles):
+            self.assertTrue(contains(received["record"], sent["record"]), (sent, received))
+
+    def test_values_at_their_limits_survive(self) -> None:
+        record = {"f0": 2**64 - 1, "f1": 2**63, "f2": 1, "f3": 0}
+        done = nac("exchange", "--json", "-", given=line("Nac_UserDataFlowCfg", record))
+        self.assertEqual(json.loads(done.stdout.splitlines()[0])["record"], record)
+
+    def test_no_records_are_no_error(self) -> None:
+        done = nac("exchange", "-", given="\n  \n")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertIn("0 records of 0 types", done.stdout)
+
+    def test_more_than_a_batch_holds_goes_in_several(self) -> None:
+        rows = line("Nac_SetUserTableMsg", {"f31": "ab" * 20_000}) * 4
+        done = nac("exchange", "-", given=rows)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("4 arrived from single sends, 4 from 2 batches", done.stdout)
+
+    def test_a_record_that_no_batch_holds_is_told(self) -> None:
+        done = nac("exchange", "-", given=line("Nac_SetUserTableMsg", {"f31": "ab" * 70_000}))
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("standard input:1: Nac_SetUserTableMsg packs to 70246 bytes, more than a batch holds", done.stderr)
+
+    def test_bad_lines_are_told_with_their_place(self) -> None:
+        cases = {
+            '{"type": "Nac_SetPortMsg", "record": {"f0": 1': "not JSON, at character",
+            '["Nac_SetPortMsg"]': 'no "type" with a message type\'s name',
+            '{"type": "Nac_SetPortMsg"}': 'no "record"',
+            line("Nac_Ipv6Addr", {}): "Nac_Ipv6Addr is not a message type",
+            line("Nac_SetPortMsg", 7): "Nac_SetPortMsg.record: not an object",
+            line("Nac_SetPortMsg", {"f2": 1}): "Nac_SetPortMsg.f2: Nac_SetPortMsg has no such field",
+            line("Nac_SetPortMsg", {"f0": -1}): "Nac_SetPortMsg.f0: -1 is not an integer from 0 to 4294967295",
+            line("Nac_SetPortMsg", {"f0": 2**32}): "Nac_SetPortMsg.f0: 4294967296 is not an integer",
+            line("Nac_SetPortMsg", {"f0": 1.5}): "Nac_SetPortMsg.f0: 1.5 is not an integer",
+            line("Nac_SetPortMsg", {"f0": "1"}): 'Nac_SetPortMsg.f0: "1" is not an integer',
+            line("Nac_UserDataFlowMsg", {"f0": {}}): "Nac_UserDataFlowMsg.f0: {} is not an array",
+            line("Nac_UserDataFlowMsg", {"f0": [{}, {"f2": {"f4": 1}}]}): "f0[1].f2.f4: Nac_UserDataFlowCfg has no such field",
+            line("Nac_SetUserTableMsg", {"f31": "abc"}): 'f31: "abc" has an odd number of digits',
+            line("Nac_SetUserTableMsg", {"f31": "ax"}): 'f31: "ax" is not hexadecimal at character 1',
+            line("Nac_SetUserTableMsg", {"f31": 5}): "f31: 5 is not a text",
+            line("Nac_SetUserTableMsg", {"f5": "00:11:22:33:44"}): "f5: ",
+            line("Nac_SetUserTableMsg", {"f5": "00-11-22-33-44-55"}): "is not a hardware address",
+            line("Nac_SetUserTableMsg", {"f53": [1, 2]}): "f53: holds 2 numbers, not 16",
+            line("Nac_SetUserTableMsg", {"f15": [65536]}): "f15[0]: 65536 is not an integer from 0 to 65535",
+            line("Nac_DaclRuleIpInfo", {"f4": "2001:db8::xyz"}): "f4: ",
+        }
+        for given, complaint in cases.items():
+            with self.subTest(given=given):
+                done = nac("exchange", "-", given="\n" + given)
+                self.assertEqual((done.returncode, done.stdout), (1, ""))
+                self.assertIn("nac: standard input:2: ", done.stderr)
+                self.assertIn(complaint, done.stderr)
+
+    def test_a_file_that_cannot_be_read_is_3(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            for path in (folder + "/missing.jsonl", folder):
+                done = nac("exchange", path)
+                self.assertEqual((done.returncode, done.stdout), (3, ""), path)
+                self.assertIn(path, done.stderr)
+
+
+class Readme(unittest.TestCase):
+    def test_sessions_show_real_output(self) -> None:
+        blocks = re.findall(r"```console\n(.*?)```", (ROOT / "README.md").read_text(), re.S)
+        self.assertGreaterEqual(len(blocks), 1)
+        for block in blocks:
+            for command, expected in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M):
+                shell = command.replace("build/release/nac", NAC)
+                done = subprocess.run(shell, shell=True, capture_output=True, text=True, cwd=ROOT, timeout=60)
+                self.assertEqual(done.stdout, expected, command)
+
+
+def contains(whole: object, part: object) -> bool:
+    """Whether every field that `part` names is the same in `whole`."""
+    if isinstance(part, dict):
+        return isinstance(whole, dict) and all(key in whole and contains(whole[key], part[key]) for key in part)
+    if isinstance(part, list):
+        return isinstance(whole, list) and len(whole) == len(part) and all(map(contains, whole, part))
+    return whole == part
+
+
+if __name__ == "__main__":
+    unittest.main()
