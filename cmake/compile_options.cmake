@@ -26,6 +26,10 @@ target_link_libraries(nac_library_options INTERFACE nac_compile_options)
 target_compile_options(nac_library_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -Wnull-dereference -fvisibility=hidden -fstack-protector-strong)
+if(NAC_BYTE_SWAP)
+  # Everywhere, since tests instantiate units of their own.
+  target_compile_definitions(nac_compile_options INTERFACE KAPLO_BYTE_SWAP=1)
+endif()
 if(NAC_PLATFORM_MEM_S)
   target_compile_definitions(nac_library_options INTERFACE KAPLO_PLATFORM_MEM_S)
 endif()

@@ -57,7 +57,7 @@ void resolve_memory_hooks(Unit& unit) {
     KaploUnitState& state = unit.state;
     const Locked locked(state.memory_lock);
     if (state.memory_ready.load(std::memory_order_relaxed) != 0) return;
-    unit.byte_swap = 0;
+    unit.byte_swap = kByteSwap;
     const auto use_flag = look_up<decltype(&ZEB_OsalMemUseFlagGet)>("ZEB_OsalMemUseFlagGet");
     if (use_flag != nullptr && use_flag(kReceiveOwner) == 1) {
         state.cache_allocate = look_up<AllocateHook>("ZEB_OsalMemCacheAlloc");

@@ -42,15 +42,23 @@ struct KaploUnitState {
     std::atomic<std::uint32_t> log_ready = 0;
 };
 
+// Where the byte-swap flag starts: 0, or what a build for a big-endian host sets, whose peers are
+// little-endian.
+#ifdef KAPLO_BYTE_SWAP
+inline constexpr std::uint32_t kByteSwap = KAPLO_BYTE_SWAP;
+#else
+inline constexpr std::uint32_t kByteSwap = 0;
+#endif
+
 struct Unit {
     KaploUnitState state;
 
-    // Non-zero: values on the wire are byte-reversed. Nothing here sets it; a build for a big-endian host
-    // does. Volatile, so that no compiler concludes from this that it stays 0.
+    // Non-zero: values on the wire are byte-reversed. Nothing changes it after the start; volatile, so that
+    // no compiler concludes from this that it is constant.
     volatile std::uint32_t byte_swap = 0;
 
     // The unit's start-up constructor, run while the library is loaded.
-    void start_up() { byte_swap = 0; }
+    void start_up() { byte_swap = kByteSwap; }
 };
 
 // Resolves a group of hooks at the unit's first call; afterwards one load and one branch. Every entry point
