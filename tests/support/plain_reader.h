@@ -192,7 +192,8 @@ class PlainReader {
         if (bytes == size) {
             allocations.emplace_back(size, decoder);
             if (allocations.size() - 1 != failing_allocation_) {
-                arrays_.emplace_back((bytes + sizeof(std::max_align_t) - 1) / sizeof(std::max_align_t));
+                static_assert(alignof(Element) <= alignof(std::uint64_t));
+                arrays_.emplace_back(bytes / sizeof(std::uint64_t) + 1);
                 return reinterpret_cast<Element*>(arrays_.back().data());
             }
         }
@@ -218,7 +219,7 @@ class PlainReader {
     std::uint32_t length_;
     bool low_byte_first_;
     std::optional<std::size_t> failing_allocation_;
-    std::deque<std::vector<std::max_align_t>> arrays_;  // value-initialised, so cleared
+    std::deque<std::vector<std::uint64_t>> arrays_;  // cleared, aligned for any record
 };
 
 }  // namespace tests
