@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+// Units with the byte-swap flag set: the same messages with every number reversed, and the same records.
+#include <cstdint>
+#include <vector>
+
+#include "runtime/compact.h"
+#include "runtime/image.h"
+#include "runtime/unpack.h"
+#include "tests/support/message.h"
+#include "tests/support/message_types.h"
+
+namespace {
+
+using namespace tests;
+
+constexpr std::uint64_t kRecords = 500;  // of every type and layout
+
+// Turns a good message into what a reversing writer makes of the same record. It follows the message's own
+// references, so it holds for both layouts.
+class Reversal {
+  public:
+    template <class Record>
+    static Bytes of(const Bytes& message) {
+        Reversal reversal(message);
+        reversal.reverse(0, 4);
+        reversal.template table<Record>(get32(message, 0));
+        return reversal.reversed_;
+    }
+
+  private:
+    explicit Reversal(const Bytes& message) : message_(message), reversed_(message) {}
+
+    void reverse(std::size_t at, std::size_t width) {
+        for (std::size_t i = 0; i < width; ++i) reversed_.at(at + i) = message_.at(at + width - 1 - i);
+    }
+
+    // Only the low byte of a number below 256 is not zero; of larger ones the rest is lost.
+    void reverse_short(std::size_t at) {
+        reversed_.at(at) = 0;
+        reversed_.at(at + 1) = message_.at(at);
+    }
+
+    template <class Record>
+    void table(std::uint32_t table) {
+        const std::uint32_t vtable = table - get32(message_, table);
+        reverse(table, 4);
+        reverse(vtable, 2);
+        constexpr bool has_vector =
+            kaplo::has_field_of<Record, kaplo::Kind::fixed_array, kaplo::Kind::scalar_vector,
+                                kaplo::Kind::table_vector>();
+        if (has_vector) {
+            reverse(vtable + 2, 2);
+        } else {
+            reverse_short(vtable + 2);
+        }
+        kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
+            const std::uint32_t slot = vtable + 4 + 2 * id;
+            reverse_short(slot);
+            if (get16(message_, slot) != 0) field<F>(table + get16(message_, slot));
+        });
+    }
+
+    template <class F>
+    void field(std::uint32_t at) {
+        using Element = typename F::Element;
+        if constexpr (F::kind == kaplo::Kind::scalar) {
+            reverse(at, sizeof(Element));
+        } else if constexpr (F::kind == kaplo::Kind::nested_table) {
+            table<Element>(followed(at));
+        } else {
+            const std::uint32_t vector = followed(at);
+            reverse(vector, 4);
+            for (std::uint32_t k = 0; k < get32(message_, vector); ++k) {
+                if constexpr (F::kind == kaplo::Kind::table_vector) {
+                    table<Element>(followed(vector + 4 + 4 * k));
+                } else {
+                    reverse(vector + 4 + k * sizeof(Element), sizeof(Element));
+                }
+            }
+        }
+    }
+
+    std::uint32_t followed(std::uint32_t reference) {
+        reverse(reference, 4);
+        return reference + get32(message_, reference);
+    }
+
+    const Bytes& message_;
+    Bytes reversed_;
+};
+
+// A message type's codec as a unit of its own calls it.
+struct Codec {
+    const MessageType& type;
+    std::uint32_t (*pack)(kaplo::Unit& unit, const void* record, std::uint8_t* buffer, std::uint32_t* length);
+    Bytes (*image)(kaplo::Unit& unit, const void* record);  // null where the type has none
+    std::uint32_t (*unpack)(kaplo::Unit& unit, const std::uint8_t* buffer, std::uint32_t length,
+                            void* record);
+    Bytes (*reversed)(const Bytes& message);
+};
+
+template <class Record>
+Codec codec(const MessageType& type) {
+    Codec codec = {type, nullptr, nullptr, nullptr, &Reversal::of<Record>};
+    codec.pack = [](kaplo::Unit& unit, const void* record, std::uint8_t* buffer, std::uint32_t* length) {
+        return kaplo::pack(unit, static_cast<const Record*>(record), buffer, length);
+    };
+    if constexpr (!kaplo::owns_memory<Record>) {
+        codec.image = [](kaplo::Unit& unit, const void* record) {
+            Bytes bytes(kaplo::Image<Record>::bytes);
+            kaplo::write_image(unit, *static_cast<const Record*>(record), bytes.data());
+            return bytes;
+        };
+    }
+    codec.unpack = [](kaplo::Unit& unit, const std::uint8_t* buffer, std::uint32_t length, void* record) {
+        return kaplo::unpack(unit, buffer, length, static_cast<Record*>(record));
+    };
+    return codec;
+}
+
+std::vector<Codec> codecs() {
+    auto type = message_types().begin();
+#define NAC_CODEC(Message) codec<Message>(*type++),
+    return {NAC_ALL_MESSAGES(NAC_CODEC)};
+#undef NAC_CODEC
+}
+
+std::vector<Codec> codecs_with_images() {
+    std::vector<Codec> chosen;
+    for (const Codec& codec : codecs()) {
+        if (codec.image != nullptr) chosen.push_back(codec);
+    }
+    return chosen;
+}
+
+Bytes compact(const Codec& codec, kaplo::Unit& unit, const void* record) {
+    Bytes bytes(codec.type.packed_size(record));
+    auto length = static_cast<std::uint32_t>(bytes.size());
+    EXPECT_EQ(codec.pack(unit, record, bytes.data(), &length), 0U);
+    EXPECT_EQ(length, bytes.size());
+    return bytes;
+}
+
+Bytes image(const Codec& codec, kaplo::Unit& unit, const void* record) { return codec.image(unit, record); }
+
+class ReversedRoundTrip : public MessageTest, public testing::WithParamInterface<Codec> {
+  protected:
+    ReversedRoundTrip() {
+        services.record(false);
+        kaplo::KaploMemHooksInit(reversing);  // resets the flag, once
+        reversing.byte_swap = 1;
+    }
+
+    void expect_reversed_round_trip(Bytes (*written)(const Codec&, kaplo::Unit&, const void*)) {
+        for (std::uint64_t seed = 0; seed < kRecords && !HasFailure(); ++seed) {
+            SCOPED_TRACE(seed);
+            const AnyRecords record = codec.type.random(seed);
+            const Bytes reversed = written(codec, reversing, *record);
+            EXPECT_TRUE(same_bytes(reversed, codec.reversed(written(codec, plain, *record))));
+
+            GuardedBuffer buffer(reversed);
+            AnyRecord received(codec.type);
+            EXPECT_EQ(codec.unpack(reversing, buffer.data(), buffer.size(), received.data()),
+                      codec.type.record_bytes);
+            EXPECT_TRUE(codec.type.same_record(received.data(), *record));
+        }
+    }
+
+    Codec codec = GetParam();
+    kaplo::Unit plain;
+    kaplo::Unit reversing;
+};
+
+TEST_P(ReversedRoundTrip, CompactMessageHasAllNumbersReversedAndUnpacksToTheSameRecord) {
+    expect_reversed_round_trip(compact);
+}
+INSTANTIATE_TEST_SUITE_P(AllMessages, ReversedRoundTrip, testing::ValuesIn(codecs()),
+                         [](const auto& test) { return test.param.type.name; });
+
+class ReversedImage : public ReversedRoundTrip {};
+
+TEST_P(ReversedImage, HasAllNumbersReversedAndUnpacksToTheSameRecord) { expect_reversed_round_trip(image); }
+INSTANTIATE_TEST_SUITE_P(MessagesWithImages, ReversedImage, testing::ValuesIn(codecs_with_images()),
+                         [](const auto& test) { return test.param.type.name; });
+
+}  // namespace
