@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+// A unit whose hooks account for every block and keep every log line, and the comparison of its unpack with
+// the plain reader's.
+#ifndef FUZZ_CHECKED_UNIT_H
+#define FUZZ_CHECKED_UNIT_H
+
+#include <array>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fuzz/supply.h"
+#include "runtime/compact.h"
+#include "runtime/image.h"
+#include "runtime/unpack.h"
+#include "tests/support/plain_reader.h"
+#include "tests/support/same_record.h"
+
+namespace fuzz {
+
+// What the hooks of all checked units have seen since the last clear().
+struct Account {
+    std::vector<std::pair<std::uint32_t, std::string>> allocations;  // size, caller
+    std::vector<std::string> releases;                               // callers
+    std::vector<std::string> log;                                    // "function: text"
+    std::optional<std::size_t> failing_allocation;
+    std::size_t live_blocks = 0;
+
+    void clear() { *this = {}; }
+};
+
+inline Account account;
+
+inline void* allocate(std::uint32_t size, std::uint32_t /*owner_code*/, const char* caller) {
+    account.allocations.emplace_back(size, caller);
+    if (account.allocations.size() - 1 == account.failing_allocation) return nullptr;
+    void* const block = std::malloc(size);
+    if (block == nullptr) return nullptr;
+    std::memset(block, 0xA5, size);
+    ++account.live_blocks;
+    return block;
+}
+
+inline void release(void* block, std::uint32_t /*owner_code*/, const char* caller) {
+    account.releases.emplace_back(caller);
+    if (block != nullptr) --account.live_blocks;
+    std::free(block);
+}
+
+[[gnu::format(printf, 7, 8)]] inline void log(const KaploLogModule* /*module*/, std::uint32_t /*level*/,
+                                              std::uint32_t /*category*/, const char* /*file*/,
+                                              std::uint32_t /*line*/, const char* function,
+                                              const char* format, ...) {
+    std::array<char, 256> text = {};
+    va_list values;
+    va_start(values, format);
+    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, values));
+    va_end(values);
+    account.log.push_back(std::string(function) + ": " + text.data());
+}
+
+// Hooks are resolved from the start.
+class CheckedUnit : public kaplo::Unit {
+  public:
+    explicit CheckedUnit(bool reversed) {
+        byte_swap = reversed ? 1 : 0;
+        state.cache_allocate = allocate;
+        state.cache_free = release;
+        state.general_allocate = allocate;
+        state.general_free = release;
+        state.log_write = log;
+        state.memory_ready = 1;
+        state.log_ready = 1;
+    }
+};
+
+// An unpack asks for at most this many bytes of memory for each byte received: a DACL rule's record is 148
+// bytes, and four received bytes can refer to one.
+inline constexpr std::uint64_t kMostHeapPerByte = 37;
+
+// Work for each byte received, counted as fields looked at: four bytes can refer to a rule and its 28 + 7.
+inline constexpr std::uint64_t kMostStepsPerByte = 16;
+inline constexpr std::uint64_t kStepsOfAnyMessage = 128;
+
+// Unpacks the bytes, with the library and with the plain reader, and holds the two against each other and
+// against the promises made to a host. Returns whether nothing went wrong in the bytes.
+template <class Record>
+bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, bool reversed,
+                        std::optional<std::size_t> failing_allocation = std::nullopt) {
+    constexpr std::uint8_t before = kaplo::owns_memory<Record> ? 0 : 0x5A;
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    CheckedUnit unit(reversed);
+    account.clear();
+    account.failing_allocation = failing_allocation;
+    Record record;
+    std::memset(static_cast<void*>(&record), before, sizeof record);
+    promise(kaplo::unpack(unit, bytes.data(), length, &record) == sizeof record,
+            "unpack returns the record's size");
+
+    Record expected;
+    std::memset(static_cast<void*>(&expected), before, sizeof expected);
+    tests::PlainReader reader(bytes.data(), length, reversed, failing_allocation);
+    reader.unpack(&expected);
+    tests::Difference difference;
+    if (!tests::same(record, expected, difference)) broken(difference.result(false).message());
+    promise(account.log == reader.log, "the log lines are the plain reader's");
+    promise(account.allocations == reader.allocations, "the allocations are the plain reader's");
+    promise(account.releases == reader.releases, "the releases are the plain reader's");
+    promise(reader.steps <= kStepsOfAnyMessage + kMostStepsPerByte * length,
+            "the work is linear in the length");
+    std::uint64_t heap = 0;
+    for (const auto& [size, caller] : account.allocations) heap += size;
+    promise(heap <= kMostHeapPerByte * length, "the memory asked for is at most 37 times the length");
+
+    // Whatever unpack left behind can be packed and freed.
+    std::vector<std::uint8_t> packed(kaplo::message_bytes(&record));
+    auto packed_length = static_cast<std::uint32_t>(packed.size());
+    promise(kaplo::pack(unit, &record, packed.data(), &packed_length) == 0,
+            "what was unpacked can be packed");
+    const bool clean = account.log.empty() && account.releases.empty();
+    kaplo::free_unpacked(unit, &record);
+    promise(account.live_blocks == 0, "every block is released");
+    kaplo::free_unpacked(unit, &record);
+    promise(account.live_blocks == 0, "a second free is harmless");
+    return clean;
+}
+
+}  // namespace fuzz
+
+#endif

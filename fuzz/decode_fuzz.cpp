@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+// Promise: no received bytes make unpack misbehave, and what it says of them is what the plain reader says.
+//
+// Input: message type, byte order and failing allocation, then the received bytes.
+#include "fuzz/checked_unit.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Supply supply(data, size);
+    const auto type = supply.take<std::uint8_t>();
+    const auto options = supply.take<std::uint8_t>();
+    const bool reversed = (options & 1) != 0;
+    std::optional<std::size_t> failing;
+    if ((options & 2) != 0) failing = options >> 2 & 7;
+    const std::vector<std::uint8_t> bytes = supply.rest();
+    fuzz::with_message_type(
+        type, [&]<class Record> { fuzz::unpack_and_compare<Record>(bytes, reversed, failing); });
+    return 0;
+}

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the fuzzers make of their input: numbers, a message type, records; and how a broken promise ends.
+#ifndef FUZZ_SUPPLY_H
+#define FUZZ_SUPPLY_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "nac/catalogue.h"
+
+namespace fuzz {
+
+// Ends the process, so that the fuzzer keeps the input.
+[[noreturn]] inline void broken(const std::string& promise) {
+    static_cast<void>(std::fprintf(stderr, "broken promise: %s\n", promise.c_str()));
+    std::abort();
+}
+
+inline void promise(bool kept, const std::string& what) {
+    if (!kept) broken(what);
+}
+
+// The input, front to back; zeros where it has ended.
+class Supply {
+  public:
+    Supply(const std::uint8_t* data, std::size_t size) : next_(data), left_(size) {}
+
+    template <class T>
+    T take() {
+        T value = 0;
+        const std::size_t taken = left_ < sizeof value ? left_ : sizeof value;
+        if (taken != 0) std::memcpy(&value, next_, taken);
+        next_ += taken;
+        left_ -= taken;
+        return value;
+    }
+
+    // All that is left, in an allocation of just this size.
+    std::vector<std::uint8_t> rest() {
+        std::vector<std::uint8_t> bytes(next_, next_ + left_);
+        bytes.shrink_to_fit();
+        left_ = 0;
+        return bytes;
+    }
+
+  private:
+    const std::uint8_t* next_;
+    std::size_t left_;
+};
+
+inline constexpr std::uint32_t kMessageTypes = [] {
+    std::uint32_t count = 0;
+#define NAC_COUNT(Message) ++count;
+    NAC_ALL_MESSAGES(NAC_COUNT)
+#undef NAC_COUNT
+    return count;
+}();
+
+// Calls visit.operator()<Record>() for the message type of this index, modulo their number.
+template <class Visitor>
+void with_message_type(std::uint32_t index, Visitor&& visit) {
+    std::uint32_t left = index % kMessageTypes;
+#define NAC_VISIT(Message) \
+    if (left-- == 0) return visit.template operator()<Message>();
+    NAC_ALL_MESSAGES(NAC_VISIT)
+#undef NAC_VISIT
+}
+
+// Records made from the input, with the arrays of their vectors.
+class RecordSource {
+  public:
+    explicit RecordSource(Supply& supply) : supply_(supply) {}
+
+    template <class Record>
+    void fill(Record& record) {
+        kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
+            using Element = typename F::Element;
+            if constexpr (F::kind == kaplo::Kind::scalar) {
+                F::in(record) = scalar<Element>();
+            } else if constexpr (F::kind == kaplo::Kind::nested_table) {
+                fill(F::in(record));
+            } else if constexpr (F::kind == kaplo::Kind::fixed_array) {
+                for (Element& element : F::in(record)) element = supply_.take<Element>();
+            } else {
+                const std::uint32_t count = supply_.take<std::uint8_t>() % 9;
+                F::count(record) = count;
+                F::elements(record) = count == 0 ? nullptr : array<Element>(count);
+            }
+        });
+    }
+
+  private:
+    // Half of the scalars are zero.
+    template <class T>
+    T scalar() {
+        return supply_.take<std::uint8_t>() % 2 == 0 ? T{0} : supply_.take<T>();
+    }
+
+    template <class Element>
+    Element* array(std::uint32_t count) {
+        static_assert(alignof(Element) <= alignof(std::uint64_t));
+        arrays_.emplace_back(count * sizeof(Element) / sizeof(std::uint64_t) + 1);
+        auto* const elements = reinterpret_cast<Element*>(arrays_.back().data());
+        for (std::uint32_t k = 0; k < count; ++k) {
+            if constexpr (std::is_class_v<Element>) {
+                fill(elements[k]);
+            } else {
+                elements[k] = supply_.take<Element>();
+            }
+        }
+        return elements;
+    }
+
+    Supply& supply_;
+    std::deque<std::vector<std::uint64_t>> arrays_;
+};
+
+}  // namespace fuzz
+
+#endif
