@@ -91,21 +91,19 @@ inline constexpr std::uint64_t kStepsOfAnyMessage = 128;
 // Unpacks the bytes, with the library and with the plain reader, and holds the two against each other and
 // against the promises made to a host. Returns whether nothing went wrong in the bytes.
 template <class Record>
-bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, bool reversed,
+bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, bool reversed,
                         std::optional<std::size_t> failing_allocation = std::nullopt) {
     constexpr std::uint8_t before = kaplo::owns_memory<Record> ? 0 : 0x5A;
-    const auto length = static_cast<std::uint32_t>(bytes.size());
     CheckedUnit unit(reversed);
     account.clear();
     account.failing_allocation = failing_allocation;
     Record record;
     std::memset(static_cast<void*>(&record), before, sizeof record);
-    promise(kaplo::unpack(unit, bytes.data(), length, &record) == sizeof record,
-            "unpack returns the record's size");
+    promise(kaplo::unpack(unit, bytes, length, &record) == sizeof record, "unpack returns the record's size");
 
     Record expected;
     std::memset(static_cast<void*>(&expected), before, sizeof expected);
-    tests::PlainReader reader(bytes.data(), length, reversed, failing_allocation);
+    tests::PlainReader reader(bytes, length, reversed, failing_allocation);
     reader.unpack(&expected);
     tests::Difference difference;
     if (!tests::same(record, expected, difference)) broken(difference.result(false).message());
@@ -129,6 +127,13 @@ bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, bool reversed,
     kaplo::free_unpacked(unit, &record);
     promise(account.live_blocks == 0, "a second free is harmless");
     return clean;
+}
+
+template <class Record>
+bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, bool reversed,
+                        std::optional<std::size_t> failing_allocation = std::nullopt) {
+    return unpack_and_compare<Record>(bytes.data(), static_cast<std::uint32_t>(bytes.size()), reversed,
+                                      failing_allocation);
 }
 
 }  // namespace fuzz
