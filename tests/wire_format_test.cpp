@@ -358,7 +358,7 @@ TEST_F(FixedLayout, CountsEverythingUpToTheEndOfTheLastFieldInTheTableLength) {
     EXPECT_EQ(get16(sent(Nac_UserDataFlowQueryAckMsg{}), 270), 264);  // the nested image included
 }
 
-TEST_F(FixedLayout, StartsNestedImagesAtAnyMultipleOfFour) {
+TEST_F(FixedLayout, StartsNestedImagesWhereverTheirFieldStands) {
     Nac_UserDataFlowQueryAckMsg answer = {};
     answer.f1.f3.f0 = kCfg.f0;
     const Bytes image = sent(answer);
