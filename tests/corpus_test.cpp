@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "tests/support/message.h"
 #include "tests/support/message_types.h"
@@ -25,30 +26,39 @@ constexpr std::uint8_t kUntouched = 0xAA;  // every byte of the record before un
 
 // ---- records as the corpus shows them ---------------------------------------------------------------
 
-std::string address_text(const std::uint8_t (&address)[6]) {
+[[gnu::noinline]] json address_text(const std::uint8_t (&address)[6]) {
     std::string text = to_hex({address, address + 6});
     std::replace(text.begin(), text.end(), ' ', ':');
     text.pop_back();
     return text;
 }
 
-std::string address_text(const std::uint8_t (&address)[16]) {
+[[gnu::noinline]] json address_text(const std::uint8_t (&address)[16]) {
     std::array<char, INET6_ADDRSTRLEN> text = {};
     inet_ntop(AF_INET6, address, text.data(), text.size());
-    return text.data();
+    return std::string(text.data());
 }
 
-json numbers(const std::uint8_t* bytes, std::uint32_t count) {
+[[gnu::noinline]] json numbers(const std::uint8_t* bytes, std::uint32_t count) {
     std::string text = to_hex({bytes, bytes + count});
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
     return text;
 }
 
 template <class T>
-json numbers(const T* elements, std::uint32_t count) {
+[[gnu::noinline]] json numbers(const T* elements, std::uint32_t count) {
     json list = json::array();
     for (std::uint32_t k = 0; k < count; ++k) list.push_back(std::uint64_t{elements[k]});
     return list;
+}
+
+// Out of line, as json is too much code to stand in the walk of every record's fields.
+[[gnu::noinline]] json number(std::uint64_t value) { return value; }
+[[gnu::noinline]] json lost(std::uint32_t count) { return {{"lost", count}}; }
+[[gnu::noinline]] json array_without_elements() { return "an array without elements"; }
+[[gnu::noinline]] void append(json& list, json element) { list.push_back(std::move(element)); }
+[[gnu::noinline]] void set_field(json& object, std::uint32_t id, json value) {
+    object["f" + std::to_string(id)] = std::move(value);
 }
 
 template <class Record>
@@ -59,7 +69,7 @@ json field_json(const typename F::Record& record) {
     using enum kaplo::Kind;
     using Element = typename F::Element;
     if constexpr (F::kind == scalar) {
-        return std::uint64_t{F::in(record)};
+        return number(F::in(record));
     } else if constexpr (F::kind == nested_table) {
         return record_json(F::in(record));
     } else if constexpr (F::kind == fixed_array && std::is_same_v<Element, std::uint8_t>) {
@@ -68,13 +78,13 @@ json field_json(const typename F::Record& record) {
         return numbers(F::in(record), std::extent_v<typename F::Member>);
     } else {
         const std::uint32_t count = F::count(record);
-        if (count != 0 && F::elements(record) == nullptr) return json{{"lost", count}};
-        if (count == 0 && F::elements(record) != nullptr) return "an array of no elements";
+        if (count != 0 && F::elements(record) == nullptr) return lost(count);
+        if (count == 0 && F::elements(record) != nullptr) return array_without_elements();
         if constexpr (F::kind == scalar_vector) {
             return numbers(F::elements(record), count);
         } else {
             json list = json::array();
-            for (std::uint32_t k = 0; k < count; ++k) list.push_back(record_json(F::elements(record)[k]));
+            for (std::uint32_t k = 0; k < count; ++k) append(list, record_json(F::elements(record)[k]));
             return list;
         }
     }
@@ -84,7 +94,7 @@ template <class Record>
 json record_json(const Record& record) {
     json object = json::object();
     kaplo::each_field<Record>(
-        [&]<class F, std::uint32_t id> { object["f" + std::to_string(id)] = field_json<F>(record); });
+        [&]<class F, std::uint32_t id> { set_field(object, id, field_json<F>(record)); });
     return object;
 }
 

@@ -30,14 +30,31 @@ class Reversal {
   private:
     explicit Reversal(const Bytes& message) : message_(message), reversed_(message) {}
 
-    void reverse(std::size_t at, std::size_t width) {
+    // Out of line, as they are called for every field of every type.
+    [[gnu::noinline]] void reverse(std::size_t at, std::size_t width) {
         for (std::size_t i = 0; i < width; ++i) reversed_.at(at + i) = message_.at(at + width - 1 - i);
     }
 
     // Only the low byte of a number below 256 is not zero; of larger ones the rest is lost.
-    void reverse_short(std::size_t at) {
+    [[gnu::noinline]] void reverse_short(std::size_t at) {
         reversed_.at(at) = 0;
         reversed_.at(at + 1) = message_.at(at);
+    }
+
+    [[gnu::noinline]] std::uint32_t followed(std::uint32_t reference) {
+        reverse(reference, 4);
+        return reference + get32(message_, reference);
+    }
+
+    // Where the field behind the slot is, 0 if it is absent.
+    [[gnu::noinline]] std::uint32_t placed(std::uint32_t slot, std::uint32_t table) {
+        reverse_short(slot);
+        const std::uint32_t place = get16(message_, slot);
+        return place == 0 ? 0 : table + place;
+    }
+
+    [[gnu::noinline]] void reverse_elements(std::uint32_t vector, std::uint32_t width) {
+        for (std::uint32_t k = 0; k < get32(message_, vector); ++k) reverse(vector + 4 + k * width, width);
     }
 
     template <class Record>
@@ -54,9 +71,8 @@ class Reversal {
             reverse_short(vtable + 2);
         }
         kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
-            const std::uint32_t slot = vtable + 4 + 2 * id;
-            reverse_short(slot);
-            if (get16(message_, slot) != 0) field<F>(table + get16(message_, slot));
+            const std::uint32_t at = placed(vtable + 4 + 2 * id, table);
+            if (at != 0) field<F>(at);
         });
     }
 
@@ -70,19 +86,14 @@ class Reversal {
         } else {
             const std::uint32_t vector = followed(at);
             reverse(vector, 4);
-            for (std::uint32_t k = 0; k < get32(message_, vector); ++k) {
-                if constexpr (F::kind == kaplo::Kind::table_vector) {
-                    table<Element>(followed(vector + 4 + 4 * k));
-                } else {
-                    reverse(vector + 4 + k * sizeof(Element), sizeof(Element));
+            if constexpr (F::kind == kaplo::Kind::table_vector) {
+                for (std::uint32_t k = 0; k < get32(message_, vector); ++k) {
+                    this->table<Element>(followed(vector + 4 + 4 * k));
                 }
+            } else {
+                reverse_elements(vector, sizeof(Element));
             }
         }
-    }
-
-    std::uint32_t followed(std::uint32_t reference) {
-        reverse(reference, 4);
-        return reference + get32(message_, reference);
     }
 
     const Bytes& message_;

@@ -72,8 +72,9 @@ MessageType message_type() {
 
 std::uint32_t MessageType::packed_size(const void* record) const {
     std::uint32_t length = 0xFFFFFFFF;
-    EXPECT_EQ(pack(record, nullptr, &length), 0U);
-    return length;
+    const std::uint32_t result = pack(record, nullptr, &length);
+    EXPECT_EQ(result, 0U);
+    return result == 0 ? length : 0;
 }
 
 Bytes MessageType::packed(const void* record) const {

@@ -81,7 +81,7 @@ class RandomRecords {
         });
     }
 
-    std::uint32_t count() {
+    [[gnu::noinline]] std::uint32_t count() {
         switch (filling_) {
             case Filling::zero:
                 return 0;
@@ -110,8 +110,9 @@ class RandomRecords {
         return elements->data();
     }
 
+    // Out of line, as it is called for every field of every type.
     template <class T>
-    T scalar() {
+    [[gnu::noinline]] T scalar() {
         constexpr T most = std::numeric_limits<T>::max();
         switch (filling_) {
             case Filling::zero:
