@@ -22,7 +22,7 @@ template <>
 struct Description<Nac_UserDataFlowCfg> : Usual {
     using R = Nac_UserDataFlowCfg;
     static constexpr Text name = "Nac_UserDataFlowCfg";
-    static constexpr bool nested_decoder_checks_arguments = true;  // alone in the package
+    static constexpr bool nested_decoder_checks_arguments = true;  // the one decoder that does
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>>;
 };
 static_assert(sizeof(Nac_UserDataFlowCfg) == 32);
@@ -33,7 +33,8 @@ template <>
 struct Description<Nac_UserDataFlowInfo> : Usual {
     using R = Nac_UserDataFlowInfo;
     static constexpr Text name = "Nac_UserDataFlowInfo";
-    static constexpr bool root_decodes_as_nested = true;  // shared with the list and the query answer
+    static constexpr bool root_decodes_as_nested =
+        true;  // one decoder for root, list element and query answer
     using Fields =
         List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>, Field<&R::f5>>;
 };
@@ -46,7 +47,7 @@ template <>
 struct Description<Nac_UserDataFlowMsg> : Usual {
     using R = Nac_UserDataFlowMsg;
     static constexpr Text name = "Nac_UserDataFlowMsg";
-    static constexpr bool root_decodes_as_nested = true;  // consumers filter the log by that name
+    static constexpr bool root_decodes_as_nested = true;  // faults and allocations carry the nested name
     using Fields = List<Vector<&R::f0_count, &R::f0>>;
 };
 static_assert(sizeof(Nac_UserDataFlowMsg) == 16);

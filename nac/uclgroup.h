@@ -53,7 +53,8 @@ template <>
 struct Description<Nac_UclGroupIpArray> : Usual {
     using R = Nac_UclGroupIpArray;
     static constexpr Text name = "Nac_UclGroupIpArray";
-    static constexpr auto allocation_complaint = AllocationComplaint::one_blank;  // as log readers know it
+    static constexpr auto allocation_complaint =
+        AllocationComplaint::one_blank;  // the arrays of this module only
     using Fields = List<Field<&R::f0>, Vector<&R::f1_count, &R::f1>>;
 };
 static_assert(sizeof(Nac_UclGroupIpArray) == 16);
@@ -63,7 +64,8 @@ template <>
 struct Description<Nac_UclGroupIpAckArray> : Usual {
     using R = Nac_UclGroupIpAckArray;
     static constexpr Text name = "Nac_UclGroupIpAckArray";
-    static constexpr auto allocation_complaint = AllocationComplaint::one_blank;  // as log readers know it
+    static constexpr auto allocation_complaint =
+        AllocationComplaint::one_blank;  // the arrays of this module only
     using Fields = List<Field<&R::f0>, Vector<&R::f1_count, &R::f1>>;
 };
 static_assert(sizeof(Nac_UclGroupIpAckArray) == 16);

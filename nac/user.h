@@ -41,7 +41,8 @@ struct Description<Nac_SetUserTableMsg> : Usual {
     static constexpr Text name = "Nac_SetUserTableMsg";
     static constexpr bool root_decodes_as_nested = true;      // faults and allocations carry the nested name
     static constexpr bool scalars_precede_references = true;  // 42 scalars, then 13 references
-    // Peers compare the stated length, which has never counted the vectors between the two fixed arrays.
+    // The stated length is the inline part and the two fixed arrays, even where vectors lie between these, so
+    // that it may end short of the second. Kept so: no reader relies on it.
     static constexpr bool table_length_omits_vectors = true;
     // Sized by pointer, written by count: callers pass a null pointer with count 0.
     static constexpr bool empty_vector_with_pointer_has_size = true;
@@ -67,7 +68,7 @@ template <>
 struct Description<Nac_SetUserTableAckMsg> : Usual {
     using R = Nac_SetUserTableAckMsg;
     static constexpr Text name = "Nac_SetUserTableAckMsg";
-    static constexpr bool root_decodes_as_nested = true;  // a failed unpack reads as all zero
+    static constexpr bool root_decodes_as_nested = true;  // a header fault leaves an all-zero record
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>,
                         Field<&R::f5>, Field<&R::f6>, Field<&R::f7>, Field<&R::f8>>;
 };
@@ -80,7 +81,7 @@ template <>
 struct Description<Nac_UserTableHitMsg> : Usual {
     using R = Nac_UserTableHitMsg;
     static constexpr Text name = "Nac_UserTableHitMsg";
-    static constexpr bool root_decodes_as_nested = true;  // a failed unpack reads as all zero
+    static constexpr bool root_decodes_as_nested = true;  // a header fault leaves an all-zero record
     using Fields =
         List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>, Field<&R::f5>>;
 };
@@ -92,7 +93,7 @@ template <>
 struct Description<Nac_L2NotifyNacUserOfflineMsg> : Usual {
     using R = Nac_L2NotifyNacUserOfflineMsg;
     static constexpr Text name = "Nac_L2NotifyNacUserOfflineMsg";
-    static constexpr bool root_decodes_as_nested = true;      // a failed unpack reads as all zero
+    static constexpr bool root_decodes_as_nested = true;      // a header fault leaves an all-zero record
     static constexpr bool scalars_precede_references = true;  // the address closes the table
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>,
                         Field<&R::f5>, Field<&R::f6>, Field<&R::f7>>;

@@ -19,7 +19,7 @@ template <>
 struct Description<Nac_DaclRuleIpInfo> : Usual {
     using R = Nac_DaclRuleIpInfo;
     static constexpr Text name = "Nac_DaclRuleIpInfo";
-    static constexpr bool root_decodes_as_nested = true;      // shared with the RADIUS rule
+    static constexpr bool root_decodes_as_nested = true;      // one decoder for root and RADIUS rule
     static constexpr bool scalars_precede_references = true;  // the six addresses close the table
     using Fields =
         List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>, Field<&R::f5>,
@@ -36,7 +36,7 @@ template <>
 struct Description<Nac_RadiusDaclRule> : Usual {
     using R = Nac_RadiusDaclRule;
     static constexpr Text name = "Nac_RadiusDaclRule";
-    static constexpr bool root_decodes_as_nested = true;  // shared with the user table
+    static constexpr bool root_decodes_as_nested = true;  // one decoder for root and user table
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>,
                         Field<&R::f5>, Field<&R::f6>>;
 };

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "bus/send.h"
 #include "host/loopback_bus.h"
 #include "host/services.h"
 #include "tool/commands.h"
@@ -26,8 +27,7 @@
 namespace tool {
 namespace {
 
-constexpr std::uint32_t kDestination = 1;       // the loopback bus leads every address back here
-constexpr std::uint32_t kBatchBytes = 0x10000;  // packed bytes that one batch of a type with vectors may hold
+constexpr std::uint32_t kDestination = 1;  // the loopback bus leads every address back here
 
 // The records of one type, back to back as the send functions take them.
 struct Records {
@@ -186,7 +186,7 @@ class Exchange {
             std::uint64_t bytes = 0;
             while (end < count) {
                 bytes += type.image_bytes ? 0 : type.packed_bytes(record_at(type, records, end));
-                if (bytes > kBatchBytes) break;
+                if (bytes > kaplo::kBatchAreaBytes) break;
                 ++end;
             }
             if (end == first) {
