@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The send unit of the data-flow module.
 #include "nac/dataflow.h"
-#include "nac/unit.h"
+#include "nac/send_unit.h"
 
 namespace {
 constinit kaplo::Unit unit;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The send unit of the event module.
 #include "nac/evt.h"
-#include "nac/unit.h"
+#include "nac/send_unit.h"
 
 namespace {
 constinit kaplo::Unit unit;

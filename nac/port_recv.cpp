@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The receive unit of the port module.
 #include "nac/port.h"
-#include "nac/unit.h"
+#include "nac/receive_unit.h"
 
 namespace {
 constinit kaplo::Unit unit;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The receive unit of the UCL group module.
+#include "nac/receive_unit.h"
 #include "nac/uclgroup.h"
-#include "nac/unit.h"
 
 namespace {
 constinit kaplo::Unit unit;

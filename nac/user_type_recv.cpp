@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The receive unit of the user type module.
-#include "nac/unit.h"
+#include "nac/receive_unit.h"
 #include "nac/user_type.h"
 
 namespace {
