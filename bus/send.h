@@ -3,7 +3,9 @@
 #ifndef KAPLO_SEND_H
 #define KAPLO_SEND_H
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "bus/message_id.h"
 #include "bus/vorn_bus_api.h"

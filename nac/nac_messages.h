@@ -33,7 +33,7 @@
  * record or length, a capacity below the packed size, or a packed size above 0xFFFFFFFF. A null buffer
  * with enough capacity gives the size, writes nothing, and logs a line. `buffer` stays the caller's. A
  * vector with count 0 must have a null pointer: otherwise some types count 8 bytes that they leave as
- * they were.
+ * they were. A null pointer with a count, as a failed unpack may leave it, packs as no vector.
  *
  * Message__unpack fills `record` from `length` received bytes, which may hold anything. Returns
  * sizeof(Message) always: faults show in the host's log and in the record, whose later fields are then
@@ -46,9 +46,11 @@
  *
  * Message__sendmsg and Message__sendtomsg send `count` records, back to back at `records`, in one call of
  * the bus; a non-zero `target` is handed to it. They choose between Message__sendsingle (one record;
- * `reserved` is not used) and Message__sendbatch. All four return the bus's result, or NAC_REFUSED: no
- * records, a null pointer, a record that cannot be sized, no memory, or, for types with vectors, a batch
- * of more than 65,536 packed bytes. The records stay the caller's and are not changed. */
+ * `reserved` is not used) and Message__sendbatch. All four return the bus's result, or NAC_REFUSED: a null
+ * pointer, a record that cannot be sized, no memory, for types with vectors a batch of more than 65,536
+ * packed bytes, for any a batch whose block is larger than 32 bits can ask for, and, but for
+ * Message__sendbatch, which hands the bus an empty batch, no records. The records stay the caller's and are
+ * not changed. */
 #define NAC_MESSAGE_FUNCTIONS(Message)                                                                     \
     NAC_API uint32_t Message##__pack(const Message* record, uint8_t* buffer, uint32_t* length);            \
     NAC_API uint32_t Message##__unpack(const uint8_t* buffer, uint32_t length, Message* record);           \
