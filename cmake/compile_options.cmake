@@ -25,7 +25,16 @@ add_library(nac_library_options INTERFACE)
 target_link_libraries(nac_library_options INTERFACE nac_compile_options)
 target_compile_options(nac_library_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
-  -Wnull-dereference -fvisibility=hidden -fstack-protector-strong)
+  -Wnull-dereference -fvisibility=hidden -fstack-protector-strong
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build  # the same bytes in any folder
+  $<$<CXX_COMPILER_ID:GNU>:-fcallgraph-info=su>)  # writes the use of stack beside each object
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  target_compile_options(nac_library_options INTERFACE -fcf-protection=full)
+  # Debian's start files have no landing pads, so that indirect branch tracking cannot be declared for the whole file.
+  target_link_options(nac_library_options INTERFACE -Wl,-z,shstk)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+  target_compile_options(nac_library_options INTERFACE -mbranch-protection=standard)
+endif()
 if(NAC_BYTE_SWAP)
   # Everywhere, since tests instantiate units of their own.
   target_compile_definitions(nac_compile_options INTERFACE KAPLO_BYTE_SWAP=1)

@@ -4,6 +4,7 @@
 # LIBRARY in the environment is its path. It must have been built without sanitizers, and not stripped.
 import os
 import pathlib
+import platform
 import re
 import subprocess
 import unittest
@@ -17,7 +18,7 @@ UNITS_IN_ORDER = [f"{module}_{side}.cpp" for module in MODULES for side in ("rec
 BUS = {"VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook", "VORN_SendMsg", "VORN_SendToMsg"}
 # What the compiler's start files ask for in every shared library, and do without.
 OPTIONAL = {"_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__gmon_start__"}
-NEEDED = {"malloc", "free", "dlsym", "pthread_mutex_lock", "pthread_mutex_unlock"}
+NEEDED = {"malloc", "free", "dlsym", "pthread_mutex_lock", "pthread_mutex_unlock", "__stack_chk_fail"}
 
 
 def output(*command: str) -> list[str]:
@@ -100,6 +101,12 @@ class Binary(unittest.TestCase):
     def test_relocations_become_read_only_before_any_function_runs(self) -> None:
         self.assertTrue(any("GNU_RELRO" in line for line in output("readelf", "-lW")))
         self.assertTrue(any("NOW" in line for line in output("readelf", "-dW")))
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "landing pads and shadow stacks are for x86-64")
+    def test_every_exported_function_is_a_landing_pad_and_returns_are_shadowed(self) -> None:
+        heads = re.findall(r"^\w+ <(\w+)>:\n.*\t(\w+)", "\n".join(output("objdump", "-d", "--section=.text")), re.M)
+        self.assertEqual({head for name, head in heads if name in LISTED}, {"endbr64"})
+        self.assertRegex("\n".join(output("readelf", "-n")), "x86 feature:.*SHSTK")
 
     def test_start_up_runs_one_constructor_a_unit_in_the_order_of_the_units(self) -> None:
         files = functions_by_address()
