@@ -105,7 +105,6 @@ std::uint32_t send_batch_of_images(Unit& unit, std::uint32_t destination, const 
     std::uint8_t* const descriptors = block.start() + area;
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t offset = i * bytes;
-        if (i != 0 && offset > area - 1) return kRefusal;
         write_image(unit, records[i], block.start() + offset);
         put_descriptor(descriptors, i, {block.start() + offset, message_id<Record>, bytes});
     }

@@ -20,9 +20,18 @@ if(NAC_SANITIZERS)
   target_link_options(nac_compile_options INTERFACE -fsanitize=${NAC_SANITIZERS})
 endif()
 
+# What compiles the library's own code, in the library or in a test. Counted without exceptions, of which it has none:
+# where there are, every call is a branch.
+add_library(nac_counted_options INTERFACE)
+if(NAC_COVERAGE)
+  target_compile_options(nac_counted_options INTERFACE --coverage -fprofile-update=atomic
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>)
+  target_link_options(nac_counted_options INTERFACE --coverage)
+endif()
+
 # The library's own sources: no exceptions, no RTTI, no C++ runtime behind them.
 add_library(nac_library_options INTERFACE)
-target_link_libraries(nac_library_options INTERFACE nac_compile_options)
+target_link_libraries(nac_library_options INTERFACE nac_compile_options nac_counted_options)
 target_compile_options(nac_library_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -Wnull-dereference -fvisibility=hidden -fstack-protector-strong

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // Promise: no small damage to a small message is read otherwise than the plain reader reads it.
 //
-// For a small message of each type, in each layout: every truncation, every value of every byte, every 16-bit
-// and 32-bit word set to each of 24 edge values, and every pair of 16-bit words set to each pair of 6. The
-// message always ends where an unmapped page begins. Prints how many messages were read. An argument N leaves
-// out all but every N-th change, for slow builds.
+// For a small message of each type, in each layout and byte order: every truncation, every value of every
+// byte, every 16-bit and 32-bit word set to each of 24 edge values; in the host's byte order also every pair
+// of 16-bit words set to each pair of 6 edge values, or, with --all-pairs, of all 24. The message always ends
+// where an unmapped page begins. Prints how many messages were read. A number N reads, for slow builds, one
+// in N of them only, but all truncations and all 16-bit words.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <string_view>
+#include <vector>
 
 #include "fuzz/checked_unit.h"
 #include "tests/support/guarded_buffer.h"
@@ -18,6 +21,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 std::uint64_t sample = 1;
+bool pairs_of_all_edges = false;
 std::uint64_t changes = 0;
 std::uint64_t compared = 0;
 std::uint64_t clean = 0;
@@ -25,23 +29,25 @@ std::uint64_t clean = 0;
 template <class Record>
 class Damage {
   public:
-    explicit Damage(const Bytes& message) : message_(message), guarded_(message) {}
+    Damage(const Bytes& message, bool reversed) : message_(message), reversed_(reversed), guarded_(message) {}
 
     void run() {
         all_truncations();
-        all_bytes();
         all_words<std::uint16_t>();
+        all_bytes();
         all_words<std::uint32_t>();
-        all_pairs();
+        if (!reversed_) all_pairs();
     }
 
   private:
     std::uint32_t size() const { return static_cast<std::uint32_t>(message_.size()); }
 
     void check(const std::uint8_t* bytes, std::uint32_t length) {
-        if (changes++ % sample != 0) return;
         ++compared;
-        if (fuzz::unpack_and_compare<Record>(bytes, length, false)) ++clean;
+        if (fuzz::unpack_and_compare<Record>(bytes, length, reversed_)) ++clean;
+    }
+    void check_sample() {
+        if (changes++ % sample == 0) check(guarded_.data(), size());
     }
 
     void all_truncations() {
@@ -56,7 +62,7 @@ class Damage {
         for (std::uint32_t at = 0; at < size(); ++at) {
             for (unsigned value = 0; value < 256; ++value) {
                 guarded_.data()[at] = static_cast<std::uint8_t>(value);
-                check(guarded_.data(), size());
+                check_sample();
             }
             guarded_.data()[at] = message_[at];
         }
@@ -98,7 +104,8 @@ class Damage {
 
     template <class T>
     void set(std::uint32_t at, T value) {
-        std::memcpy(guarded_.data() + at, &value, sizeof value);
+        const T stored = reversed_ ? kaplo::byte_reversed(value) : value;
+        std::memcpy(guarded_.data() + at, &stored, sizeof stored);
     }
     void restore(std::uint32_t at, std::uint32_t bytes) {
         std::copy_n(message_.begin() + at, bytes, guarded_.data() + at);
@@ -109,23 +116,32 @@ class Damage {
         for (std::uint32_t at = 0; at + sizeof(T) <= size(); ++at) {
             for (const T value : edges<T>(at)) {
                 set(at, value);
-                check(guarded_.data(), size());
+                if constexpr (sizeof(T) == 2) {
+                    check(guarded_.data(), size());
+                } else {
+                    check_sample();
+                }
             }
             restore(at, sizeof(T));
         }
     }
 
+    std::vector<std::uint16_t> edges_of_pairs(std::uint32_t at) const {
+        const auto all = edges<std::uint16_t>(at);
+        if (pairs_of_all_edges) return {all.begin(), all.end()};
+        return {
+            0,      4,     static_cast<std::uint16_t>(size() - 4), static_cast<std::uint16_t>(size() - at),
+            0x8000, 0xFFFF};
+    }
+
     void all_pairs() {
         for (std::uint32_t first = 0; first + 2 <= size(); first += 2) {
             for (std::uint32_t second = first + 2; second + 2 <= size(); second += 2) {
-                const auto values = [this](std::uint32_t at) {
-                    return std::array<std::uint32_t, 6>{0, 4, size() - 4, size() - at, 0x8000, 0xFFFF};
-                };
-                for (const std::uint32_t one : values(first)) {
-                    set(first, static_cast<std::uint16_t>(one));
-                    for (const std::uint32_t other : values(second)) {
-                        set(second, static_cast<std::uint16_t>(other));
-                        check(guarded_.data(), size());
+                for (const std::uint16_t one : edges_of_pairs(first)) {
+                    set(first, one);
+                    for (const std::uint16_t other : edges_of_pairs(second)) {
+                        set(second, other);
+                        check_sample();
                     }
                 }
                 restore(second, 2);
@@ -135,31 +151,40 @@ class Damage {
     }
 
     const Bytes& message_;
+    bool reversed_;
     tests::GuardedBuffer guarded_;
 };
 
 template <class Record>
-void run_type() {
-    fuzz::CheckedUnit unit(false);
+void run_type(bool reversed) {
+    fuzz::CheckedUnit unit(reversed);
     const tests::RandomRecords<Record> record(7, tests::Filling::rich, 1, 1);
     Bytes compact(kaplo::message_bytes(&*record));
     auto length = static_cast<std::uint32_t>(compact.size());
     kaplo::pack(unit, &*record, compact.data(), &length);
-    Damage<Record>(compact).run();
+    Damage<Record>(compact, reversed).run();
     if constexpr (!kaplo::owns_memory<Record>) {
         Bytes image(kaplo::Image<Record>::bytes);
         kaplo::write_image(unit, *record, image.data());
-        Damage<Record>(image).run();
+        Damage<Record>(image, reversed).run();
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1) sample = std::strtoull(argv[1], nullptr, 10);
-#define NAC_RUN(Message) run_type<Message>();
-    NAC_ALL_MESSAGES(NAC_RUN)
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--all-pairs") {
+            pairs_of_all_edges = true;
+        } else {
+            sample = std::strtoull(argv[i], nullptr, 10);
+        }
+    }
+    for (const bool reversed : {false, true}) {
+#define NAC_RUN(Message) run_type<Message>(reversed);
+        NAC_ALL_MESSAGES(NAC_RUN)
 #undef NAC_RUN
+    }
     std::printf("%llu damaged messages read as the plain reader reads them, %llu of them without a fault\n",
                 static_cast<unsigned long long>(compared), static_cast<unsigned long long>(clean));
     return 0;

@@ -261,9 +261,12 @@ TYPED_TEST(Send, BatchOfNoRecordsCallsTheBusWithAnEmptyBlock) {
     EXPECT_EQ(this->services.allocations()[0].size, this->as_image ? 0U : kArea);
     EXPECT_EQ(this->services.releases().size(), 1U);
 
+    EXPECT_EQ(TestFixture::Functions::send_batch(1, nullptr, 0, 0), 42U);
+    EXPECT_EQ(this->bus.sends().size(), 2U);
+
     this->services.fail_allocation(0);
     EXPECT_EQ(TestFixture::Functions::send_batch(1, &record, 0, 0), kRefused);
-    EXPECT_EQ(this->bus.sends().size(), 1U);
+    EXPECT_EQ(this->bus.sends().size(), 2U);
 }
 
 TYPED_TEST(Send, BatchOfOneGoesThroughABlockToo) {

@@ -23,8 +23,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 RELEASE = ROOT / "build/release"
 WORK = ROOT / "build/faults"
-TEST_SECONDS = 60  # a fault may make an endless loop
-TEST_MEMORY = 16 << 30  # bytes of address space
+TEST_SECONDS = 30  # a fault may make an endless loop
+TEST_MEMORY = 64 << 30  # bytes of address space, of which tests map much and touch little
 
 SOURCES = ["runtime/*.h", "runtime/*.cpp", "bus/*.h", "nac/receive_unit.h", "nac/send_unit.h", "nac/*_recv.cpp",
            "nac/*_send.cpp"]
@@ -218,6 +218,9 @@ class Workshop:
         self.threads = self.configure("threads", "-DNAC_SANITIZERS=thread")
         if not (self.build(self.plain, "vorn_nac_user") and self.build(self.threads, "first_use_test")):
             sys.exit("seed_faults: the library as it is does not build")
+        killer = self.killer()
+        if killer:
+            sys.exit(f"seed_faults: without any fault, {killer} complains")
 
     def configure(self, name: str, *options: str) -> pathlib.Path:
         build = self.folder / name

@@ -7,10 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/support/give_up.h"
 
 namespace tests {
 
@@ -24,8 +25,7 @@ inline Bytes hex(std::string_view text) {
     for (const char character : text) {
         if (character == ' ') continue;
         const std::size_t digit = digits.find(character);
-        if (digit == std::string_view::npos)
-            throw std::invalid_argument("not hexadecimal: " + std::string(text));
+        if (digit == std::string_view::npos) give_up("not hexadecimal: " + std::string(text));
         if (high) {
             bytes.push_back(static_cast<std::uint8_t>(digit << 4));
         } else {
@@ -33,7 +33,7 @@ inline Bytes hex(std::string_view text) {
         }
         high = !high;
     }
-    if (!high) throw std::invalid_argument("an odd number of digits: " + std::string(text));
+    if (!high) give_up("an odd number of digits: " + std::string(text));
     return bytes;
 }
 

@@ -9,9 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include "tests/support/bytes.h"
+#include "tests/support/give_up.h"
 
 namespace tests {
 
@@ -23,7 +23,7 @@ class GuardedBuffer {
         mapped_ = readable + page;
         void* const start =
             mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (start == MAP_FAILED) throw std::bad_alloc();
+        if (start == MAP_FAILED) give_up("no memory");
         start_ = static_cast<std::uint8_t*>(start);
         mprotect(start_ + readable, page, PROT_NONE);
         end_ = start_ + readable;

@@ -8,9 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include "tests/support/bytes.h"
+#include "tests/support/give_up.h"
 
 namespace tests {
 
@@ -19,7 +19,7 @@ class LazyMemory {
     explicit LazyMemory(std::size_t bytes) : size_(bytes) {
         void* const start =
             mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (start == MAP_FAILED) throw std::bad_alloc();
+        if (start == MAP_FAILED) give_up("no memory");
         start_ = static_cast<std::uint8_t*>(start);
     }
     // The rest behind `head` is zero.
