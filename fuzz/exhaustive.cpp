@@ -7,6 +7,7 @@
 // out all but every N-th change, for slow builds.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdlib>
 
 #include "fuzz/checked_unit.h"
@@ -16,6 +17,8 @@
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+
+constexpr auto kOrder = std::endian::little;
 
 std::uint64_t sample = 1;
 std::uint64_t changes = 0;
@@ -41,7 +44,7 @@ class Damage {
     void check(const std::uint8_t* bytes, std::uint32_t length) {
         if (changes++ % sample != 0) return;
         ++compared;
-        if (fuzz::unpack_and_compare<Record>(bytes, length, false)) ++clean;
+        if (fuzz::unpack_and_compare<Record>(bytes, length, kOrder)) ++clean;
     }
 
     void all_truncations() {
@@ -98,7 +101,7 @@ class Damage {
 
     template <class T>
     void set(std::uint32_t at, T value) {
-        std::memcpy(guarded_.data() + at, &value, sizeof value);
+        fuzz::put(guarded_.data() + at, value, sizeof value);
     }
     void restore(std::uint32_t at, std::uint32_t bytes) {
         std::copy_n(message_.begin() + at, bytes, guarded_.data() + at);
@@ -140,7 +143,7 @@ class Damage {
 
 template <class Record>
 void run_type() {
-    fuzz::CheckedUnit unit(false);
+    fuzz::CheckedUnit unit(kOrder);
     const tests::RandomRecords<Record> record(7, tests::Filling::rich, 1, 1);
     Bytes compact(kaplo::message_bytes(&*record));
     auto length = static_cast<std::uint32_t>(compact.size());
