@@ -38,7 +38,7 @@ std::int32_t take(const VORN_SendDescriptor* descriptors, std::uint32_t count, b
 template <class Record>
 void send(fuzz::Supply& supply, std::uint8_t options) {
     static std::vector<std::uint64_t> room(kRecordRoom / sizeof(std::uint64_t));
-    fuzz::CheckedUnit unit((options & 1) != 0);
+    fuzz::CheckedUnit unit(fuzz::order_from(options));
     unit.state.general_allocate = allocate_little;
     fuzz::account.clear();
     auto count = supply.take<std::uint32_t>();

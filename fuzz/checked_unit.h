@@ -5,6 +5,7 @@
 #define FUZZ_CHECKED_UNIT_H
 
 #include <array>
+#include <bit>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -65,11 +66,11 @@ inline void release(void* block, std::uint32_t /*owner_code*/, const char* calle
     account.log.push_back(std::string(function) + ": " + text.data());
 }
 
-// Hooks are resolved from the start.
+// Hooks are resolved from the start. The wire has the order asked for, whatever the host's.
 class CheckedUnit : public kaplo::Unit {
   public:
-    explicit CheckedUnit(bool reversed) {
-        byte_swap = reversed ? 1 : 0;
+    explicit CheckedUnit(std::endian order) {
+        byte_swap = order == std::endian::native ? 0 : 1;
         state.cache_allocate = allocate;
         state.cache_free = release;
         state.general_allocate = allocate;
@@ -92,10 +93,10 @@ inline constexpr std::uint64_t kStepsOfAnyMessage = 128;
 // Unpacks the bytes, with the library and with the plain reader, and holds the two against each other and
 // against the promises made to a host. Returns whether nothing went wrong in the bytes.
 template <class Record>
-bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, bool reversed,
+bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, std::endian order,
                         std::optional<std::size_t> failing_allocation = std::nullopt) {
     constexpr std::uint8_t before = kaplo::owns_memory<Record> ? 0 : 0x5A;
-    CheckedUnit unit(reversed);
+    CheckedUnit unit(order);
     account.clear();
     account.failing_allocation = failing_allocation;
     Record record;
@@ -104,7 +105,7 @@ bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, bool re
 
     Record expected;
     std::memset(static_cast<void*>(&expected), before, sizeof expected);
-    tests::PlainReader reader(bytes, length, reversed, failing_allocation);
+    tests::PlainReader reader(bytes, length, order, failing_allocation);
     reader.unpack(&expected);
     tests::Difference difference;
     if (!tests::same(record, expected, difference)) broken(difference.result(false).message());
@@ -131,9 +132,9 @@ bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, bool re
 }
 
 template <class Record>
-bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, bool reversed,
+bool unpack_and_compare(const std::vector<std::uint8_t>& bytes, std::endian order,
                         std::optional<std::size_t> failing_allocation = std::nullopt) {
-    return unpack_and_compare<Record>(bytes.data(), static_cast<std::uint32_t>(bytes.size()), reversed,
+    return unpack_and_compare<Record>(bytes.data(), static_cast<std::uint32_t>(bytes.size()), order,
                                       failing_allocation);
 }
 

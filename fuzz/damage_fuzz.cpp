@@ -32,7 +32,7 @@ std::vector<std::uint8_t> packed(kaplo::Unit& unit, const Record& record, bool a
 
 template <class Record>
 void damage(fuzz::Supply& supply, std::uint8_t options) {
-    const bool reversed = (options & 1) != 0;
+    const std::endian order = fuzz::order_from(options);
     std::vector<Change> changes(1 + (options >> 2 & 3));
     for (Change& change : changes) {
         change = {supply.take<std::uint16_t>(), supply.take<std::uint8_t>(), supply.take<std::uint32_t>()};
@@ -41,7 +41,7 @@ void damage(fuzz::Supply& supply, std::uint8_t options) {
     std::optional<std::size_t> failing;
     if ((options & 16) != 0) failing = options >> 5;
 
-    fuzz::CheckedUnit unit(reversed);
+    fuzz::CheckedUnit unit(order);
     fuzz::account.clear();
     fuzz::RecordSource source(supply);
     Record record = {};
@@ -51,11 +51,11 @@ void damage(fuzz::Supply& supply, std::uint8_t options) {
         const std::size_t at = change.at % bytes.size();
         constexpr std::size_t widths[] = {1, 2, 4};
         const std::size_t width = std::min(widths[change.width % 3], bytes.size() - at);
-        std::memcpy(bytes.data() + at, &change.value, width);
+        fuzz::put(bytes.data() + at, change.value, width);
     }
     if (cut % 4 == 0) bytes.resize(cut / 4 % (bytes.size() + 1));
     bytes.shrink_to_fit();
-    fuzz::unpack_and_compare<Record>(bytes, reversed, failing);
+    fuzz::unpack_and_compare<Record>(bytes, order, failing);
 }
 
 }  // namespace

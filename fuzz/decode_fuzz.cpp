@@ -8,11 +8,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Supply supply(data, size);
     const auto type = supply.take<std::uint8_t>();
     const auto options = supply.take<std::uint8_t>();
-    const bool reversed = (options & 1) != 0;
+    const std::endian order = fuzz::order_from(options);
     std::optional<std::size_t> failing;
     if ((options & 2) != 0) failing = options >> 2 & 7;
     const std::vector<std::uint8_t> bytes = supply.rest();
-    fuzz::with_message_type(
-        type, [&]<class Record> { fuzz::unpack_and_compare<Record>(bytes, reversed, failing); });
+    fuzz::with_message_type(type,
+                            [&]<class Record> { fuzz::unpack_and_compare<Record>(bytes, order, failing); });
     return 0;
 }

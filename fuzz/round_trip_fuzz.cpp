@@ -17,8 +17,8 @@ void unpacks_to(const Record& expected, kaplo::Unit& unit, const std::vector<std
 }
 
 template <class Record>
-void round_trip(fuzz::Supply& supply, bool reversed) {
-    fuzz::CheckedUnit unit(reversed);
+void round_trip(fuzz::Supply& supply, std::endian order) {
+    fuzz::CheckedUnit unit(order);
     fuzz::account.clear();
     fuzz::RecordSource source(supply);
     Record record = {};
@@ -36,13 +36,13 @@ void round_trip(fuzz::Supply& supply, bool reversed) {
     fuzz::promise(kaplo::write_message(unit, &record, bytes.data(), size) == size,
                   "the bytes written are the size that is told");
     unpacks_to(record, unit, bytes);
-    fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, reversed), "what was packed is good");
+    fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, order), "what was packed is good");
 
     if constexpr (!kaplo::owns_memory<Record>) {
         std::vector<std::uint8_t> image(kaplo::Image<Record>::bytes);
         kaplo::write_image(unit, record, image.data());
         unpacks_to(record, unit, image);
-        fuzz::promise(fuzz::unpack_and_compare<Record>(image, reversed), "an image is good");
+        fuzz::promise(fuzz::unpack_and_compare<Record>(image, order), "an image is good");
     }
 }
 
@@ -51,7 +51,7 @@ void round_trip(fuzz::Supply& supply, bool reversed) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Supply supply(data, size);
     const auto type = supply.take<std::uint8_t>();
-    const bool reversed = supply.take<std::uint8_t>() % 2 != 0;
-    fuzz::with_message_type(type, [&]<class Record> { round_trip<Record>(supply, reversed); });
+    const std::endian order = fuzz::order_from(supply.take<std::uint8_t>());
+    fuzz::with_message_type(type, [&]<class Record> { round_trip<Record>(supply, order); });
     return 0;
 }

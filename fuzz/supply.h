@@ -3,11 +3,11 @@
 #ifndef FUZZ_SUPPLY_H
 #define FUZZ_SUPPLY_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <string>
 #include <type_traits>
@@ -27,19 +27,30 @@ inline void promise(bool kept, const std::string& what) {
     if (!kept) broken(what);
 }
 
-// The input, front to back; zeros where it has ended.
+// The low bytes of a number, little-endian.
+inline void put(std::uint8_t* at, std::uint64_t value, std::size_t bytes) {
+    for (std::size_t i = 0; i < bytes; ++i) at[i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+// The byte order that an input asks for with its lowest bit.
+inline std::endian order_from(std::uint8_t options) {
+    return options % 2 == 0 ? std::endian::little : std::endian::big;
+}
+
+// The input, front to back; zeros where it has ended. Its numbers are little-endian, so that an input means
+// the same on every machine.
 class Supply {
   public:
     Supply(const std::uint8_t* data, std::size_t size) : next_(data), left_(size) {}
 
     template <class T>
     T take() {
-        T value = 0;
-        const std::size_t taken = left_ < sizeof value ? left_ : sizeof value;
-        if (taken != 0) std::memcpy(&value, next_, taken);
+        std::uint64_t value = 0;
+        const std::size_t taken = left_ < sizeof(T) ? left_ : sizeof(T);
+        for (std::size_t i = 0; i < taken; ++i) value |= std::uint64_t{next_[i]} << (8 * i);
         next_ += taken;
         left_ -= taken;
-        return value;
+        return static_cast<T>(value);
     }
 
     // All that is left, in an allocation of just this size.

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // A unit with its byte-swap flag set, as a build for a big-endian host has it: every number is reversed.
+//
+// Expected numbers stand with their highest digits first, as a little-endian host that reverses writes them;
+// reversed() turns them round where this host is big-endian.
 #include <array>
+#include <bit>
 
 #include "runtime/compact.h"
 #include "runtime/image.h"
@@ -106,8 +110,10 @@ class ByteSwap : public MessageTest {
         const Bytes bytes = packed(record);
         Record read = unpacked<Record>(bytes);
         EXPECT_TRUE(same_bytes(packed(read), bytes));
-        // Read back in the host's order: the values themselves came through.
+        // Packed in the host's order: the values themselves came through.
         kaplo::Unit other;
+        kaplo::KaploMemHooksInit(other);
+        other.byte_swap = 0;
         EXPECT_TRUE(same_bytes(packed_by(other, read), packed_by(other, record)));
         kaplo::free_unpacked(unit, &read);
         EXPECT_EQ(logged(), Lines{});
@@ -116,60 +122,76 @@ class ByteSwap : public MessageTest {
     kaplo::Unit unit;
 };
 
+constexpr std::endian kOtherOrder =
+    std::endian::native == std::endian::little ? std::endian::big : std::endian::little;
+
+// What a reversing unit writes, from the numbers in it; what the same unit writes without its flag.
+Bytes reversed(std::string_view text) { return numbers_in(kOtherOrder, text); }
+void expect_reversed(const Bytes& actual, std::string_view text) {
+    EXPECT_TRUE(same_bytes(actual, reversed(text)));
+}
+void expect_unreversed(const Bytes& actual, std::string_view text) {
+    EXPECT_TRUE(same_bytes(actual, numbers_in(std::endian::native, text)));
+}
+
+// The flag with which units start makes the wire little-endian; the other one makes it big-endian.
+static_assert(kaplo::kByteSwap == (std::endian::native == std::endian::little ? 0 : 1));
+constexpr std::uint32_t kOtherFlag = 1 - kaplo::kByteSwap;
+
 constexpr Nac_UserDataFlowCfg kCfg = {0x0102030405060708, 0x1112131415161718, 0x2122232425262728,
                                       0x3132333435363738};
 
 constexpr std::string_view kReversedCfg =
-    "00 00 00 10"               // root reference
-    "00 0c 00 24"               // vtable length, table length
-    "00 04 00 0c 00 14 00 1c"   // places of f0 to f3
-    "00 00 00 0c"               // soffset
-    "01 02 03 04 05 06 07 08"   // f0, reversed as a whole
-    "11 12 13 14 15 16 17 18"   // f1
-    "21 22 23 24 25 26 27 28"   // f2
-    "31 32 33 34 35 36 37 38";  // f3
+    "00000010 "             // root reference
+    "000c 0024 "            // vtable length, table length
+    "0004 000c 0014 001c "  // places of f0 to f3
+    "0000000c "             // soffset
+    "0102030405060708 "     // f0, reversed as a whole
+    "1112131415161718 "     // f1
+    "2122232425262728 "     // f2
+    "3132333435363738";     // f3
 
 constexpr std::string_view kReversedCfgImage =
-    "00 00 00 04"              // root reference
-    "ff ff ff dc"              // soffset -36
-    "01 02 03 04 05 06 07 08"  // f0
-    "11 12 13 14 15 16 17 18"  // f1
-    "21 22 23 24 25 26 27 28"  // f2
-    "31 32 33 34 35 36 37 38"  // f3
-    "00 0c 00 24"              // vtable length, table length
-    "00 04 00 0c 00 14 00 1c"  // places
-    "00 00 00 00";             // padding
+    "00000004 "             // root reference
+    "ffffffdc "             // soffset -36
+    "0102030405060708 "     // f0
+    "1112131415161718 "     // f1
+    "2122232425262728 "     // f2
+    "3132333435363738 "     // f3
+    "000c 0024 "            // vtable length, table length
+    "0004 000c 0014 001c "  // places
+    "00000000";             // padding
 
-TEST_F(ByteSwap, ReversesEveryNumberOfTheCompactLayout) { EXPECT_BYTES(packed(kCfg), kReversedCfg); }
+TEST_F(ByteSwap, ReversesEveryNumberOfTheCompactLayout) { expect_reversed(packed(kCfg), kReversedCfg); }
 
-TEST_F(ByteSwap, ReversesEveryNumberOfTheImage) { EXPECT_BYTES(image(kCfg), kReversedCfgImage); }
+TEST_F(ByteSwap, ReversesEveryNumberOfTheImage) { expect_reversed(image(kCfg), kReversedCfgImage); }
 
 TEST_F(ByteSwap, UnpacksBothReversedLayouts) {
-    const auto from_compact = unpacked<Nac_UserDataFlowCfg>(hex(kReversedCfg));
-    const auto from_image = unpacked<Nac_UserDataFlowCfg>(hex(kReversedCfgImage));
+    const auto from_compact = unpacked<Nac_UserDataFlowCfg>(reversed(kReversedCfg));
+    const auto from_image = unpacked<Nac_UserDataFlowCfg>(reversed(kReversedCfgImage));
     EXPECT_EQ(std::memcmp(&from_compact, &kCfg, sizeof kCfg), 0);
     EXPECT_EQ(std::memcmp(&from_image, &kCfg, sizeof kCfg), 0);
     EXPECT_EQ(logged(), Lines{});
 }
 
 constexpr std::string_view kReversedNumbers =
-    "00 00 00 18"                          // root reference: table at 24
-    "00 14 00 46"                          // vtable length; table length 70, which counts the vectors
-    "00 04 00 05 00 07 00 0b"              // places of f0 to f3
-    "00 13 00 17 00 1b 00 1f"              // places of f4 to f7
-    "00 00 00 14"                          // soffset
-    "11"                                   // f0
-    "12 34"                                // f1
-    "12 34 56 78"                          // f2
-    "01 02 03 04 05 06 07 08"              // f3
-    "00 00 00 10"                          // f4, at 19: its vector at 35
-    "00 00 00 13"                          // f5, at 23: its vector at 42
-    "00 00 00 17"                          // f6, at 27: its vector at 50
-    "00 00 00 1f"                          // f7, at 31: its vector at 62
-    "00 00 00 03 61 62 63"                 // f4: bytes stay as they are
-    "00 00 00 02 01 02 03 04"              // f5: two u16
-    "00 00 00 02 01 02 03 04 05 06 07 08"  // f6: two u32
-    "00 00 00 02 0a 0b 0c 0d";             // f7: two u16
+    "00000018 "                    // root reference: table at 24
+    "0014 0046 "                   // vtable length; table length 70, which counts the vectors
+    "0004 0005 0007 000b "         // places of f0 to f3
+    "0013 0017 001b 001f "         // places of f4 to f7
+    "00000014 "                    // soffset
+    "11 "                          // f0
+    "1234 "                        // f1
+    "12345678 "                    // f2
+    "0102030405060708 "            // f3
+    "00000010 "                    // f4, at 19: its vector at 35
+    "00000013 "                    // f5, at 23: its vector at 42
+    "00000017 "                    // f6, at 27: its vector at 50
+    "0000001f "                    // f7, at 31: its vector at 62
+    "00000003 61 62 63 "           // f4: bytes stay as they are
+    "00000002 0102 0304 "          // f5: two u16
+    "00000002 01020304 05060708 "  // f6: two u32
+    "00000002 0a0b 0c0d";          // f7: two u16
 
 TEST_F(ByteSwap, ReversesNumbersOfEveryWidthInFieldsAndVectorsButNoBytes) {
     std::array<std::uint8_t, 3> bytes = {'a', 'b', 'c'};
@@ -178,11 +200,11 @@ TEST_F(ByteSwap, ReversesNumbersOfEveryWidthInFieldsAndVectorsButNoBytes) {
     const example::Numbers numbers = {
         0x11,         0x1234, 0x12345678,   0x0102030405060708, 3, bytes.data(), 2,
         words.data(), 2,      longs.data(), {0x0A0B, 0x0C0D}};
-    EXPECT_BYTES(packed(numbers), kReversedNumbers);
+    expect_reversed(packed(numbers), kReversedNumbers);
 }
 
 TEST_F(ByteSwap, ReadsNumbersOfEveryWidth) {
-    auto numbers = unpacked<example::Numbers>(hex(kReversedNumbers));
+    auto numbers = unpacked<example::Numbers>(reversed(kReversedNumbers));
     EXPECT_EQ(numbers.f0, 0x11);
     EXPECT_EQ(numbers.f1, 0x1234);
     EXPECT_EQ(numbers.f2, 0x12345678U);
@@ -202,55 +224,55 @@ TEST_F(ByteSwap, ReadsNumbersOfEveryWidth) {
 
 TEST_F(ByteSwap, ReversesFixedArraysOfTheImageToo) {
     const Nac_L2NotifyNacUserOfflineMsg notice = {1, 2, 3, 0x0405, {10, 11, 12, 13, 14, 15}, 5, 6, 7};
-    EXPECT_BYTES(image(notice),
-                 "00 00 00 04"              // root reference
-                 "ff ff ff d4"              // soffset -44
-                 "00 00 00 01"              // f0
-                 "00 00 00 02"              // f1
-                 "00 00 00 03"              // f2
-                 "04 05"                    // f3
-                 "00 00 00 04"              // f4: the vector follows
-                 "00 00 00 06"              // its count
-                 "0a 0b 0c 0d 0e 0f"        // its bytes, as they are
-                 "00 00 00 05"              // f5
-                 "00 00 00 06"              // f6
-                 "00 00 00 07"              // f7
-                 "00 14 00 2c"              // vtable length, table length
-                 "00 04 00 08 00 0c 00 10"  // places of f0 to f3
-                 "00 12 00 20 00 24 00 28"  // places of f4 to f7
-                 "00 00 00 00");            // padding
+    expect_reversed(image(notice),
+                    "00000004 "             // root reference
+                    "ffffffd4 "             // soffset -44
+                    "00000001 "             // f0
+                    "00000002 "             // f1
+                    "00000003 "             // f2
+                    "0405 "                 // f3
+                    "00000004 "             // f4: the vector follows
+                    "00000006 "             // its count
+                    "0a 0b 0c 0d 0e 0f "    // its bytes, as they are
+                    "00000005 "             // f5
+                    "00000006 "             // f6
+                    "00000007 "             // f7
+                    "0014 002c "            // vtable length, table length
+                    "0004 0008 000c 0010 "  // places of f0 to f3
+                    "0012 0020 0024 0028 "  // places of f4 to f7
+                    "00000000");            // padding
 }
 
 // ---- the shortened reversal: numbers that nobody reads, or that are below 256 ------------------------
 
 TEST_F(ByteSwap, KeepsOnlyTheLowByteOfTheLengthOfATableWithoutVectors) {
     const Bytes answer = image(Nac_UserDataFlowQueryAckMsg{});
-    EXPECT_BYTES(Bytes(answer.begin() + 268, answer.end()),
-                 "00 08"          // vtable length
-                 "00 08"          // table length 264 = 0x0108
-                 "00 04 00 08"    // places of f0 and f1
-                 "00 00 00 00");  // padding
+    expect_reversed(Bytes(answer.begin() + 268, answer.end()),
+                    "0008 "       // vtable length
+                    "0008 "       // table length 264 = 0x0108
+                    "0004 0008 "  // places of f0 and f1
+                    "00000000");  // padding
     const Bytes rule = image(Nac_RadiusDaclRule{});
-    EXPECT_BYTES(Bytes(rule.begin() + 272, rule.end()),
-                 "00 12"                                      // vtable length
-                 "00 09"                                      // table length 265 = 0x0109
-                 "00 04 00 05 00 09 00 0d 00 11 00 15 00 19"  // places of f0 to f6
-                 "00 00 00 00 00 00");                        // padding
+    expect_reversed(Bytes(rule.begin() + 272, rule.end()),
+                    "0012 "                                // vtable length
+                    "0009 "                                // table length 265 = 0x0109
+                    "0004 0005 0009 000d 0011 0015 0019 "  // places of f0 to f6
+                    "00 00 00 00 00 00");                  // padding
 }
 
 TEST_F(ByteSwap, ReversesTheLengthOfATableWithVectorsInFull) {
     std::vector<Nac_UserDataFlowInfo> infos(100);
     const Bytes list = packed(Nac_UserDataFlowMsg{100, infos.data()});
-    EXPECT_BYTES(Bytes(list.begin(), list.begin() + 22),
-                 "00 00 00 0a"    // root reference
-                 "00 06"          // vtable length
-                 "01 9c"          // table length 412
-                 "00 04"          // place of f0
-                 "00 00 00 06"    // soffset
-                 "00 00 00 04"    // f0
-                 "00 00 00 64");  // its count
+    expect_reversed(Bytes(list.begin(), list.begin() + 22),
+                    "0000000a "   // root reference
+                    "0006 "       // vtable length
+                    "019c "       // table length 412
+                    "0004 "       // place of f0
+                    "00000006 "   // soffset
+                    "00000004 "   // f0
+                    "00000064");  // its count
     // The elements, without vectors, have short tables.
-    EXPECT_BYTES(Bytes(list.begin() + 422, list.begin() + 426), "00 10 00 14");
+    expect_reversed(Bytes(list.begin() + 422, list.begin() + 426), "0010 0014");
 }
 
 TEST_F(ByteSwap, ReversesTheLengthOfATableWithByteVectorsInFull) {
@@ -259,33 +281,33 @@ TEST_F(ByteSwap, ReversesTheLengthOfATableWithByteVectorsInFull) {
     ack.f14_count = 300;
     ack.f14 = content.data();
     const Bytes bytes = packed(ack);
-    EXPECT_BYTES(Bytes(bytes.begin() + 4, bytes.begin() + 8), "00 26 01 38");  // 4 + 4 + 4 + 300
+    expect_reversed(Bytes(bytes.begin() + 4, bytes.begin() + 8), "0026 0138");  // 4 + 4 + 4 + 300
 }
 
 TEST_F(ByteSwap, ReversesTheLengthOfATableWithFixedArraysInFull) {
     const example::LongArray array = {};
     const Bytes compact = packed(array);
-    EXPECT_BYTES(Bytes(compact.begin(), compact.begin() + 10), "00 00 00 0a 00 06 01 38 00 04");
+    expect_reversed(Bytes(compact.begin(), compact.begin() + 10), "0000000a 0006 0138 0004");
     const Bytes fixed = image(array);
-    EXPECT_BYTES(Bytes(fixed.begin() + 4 + 312, fixed.begin() + 4 + 312 + 6), "00 06 01 38 00 04");
+    expect_reversed(Bytes(fixed.begin() + 4 + 312, fixed.begin() + 4 + 312 + 6), "0006 0138 0004");
 }
 
 TEST_F(ByteSwap, KeepsOnlyTheLowByteOfAFieldOffset) {
     const Bytes bytes = image(example::FarField{});
     ASSERT_EQ(bytes.size(), 280U);
-    EXPECT_BYTES(Bytes(bytes.begin() + 268, bytes.begin() + 276),
-                 "00 08"    // vtable length
-                 "00 08"    // table length 264
-                 "00 04"    // place of f0
-                 "00 04");  // place of f1: 260 = 0x0104
+    expect_reversed(Bytes(bytes.begin() + 268, bytes.begin() + 276),
+                    "0008 "   // vtable length
+                    "0008 "   // table length 264
+                    "0004 "   // place of f0
+                    "0004");  // place of f1: 260 = 0x0104
 }
 
 TEST_F(ByteSwap, ShowsNoneOfThisWithoutTheFlag) {
     unit.byte_swap = 0;
     const Bytes far_field = image(example::FarField{});
-    EXPECT_BYTES(Bytes(far_field.begin() + 268, far_field.begin() + 276), "08 00 08 01 04 00 04 01");
+    expect_unreversed(Bytes(far_field.begin() + 268, far_field.begin() + 276), "0008 0108 0004 0104");
     const Bytes rule = image(Nac_RadiusDaclRule{});
-    EXPECT_BYTES(Bytes(rule.begin() + 272, rule.begin() + 276), "12 00 09 01");
+    expect_unreversed(Bytes(rule.begin() + 272, rule.begin() + 276), "0012 0109");
 }
 
 // ---- round trips -------------------------------------------------------------------------------------
@@ -334,16 +356,16 @@ TEST_F(ByteSwap, RoundTripsTheUserTable) {
     entry.f53[15] = 0x0102;
     expect_round_trip(entry);
     const Bytes packed_entry = packed(entry);
-    EXPECT_BYTES(Bytes(packed_entry.begin(), packed_entry.begin() + 6), "00 00 00 76 00 72");
+    expect_reversed(Bytes(packed_entry.begin(), packed_entry.begin() + 6), "00000076 0072");
     // The inline part of soffset, f0, f17, f47 and ten references, and the two fixed arrays: 104.
-    EXPECT_BYTES(Bytes(packed_entry.begin() + 6, packed_entry.begin() + 8), "00 68");
+    expect_reversed(Bytes(packed_entry.begin() + 6, packed_entry.begin() + 8), "0068");
 }
 
 // ---- faults ------------------------------------------------------------------------------------------
 
 TEST_F(ByteSwap, LogsNumbersAsTheyWereRead) {
-    unpacked<Nac_UserDataFlowCfg>(hex("00 00 00 ff"));
-    unpacked<Nac_UserDataFlowCfg>(hex("00 00 00 08 00 ff 00 04 00 00 00 04"));
+    unpacked<Nac_UserDataFlowCfg>(reversed("000000ff"));
+    unpacked<Nac_UserDataFlowCfg>(reversed("00000008 00ff 0004 00000004"));
     EXPECT_EQ(logged(),
               (Lines{"Nac_UserDataFlowCfg_unpack: [KAPLO]:Table offset(255) is out of range(4 - 4)",
                      "Nac_UserDataFlowCfg_unpack: [KAPLO]:Vtable Len(255) is out of range(0 - 8)"}));
@@ -351,7 +373,7 @@ TEST_F(ByteSwap, LogsNumbersAsTheyWereRead) {
 
 TEST_F(ByteSwap, DoesNotUnderstandBytesInTheOtherOrder) {
     unit.byte_swap = 0;
-    const auto cfg = unpacked<Nac_UserDataFlowCfg>(hex(kReversedCfg));
+    const auto cfg = unpacked<Nac_UserDataFlowCfg>(reversed(kReversedCfg));
     EXPECT_EQ(cfg.f0, 0xAAAAAAAAAAAAAAAA);
     EXPECT_EQ(logged_texts(), Lines{"[KAPLO]:Table offset(268435456) is out of range(4 - 52)"});
 }
@@ -362,9 +384,9 @@ TEST_F(ByteSwap, IsOnWithAnyValueButZero) {
     for (const std::uint32_t value : {2U, 0x100U, 0x80000000U, 0xFFFFFFFFU}) {
         SCOPED_TRACE(value);
         unit.byte_swap = value;
-        EXPECT_BYTES(packed(kCfg), kReversedCfg);
-        EXPECT_BYTES(image(kCfg), kReversedCfgImage);
-        const auto cfg = unpacked<Nac_UserDataFlowCfg>(hex(kReversedCfg));
+        expect_reversed(packed(kCfg), kReversedCfg);
+        expect_reversed(image(kCfg), kReversedCfgImage);
+        const auto cfg = unpacked<Nac_UserDataFlowCfg>(reversed(kReversedCfg));
         EXPECT_EQ(cfg.f0, kCfg.f0);
     }
 }
@@ -372,63 +394,66 @@ TEST_F(ByteSwap, IsOnWithAnyValueButZero) {
 TEST_F(ByteSwap, IsOffWithoutTheFlag) {
     unit.byte_swap = 0;
     const Bytes compact = packed(kCfg);
-    EXPECT_BYTES(Bytes(compact.begin(), compact.begin() + 8), "10 00 00 00 0c 00 24 00");
+    expect_unreversed(Bytes(compact.begin(), compact.begin() + 8), "00000010 000c 0024");
     const Bytes fixed = image(kCfg);
-    EXPECT_BYTES(Bytes(fixed.begin(), fixed.begin() + 8), "04 00 00 00 dc ff ff ff");
+    expect_unreversed(Bytes(fixed.begin(), fixed.begin() + 8), "00000004 ffffffdc");
 }
 
 TEST_F(ByteSwap, FlagIsResetByTheFirstPack) {
     kaplo::Unit fresh;
-    fresh.byte_swap = 1;
+    fresh.byte_swap = kOtherFlag;
     const Bytes bytes = packed_by(fresh, kCfg);
-    EXPECT_EQ(fresh.byte_swap, 0U);
+    EXPECT_EQ(fresh.byte_swap, kaplo::kByteSwap);
     EXPECT_EQ(get32(bytes, 0), 16U);
 }
 
 TEST_F(ByteSwap, FlagIsResetByTheFirstPackThatRefuses) {
     kaplo::Unit fresh;
-    fresh.byte_swap = 1;
+    fresh.byte_swap = kOtherFlag;
     std::uint32_t length = 0;
     EXPECT_EQ(kaplo::pack<Nac_UserDataFlowCfg>(fresh, nullptr, nullptr, &length), kRefused);
-    EXPECT_EQ(fresh.byte_swap, 0U);
+    EXPECT_EQ(fresh.byte_swap, kaplo::kByteSwap);
 }
 
 TEST_F(ByteSwap, FlagIsResetByTheFirstUnpackEvenIfItRefuses) {
     kaplo::Unit fresh;
-    fresh.byte_swap = 1;
+    fresh.byte_swap = kOtherFlag;
     EXPECT_EQ(kaplo::unpack<Nac_UserDataFlowCfg>(fresh, nullptr, 0, nullptr), 32U);
-    EXPECT_EQ(fresh.byte_swap, 0U);
+    EXPECT_EQ(fresh.byte_swap, kaplo::kByteSwap);
 }
 
 TEST_F(ByteSwap, FlagIsResetByTheFirstImage) {
     kaplo::Unit fresh;
-    fresh.byte_swap = 1;
+    fresh.byte_swap = kOtherFlag;
     Bytes bytes(56);
     kaplo::write_image(fresh, kCfg, bytes.data());
-    EXPECT_EQ(fresh.byte_swap, 0U);
+    EXPECT_EQ(fresh.byte_swap, kaplo::kByteSwap);
     EXPECT_EQ(get32(bytes, 0), 4U);
 }
 
 TEST_F(ByteSwap, FlagIsResetByTheFirstFreeWithSomethingToRelease) {
     kaplo::Unit fresh;
-    fresh.byte_swap = 1;
+    fresh.byte_swap = kOtherFlag;
     Nac_UserDataFlowMsg list = {};
     kaplo::free_unpacked(fresh, &list);
-    EXPECT_EQ(fresh.byte_swap, 0U);
+    EXPECT_EQ(fresh.byte_swap, kaplo::kByteSwap);
 }
 
 TEST_F(ByteSwap, FlagIsResetOnceOnly) {
+    unit.byte_swap = kOtherFlag;
     packed(kCfg);
-    unpacked<Nac_UserDataFlowCfg>(hex("00 00 00 ff"));  // this also resolves the log hook
-    EXPECT_EQ(unit.byte_swap, 1U);
+    unpacked<Nac_UserDataFlowCfg>(hex("ff ff ff ff"));  // this also resolves the log hook
+    EXPECT_EQ(unit.byte_swap, kOtherFlag);
 }
 
 TEST_F(ByteSwap, FlagIsResetAtStartUp) {
+    unit.byte_swap = kOtherFlag;
     unit.start_up();
-    EXPECT_EQ(unit.byte_swap, 0U);
+    EXPECT_EQ(unit.byte_swap, kaplo::kByteSwap);
 }
 
 TEST_F(ByteSwap, FlagBelongsToOneUnit) {
+    unit.byte_swap = kOtherFlag;
     kaplo::Unit other;
     EXPECT_EQ(get32(packed_by(other, kCfg), 0), 16U);
     EXPECT_EQ(get32(packed(kCfg), 0), 0x10000000U);

@@ -430,33 +430,36 @@ TEST(UnitState, LiesInMemoryAsItIsDocumented) {
     EXPECT_EQ(offsetof(KaploLogModule, owner_code), 2 * sizeof(char*));
 }
 
+// A byte-swap flag that no build starts with.
+constexpr std::uint32_t kOtherFlag = 7;
+
 class UnitHooks : public Hooks {
   protected:
     kaplo::Unit unit;
 };
 
 TEST_F(UnitHooks, StartUpResetsTheByteSwapFlagAndNothingElse) {
-    unit.byte_swap = 1;
+    unit.byte_swap = kOtherFlag;
     unit.start_up();
-    EXPECT_EQ(unit.byte_swap, 0U);
+    EXPECT_EQ(unit.byte_swap, kaplo::kByteSwap);
     EXPECT_EQ(unit.state.memory_ready, 0U);
     EXPECT_EQ(unit.state.log_ready, 0U);
     EXPECT_EQ(services.use_flag_calls(), 0U);
 }
 
 TEST_F(UnitHooks, FirstResolutionOfTheMemoryHooksResetsTheByteSwapFlagLaterCallsLeaveIt) {
-    unit.byte_swap = 1;
+    unit.byte_swap = kOtherFlag;
     KaploMemHooksInit(unit);
-    EXPECT_EQ(unit.byte_swap, 0U);
-    unit.byte_swap = 1;
+    EXPECT_EQ(unit.byte_swap, kaplo::kByteSwap);
+    unit.byte_swap = kOtherFlag;
     KaploMemHooksInit(unit);
-    EXPECT_EQ(unit.byte_swap, 1U);
+    EXPECT_EQ(unit.byte_swap, kOtherFlag);
 }
 
 TEST_F(UnitHooks, ResolutionOfTheLogHooksLeavesTheByteSwapFlag) {
-    unit.byte_swap = 1;
+    unit.byte_swap = kOtherFlag;
     KaploLogHooksInit(unit);
-    EXPECT_EQ(unit.byte_swap, 1U);
+    EXPECT_EQ(unit.byte_swap, kOtherFlag);
 }
 
 TEST_F(UnitHooks, MemoryHooksAreTheCacheAllocatorAndFree) {

@@ -353,9 +353,14 @@ TEST_F(FixedLayout, HoldsAFixedArrayWithReferenceAndCountInItsPlace) {
 }
 
 TEST_F(FixedLayout, CountsEverythingUpToTheEndOfTheLastFieldInTheTableLength) {
-    EXPECT_EQ(get16(sent(Nac_CfgUclGroupIp{}), 30), 21);              // four u32 and one u8
-    EXPECT_EQ(get16(sent(Nac_DaclRuleIpInfo{}), 182), 175);           // fixed arrays included
-    EXPECT_EQ(get16(sent(Nac_UserDataFlowQueryAckMsg{}), 270), 264);  // the nested image included
+    EXPECT_EQ(get16(sent(Nac_CfgUclGroupIp{}), 30), 21);                  // four u32 and one u8
+    EXPECT_EQ(get16(sent(Nac_DaclRuleIpInfo{}), 182), 175);               // fixed arrays included
+    EXPECT_EQ(get16(sent(Nac_ConfigAccessUserUclGroupIpMsg{}), 62), 53);  // the nested image included
+}
+
+TEST_F(FixedLayout, StatesATableLengthAbove255InFullUnlessTheHostReversesAndKeepsItsLowByte) {
+    EXPECT_EQ(get16(sent(Nac_UserDataFlowQueryAckMsg{}), 270), in_full_or_shortened(264, 264 - 256));
+    EXPECT_EQ(get16(sent(Nac_RadiusDaclRule{}), 274), in_full_or_shortened(265, 265 - 256));
 }
 
 TEST_F(FixedLayout, StartsNestedImagesWhereverTheirFieldStands) {

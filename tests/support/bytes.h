@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -34,6 +36,25 @@ inline Bytes hex(std::string_view text) {
         high = !high;
     }
     if (!high) give_up("an odd number of digits: " + std::string(text));
+    return bytes;
+}
+
+// Numbers in one of the byte orders, from text with their highest digits first: "10 0203" is a byte and a
+// 16-bit number. Throws where a group of digits is no number of 1, 2, 4 or 8 bytes.
+inline Bytes numbers_in(std::endian order, std::string_view text) {
+    Bytes bytes;
+    while (!text.empty()) {
+        const std::string_view group = text.substr(0, text.find(' '));
+        const Bytes number = hex(group);
+        if (!std::has_single_bit(number.size()) || number.size() > 8)
+            throw std::invalid_argument("not a number: " + std::string(group));
+        if (order == std::endian::big) {
+            bytes.insert(bytes.end(), number.begin(), number.end());
+        } else {
+            bytes.insert(bytes.end(), number.rbegin(), number.rend());
+        }
+        text.remove_prefix(std::min(text.size(), group.size() + 1));
+    }
     return bytes;
 }
 

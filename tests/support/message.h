@@ -21,6 +21,12 @@ namespace tests {
 
 inline constexpr std::uint32_t kRefused = 0xFFFFFFFF;
 
+// A host that reverses the byte order keeps only the low byte of some numbers; this is what this host sends.
+template <class T>
+constexpr T in_full_or_shortened(T in_full, T shortened) {
+    return kaplo::kByteSwap == 0 ? in_full : shortened;
+}
+
 // What the exported pack reports as the record's size, asked for with a null buffer (which logs a line); 0
 // where it refuses.
 template <class Record>

@@ -24,12 +24,9 @@ class PlainReader {
   public:
     using Requests = std::vector<std::pair<std::uint32_t, std::string>>;  // size, caller
 
-    PlainReader(const std::uint8_t* bytes, std::uint32_t length, bool reversed = false,
+    PlainReader(const std::uint8_t* bytes, std::uint32_t length, std::endian order,
                 std::optional<std::size_t> failing_allocation = std::nullopt)
-        : bytes_(bytes),
-          length_(length),
-          low_byte_first_(reversed != (std::endian::native == std::endian::little)),
-          failing_allocation_(failing_allocation) {}
+        : bytes_(bytes), length_(length), order_(order), failing_allocation_(failing_allocation) {}
 
     // Unpacks into the record, whose arrays belong to this reader afterwards.
     template <class Record>
@@ -70,7 +67,7 @@ class PlainReader {
     std::uint64_t number(std::uint64_t at, std::uint32_t width) const {
         std::uint64_t value = 0;
         for (std::uint32_t i = 0; i < width; ++i) {
-            const std::uint64_t place = low_byte_first_ ? i : width - 1 - i;
+            const std::uint64_t place = order_ == std::endian::little ? i : width - 1 - i;
             value |= std::uint64_t{bytes_[at + i]} << (8 * place);
         }
         return value;
@@ -217,7 +214,7 @@ class PlainReader {
 
     const std::uint8_t* bytes_;
     std::uint32_t length_;
-    bool low_byte_first_;
+    std::endian order_;
     std::optional<std::size_t> failing_allocation_;
     std::deque<std::vector<std::uint64_t>> arrays_;  // cleared, aligned for any record
 };
