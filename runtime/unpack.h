@@ -113,17 +113,23 @@ bool read_nested(Unit& unit, const Region<order>& region, std::uint32_t at, Reco
     return table.open(unit, region, at, name) && read_fields(unit, region, table, record);
 }
 
+enum class Outcome { whole, bad_header, bad_field };
+
 template <class Record, ByteOrder order>
-void read_root(Unit& unit, const Region<order>& region, Record& record) {
+Outcome read_root(Unit& unit, const Region<order>& region, Record& record) {
     static_assert(nests_no_memory<Record>);
     const auto clear = [&] { memset_s(&record, sizeof record, 0, sizeof record); };
     if constexpr (cleared_before_header_checks<Record>) clear();
     Table<order> table;
-    if (!table.open(unit, region, region.root_reference(), root_decoder_name<Record>())) return;
+    if (!table.open(unit, region, region.root_reference(), root_decoder_name<Record>())) {
+        return Outcome::bad_header;
+    }
     if constexpr (!cleared_before_header_checks<Record>) clear();
     if (!read_fields(unit, region, table, record)) {
         if constexpr (owns_memory<Record>) release(unit, record);
+        return Outcome::bad_field;
     }
+    return Outcome::whole;
 }
 
 // The exported unpack of every message type.

@@ -4,8 +4,9 @@
 // A unit's first call happens once in a process, so the tests count on CTest, which runs every test in a
 // process of its own. That the use flag is asked for once per unit is how a test sees from outside that a
 // unit resolved its hooks once; lookups_test.cpp counts the lookups themselves.
+#include <pthread.h>
+
 #include <functional>
-#include <latch>
 #include <thread>
 
 #include "tests/support/message.h"
@@ -15,33 +16,37 @@ namespace {
 
 using namespace tests;
 
-// Runs work(0) to work(count - 1), each in a thread of its own, and none before all threads are there.
+// Runs work(0) to work(count - 1), each in a thread of its own, and none before all threads are there. The
+// barrier is one that tools which watch threads know.
 void at_once(std::uint32_t count, const std::function<void(std::uint32_t)>& work) {
-    std::latch start(count);
+    pthread_barrier_t start;
+    ASSERT_EQ(pthread_barrier_init(&start, nullptr, count), 0);
     std::vector<std::thread> threads;
     for (std::uint32_t i = 0; i < count; ++i) {
         threads.emplace_back([&, i] {
-            start.arrive_and_wait();
+            pthread_barrier_wait(&start);
             work(i);
         });
     }
     for (std::thread& thread : threads) thread.join();
+    pthread_barrier_destroy(&start);
 }
 
+constexpr std::uint32_t kRacers = 64;  // for the first call into a unit
 constexpr std::uint32_t kThreads = 8;
 
 class FirstUseByThreads : public MessageTest, public testing::WithParamInterface<UnitCalls> {};
 INSTANTIATE_TEST_SUITE_P(, FirstUseByThreads, testing::ValuesIn(kUnits), unit_name);
 
 TEST_P(FirstUseByThreads, ResolvesTheMemoryHooksOnce) {
-    at_once(kThreads, [](std::uint32_t) { GetParam().use(); });
+    at_once(kRacers, [](std::uint32_t) { GetParam().use(); });
     EXPECT_EQ(services.use_flag_calls(), 1U);
 }
 
 TEST_P(FirstUseByThreads, ResolvesTheLogHookOnceAndLosesNoLine) {
-    at_once(kThreads, [](std::uint32_t) { GetParam().complain(); });
+    at_once(kRacers, [](std::uint32_t) { GetParam().complain(); });
     EXPECT_EQ(services.use_flag_calls(), 1U);
-    EXPECT_EQ(services.log_lines().size(), kThreads);
+    EXPECT_EQ(services.log_lines().size(), kRacers);
 }
 
 class Threads : public MessageTest {};

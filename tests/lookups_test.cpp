@@ -97,7 +97,7 @@ TEST_P(LookupsOfUnit, AreThoseOfTheMemoryHooksUntilALineIsLogged) {
 }
 
 TEST_P(LookupsOfUnit, HappenOnceHoweverManyThreadsCallFirst) {
-    constexpr int thread_count = 8;
+    constexpr int thread_count = 64;
     std::latch start(thread_count);
     std::vector<std::thread> threads;
     for (int i = 0; i < thread_count; ++i) {

@@ -23,16 +23,20 @@ def line(type_name: str, record: object) -> str:
     return json.dumps({"type": type_name, "record": record}) + "\n"
 
 
+def c_text(form: str, values: list[object]) -> str:
+    return form.replace("%u", "%d") % tuple(values)
+
+
 class CommandLine(unittest.TestCase):
     def test_version_and_help_are_data(self) -> None:
-        for arguments in (["--version"], ["--help"], ["types", "--help"], ["exchange", "--help"]):
+        for arguments in (["--version"], ["--help"], ["types", "--help"], ["decode", "--help"], ["exchange", "--help"]):
             done = nac(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
             self.assertNotEqual(done.stdout, "")
         self.assertRegex(nac("--version").stdout, r"^nac \d+\.\d+\.\d+\n$")
 
     def test_wrong_usage_is_2(self) -> None:
-        for arguments in ([], ["nonsense"], ["types", "--nonsense"], ["exchange"]):
+        for arguments in ([], ["nonsense"], ["types", "--nonsense"], ["decode"], ["exchange"]):
             done = nac(*arguments)
             self.assertEqual((done.returncode, done.stdout), (2, ""), arguments)
             self.assertIn("--help", done.stderr)
@@ -68,6 +72,53 @@ class Types(unittest.TestCase):
                 ],
             },
         )
+
+
+class Decode(unittest.TestCase):
+    def test_agrees_with_the_reference_on_its_corpus(self) -> None:
+        cases = []
+        for path in sorted((ROOT / "tests/reference/corpus").glob("*.jsonl")):
+            cases += map(json.loads, path.read_text().splitlines())
+        # Null pointers, other lengths and failing allocations cannot be told to the tool; corpus_test has them.
+        told = [case for case in cases if not case.keys() & {"null", "length", "fail_allocation"} and len(case["hex"]) >= 8]
+        done = nac("decode", "-", given="".join(json.dumps({"type": c["type"], "hex": c["hex"]}) + "\n" for c in told))
+        self.assertEqual(done.returncode, 1)
+        read = [json.loads(row) for row in done.stdout.splitlines()]
+        self.assertEqual(len(read), len(told))
+        for case, result in zip(told, read):
+            with self.subTest(type=case["type"], name=case["name"]):
+                self.assertEqual((result["type"], result["verdict"]), (case["type"], case["verdict"]))
+                if case["record"] != "untouched":  # the tool's records are zero before
+                    self.assertEqual(result["record"], case["record"])
+                lines = [f"{each['function']}: {c_text(each['format'], each['args'])}" for each in case["log"]]
+                self.assertEqual(result["faults"], lines)
+        print(f"{len(told)} of {len(cases)} cases of the corpus read as the reference reads them")
+
+    def test_a_good_message_is_a_record_and_no_words(self) -> None:
+        port = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff0700000001000000" + "08000c0004000800"}
+        done = nac("decode", "-", given=json.dumps(port))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(json.loads(done.stdout), {"type": "Nac_SetPortMsg", "verdict": "ok", "record": {"f0": 7, "f1": 1},
+                                                   "faults": []})
+
+    def test_damage_is_told_with_its_place(self) -> None:
+        done = nac("decode", "-", given='{"type": "Nac_SetPortMsg", "hex": "ffffffff00000000"}')
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr, "nac: standard input:1: Nac_SetPortMsg is damaged in its header: "
+                                      "Nac_SetPortMsg_unpack: [KAPLO]:Table offset(4294967295) is out of range(4 - 8)\n")
+
+    def test_lines_that_hold_no_message_are_told(self) -> None:
+        cases = {
+            '{"type": "Nac_SetPortMsg"}': 'no "hex"',
+            '{"type": "Nac_SetPortMsg", "hex": "abc"}': "odd number of digits",
+            '{"type": "Nac_SetPortMsg", "hex": 7}': "hex: 7 is not a text",
+            '{"type": "Nac_SetPortMsg", "hex": "ffffff"}': "Nac_SetPortMsg: 3 bytes are no message; it has 4 to 2147483647",
+        }
+        for given, complaint in cases.items():
+            done = nac("decode", "-", given=given)
+            self.assertEqual((done.returncode, done.stdout), (1, ""), given)
+            self.assertIn("nac: standard input:1: ", done.stderr)
+            self.assertIn(complaint, done.stderr)
 
 
 class Exchange(unittest.TestCase):

@@ -32,6 +32,12 @@ struct TypesOptions {
 };
 ExitCode run_types(const TypesOptions& options);
 
+// nac decode: received bytes as records, with what is wrong in them.
+struct DecodeOptions {
+    std::vector<std::string> files;  // "-" is standard input
+};
+ExitCode run_decode(const DecodeOptions& options);
+
 // nac exchange: sends records over the loopback bus and compares what arrives with what was sent.
 struct ExchangeOptions {
     std::vector<std::string> files;  // "-" is standard input

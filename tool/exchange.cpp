@@ -4,17 +4,12 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
-#include <iostream>
-#include <istream>
 #include <map>
 #include <memory>
 #include <memory_resource>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -22,6 +17,7 @@
 #include "host/loopback_bus.h"
 #include "host/services.h"
 #include "tool/commands.h"
+#include "tool/json_lines.h"
 #include "tool/message_type.h"
 
 namespace tool {
@@ -45,52 +41,17 @@ const std::byte* record_at(const MessageType& type, const Records& records, std:
     return records.storage.data() + index * type.record_bytes;
 }
 
-void read_line(const std::string& line, const std::string& origin, Input& input) {
-    const auto bad = [&origin](const std::string& what) {
-        return CommandError(kBadData, fmt::format("{}: {}", origin, what));
-    };
-    Json object;
-    try {
-        object = Json::parse(line);
-    } catch (const Json::parse_error& error) {
-        throw bad(fmt::format("not JSON, at character {}", error.byte));
-    }
-    if (!object.is_object() || !object.contains("type") || !object["type"].is_string()) {
-        throw bad("no \"type\" with a message type's name");
-    }
-    const auto name = object["type"].get<std::string>();
-    const MessageType* const type = find_message_type(name);
-    if (type == nullptr) throw bad(fmt::format("{} is not a message type; nac types lists them", name));
-    if (!object.contains("record")) throw bad("no \"record\"");
-
-    Records& records = input.by_type[type];
+void add_line(const JsonLine& line, Input& input) {
+    Records& records = input.by_type[&line.type];
     const std::size_t start = records.storage.size();
-    records.storage.resize(start + type->record_bytes);
+    records.storage.resize(start + line.type.record_bytes);
     try {
-        type->from_json(object["record"], records.storage.data() + start, input.arrays);
+        line.type.from_json(line.member("record"), records.storage.data() + start, input.arrays);
     } catch (const RecordError& error) {
-        throw bad(fmt::format("{}.{}", name, error.what()));
+        throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
     }
-    input.in_order.emplace_back(type, records.origins.size());
-    records.origins.push_back(origin);
-}
-
-void read_lines(std::istream& stream, const std::string& file, Input& input) {
-    std::string line;
-    for (std::size_t number = 1; std::getline(stream, line); ++number) {
-        if (line.find_first_not_of(" \t\r") != std::string::npos) {
-            read_line(line, fmt::format("{}:{}", file, number), input);
-        }
-    }
-    if (stream.bad()) throw CommandError(kTrouble, fmt::format("{}: cannot be read", file));
-}
-
-void read_file(const std::string& file, Input& input) {
-    if (file == "-") return read_lines(std::cin, "standard input", input);
-    std::ifstream stream(file);
-    if (!stream)
-        throw CommandError(kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno)));
-    read_lines(stream, file, input);
+    input.in_order.emplace_back(&line.type, records.origins.size());
+    records.origins.push_back(line.origin);
 }
 
 bool is_zero(const Json& value) {
@@ -238,7 +199,7 @@ class Exchange {
 
 ExitCode run_exchange(const ExchangeOptions& options) {
     Input input;
-    for (const std::string& file : options.files) read_file(file, input);
+    for_each_line(options.files, [&input](const JsonLine& line) { add_line(line, input); });
     return Exchange(input, options.json).run();
 }
 

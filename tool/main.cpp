@@ -20,6 +20,14 @@ ExitCode run(int argc, char** argv) {
     CLI::App* const types_command = app.add_subcommand("types", "List the message types: ids, sizes, fields");
     types_command->add_flag("--json", types.json, "One JSON object a line");
 
+    DecodeOptions decode;
+    CLI::App* const decode_command = app.add_subcommand(
+        "decode", "Read received bytes as the library does; print the records as JSON lines");
+    decode_command->add_option("FILE", decode.files, "Messages as JSON lines; - is standard input")
+        ->required();
+    decode_command->footer(
+        R"(A line: {"type": "Nac_SetPortMsg", "hex": "0c000000..."}. Exit code 1 if a message is damaged.)");
+
     ExchangeOptions exchange;
     CLI::App* const exchange_command = app.add_subcommand(
         "exchange",
@@ -37,7 +45,9 @@ ExitCode run(int argc, char** argv) {
         // CLI11 has exit codes of its own; here only --help and --version are 0.
         return app.exit(error) == 0 ? kOk : kBadUsage;
     }
-    return types_command->parsed() ? run_types(types) : run_exchange(exchange);
+    if (types_command->parsed()) return run_types(types);
+    if (decode_command->parsed()) return run_decode(decode);
+    return run_exchange(exchange);
 }
 
 }  // namespace

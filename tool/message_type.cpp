@@ -2,12 +2,53 @@
 // The message types, made from the descriptions.
 #include "tool/message_type.h"
 
+#include <array>
+#include <bit>
+#include <cstdarg>
+#include <cstdio>
 #include <utility>
 
+#include "runtime/release.h"
 #include "runtime/size.h"
+#include "runtime/unpack.h"
 
 namespace tool {
 namespace {
+
+// The wire is little-endian, on whatever machine the tool runs.
+constexpr auto kWireOrder =
+    std::endian::native == std::endian::little ? kaplo::ByteOrder::host : kaplo::ByteOrder::reversed;
+
+// A unit that takes its memory from the system and keeps its log lines. One at a time in a thread.
+class ListeningUnit : public kaplo::Unit {
+  public:
+    ListeningUnit() {
+        heard().clear();
+        state.log_write = hear;
+        state.memory_ready = 1;
+        state.log_ready = 1;
+    }
+
+    static const std::vector<std::string>& lines() { return heard(); }
+
+  private:
+    static std::vector<std::string>& heard() {
+        thread_local std::vector<std::string> lines;
+        return lines;
+    }
+
+    [[gnu::format(printf, 7, 8)]] static void hear(const KaploLogModule* /*module*/, std::uint32_t /*level*/,
+                                                   std::uint32_t /*category*/, const char* /*file*/,
+                                                   std::uint32_t /*line*/, const char* function,
+                                                   const char* format, ...) {
+        std::array<char, 256> text = {};  // the longest line has 70 characters and four numbers
+        va_list values;
+        va_start(values, format);
+        static_cast<void>(std::vsnprintf(text.data(), text.size(), format, values));
+        va_end(values);
+        heard().push_back(fmt::format("{}: {}", function, text.data()));
+    }
+};
 
 template <class F>
 std::string kind_text() {
@@ -44,6 +85,21 @@ class TypeOf final : public MessageType {
     Json to_json(const void* record) const override { return record_to_json(of(record)); }
     void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const override {
         record_from_json(object, *static_cast<Record*>(record), memory);
+    }
+    Decoded decode(std::span<const std::uint8_t> bytes) const override {
+        if (bytes.size() < kaplo::kShortestBuffer || bytes.size() > kaplo::kLongestBuffer) {
+            throw RecordError(name, fmt::format("{} bytes are no message; it has {} to {}", bytes.size(),
+                                                kaplo::kShortestBuffer, kaplo::kLongestBuffer));
+        }
+        ListeningUnit unit;
+        const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        Record record = {};
+        Decoded decoded;
+        decoded.outcome = kaplo::read_root(unit, region, record);
+        decoded.record = record_to_json(record);
+        decoded.faults = unit.lines();
+        kaplo::free_unpacked(unit, &record);
+        return decoded;
     }
     std::uint32_t packed_bytes(const void* record) const override {
         return kaplo::message_bytes(&of(record));

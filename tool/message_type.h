@@ -7,10 +7,12 @@
 #include <memory>
 #include <memory_resource>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "runtime/unpack.h"
 #include "tool/record_json.h"
 
 namespace tool {
@@ -18,6 +20,13 @@ namespace tool {
 struct FieldText {
     std::string name;  // "f0"
     std::string kind;  // "u32", "u8[6]", "Nac_SrvCar", "[u16]", "[Nac_Ipv6Addr]"
+};
+
+// What became of received bytes, and why.
+struct Decoded {
+    kaplo::Outcome outcome = kaplo::Outcome::whole;
+    Json record;                      // as unpack leaves it
+    std::vector<std::string> faults;  // "function: text", as a host's log shows them
 };
 
 class MessageType {
@@ -35,6 +44,9 @@ class MessageType {
 
     // `record` is zeroed storage of record_bytes; see record_from_json.
     virtual void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const = 0;
+
+    // Reads `bytes` as unpack does. Throws RecordError where their number is no buffer's.
+    virtual Decoded decode(std::span<const std::uint8_t> bytes) const = 0;
 
     // The compact size, as pack tells it.
     virtual std::uint32_t packed_bytes(const void* record) const = 0;

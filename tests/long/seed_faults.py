@@ -4,7 +4,7 @@
 # Each fault is a small change of one source: a comparison shifted by one, turned round, or decided beforehand, a
 # condition decided beforehand, a statement left out, a sum turned into a difference, a constant one higher, a trait
 # flipped, an acquire or release order relaxed. The library is rebuilt with the fault and meets the test programs of
-# the release build; what survives these meets tests that compile the faulty headers themselves, and ThreadSanitizer.
+# the release build; what survives these meets tests that compile the faulty headers themselves, and sanitizers.
 # Prints killed / seeded and each survivor; exits with 1 if there is one. Needs a build of the preset release.
 import argparse
 import collections
@@ -35,10 +35,12 @@ PROGRAMS = ["corpus_test", "user_table_test", "send_test", "pack_test", "unpack_
             "ipsec_access_test", "uclgroup_test", "user_notices_test", "user_type_test", "evt_test", "port_test",
             "registration_test", "allocation_failure_test", "hostile_batch_test", "round_trip_test"]
 # Tests that need a process each: first calls, and hosts that lack some of the hooks.
-SEPARATE = r"FirstUse|Threads|Lookups|LateHooks|host_with|binary_test|c_client"
+SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|host_with|binary_test|c_client"
 # Tests that compile the headers themselves.
-COMPILED = ["byte_swap_test", "description_test", "hooks_test", "platform_memory_test", "reversed_round_trip_test",
-            "bounded_test", "message_id_test", "decode_fuzz", "wire_format_test"]
+COMPILED = ["byte_swap_test", "description_test", "platform_memory_test", "reversed_round_trip_test", "bounded_test",
+            "message_id_test"]
+# Those of them that notice more under AddressSanitizer and UndefinedBehaviorSanitizer.
+CHECKED = ["bounded_test", "byte_swap_test", "unpack_test"]
 
 # Faults that change nothing that anyone could see, and why: (file, line, fault).
 HARMLESS: dict[tuple[str, str, str], str] = {}
@@ -216,7 +218,8 @@ class Workshop:
                 shutil.copy2(ROOT / name, target)
         self.plain = self.configure("plain")
         self.threads = self.configure("threads", "-DNAC_SANITIZERS=thread")
-        if not (self.build(self.plain, "vorn_nac_user") and self.build(self.threads, "first_use_test")):
+        self.checked = self.configure("checked", "-DNAC_SANITIZERS=address,undefined")
+        if not self.build(self.plain, "vorn_nac_user"):
             sys.exit("seed_faults: the library as it is does not build")
         killer = self.killer()
         if killer:
@@ -254,13 +257,16 @@ class Workshop:
                 return program
         if not self.run_tests(RELEASE, SEPARATE, **faulty):
             return "tests of first use, hosts and binary"
-        if not self.build(self.plain, *COMPILED):
-            return "the compiler"
-        if not self.run_tests(self.plain, "ByteSwap|byte_swap|description|Hooks|Memory|reversed|Bounded|MessageId|decode|"
-                              "wire_format"):
-            return "tests that compile the headers"
-        if not self.build(self.threads, "first_use_test"):
-            return "the compiler"
+        for build, programs in ((self.plain, [*COMPILED, "hooks_test"]), (self.checked, CHECKED),
+                                (self.threads, ["first_use_test"])):
+            if not self.build(build, *programs):
+                return "the compiler"
+        if not self.run_tests(self.plain, "Hooks|LogLines|FirstUse|UnitState|Fallback|UseFlag"):
+            return "hooks_test"
+        for build, programs in ((self.plain, COMPILED), (self.checked, CHECKED)):
+            for program in programs:
+                if not run(build / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", seconds=TEST_SECONDS):
+                    return program if build == self.plain else f"{program} under sanitizers"
         if not self.run_tests(self.threads, "FirstUse|Threads"):
             return "ThreadSanitizer"
         return ""
