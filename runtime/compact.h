@@ -164,9 +164,8 @@ std::uint32_t write_message(Unit& unit, const Record* record, std::uint8_t* buff
 template <class Record>
 std::uint32_t pack(Unit& unit, const Record* record, std::uint8_t* buffer, std::uint32_t* length) {
     KaploMemHooksInit(unit);
-    if (record == nullptr || length == nullptr) return kRefusal;
-    const std::uint32_t bytes = message_bytes(record);
-    if (bytes == 0 || *length < bytes) return kRefusal;
+    const std::uint32_t bytes = message_bytes(record);  // 0 for no record too
+    if (bytes == 0 || length == nullptr || *length < bytes) return kRefusal;
     // Without a buffer this only logs: the caller still learns the size.
     write_message(unit, record, buffer, *length);
     *length = bytes;

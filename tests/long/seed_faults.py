@@ -37,13 +37,24 @@ PROGRAMS = ["corpus_test", "user_table_test", "send_test", "pack_test", "unpack_
 # Tests that need a process each: first calls, and hosts that lack some of the hooks.
 SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|host_with|binary_test|c_client"
 # Tests that compile the headers themselves.
-COMPILED = ["byte_swap_test", "description_test", "platform_memory_test", "reversed_round_trip_test", "bounded_test",
-            "message_id_test"]
+COMPILED = ["byte_swap_test", "description_test", "bounded_test", "message_id_test", "reversed_round_trip_test",
+            "platform_memory_test"]
 # Those of them that notice more under AddressSanitizer and UndefinedBehaviorSanitizer.
 CHECKED = ["bounded_test", "byte_swap_test", "unpack_test"]
 
 # Faults that change nothing that anyone could see, and why: (file, line, fault).
-HARMLESS: dict[tuple[str, str, str], str] = {}
+TERMINATOR = "the terminating zero is copied or kept, which is the same"
+HARMLESS: dict[tuple[str, str, str], str] = {
+    ("runtime/bounded.h", "inline constexpr int kRefused = 34;  // ERANGE", "34 becomes 34 + 1"):
+        "any number but 0 refuses",
+    ("runtime/compact.h", "if (record == nullptr || capacity < kShortestBuffer || buffer == nullptr) {",
+     "< becomes <="): "no message has just 4 bytes",
+    ("runtime/description.h", "for (std::size_t i = 0; i < length; ++i) characters[i] = literal[i];",
+     "< becomes <="): TERMINATOR,
+    ("runtime/description.h",
+     "for (std::size_t i = 0; i < left_length; ++i) joined.characters[i] = left.characters[i];", "< becomes <="):
+        TERMINATOR,
+}
 
 
 @dataclasses.dataclass(frozen=True)
@@ -257,18 +268,18 @@ class Workshop:
                 return program
         if not self.run_tests(RELEASE, SEPARATE, **faulty):
             return "tests of first use, hosts and binary"
-        for build, programs in ((self.plain, [*COMPILED, "hooks_test"]), (self.checked, CHECKED),
-                                (self.threads, ["first_use_test"])):
-            if not self.build(build, *programs):
-                return "the compiler"
-        if not self.run_tests(self.plain, "Hooks|LogLines|FirstUse|UnitState|Fallback|UseFlag"):
-            return "hooks_test"
         for build, programs in ((self.plain, COMPILED), (self.checked, CHECKED)):
             for program in programs:
+                if not self.build(build, program):
+                    return "the compiler"
                 if not run(build / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", seconds=TEST_SECONDS):
                     return program if build == self.plain else f"{program} under sanitizers"
-        if not self.run_tests(self.threads, "FirstUse|Threads"):
-            return "ThreadSanitizer"
+        for build, program, pattern in ((self.plain, "hooks_test", "Hooks|LogLines|FirstUse|UnitState|Fallback|UseFlag"),
+                                        (self.threads, "first_use_test", "FirstUse|Threads")):
+            if not self.build(build, program):
+                return "the compiler"
+            if not self.run_tests(build, pattern):
+                return program if build == self.plain else "ThreadSanitizer"
         return ""
 
     @staticmethod
