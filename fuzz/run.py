@@ -1,13 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-# Runs the fuzzers of a build for a while, two at a time, and prints what they did.
+# Runs the fuzzers of a build for a while, one a processor, and prints what they did.
 #
-# Inputs that reach new code go to the corpus when --keep is given, reduced to those that matter. A finding is
-# left in build/fuzz/findings, and makes the exit code 1.
+# The engine is libFuzzer, under sanitizers, or AFL++, which knows other ways to new code; the programs are the same.
+# Inputs that reach new code go to the corpus when --keep is given, reduced to those that matter (libFuzzer only). A
+# finding is left in the build's folder findings/, and makes the exit code 1.
 import argparse
 import concurrent.futures
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
@@ -16,8 +18,10 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 SHARES = {"decode_fuzz": 4, "damage_fuzz": 4, "round_trip_fuzz": 2, "batch_fuzz": 1, "text_fuzz": 1}
 
 
-def run(name: str, build: pathlib.Path, seconds: int, keep: bool) -> tuple[str, int, int, list[str]]:
-    """Returns the name, executions, features, and the findings' paths."""
+Result = tuple[str, int, int, list[str]]  # name, executions, features reached, findings' paths
+
+
+def run_libfuzzer(name: str, build: pathlib.Path, seconds: int, keep: bool) -> Result:
     findings = build / "findings" / name
     working = build / "corpus" / name
     for folder in (findings, working):
@@ -40,18 +44,39 @@ def run(name: str, build: pathlib.Path, seconds: int, keep: bool) -> tuple[str, 
     return name, int(executed[-1]) if executed else 0, int(features[-1]) if features else 0, found
 
 
+def run_afl(name: str, build: pathlib.Path, seconds: int, _keep: bool) -> Result:
+    output = build / "findings" / name
+    shutil.rmtree(output, ignore_errors=True)
+    output.mkdir(parents=True)
+    # No screen, and no demands on the machine's settings: speed is not at stake.
+    settings = {name: "1" for name in ("AFL_NO_UI", "AFL_SKIP_CPUFREQ", "AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES",
+                                       "AFL_NO_AFFINITY")}
+    command = ["afl-fuzz", "-V", str(seconds), "-i", ROOT / "fuzz/corpus" / name, "-o", output, "--", build / "fuzz" / name]
+    done = subprocess.run(command, capture_output=True, text=True, errors="replace", env={**os.environ, **settings})
+    statistics = output / "default/fuzzer_stats"
+    if done.returncode != 0 or not statistics.exists():
+        return name, 0, 0, [f"{name} ended with {done.returncode}: {done.stdout[-500:]}"]
+    numbers = dict(re.findall(r"^(\w+) *: (\d+)$", statistics.read_text(), re.M))
+    found = sorted(str(path) for kind in ("crashes", "hangs") for path in (output / "default" / kind).glob("id*"))
+    return name, int(numbers["execs_done"]), int(numbers["edges_found"]), found
+
+
+ENGINES = {"libfuzzer": (run_libfuzzer, "build/fuzz"), "afl": (run_afl, "build/afl")}
+
+
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description="Runs the fuzzers for a while and prints what they did.")
     parser.add_argument("--seconds", type=int, default=60, help="for all fuzzers together on all processors")
     parser.add_argument("--keep", action="store_true", help="add what reaches new code to the stored inputs")
-    parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/fuzz")
+    parser.add_argument("--engine", choices=ENGINES, default="libfuzzer")
     arguments = parser.parse_args()
+    run, build = ENGINES[arguments.engine]
     jobs = os.cpu_count() or 1
     each = arguments.seconds * jobs / sum(SHARES.values())
     total = 0
     findings: list[str] = []
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        runs = [pool.submit(run, name, arguments.build, max(1, round(each * share)), arguments.keep)
+        runs = [pool.submit(run, name, ROOT / build, max(1, round(each * share)), arguments.keep)
                 for name, share in SHARES.items()]
         for future in concurrent.futures.as_completed(runs):
             name, executed, features, found = future.result()
