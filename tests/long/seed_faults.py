@@ -4,7 +4,7 @@
 # Each fault is a small change of one source: a comparison shifted by one, turned round, or decided beforehand, a
 # condition decided beforehand, a statement left out, a sum turned into a difference, a constant one higher, a trait
 # flipped, an acquire or release order relaxed. The library is rebuilt with the fault and meets the test programs of
-# the release build; what survives these meets tests that compile the faulty headers themselves, and sanitizers.
+# the release build: first with only the data-flow units rebuilt, which is quick, then whole. What survives these meets tests that compile the faulty headers themselves, and sanitizers.
 # Prints killed / seeded and each survivor; exits with 1 if there is one. Needs a build of the preset release.
 import argparse
 import collections
@@ -34,6 +34,9 @@ DESCRIPTIONS = ["nac/dataflow.h", "nac/ipsec_access.h", "nac/uclgroup.h", "nac/u
 PROGRAMS = ["corpus_test", "user_table_test", "send_test", "pack_test", "unpack_test", "truncation_test", "dataflow_test",
             "ipsec_access_test", "uclgroup_test", "user_notices_test", "user_type_test", "evt_test", "port_test",
             "registration_test", "allocation_failure_test", "hostile_batch_test", "round_trip_test"]
+# Those that are worth their time where only the data-flow units and the common runtime are faulty.
+QUICK_PROGRAMS = ["dataflow_test", "send_test", "unpack_test", "pack_test", "corpus_test", "truncation_test"]
+QUICK_OBJECTS = ["dataflow_recv.cpp.o", "dataflow_send.cpp.o", "kaplo_runtime.cpp.o"]
 # Tests that need a process each: first calls, and hosts that lack some of the hooks.
 SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|host_with|binary_test|c_client"
 # Tests that compile the headers themselves.
@@ -232,7 +235,14 @@ class Workshop:
         self.checked = self.configure("checked", "-DNAC_SANITIZERS=address,undefined")
         if not self.build(self.plain, "vorn_nac_user"):
             sys.exit("seed_faults: the library as it is does not build")
-        killer = self.killer()
+        self.good = self.folder / "good"  # objects without a fault
+        self.quick = self.folder / "quick"
+        for folder in (self.good, self.quick):
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir()
+        for item in self.objects():
+            shutil.copy2(item, self.good)
+        killer = self.quick_killer() or self.killer()
         if killer:
             sys.exit(f"seed_faults: without any fault, {killer} complains")
 
@@ -253,19 +263,42 @@ class Workshop:
         text = path.read_text()
         path.write_text(text[: fault.start] + fault.text + text[fault.end :])
         try:
-            return self.killer()
+            generic = fault.path.startswith(("runtime/", "bus/"))
+            return (self.quick_killer() if generic else "") or self.killer()
         finally:
             path.write_text(text)
+
+    def objects(self) -> list[pathlib.Path]:
+        return [item for part in ("library", "runtime") for item in (self.plain / part).rglob("*.o")]
+
+    def quick_killer(self) -> str:
+        """The same, with a library of which only the data-flow units and the common runtime have the fault."""
+        faulty = [item for item in self.objects() if item.name in QUICK_OBJECTS]
+        if not self.build(self.plain, *(str(item.relative_to(self.plain)) for item in faulty)):
+            return "the compiler"
+        good = [item for item in self.good.iterdir() if item.name not in QUICK_OBJECTS]
+        library = self.quick / "libvorn_nac_user.so.1"
+        if not run("clang", "-shared", "-Wl,-soname,libvorn_nac_user.so.1",
+                   f"-Wl,--version-script={ROOT}/nac/exported.map", *faulty, *good, "-o", library):
+            return "the linker"
+        return self.killing_program(QUICK_PROGRAMS, self.quick)
+
+    @staticmethod
+    def killing_program(programs: list[str], library: pathlib.Path) -> str:
+        for program in programs:
+            if not run(RELEASE / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", limited=True,
+                       seconds=TEST_SECONDS, LD_LIBRARY_PATH=str(library)):
+                return program
+        return ""
 
     def killer(self) -> str:
         """What noticed the fault that is in the sources; "" if nothing did."""
         if not self.build(self.plain, "vorn_nac_user"):
             return "the compiler"
+        program = self.killing_program(PROGRAMS, self.plain)
+        if program:
+            return program
         faulty = {"LD_LIBRARY_PATH": str(self.plain), "LIBRARY": str(self.plain / "libvorn_nac_user.so")}
-        for program in PROGRAMS:
-            if not run(RELEASE / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", limited=True,
-                       seconds=TEST_SECONDS, **faulty):
-                return program
         if not self.run_tests(RELEASE, SEPARATE, **faulty):
             return "tests of first use, hosts and binary"
         for build, programs in ((self.plain, COMPILED), (self.checked, CHECKED)):
