@@ -186,7 +186,8 @@ int main(int argc, char** argv) {
         NAC_ALL_MESSAGES(NAC_RUN)
 #undef NAC_RUN
     }
-    std::printf("%llu damaged messages read as the plain reader reads them, %llu of them without a fault\n",
-                static_cast<unsigned long long>(compared), static_cast<unsigned long long>(clean));
+    std::printf(
+        "count: %llu damaged messages read as the plain reader reads them, %llu of them without a fault\n",
+        static_cast<unsigned long long>(compared), static_cast<unsigned long long>(clean));
     return 0;
 }

@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
         }
     }
     run_random(random);
-    std::printf("%zu stored and %llu random inputs: every promise kept\n", stored,
-                static_cast<unsigned long long>(random));
+    std::printf("count: %zu stored and %llu random inputs keep the promise of %s\n", stored,
+                static_cast<unsigned long long>(random), std::filesystem::path(argv[0]).filename().c_str());
     return 0;
 }

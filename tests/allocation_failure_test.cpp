@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,15 @@ class AllocationFailure : public MessageTest, public testing::WithParamInterface
         return type.unpack(message.data(), static_cast<std::uint32_t>(message.size()), record);
     }
 
+    void fail_allocation(std::size_t nth) {
+        services.fail_allocation(nth);
+        ++failed;
+    }
+
+    static void TearDownTestSuite() { std::cout << "count: " << failed << " allocations made to fail\n"; }
+
     const MessageType& type = GetParam();
+    static inline int failed = 0;
 };
 NAC_FOR_ALL_MESSAGES(AllocationFailure);
 
@@ -66,7 +75,7 @@ TEST_P(AllocationFailure, InUnpackIsLoggedAndLeavesCountsWithoutArrays) {
         for (std::size_t failing = 0; failing < sizes.size(); ++failing) {
             SCOPED_TRACE(failing);
             services.reset();
-            services.fail_allocation(failing);
+            fail_allocation(failing);
             AnyRecord record(type);
             EXPECT_EQ(unpack(message, record.data()), type.record_bytes);
             EXPECT_EQ(logged(), Lines{complaint(sizes[failing])});
@@ -88,7 +97,7 @@ TEST_P(AllocationFailure, InUnpackLeavesARecordThatCanBePackedAndFreedTwice) {
     for (std::size_t failing = 0; failing < std::max<std::size_t>(arrays, 1); ++failing) {
         SCOPED_TRACE(failing);
         services.reset();
-        services.fail_allocation(failing);
+        fail_allocation(failing);
         AnyRecord record(type);
         unpack(message, record.data());
 
@@ -105,7 +114,7 @@ TEST_P(AllocationFailure, InUnpackLeavesARecordThatCanBePackedAndFreedTwice) {
 
 TEST_P(AllocationFailure, InASingleSendIsRefusedSilently) {
     const AnyRecords record = type.random(6, Filling::rich);
-    services.fail_allocation(0);
+    fail_allocation(0);
     const std::uint32_t result = type.send_to(1, *record, 1, 0);
     EXPECT_EQ(result, type.owns_memory ? kRefused : 0U);
     EXPECT_EQ(bus.sends().size(), type.owns_memory ? 0U : 1U);
@@ -116,7 +125,7 @@ TEST_P(AllocationFailure, InASingleSendIsRefusedSilently) {
 
 TEST_P(AllocationFailure, InABatchIsRefusedSilently) {
     const AnyRecords records = type.random(6, Filling::rich, kBatch);
-    services.fail_allocation(0);
+    fail_allocation(0);
     EXPECT_EQ(type.send_to(1, *records, kBatch, 0), kRefused);
     EXPECT_TRUE(bus.sends().empty());
     EXPECT_EQ(services.allocations().size(), 1U);
@@ -127,13 +136,13 @@ TEST_P(AllocationFailure, InABatchIsRefusedSilently) {
 // So no send has an allocation that was not made to fail above.
 TEST_P(AllocationFailure, CannotHappenTwiceInASend) {
     const AnyRecords records = type.random(6, Filling::rich, kBatch);
-    services.fail_allocation(1);
+    fail_allocation(1);
     EXPECT_EQ(type.send_to(1, *records, kBatch, 0), 0U);
     EXPECT_EQ(services.allocations().size(), 1U);
     EXPECT_EQ(services.releases().size(), 1U);
 
     services.reset();
-    services.fail_allocation(1);
+    fail_allocation(1);
     EXPECT_EQ(type.send_to(1, *records, 1, 0), 0U);
     EXPECT_EQ(services.releases().size(), type.owns_memory ? 1U : 0U);
 }

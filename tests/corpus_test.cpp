@@ -170,7 +170,12 @@ class Corpus : public MessageTest, public testing::WithParamInterface<MessageTyp
         return result;
     }
 
+    static void TearDownTestSuite() {
+        std::cout << "count: " << all_cases << " cases of the corpus agree with the reference\n";
+    }
+
     const MessageType& type = GetParam();
+    static inline int all_cases = 0;
 
   private:
     json log() const {
@@ -209,7 +214,7 @@ TEST_P(Corpus, UnpackAgreesWithTheReference) {
         EXPECT_EQ(outcome(line), expected_outcome(line));
     }
     EXPECT_GE(cases, 150) << "the corpus is not there";
-    std::cout << cases << " cases of " << type.name << '\n';
+    all_cases += cases;
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class Reproducible(unittest.TestCase):
             one = digest(here / "a", here / "a/build", TZ="UTC", LC_ALL="C", HOME="/nonexistent")
             other = digest(here / "another place" / "source", here / "out", TZ="Asia/Tokyo", LC_ALL="C.UTF-8", USER="somebody")
         self.assertEqual(one, other)
-        print(f"sha256 {one}")
+        print(f"count: two builds, one sha256 {one}")
 
 
 if __name__ == "__main__":

@@ -49,7 +49,7 @@ class StackUse(unittest.TestCase):
                     deepest[kind] = max(deepest.get(kind, (0, "")), (graph.depth(function), function))
         self.assertEqual(sorted(deepest), sorted(MOST))
         for kind, (depth, function) in deepest.items():
-            print(f"{depth:>5} bytes of stack under {function}, the most of all ...{kind}")
+            print(f"count: {depth:>5} bytes of stack under {function}, the most of all ...{kind}")
         for kind, (depth, function) in deepest.items():
             self.assertLessEqual(depth, MOST[kind], function)
 

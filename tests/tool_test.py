@@ -92,7 +92,7 @@ class Decode(unittest.TestCase):
                     self.assertEqual(result["record"], case["record"])
                 lines = [f"{each['function']}: {c_text(each['format'], each['args'])}" for each in case["log"]]
                 self.assertEqual(result["faults"], lines)
-        print(f"{len(told)} of {len(cases)} cases of the corpus read as the reference reads them")
+        print(f"count: {len(told)} of {len(cases)} cases of the corpus read as the reference reads them")
 
     def test_a_good_message_is_a_record_and_no_words(self) -> None:
         port = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff0700000001000000" + "08000c0004000800"}

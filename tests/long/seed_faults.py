@@ -4,8 +4,9 @@
 # Each fault is a small change of one source: a comparison shifted by one, turned round, or decided beforehand, a
 # condition decided beforehand, a statement left out, a sum turned into a difference, a constant one higher, a trait
 # flipped, an acquire or release order relaxed. The library is rebuilt with the fault and meets the test programs of
-# the release build: first with only the data-flow units rebuilt, which is quick, then whole. What survives these meets tests that compile the faulty headers themselves, and sanitizers.
-# Prints killed / seeded and each survivor; exits with 1 if there is one. Needs a build of the preset release.
+# the release build: first with only the data-flow units rebuilt, which is quick, then whole. What survives meets
+# tests that compile the faulty headers themselves, and sanitizers. Prints killed / seeded and each survivor; exits with 1
+# if there is one. Needs a build of the preset release.
 import argparse
 import collections
 import concurrent.futures
@@ -222,14 +223,15 @@ class Workshop:
     def __init__(self, number: int) -> None:
         self.folder = WORK / str(number)
         self.source = self.folder / "source"
-        shutil.rmtree(self.source, ignore_errors=True)
         listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=ROOT,
                                 check=True, capture_output=True, text=True).stdout
         for name in filter(None, listed.split("\0")):
             target = self.source / name
             target.parent.mkdir(parents=True, exist_ok=True)
-            if (ROOT / name).is_file():
-                shutil.copy2(ROOT / name, target)
+            if not (ROOT / name).is_file():
+                continue
+            if not target.is_file() or target.read_bytes() != (ROOT / name).read_bytes():
+                shutil.copyfile(ROOT / name, target)  # with the time of now, so that it is built
         self.plain = self.configure("plain")
         self.threads = self.configure("threads", "-DNAC_SANITIZERS=thread")
         self.checked = self.configure("checked", "-DNAC_SANITIZERS=address,undefined")
