@@ -58,6 +58,14 @@ HARMLESS: dict[tuple[str, str, str], str] = {
     ("runtime/description.h",
      "for (std::size_t i = 0; i < left_length; ++i) joined.characters[i] = left.characters[i];", "< becomes <="):
         TERMINATOR,
+    ("runtime/description.h",
+     "for (std::size_t i = 0; i + 1 < right_size; ++i) joined.characters[left_length + i] = right[i];",
+     "< becomes <="): TERMINATOR,
+    **{(f"nac/{unit}.cpp",
+        f"[[gnu::constructor(nac::start_up_order::{unit})]] void start_up() {{ unit.start_up(); }}",
+        "without unit.start_up();"): "the flag is 0 already, and every entry sets it at its unit's first call"
+       for module in ("dataflow", "evt", "port", "uclgroup", "user", "user_type", "ipsec_access")
+       for unit in (f"{module}_recv", f"{module}_send")},
 }
 
 
@@ -161,7 +169,7 @@ def places(path: str, text: str) -> list[tuple[int, int, str, str]]:
     for match in re.finditer(r"(?<=[;{}\n)])[ \t]*((?:[\w:.]|->|\*(?=\w))+(?:<[^;<>]*>)?(?:\([^;{}]*?\))?(?:\[\w+\])?"
                              r"(?: [+]?= [^;{}]*|\([^;{}]*\))?;)", code):
         statement = " ".join(match[1].split())
-        if re.match(r"(return|break|using|friend|std::uint|public|private|T |F )\b", statement) or (
+        if re.match(r"(return|break|using|friend|static_assert|std::uint|public|private|T |F )\b", statement) or (
                 not re.search(r"[(=]", statement)):
             continue
         found.append((match.start(1), match.end(1), ";", f"without {statement}"))
