@@ -18,8 +18,8 @@ LEVELS = ["-O0", "-O2", "-O3", "-O2 -flto"]
 def digest(compiler: str, level: str) -> str:
     c, cxx = COMPILERS[compiler]
     build = WORK / re.sub(r"\W+", "_", compiler + level)
-    # clang's objects of link-time optimisation need its own linker.
-    linker = "-fuse-ld=lld" if "lto" in level and "clang" in compiler else ""
+    # clang's objects of link-time optimisation need the linker of its own version.
+    linker = c.replace("clang", "-fuse-ld=lld") if "lto" in level and "clang" in compiler else ""
     for command in (["cmake", "-G", "Ninja", "-S", ROOT, "-B", build, f"-DCMAKE_C_COMPILER={c}", f"-DCMAKE_CXX_COMPILER={cxx}",
                      "-DCMAKE_BUILD_TYPE=None", f"-DCMAKE_C_FLAGS={level}", f"-DCMAKE_CXX_FLAGS={level}",
                      f"-DCMAKE_EXE_LINKER_FLAGS={linker}", f"-DCMAKE_SHARED_LINKER_FLAGS={linker}", "-DNAC_BUILD_TOOL=OFF"],
