@@ -14,7 +14,8 @@ namespace {
 using namespace tests;
 
 // A big-endian machine whose build reverses the wire keeps only the low byte of some numbers of vtables.
-constexpr std::uint64_t kExpected = std::endian::native == std::endian::little ? 0x371647890ad5817c : 0x9a864c2cb6120f3f;
+constexpr std::uint64_t kExpected =
+    std::endian::native == std::endian::little ? 0x371647890ad5817c : 0x9a864c2cb6120f3f;
 
 constexpr std::uint64_t kSeeds = 400;  // of every type
 constexpr std::uint32_t kDamages = 4;  // of every message

@@ -338,6 +338,8 @@ def main() -> int:
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     arguments = parser.parse_args()
     faults = [fault for fault in all_faults() if re.search(arguments.only, fault.path)]
+    for path, line, what in HARMLESS.keys() - {fault.key() for fault in all_faults()}:
+        sys.exit(f"seed_faults: {path} has no such fault any more: {what}: {line}")
     if arguments.list:
         for fault in faults:
             print(f"{fault.path}:{fault.line_number}: {fault.what}")
