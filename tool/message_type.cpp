@@ -97,7 +97,7 @@ class TypeOf final : public MessageType {
         Decoded decoded;
         decoded.outcome = kaplo::read_root(unit, region, record);
         decoded.record = record_to_json(record);
-        decoded.faults = unit.lines();
+        decoded.faults = ListeningUnit::lines();
         kaplo::free_unpacked(unit, &record);
         return decoded;
     }

@@ -23,7 +23,7 @@ struct FieldText {
 };
 
 // What became of received bytes, and why.
-struct Decoded {
+struct Decoded {  // NOLINT(bugprone-exception-escape): Json's own move says that it does not throw
     kaplo::Outcome outcome = kaplo::Outcome::whole;
     Json record;                      // as unpack leaves it
     std::vector<std::string> faults;  // "function: text", as a host's log shows them
