@@ -47,7 +47,7 @@ inline Bytes numbers_in(std::endian order, std::string_view text) {
         const std::string_view group = text.substr(0, text.find(' '));
         const Bytes number = hex(group);
         if (!std::has_single_bit(number.size()) || number.size() > 8)
-            throw std::invalid_argument("not a number: " + std::string(group));
+            give_up("not a number: " + std::string(group));
         if (order == std::endian::big) {
             bytes.insert(bytes.end(), number.begin(), number.end());
         } else {
