@@ -83,4 +83,8 @@ TEST(MessageId, OnlyTheFirstUnderscoreOfTheNameBecomesADot) {
     EXPECT_STREQ(kaplo::dotted(kaplo::Text("Nac_Set_Port")).c_str(), "Nac.Set_Port");
 }
 
+TEST(MessageId, ANameWithoutAnUnderscoreStaysAsItIs) {
+    EXPECT_STREQ(kaplo::dotted(kaplo::Text("Lease")).c_str(), "Lease");
+}
+
 }  // namespace
