@@ -113,6 +113,7 @@ bool read_nested(Unit& unit, const Region<order>& region, std::uint32_t at, Reco
     return table.open(unit, region, at, name) && read_fields(unit, region, table, record);
 }
 
+// How far reading came: to the end, to a fault in the root's header, or to one behind it.
 enum class Outcome { whole, bad_header, bad_field };
 
 template <class Record, ByteOrder order>

@@ -2,12 +2,10 @@
 // The message types, made from the descriptions.
 #include "tool/message_type.h"
 
-#include <array>
 #include <bit>
-#include <cstdarg>
-#include <cstdio>
 #include <utility>
 
+#include "host/services.h"
 #include "runtime/release.h"
 #include "runtime/size.h"
 #include "runtime/unpack.h"
@@ -19,36 +17,8 @@ namespace {
 constexpr auto kWireOrder =
     std::endian::native == std::endian::little ? kaplo::ByteOrder::host : kaplo::ByteOrder::reversed;
 
-// A unit that takes its memory from the system and keeps its log lines. One at a time in a thread.
-class ListeningUnit : public kaplo::Unit {
-  public:
-    ListeningUnit() {
-        heard().clear();
-        state.log_write = hear;
-        state.memory_ready = 1;
-        state.log_ready = 1;
-    }
-
-    static const std::vector<std::string>& lines() { return heard(); }
-
-  private:
-    static std::vector<std::string>& heard() {
-        thread_local std::vector<std::string> lines;
-        return lines;
-    }
-
-    [[gnu::format(printf, 7, 8)]] static void hear(const KaploLogModule* /*module*/, std::uint32_t /*level*/,
-                                                   std::uint32_t /*category*/, const char* /*file*/,
-                                                   std::uint32_t /*line*/, const char* function,
-                                                   const char* format, ...) {
-        std::array<char, 256> text = {};  // the longest line has 70 characters and four numbers
-        va_list values;
-        va_start(values, format);
-        static_cast<void>(std::vsnprintf(text.data(), text.size(), format, values));
-        va_end(values);
-        heard().push_back(fmt::format("{}: {}", function, text.data()));
-    }
-};
+// The tool's own unit, with the tool's host services as its hooks.
+kaplo::Unit unit;
 
 template <class F>
 std::string kind_text() {
@@ -91,13 +61,17 @@ class TypeOf final : public MessageType {
             throw RecordError(name, fmt::format("{} bytes are no message; it has {} to {}", bytes.size(),
                                                 kaplo::kShortestBuffer, kaplo::kLongestBuffer));
         }
-        ListeningUnit unit;
+        auto& services = host::Services::instance();
+        services.reset();
+        kaplo::KaploMemHooksInit(unit);
         const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
         Record record = {};
         Decoded decoded;
         decoded.outcome = kaplo::read_root(unit, region, record);
         decoded.record = record_to_json(record);
-        decoded.faults = ListeningUnit::lines();
+        for (const host::LogLine& line : services.log_lines()) {
+            decoded.faults.push_back(fmt::format("{}: {}", line.function, line.text));
+        }
         kaplo::free_unpacked(unit, &record);
         return decoded;
     }
