@@ -144,7 +144,7 @@ constexpr const char* root_decoder_name() {
     }
 }
 
-// ---- walking the fields ------------------------------------------------------------------------------
+// ---- walking the fields: always inline, so that a visitor's variables stay in registers -------------------
 
 template <class... T>
 constexpr std::uint32_t length_of(List<T...> /*list*/) {
@@ -155,20 +155,21 @@ template <class Record>
 inline constexpr std::uint32_t slots = length_of(typename Description<Record>::Fields{});
 
 template <class... F, std::size_t... id, class Visitor>
-constexpr bool every_of(List<F...> /*list*/, std::index_sequence<id...> /*ids*/, Visitor&& visit) {
+[[gnu::always_inline]] constexpr bool every_of(List<F...> /*list*/, std::index_sequence<id...> /*ids*/,
+                                               Visitor&& visit) {
     return (visit.template operator()<F, static_cast<std::uint32_t>(id)>() && ...);
 }
 
 // Calls visit<field, id>() in field-id order until one returns false; tells whether none did.
 template <class Record, class Visitor>
-constexpr bool every_field(Visitor&& visit) {
+[[gnu::always_inline]] constexpr bool every_field(Visitor&& visit) {
     return every_of(typename Description<Record>::Fields{}, std::make_index_sequence<slots<Record>>{}, visit);
 }
 
 // Calls visit<field, id>() for all fields in field-id order.
 template <class Record, class Visitor>
-constexpr void each_field(Visitor&& visit) {
-    every_field<Record>([&]<class F, std::uint32_t id> {
+[[gnu::always_inline]] constexpr void each_field(Visitor&& visit) {
+    every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
         visit.template operator()<F, id>();
         return true;
     });
@@ -182,6 +183,14 @@ constexpr bool is_one_of(Kind kind) {
 template <class Record, Kind... kinds>
 constexpr bool has_field_of() {
     return !every_field<Record>([]<class F, std::uint32_t id> { return !is_one_of<kinds...>(F::kind); });
+}
+
+// How many of the record's fields before field `end` are references in its table.
+template <class Record>
+constexpr std::uint32_t references_before(std::uint32_t end) {
+    std::uint32_t count = 0;
+    each_field<Record>([&]<class F, std::uint32_t id> { count += F::kind != Kind::scalar && id < end; });
+    return count;
 }
 
 // Unpack allocates arrays for the record, and free releases them.

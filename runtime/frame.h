@@ -43,7 +43,7 @@ struct CompactForm {
         return static_cast<std::uint32_t>(table_bytes(record));
     }
     static constexpr void write(const Record& record, std::uint8_t* at) {
-        write_table(Writer<ByteOrder::host>(at), record, true);
+        write_table(Writer<ByteOrder::host>(at), record);
     }
 };
 
@@ -263,22 +263,19 @@ template <class Record, ByteOrder order>
 inline constexpr bool has_frames = !owns_memory<Record> && sizeof(Record) <= kLargestFramedRecord &&
                                    order == ByteOrder::host && !kPlatformMemory;
 
-// Writes the table of a record without a scalar that is 0.
+// Writes the table of a record that has every scalar.
 template <class Record>
 Writer<ByteOrder::host> write_framed(Writer<ByteOrder::host> writer, const Record& record) {
-    CompactFrame<Record>::write(record, writer.cursor());
-    writer.reserve(CompactFrame<Record>::bytes);
+    CompactFrame<Record>::write(record, writer.reserve(CompactFrame<Record>::bytes));
     return writer;
 }
 
 template <class Record, ByteOrder order>
-constexpr Writer<order> write_element(Writer<order> writer, const Record& record, bool every_scalar) {
+constexpr Writer<order> write_element(Writer<order> writer, const Record& record) {
     if constexpr (has_frames<Record, order>) {
-        if (every_scalar || has_every_scalar(record, table_bytes(record))) {
-            return write_framed(writer, record);
-        }
+        if (table_bytes(record) == CompactFrame<Record>::bytes) return write_framed(writer, record);
     }
-    return write_table(writer, record, false);
+    return write_table(writer, record);
 }
 
 }  // namespace kaplo

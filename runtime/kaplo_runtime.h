@@ -66,9 +66,13 @@ struct Unit {
 void resolve_memory_hooks(Unit& unit);
 void resolve_log_hooks(Unit& unit);
 
+inline bool has_memory_hooks(const Unit& unit) {
+    return unit.state.memory_ready.load(std::memory_order_acquire) != 0;
+}
+
 // Makes the receive-side memory hooks valid; its first run resets the byte-swap flag.
 inline void KaploMemHooksInit(Unit& unit) {
-    if (unit.state.memory_ready.load(std::memory_order_acquire) == 0) resolve_memory_hooks(unit);
+    if (!has_memory_hooks(unit)) resolve_memory_hooks(unit);
 }
 
 // Makes the log hook and the send-side memory hooks valid.

@@ -6,6 +6,7 @@
 #ifndef KAPLO_REGION_H
 #define KAPLO_REGION_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstdint>
 
@@ -104,9 +105,10 @@ class Table {
             log_vtable_length(unit, function, vtable_length, region.size_ - vtable);
             return false;
         }
-        region_ = region;
         at_ = at;
-        vtable_ = vtable;
+        room_ = region.size_ - at;
+        table_ = region.bytes_ + at;
+        vtable_ = region.bytes_ + vtable;
         vtable_length_ = vtable_length;
         return true;
     }
@@ -114,39 +116,61 @@ class Table {
     // Finds the field's place, inside the region or up to 64 KiB behind it. False: the field is absent.
     bool locate(std::uint32_t id, std::uint32_t& at) const {
         if (vtable_length_ < slot_in_vtable(id) + kSlotBytes) return false;
-        const std::uint16_t distance = slot(id);
-        at = at_ + distance;
-        return distance != 0;
+        const std::uint16_t place = slot(id);
+        at = at_ + place;
+        return place != 0;
     }
 
     // Whether each scalar of the record is absent or inside the region, and the vtable has all slots.
     template <class Record>
     bool holds_scalars() const {
-        const std::uint32_t room = region_.size_ - at_;
-        if (vtable_length_ < vtable_bytes<Record> || room < sizeof(std::uint64_t)) return false;
+        constexpr std::uint32_t widest = sizeof(std::uint64_t);
+        if (vtable_length_ < vtable_bytes<Record> || room_ < widest) return false;
+        if (all_slots<slots<Record>>() <= room_ - widest) return true;
         std::uint32_t outside = 0;
-        each_field<Record>([&]<class F, std::uint32_t id> {
-            if constexpr (F::kind == Kind::scalar) outside |= slot(id) > room - sizeof(typename F::Member);
+        each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+            if constexpr (F::kind == Kind::scalar) {
+                constexpr std::uint32_t bytes = sizeof(typename F::Member);
+                outside |= slot(id) > room_ - bytes;
+            }
         });
         return outside == 0;
     }
 
     // The scalar, or 0 if it is absent; only after holds_scalars(). An absent one is read from the table's
-    // start and masked out, without a branch, since it would be taken at random.
+    // start and masked out, without a branch, since that would be taken at random.
     template <std::unsigned_integral T>
     T scalar(std::uint32_t id) const {
-        const std::uint16_t distance = slot(id);
-        return region_.template value_at<T>(at_ + distance) & static_cast<T>(0 - T{distance != 0});
+        const std::uint16_t place = slot(id);
+        return static_cast<T>(load<order, T>(table_ + place) & mask_if(place != 0));
     }
 
   private:
     std::uint16_t slot(std::uint32_t id) const {
-        return region_.template value_at<std::uint16_t>(vtable_ + slot_in_vtable(id));
+        return load<order, std::uint16_t>(vtable_ + slot_in_vtable(id));
     }
 
-    Region<order> region_ = {nullptr, 0};
+    // The bits of all slots together: a number not below any of them.
+    template <std::uint32_t count>
+    std::uint32_t all_slots() const {
+        constexpr std::uint32_t step = sizeof(std::uint64_t) / kSlotBytes;
+        if constexpr (count < step) {
+            return UINT32_MAX;
+        } else {
+            std::uint64_t four = 0;
+            for (std::uint32_t id = 0; id < count; id += step) {
+                four |= load<ByteOrder::host, std::uint64_t>(vtable_ +
+                                                             slot_in_vtable(std::min(id, count - step)));
+            }
+            const std::uint64_t two = four | four >> 32;
+            return static_cast<std::uint16_t>(two | two >> 16);
+        }
+    }
+
     std::uint32_t at_ = 0;
-    std::uint32_t vtable_ = 0;
+    std::uint32_t room_ = 0;  // bytes from the table's start to the region's end, at least 4
+    const std::uint8_t* table_ = nullptr;
+    const std::uint8_t* vtable_ = nullptr;
     std::uint32_t vtable_length_ = 0;
 };
 

@@ -44,7 +44,7 @@ template <Counting counting = Counting::written, class Record>
 [[gnu::flatten]] constexpr std::uint64_t table_bytes(const Record& record) {
     std::uint64_t bytes = vtable_bytes<Record> + kReferenceBytes;
     std::array<std::uint32_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
-    each_field<Record>([&]<class F, std::uint32_t id> {
+    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
         if constexpr (F::kind == Kind::scalar) {
             scalars[std::countr_zero(sizeof(typename F::Member))] +=
                 counting == Counting::all || F::in(record) != 0;
@@ -71,10 +71,16 @@ template <Counting counting = Counting::written, class Record>
     return bytes + scalars[0] + 2 * scalars[1] + 4 * scalars[2] + 8 * scalars[3];
 }
 
-// Whether a record whose table takes `bytes`, and all records in it, have no scalar that is 0.
+// Bytes that the size of a table includes, but the writer leaves out.
 template <class Record>
-bool has_every_scalar(const Record& record, std::uint64_t bytes) {
-    return bytes == table_bytes<Counting::all>(record);
+std::uint32_t left_out_bytes(const Record& record) {
+    std::uint32_t bytes = 0;
+    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+        if constexpr (F::kind == Kind::scalar_vector) {
+            if (has_size<F>(record) && !is_written<F>(record)) bytes += kReferenceBytes + kCountBytes;
+        }
+    });
+    return bytes;
 }
 
 // Bytes of a whole message; 0 for a null record and for one that does not fit 32 bits.
@@ -83,6 +89,12 @@ std::uint32_t message_bytes(const Record* record) {
     if (record == nullptr) return 0;
     const std::uint64_t bytes = kReferenceBytes + table_bytes(*record);
     return bytes <= kLargestMessage ? static_cast<std::uint32_t>(bytes) : 0;
+}
+
+// Bytes that the message would have if no scalar were 0: a bound that costs no walk over elements.
+template <class Record>
+std::uint64_t most_message_bytes(const Record& record) {
+    return kReferenceBytes + table_bytes<Counting::all>(record);
 }
 
 }  // namespace kaplo

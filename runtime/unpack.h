@@ -14,12 +14,14 @@
 
 namespace kaplo {
 
+inline bool are_unpack_arguments(const std::uint8_t* buffer, std::uint32_t length, const void* record) {
+    return buffer != nullptr && record != nullptr && length >= kShortestBuffer && length <= kLongestBuffer;
+}
+
 // A null buffer or record, or a length that is no buffer's, is logged under `function`.
 inline bool check_unpack_arguments(Unit& unit, const char* function, const std::uint8_t* buffer,
                                    std::uint32_t length, const void* record) {
-    if (buffer != nullptr && record != nullptr && length >= kShortestBuffer && length <= kLongestBuffer) {
-        return true;
-    }
+    if (are_unpack_arguments(buffer, length, record)) return true;
     log_unpack_arguments(unit, function, buffer, length, record);
     return false;
 }
@@ -44,11 +46,12 @@ void copy_elements(Element* to, const std::uint8_t* from, std::uint32_t count) {
 }
 
 template <class Record, ByteOrder order>
-bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record);
+[[gnu::always_inline]] inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at,
+                                               Record& record);
 
 // Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was.
 template <class Record, ByteOrder order>
-bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
+[[gnu::always_inline]] inline bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = CompactFrame<Record>;
         const std::uint8_t* const bytes = region.bytes_at(at - vtable_bytes<Record>, Frame::needed_bytes);
@@ -62,7 +65,7 @@ bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
 
 // Reads a message that has its frame, of either layout.
 template <class Record, ByteOrder order>
-bool read_framed_message(Region<order> region, Record& record) {
+[[gnu::always_inline]] inline bool read_framed_message(Region<order> region, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = ImageFrame<Record>;
         const std::uint32_t table = region.root_reference();
@@ -76,8 +79,8 @@ bool read_framed_message(Region<order> region, Record& record) {
 }
 
 template <class F, ByteOrder order>
-[[gnu::flatten, gnu::noinline]] bool read_vector(Unit& unit, Region<order> region, std::uint32_t at,
-                                                 typename F::Record& record) {
+[[gnu::noinline]] bool read_vector(Unit& unit, Region<order> region, std::uint32_t at,
+                                   typename F::Record& record) {
     using Record = typename F::Record;
     using Element = typename F::Element;
     constexpr bool of_tables = F::kind == Kind::table_vector;
@@ -107,7 +110,8 @@ template <class F, ByteOrder order>
 
 // Reads one field that is present at `at`. A fault ends decoding without a line in the log.
 template <class F, ByteOrder order>
-bool read_field(Unit& unit, Region<order> region, std::uint32_t at, typename F::Record& record) {
+[[gnu::always_inline]] inline bool read_field(Unit& unit, Region<order> region, std::uint32_t at,
+                                              typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar) {
         return region.read(at, F::in(record));
     } else if constexpr (F::kind == Kind::nested_table) {
@@ -126,17 +130,19 @@ bool read_field(Unit& unit, Region<order> region, std::uint32_t at, typename F::
 }
 
 template <class F, std::uint32_t id, ByteOrder order>
-bool read_if_present(Unit& unit, Region<order> region, Table<order> table, typename F::Record& record) {
+[[gnu::always_inline]] inline bool read_if_present(Unit& unit, Region<order> region, Table<order> table,
+                                                   typename F::Record& record) {
     std::uint32_t at;
     return !table.locate(id, at) || read_field<F>(unit, region, at, record);
 }
 
 // Reads the fields in field-id order until one fails; absent fields keep the zero that they have.
 template <class Record, ByteOrder order>
-bool read_fields(Unit& unit, Region<order> region, Table<order> table, Record& record) {
+[[gnu::always_inline]] inline bool read_fields(Unit& unit, Region<order> region, Table<order> table,
+                                               Record& record) {
     if constexpr (order == ByteOrder::host && has_field_of<Record, Kind::scalar>()) {
         if (table.template holds_scalars<Record>()) {
-            return every_field<Record>([&]<class F, std::uint32_t id> {
+            return every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
                 if constexpr (F::kind == Kind::scalar) {
                     F::in(record) = table.template scalar<typename F::Member>(id);
                     return true;
@@ -146,8 +152,9 @@ bool read_fields(Unit& unit, Region<order> region, Table<order> table, Record& r
             });
         }
     }
-    return every_field<Record>(
-        [&]<class F, std::uint32_t id> { return read_if_present<F, id>(unit, region, table, record); });
+    return every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+        return read_if_present<F, id>(unit, region, table, record);
+    });
 }
 
 // How far reading came: to the end, to a fault in the header, or to one behind it.
@@ -155,8 +162,8 @@ enum class Outcome { whole, bad_header, bad_field };
 
 // Reads the table at `at`; faults of its header are logged under `name`, and leave the record as it was.
 template <class Record, ByteOrder order>
-[[gnu::flatten, gnu::noinline]] Outcome read_table(Unit& unit, Region<order> region, std::uint32_t at,
-                                                   const char* name, Record& record) {
+[[gnu::noinline]] Outcome read_table(Unit& unit, Region<order> region, std::uint32_t at, const char* name,
+                                     Record& record) {
     Table<order> table;
     if (!table.open(unit, region, at, name)) return Outcome::bad_header;
     clear(record);
@@ -165,7 +172,8 @@ template <class Record, ByteOrder order>
 
 // Reads a nested table into a record inside another, or an element of its array.
 template <class Record, ByteOrder order>
-bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record) {
+[[gnu::always_inline]] inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at,
+                                               Record& record) {
     constexpr const char* name = nested_unpack_name<Record>.c_str();
     if constexpr (Description<Record>::nested_decoder_checks_arguments) {
         if (!check_unpack_arguments(unit, name, region.bytes(), region.size(), &record)) return false;
@@ -176,7 +184,6 @@ bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& rec
 template <class Record, ByteOrder order>
 Outcome read_root(Unit& unit, Region<order> region, Record& record) {
     static_assert(nests_no_memory<Record>);
-    if (read_framed_message(region, record)) return Outcome::whole;
     const Outcome outcome =
         read_table(unit, region, region.root_reference(), root_decoder_name<Record>(), record);
     if constexpr (cleared_before_header_checks<Record>) {
@@ -188,10 +195,10 @@ Outcome read_root(Unit& unit, Region<order> region, Record& record) {
     return outcome;
 }
 
-// The exported unpack of every message type.
+// Unpacks from the beginning: hooks not resolved, arguments not checked, no frame recognised.
 template <class Record>
-[[gnu::always_inline]] inline std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer,
-                                                   std::uint32_t length, Record* record) {
+[[gnu::noinline]] std::uint32_t unpack_in_full(Unit& unit, const std::uint8_t* buffer, std::uint32_t length,
+                                               Record* record) {
     KaploMemHooksInit(unit);
     if (check_unpack_arguments(unit, unpack_name<Record>.c_str(), buffer, length, record)) {
         if (unit.byte_swap == 0) {
@@ -201,6 +208,19 @@ template <class Record>
         }
     }
     return sizeof(Record);
+}
+
+// The exported unpack of every message type. A message with its frame is read here, where no call means no
+// register to save.
+template <class Record>
+[[gnu::always_inline]] inline std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer,
+                                                   std::uint32_t length, Record* record) {
+    if (has_frames<Record, ByteOrder::host> && has_memory_hooks(unit) &&
+        are_unpack_arguments(buffer, length, record) && unit.byte_swap == 0 &&
+        read_framed_message(Region<ByteOrder::host>(buffer, length), *record)) {
+        return sizeof(Record);
+    }
+    return unpack_in_full(unit, buffer, length, record);
 }
 
 }  // namespace kaplo

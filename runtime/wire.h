@@ -51,6 +51,14 @@ constexpr void store(std::uint8_t* at, T value) {
     }
 }
 
+// All ones if the condition holds, else 0: to choose without a branch. What the compiler cannot see, it
+// cannot turn into a branch again.
+constexpr std::size_t mask_if(bool condition) {
+    std::size_t mask = std::size_t{0} - std::size_t{condition};
+    if (!std::is_constant_evaluated()) asm("" : "+r"(mask));
+    return mask;
+}
+
 // Numbers of a vtable as they stand in memory. A reversing writer keeps only the low byte of field offsets
 // and of the lengths of tables without vectors; all its other numbers it reverses in full. Peers that
 // reverse do the same, and without reversal it does not show.
