@@ -4,6 +4,7 @@
 //
 // Input: message type and byte order, then the record.
 #include "fuzz/checked_unit.h"
+#include "tests/support/plain_writer.h"
 
 namespace {
 
@@ -35,12 +36,14 @@ void round_trip(fuzz::Supply& supply, std::endian order) {
                   "the size that is told is enough");
     fuzz::promise(kaplo::write_message(unit, &record, bytes.data(), size, size) == size,
                   "the bytes written are the size that is told");
+    fuzz::promise(bytes == tests::PlainWriter(order).compact(record), "the bytes are the plain writer's");
     unpacks_to(record, unit, bytes);
     fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, order), "what was packed is good");
 
     if constexpr (!kaplo::owns_memory<Record>) {
         std::vector<std::uint8_t> image(kaplo::Image<Record>::bytes);
         kaplo::write_image(unit, record, image.data());
+        fuzz::promise(image == tests::PlainWriter(order).image(record), "the image is the plain writer's");
         unpacks_to(record, unit, image);
         fuzz::promise(fuzz::unpack_and_compare<Record>(image, order), "an image is good");
     }
