@@ -45,6 +45,14 @@ void each_message(Visitor&& visit) {
     visit.template operator()<Nac_SetUserTableMsg>(Shape{"Nac_SetUserTableMsg rich", 6, 3, 256, true});
 }
 
+// The records of those messages.
+#define BENCH_RECORDS(RECORD)    \
+    RECORD(Nac_SetPortMsg)       \
+    RECORD(Nac_UserDataFlowInfo) \
+    RECORD(Nac_UserDataFlowMsg)  \
+    RECORD(Nac_DaclRuleIpInfo)   \
+    RECORD(Nac_SetUserTableMsg)
+
 inline constexpr std::uint32_t kLargestBatch = 100;
 
 // The records of one shape, back to back, and the arrays that they point to.
@@ -124,7 +132,7 @@ class Records {
         return static_cast<T>(top | (random_.next() & (top - 1)));
     }
 
-    const Shape& shape_;
+    const Shape shape_;
     const std::uint32_t set_of_six_;
     tests::Random random_{2026};
     std::vector<Record> records_;
