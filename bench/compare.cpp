@@ -25,6 +25,17 @@ std::uint32_t copy_bytes(const Sample& sample, void* output, std::uint32_t /*cap
     return sample.length;
 }
 
+template <class Record>
+double bytes_in_memory(const Record& record) {
+    double bytes = sizeof record;
+    kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
+        if constexpr (kaplo::is_one_of<kaplo::Kind::scalar_vector, kaplo::Kind::table_vector>(F::kind)) {
+            bytes += static_cast<double>(F::count(record)) * sizeof(typename F::Element);
+        }
+    });
+    return bytes;
+}
+
 // One codec's messages, and how long they are.
 struct Encoded {
     const char* codec;
@@ -37,7 +48,7 @@ class Case {
 
     std::string message;  // the shape's name
     Content content = Content::same;
-    std::uint32_t record_bytes = 0;
+    double memory_bytes = 0;  // of a record with its arrays; of a pool, the mean
     std::vector<Encoded> encoded;
     std::vector<Operation> operations;  // named "encode/<codec>", "decode/<codec>", "library/<operation>"
 };
@@ -53,8 +64,10 @@ class CaseOf : public Case {
     CaseOf(const Shape& shape, Content which) : workload_(shape, which) {
         message = shape.name;
         content = which;
-        record_bytes = sizeof(Record);
         const std::vector<Sample> records = workload_.record_samples();
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            memory_bytes += bytes_in_memory(workload_.records()[i]) / static_cast<double>(records.size());
+        }
 
         encoded.reserve(8);  // samples point into it
         for (const Codec& codec :
@@ -159,7 +172,7 @@ void print_facts(const std::vector<std::unique_ptr<Case>>& cases) {
             heap[operation.name] = heap_calls(operation, counter);
         all.push_back({{"message", one->message},
                        {"content", name_of(one->content)},
-                       {"record_bytes", one->record_bytes},
+                       {"memory_bytes", one->memory_bytes},
                        {"wire_bytes", sizes},
                        {"heap_calls", heap}});
     }

@@ -42,7 +42,10 @@ def proto(records: dict, package: str) -> str:
             kind = "bytes" if is_bytes(field) else plain(element)
             if not is_bytes(field) and element[0] == "u":
                 kind = "uint64" if element == "u64" else "uint32"
-            text += f"  {'repeated ' if repeated else ''}{kind} f{field['id']} = {field['id'] + 1};\n"
+            # Without a presence bit the C++ library deletes an inner message whenever it clears the outer one.
+            kept = package == "peer_protobuf" and field["kind"] == "nested_table"
+            label = "repeated " if repeated else "optional " if kept else ""
+            text += f"  {label}{kind} f{field['id']} = {field['id'] + 1};\n"
         text += "}\n"
     return text
 
@@ -92,10 +95,11 @@ def kind_of(field: dict) -> str:
 
 TO_PROTOBUF = {
     "scalar": "message.set_{f}(record.{f});",
-    "bytes": "message.set_{f}(record.{f}, {length});",
+    "bytes": "message.mutable_{f}()->assign(reinterpret_cast<const char*>(record.{f}), {length});",  # keeps its memory
     "fixed_array": "message.mutable_{f}()->Add(record.{f}, record.{f} + {length});",
     "nested_table": "to_peer(record.{f}, *message.mutable_{f}());",
-    "byte_vector": "message.set_{f}(record.{f}, record.{f}_count);",
+    "byte_vector": "if (record.{f}_count != 0)"
+                   " message.mutable_{f}()->assign(reinterpret_cast<const char*>(record.{f}), record.{f}_count);",
     "scalar_vector": "message.mutable_{f}()->Add(record.{f}, record.{f} + record.{f}_count);",
     "table_vector": "message.mutable_{f}()->Reserve(static_cast<int>(record.{f}_count));\n"
                     "    for (std::uint32_t k = 0; k < record.{f}_count; ++k) to_peer(record.{f}[k], *message.add_{f}());",

@@ -61,6 +61,8 @@ def number(value: float | None) -> str:
     if value is None:
         return ""
     digits = 0 if value == 0 else 2 - math.floor(math.log10(abs(value)))
+    if value == round(value):
+        digits = min(digits, 0)
     return f"{round(value, digits):,.{max(0, min(digits, 1))}f}"
 
 
@@ -105,9 +107,9 @@ def wire_bytes(results: Results) -> str:
     for message in results.messages:
         for content in CONTENTS:
             sizes = results.facts[message, content]["wire_bytes"]
-            rows.append([f"{message}, {content}", number(results.facts[message, content]["record_bytes"]),
+            rows.append([f"{message}, {content}", number(results.facts[message, content]["memory_bytes"]),
                          number(sizes.get("fixed image")), *(number(sizes[codec]) for codec in CODECS)])
-    return table(["bytes", "C record without arrays", "fixed image", *CODECS], rows)
+    return table(["bytes", "C record with arrays", "fixed image", *CODECS], rows)
 
 
 def heap_calls(results: Results) -> str:
@@ -115,7 +117,7 @@ def heap_calls(results: Results) -> str:
     for message in results.messages:
         calls = results.facts[message, "varied"]["heap_calls"]
         for direction, word in (("encode", "write"), ("decode", "read")):
-            rows.append([f"{message}, {word}", *(f"{calls[f'{direction}/{codec}']:,.4g}" for codec in CODECS)])
+            rows.append([f"{message}, {word}", *(number(calls[f"{direction}/{codec}"]) for codec in CODECS)])
     return table(["calls of the heap", *CODECS], rows)
 
 
@@ -171,7 +173,7 @@ def save(figure, path: pathlib.Path, results: Results) -> None:
 def quiet(axes) -> None:
     for side in ("top", "right", "left"):
         axes.spines[side].set_visible(False)
-    axes.tick_params(length=0)
+    axes.tick_params(which="both", length=0)
     axes.set_axisbelow(True)
 
 
@@ -183,23 +185,21 @@ def plain_log(axis) -> None:
 
 
 def dots(axes, rows: list[str], values, looks: dict) -> None:
-    """A row a message, a mark a codec; ours larger and on top."""
+    """A row a message, a mark a codec; ours larger, and behind those that it meets."""
     for y, row in enumerate(rows):
         axes.axhline(y, color="#e4e4e4", linewidth=0.8, zorder=0)
         for codec, (colour, shape) in looks.items():
             ours = codec == OURS
-            axes.plot(values(row, codec), y, shape, color=colour, markersize=9 if ours else 7.5, zorder=5 if ours else 3,
+            axes.plot(values(row, codec), y, shape, color=colour, markersize=10.5 if ours else 7, zorder=2 if ours else 3,
                       markeredgecolor="white", markeredgewidth=0.7)
     axes.set_yticks(range(len(rows)), [short(row) for row in rows])
-    axes.set_ylim(len(rows) - 0.4, -0.6)
-    axes.set_xscale("log")
-    plain_log(axes.xaxis)
+    axes.set_ylim(len(rows) - 0.4, -0.8)
     axes.grid(axis="x", color="#e4e4e4", linewidth=0.8)
     quiet(axes)
 
 
 def legend(figure, looks: dict, y: float) -> None:
-    handles = [plot.Line2D([], [], color=colour, marker=shape, linestyle="", markersize=9 if name == OURS else 7.5,
+    handles = [plot.Line2D([], [], color=colour, marker=shape, linestyle="", markersize=10.5 if name == OURS else 7,
                            markeredgecolor="white", label=name) for name, (colour, shape) in looks.items()]
     figure.legend(handles=handles, loc="upper left", bbox_to_anchor=(0.005, y), ncol=len(looks), frameon=False,
                   handletextpad=0.2, columnspacing=1.4, fontsize=9)
@@ -216,10 +216,12 @@ def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
         def ratio(message: str, codec: str) -> float:
             return results.ns(message, content, f"{direction}/{codec}") / results.ns(message, content, f"{direction}/memcpy")
         dots(axes, results.messages, ratio, LOOKS)
+        axes.set_xscale("log")
+        plain_log(axes.xaxis)
         axes.axvline(1, color="#888888", linewidth=1.2)
         axes.set_title(words, loc="left", fontsize=10.5)
-        axes.annotate("memcpy", (1, -0.52), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666", va="center")
-    title(figure, "Time, in times of memcpy of the library's compact bytes", f"{CONTENTS[content]}; to the left is faster")
+        axes.annotate("memcpy", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666", va="center")
+    title(figure, "Time a message takes, over memcpy of the library's compact bytes", f"{CONTENTS[content]}; further left is faster")
     legend(figure, LOOKS, 0.905)
     figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
     save(figure, path, results)
@@ -269,17 +271,26 @@ def growth_picture(results: Results, path: pathlib.Path) -> None:
 
 def bytes_picture(results: Results, path: pathlib.Path) -> None:
     family = "protobuf, nanopb, protobuf-c"
-    looks = {OURS: LOOKS[OURS], "fixed image": ("#000000", "|"), family: LOOKS["protobuf"],
+    looks = {OURS: LOOKS[OURS], "its fixed image": ("#888888", "D"), family: LOOKS["protobuf"],
              "Cap'n Proto": LOOKS["Cap'n Proto"], "msgpack": LOOKS["msgpack"]}
+    keys = {family: "protobuf", "its fixed image": "fixed image"}
     figure, both = plot.subplots(1, 2, figsize=(11, 5.6), sharey=True, sharex=True)
     for axes, content in zip(both, CONTENTS):
         def size(message: str, codec: str) -> float:
-            return results.facts[message, content]["wire_bytes"].get("protobuf" if codec == family else codec, math.nan)
+            facts = results.facts[message, content]
+            return facts["wire_bytes"].get(keys.get(codec, codec), math.nan) / facts["memory_bytes"]
         dots(axes, results.messages, size, looks)
+        axes.set_xlim(0, 3.7)
+        axes.axvline(1, color="#888888", linewidth=1.2)
+        axes.annotate("C record", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666",
+                      va="center")
         axes.set_title(CONTENTS[content], loc="left", fontsize=10.5)
-    for line in (line for axes in both for line in axes.lines if line.get_marker() == "|"):
-        line.set(markersize=13, markeredgewidth=2, markeredgecolor="#000000")
-    title(figure, "Bytes on the wire of one message", "to the left is shorter")
+        for y, message in enumerate(results.messages):
+            axes.annotate(f"{number(results.facts[message, content]['wire_bytes'][OURS])} B", (1, y), ha="right",
+                          xycoords=("axes fraction", "data"), xytext=(0, 5), textcoords="offset points", fontsize=8,
+                          color="#444444")
+    title(figure, "Bytes on the wire, over the bytes of the C record with its arrays",
+          f"further left is shorter; in figures: the bytes of {OURS}'s compact layout")
     legend(figure, looks, 0.905)
     figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
     save(figure, path, results)
