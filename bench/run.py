@@ -78,20 +78,20 @@ def times(build: pathlib.Path, cpu: int, repetitions: int, seconds: float) -> li
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release", help="folder of the build")
+    parser.add_argument("--compiler", choices=["g++", "clang"], default="g++", help="whose build is run")
     parser.add_argument("--output", type=pathlib.Path, help="folder for the results")
     parser.add_argument("--quick", action="store_true",
                         help="a short run, to try; its results stay in the build's folder")
     parser.add_argument("--cpu", type=int, default=max(os.sched_getaffinity(0)), help="the core to run on")
     options = parser.parse_args()
     repetitions, seconds = (3, 0.005) if options.quick else (9, 0.1)
-    name = options.build.name.replace("clang-release", "clang").replace("release", "g++")
-    folder = options.output or (options.build / "performance" if options.quick else ROOT / "docs/performance" / name)
+    build = ROOT / "build" / {"g++": "release", "clang": "clang-release"}[options.compiler]
+    folder = options.output or (build / "performance" if options.quick else ROOT / "docs/performance" / {"g++": "gcc", "clang": "clang"}[options.compiler])
     folder.mkdir(parents=True, exist_ok=True)
 
     started = datetime.datetime.now()
-    results = {"machine": machine(options.build), "repetitions": repetitions, "seconds_each": seconds,
-               "facts": facts(options.build), "times": times(options.build, options.cpu, repetitions, seconds)}
+    results = {"machine": machine(build), "repetitions": repetitions, "seconds_each": seconds,
+               "facts": facts(build), "times": times(build, options.cpu, repetitions, seconds)}
     report.write_json(results, folder / "results.json")
     report.write_all(results, folder)
     try:
