@@ -134,9 +134,11 @@ void time(benchmark::State& state, const Operation& operation) {
     const Sample* const samples = operation.samples.data();
     const std::size_t count = operation.samples.size();
     const Run run = operation.run;
+    void* const start = output().start();
+    const std::uint32_t capacity = output().capacity();
     std::size_t next = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(run(samples[next], output().start(), output().capacity()));
+        benchmark::DoNotOptimize(run(samples[next], start, capacity));
         if (++next == count) next = 0;
     }
 }

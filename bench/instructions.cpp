@@ -13,7 +13,8 @@
 namespace bench {
 namespace {
 
-// Large messages are called less often: in callgrind they take long, and their records hold many values anyway.
+// Large messages are called less often: in callgrind they take long, and their records hold many values
+// anyway.
 constexpr std::size_t kCalls = 200;
 constexpr std::size_t kCallsOfLarge = 10;
 constexpr std::size_t kLargeBytes = 2000;

@@ -58,7 +58,7 @@ def costs_by_function(dump: str) -> dict[tuple[str, str], int]:
 def is_counted(part: str, function: str, operation: str) -> bool:
     # The size is no function of the library's interface: the program has its template, and the loop around it.
     if operation == "size":
-        return part == os.environ["PROGRAM"] and "(anonymous namespace)::call(" not in function
+        return pathlib.Path(part).name == pathlib.Path(os.environ["PROGRAM"]).name and "(anonymous namespace)::call(" not in function
     return LIBRARY in part
 
 
@@ -84,7 +84,7 @@ def measure() -> dict[str, dict]:
                        if is_counted(part, function, operation)}
             most = sorted(counted.items(), key=lambda item: -item[1])[:3]
             measured[request[1]] = {"instructions": round(sum(counted.values()), 1),
-                                    "functions": [f"{cost:.0f} in {function}" for function, cost in most]}
+                                    "functions": [f"{cost:.0f} in {function[:90]}" for function, cost in most]}
     if measured.keys() != calls.keys() or not all(row["instructions"] > 0 for row in measured.values()):
         sys.exit("callgrind did not count every operation")
     return {name: measured[name] for name in calls}
