@@ -168,7 +168,8 @@ FROM_NANOPB = {
     "callback": "// read by decode_{plain_record}_{f}",
 }
 # Called for each element as it is met: nobody knows how many will come.
-NANOPB_CALLBACKS = """inline bool encode_{plain_record}_{f}(pb_ostream_t* stream, const pb_field_t* field, void* const* argument) {{
+NANOPB_CALLBACKS = """inline bool encode_{plain_record}_{f}(pb_ostream_t* stream, const pb_field_t* field,
+                                                      void* const* argument) {{
     const auto& record = *static_cast<const {record}*>(*argument);
     static peer_nanopb_{plain} element;
     for (std::uint32_t k = 0; k < record.{f}_count; ++k) {{
@@ -203,7 +204,7 @@ TO_CAPNP = {
     "byte_vector": "if (record.{f}_count != 0) message.setF{id}(capnp::Data::Reader(record.{f}, record.{f}_count));",
     "scalar_vector": "if (record.{f}_count != 0) put_numbers(message.initF{id}(record.{f}_count), record.{f});",
     "table_vector": "if (record.{f}_count != 0) {{\n        auto elements = message.initF{id}(record.{f}_count);\n"
-                    "        for (std::uint32_t k = 0; k < record.{f}_count; ++k) to_peer(record.{f}[k], elements[k]);\n    }}",
+                    "        for (std::uint32_t k = 0; k < elements.size(); ++k) to_peer(record.{f}[k], elements[k]);\n    }}",
 }
 FROM_CAPNP = {
     "scalar": "record.{f} = message.getF{id}();",
@@ -216,7 +217,7 @@ FROM_CAPNP = {
     "scalar_vector": "record.{f} = copy_of<{ctype}>(message.getF{id}(), record.{f}_count);",
     "table_vector": "{{\n        const auto elements = message.getF{id}();\n"
                     "        record.{f} = array_of<{element}>(elements.size(), record.{f}_count);\n"
-                    "        for (std::uint32_t k = 0; k < record.{f}_count; ++k) from_peer(elements[k], record.{f}[k]);\n    }}",
+                    "        for (std::uint32_t k = 0; k < elements.size(); ++k) from_peer(elements[k], record.{f}[k]);\n    }}",
 }
 
 

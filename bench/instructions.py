@@ -58,7 +58,8 @@ def costs_by_function(dump: str) -> dict[tuple[str, str], int]:
 def is_counted(part: str, function: str, operation: str) -> bool:
     # The size is no function of the library's interface: the program has its template, and the loop around it.
     if operation == "size":
-        return pathlib.Path(part).name == pathlib.Path(os.environ["PROGRAM"]).name and "(anonymous namespace)::call(" not in function
+        program = pathlib.Path(os.environ["PROGRAM"]).name
+        return pathlib.Path(part).name == program and "(anonymous namespace)::call(" not in function
     return LIBRARY in part
 
 
@@ -119,7 +120,8 @@ def write(table: dict) -> None:
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description="Holds the library's instructions against the table.")
+    parser = argparse.ArgumentParser(
+        prog="./dev bench-instructions", description="Holds the library's instructions against the table.")
     parser.add_argument("--update", action="store_true", help="write what is counted into the table")
     options = parser.parse_args()
     version = subprocess.run([os.environ["CXX"], "--version"], check=True, capture_output=True,

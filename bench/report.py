@@ -136,7 +136,9 @@ def markdown(results: Results) -> str:
     text += facts_of_machine(results)
     for content, words in CONTENTS.items():
         text += f"\n![Time over memcpy's, {words}](ratio-{content}.svg)\n"
-    text += "\n![Growth with the number of elements](growth.svg)\n\n![Bytes on the wire](bytes.svg)\n"
+    for content, words in CONTENTS.items():
+        text += f"\n![Time by the number of elements, {words}](growth-{content}.svg)\n"
+    text += "\n![Bytes on the wire](bytes.svg)\n"
     for direction, heading in (("encode", "Write: a record to bytes"), ("decode", "Read: bytes to a record, and release")):
         text += f"\n## {heading}\n"
         for content, words in CONTENTS.items():
@@ -221,7 +223,8 @@ def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
         axes.axvline(1, color="#888888", linewidth=1.2)
         axes.set_title(words, loc="left", fontsize=10.5)
         axes.annotate("memcpy", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666", va="center")
-    title(figure, "Time a message takes, over memcpy of the library's compact bytes", f"{CONTENTS[content]}; further left is faster")
+    title(figure, "Time a message takes, over memcpy of the library's compact bytes",
+          f"{CONTENTS[content]}; further left is faster")
     legend(figure, LOOKS, 0.905)
     figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
     save(figure, path, results)
@@ -240,13 +243,13 @@ def spread_out(places: dict[str, float], least: float) -> dict[str, float]:
     return spread
 
 
-def growth_picture(results: Results, path: pathlib.Path) -> None:
+def growth_picture(results: Results, content: str, path: pathlib.Path) -> None:
     figure, both = plot.subplots(1, 2, figsize=(11, 5.2), sharey=True)
     looks = {"memcpy": ("#888888", "."), **LOOKS}
     for axes, direction, words in zip(both, ("encode", "decode"), ("write a record", "read a message and release it")):
         ends = {}
         for codec, (colour, shape) in looks.items():
-            per_element = [results.ns(f"Nac_UserDataFlowMsg x {n}", "same", f"{direction}/{codec}") / n for n in ELEMENTS]
+            per_element = [results.ns(f"Nac_UserDataFlowMsg x {n}", content, f"{direction}/{codec}") / n for n in ELEMENTS]
             axes.plot(ELEMENTS, per_element, color=colour, marker=shape, linewidth=2.4 if codec == OURS else 1.5,
                       markersize=6, markeredgecolor="white", zorder=5 if codec == OURS else 3)
             ends[codec] = math.log10(per_element[-1])
@@ -264,7 +267,8 @@ def growth_picture(results: Results, path: pathlib.Path) -> None:
             axes.annotate(codec, (1, 10 ** place), xycoords=("axes fraction", "data"), xytext=(4, 0),
                           textcoords="offset points", va="center", fontsize=9, color=looks[codec][0],
                           fontweight="bold" if codec == OURS else "normal", annotation_clip=False)
-    title(figure, "Nanoseconds for each element of Nac_UserDataFlowMsg", "a level line grows with the message and no faster")
+    title(figure, "Nanoseconds for each element of Nac_UserDataFlowMsg",
+          f"{CONTENTS[content]}; a level line: twice the elements, twice the time")
     figure.subplots_adjust(left=0.06, right=0.885, top=0.82, bottom=0.15, wspace=0.32)
     save(figure, path, results)
 
@@ -286,9 +290,9 @@ def bytes_picture(results: Results, path: pathlib.Path) -> None:
                       va="center")
         axes.set_title(CONTENTS[content], loc="left", fontsize=10.5)
         for y, message in enumerate(results.messages):
-            axes.annotate(f"{number(results.facts[message, content]['wire_bytes'][OURS])} B", (1, y), ha="right",
-                          xycoords=("axes fraction", "data"), xytext=(0, 5), textcoords="offset points", fontsize=8,
-                          color="#444444")
+            size_of_ours = results.facts[message, content]["wire_bytes"][OURS]
+            axes.annotate(f"{number(size_of_ours)} B", (1, y), ha="right", xycoords=("axes fraction", "data"),
+                          xytext=(0, 5), textcoords="offset points", fontsize=8, color="#444444")
     title(figure, "Bytes on the wire, over the bytes of the C record with its arrays",
           f"further left is shorter; in figures: the bytes of {OURS}'s compact layout")
     legend(figure, looks, 0.905)
@@ -303,7 +307,7 @@ def write_all(raw: dict, folder: pathlib.Path) -> None:
     (folder / "results.md").write_text(markdown(results))
     for content in CONTENTS:
         ratio_picture(results, content, folder / f"ratio-{content}.svg")
-    growth_picture(results, folder / "growth.svg")
+        growth_picture(results, content, folder / f"growth-{content}.svg")
     bytes_picture(results, folder / "bytes.svg")
 
 

@@ -77,7 +77,8 @@ def times(build: pathlib.Path, cpu: int, repetitions: int, seconds: float) -> li
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(
+        prog="./dev bench", description="Times the library against memcpy and other codecs.")
     parser.add_argument("--compiler", choices=["g++", "clang"], default="g++", help="whose build is run")
     parser.add_argument("--output", type=pathlib.Path, help="folder for the results")
     parser.add_argument("--quick", action="store_true",
@@ -86,7 +87,8 @@ def main() -> None:
     options = parser.parse_args()
     repetitions, seconds = (3, 0.005) if options.quick else (9, 0.1)
     build = ROOT / "build" / {"g++": "release", "clang": "clang-release"}[options.compiler]
-    folder = options.output or (build / "performance" if options.quick else ROOT / "docs/performance" / {"g++": "gcc", "clang": "clang"}[options.compiler])
+    kept = ROOT / "docs/performance" / {"g++": "gcc", "clang": "clang"}[options.compiler]
+    folder = options.output or (build / "performance" if options.quick else kept)
     folder.mkdir(parents=True, exist_ok=True)
 
     started = datetime.datetime.now()
