@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Runs the benchmarks of a build and writes results.json, results.md and the pictures.
 #
-# All candidates run in one process, pinned to one core; Google Benchmark repeats each nine times and mixes the
+# All candidates run in one process, pinned to one core; Google Benchmark repeats each 21 times and mixes the
 # repetitions of all of them at random, so that a slow minute of the machine meets every candidate alike.
 import argparse
 import datetime
@@ -85,7 +85,7 @@ def main() -> None:
                         help="a short run, to try; its results stay in the build's folder")
     parser.add_argument("--cpu", type=int, default=max(os.sched_getaffinity(0)), help="the core to run on")
     options = parser.parse_args()
-    repetitions, seconds = (3, 0.005) if options.quick else (9, 0.1)
+    repetitions, seconds = (3, 0.005) if options.quick else (21, 0.04)
     build = ROOT / "build" / {"g++": "release", "clang": "clang-release"}[options.compiler]
     kept = ROOT / "docs/performance" / {"g++": "gcc", "clang": "clang"}[options.compiler]
     folder = options.output or (build / "performance" if options.quick else kept)
