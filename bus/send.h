@@ -10,8 +10,8 @@
 #include "bus/message_id.h"
 #include "bus/vorn_bus_api.h"
 #include "runtime/bounded.h"
-#include "runtime/compact.h"
 #include "runtime/image.h"
+#include "runtime/pack.h"
 
 namespace kaplo {
 
@@ -57,7 +57,7 @@ template <class Record>
 void pack_to_send(Unit& unit, const Record* record, std::uint8_t* buffer, std::uint32_t bytes,
                   std::uint32_t capacity) {
     KaploMemHooksInit(unit);
-    const std::uint32_t written = write_message(unit, record, buffer, capacity);
+    const std::uint32_t written = write_message(unit, record, buffer, bytes, capacity);
     memset_s(buffer + written, bytes - written, 0, bytes - written);
 }
 

@@ -17,8 +17,7 @@
 #include <vector>
 
 #include "fuzz/supply.h"
-#include "runtime/compact.h"
-#include "runtime/image.h"
+#include "runtime/pack.h"
 #include "runtime/unpack.h"
 #include "tests/support/plain_reader.h"
 #include "tests/support/same_record.h"

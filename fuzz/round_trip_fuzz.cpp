@@ -33,7 +33,7 @@ void round_trip(fuzz::Supply& supply, std::endian order) {
     length = size;
     fuzz::promise(kaplo::pack(unit, &record, bytes.data(), &length) == 0 && length == size,
                   "the size that is told is enough");
-    fuzz::promise(kaplo::write_message(unit, &record, bytes.data(), size) == size,
+    fuzz::promise(kaplo::write_message(unit, &record, bytes.data(), size, size) == size,
                   "the bytes written are the size that is told");
     unpacks_to(record, unit, bytes);
     fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, order), "what was packed is good");

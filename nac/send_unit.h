@@ -9,7 +9,7 @@
 #include "bus/send.h"
 #include "nac/nac_messages.h"
 #include "nac/start_up_order.h"
-#include "runtime/compact.h"
+#include "runtime/pack.h"
 
 #define NAC_SEND_FUNCTIONS(Message)                                                                    \
     extern "C" std::uint32_t Message##__pack(const Message* record, std::uint8_t* buffer,              \

@@ -4,7 +4,9 @@
 #define KAPLO_BOUNDED_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <utility>
 
 #ifdef KAPLO_PLATFORM_MEM_S
 
@@ -14,6 +16,7 @@ extern "C" int memcpy_s(void* destination, std::size_t destination_size, const v
 extern "C" int memset_s(void* destination, std::size_t destination_size, int value, std::size_t count);
 
 namespace kaplo {
+inline constexpr bool kPlatformMemory = true;
 using ::memcpy_s;
 using ::memset_s;
 }  // namespace kaplo
@@ -22,6 +25,7 @@ using ::memset_s;
 
 namespace kaplo {
 
+inline constexpr bool kPlatformMemory = false;
 inline constexpr int kRefused = 34;  // ERANGE
 
 // Copies `count` bytes between ranges that do not overlap. Refuses, with a non-zero result and nothing
@@ -42,5 +46,28 @@ inline int memset_s(void* destination, std::size_t destination_size, int value, 
 }  // namespace kaplo
 
 #endif
+
+namespace kaplo {
+
+// Zeroes every byte of an object. By sixteen bytes at a time: gcc makes a string instruction of a memset of
+// some hundred constant bytes, which is slow to start.
+template <class T>
+void clear(T& object) {
+    if constexpr (kPlatformMemory) {
+        memset_s(&object, sizeof object, 0, sizeof object);
+    } else {
+        using Sixteen [[gnu::vector_size(16)]] = std::uint64_t;
+        constexpr std::size_t whole = sizeof object / sizeof(Sixteen);
+        auto* const bytes = reinterpret_cast<unsigned char*>(&object);
+        [&]<std::size_t... i>(std::index_sequence<i...>) {
+            constexpr Sixteen zero = {};
+            (std::memcpy(bytes + i * sizeof zero, &zero, sizeof zero), ...);
+        }
+        (std::make_index_sequence<whole>{});
+        std::memset(bytes + whole * sizeof(Sixteen), 0, sizeof object % sizeof(Sixteen));
+    }
+}
+
+}  // namespace kaplo
 
 #endif

@@ -43,7 +43,7 @@ inline constexpr auto blank_image = [] {
 }();
 
 template <class Record, ByteOrder order>
-void write_image_fields(const Record& record, std::uint8_t* image) {
+constexpr void write_image_fields(const Record& record, std::uint8_t* image) {
     each_field<Record>([&]<class F, std::uint32_t id> {
         std::uint8_t* const at = image + kReferenceBytes + Image<Record>::places[id];
         if constexpr (F::kind == Kind::scalar) {
@@ -61,21 +61,9 @@ void write_image_fields(const Record& record, std::uint8_t* image) {
 }
 
 template <class Record, ByteOrder order>
-void write_image_in_order(const Record& record, std::uint8_t* image) {
+void write_blank_image(std::uint8_t* image) {
     constexpr const auto& blank = blank_image<Record, order>;
     memcpy_s(image, blank.size(), blank.data(), blank.size());
-    write_image_fields<Record, order>(record, image);
-}
-
-// Writes the record's fixed image, Image<Record>::bytes at `image`. Cannot fail.
-template <class Record>
-void write_image(Unit& unit, const Record& record, std::uint8_t* image) {
-    KaploMemHooksInit(unit);
-    if (unit.byte_swap == 0) {
-        write_image_in_order<Record, ByteOrder::host>(record, image);
-    } else {
-        write_image_in_order<Record, ByteOrder::reversed>(record, image);
-    }
 }
 
 }  // namespace kaplo

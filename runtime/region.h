@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstdint>
 
+#include "runtime/description.h"
 #include "runtime/kaplo_runtime.h"
 #include "runtime/wire.h"
 
@@ -39,6 +40,11 @@ class Region {
         if (!holds(at, sizeof(T))) return false;
         value = value_at<T>(at);
         return true;
+    }
+
+    // The `count` bytes at `at`, where a table's frame may lie; null if they are not all inside.
+    const std::uint8_t* bytes_at(std::uint32_t at, std::uint32_t count) const {
+        return at >= kRootTableAt && holds(at, count) ? bytes_ + at : nullptr;
     }
 
     // Finds what the reference at `at` points to: further on, perhaps outside. False if the reference is
@@ -81,7 +87,7 @@ template <ByteOrder order>
 class Table {
   public:
     // Checks the header of the table at `at`; a fault is logged under `function`.
-    bool open(Unit& unit, const Region<order>& region, std::uint32_t at, const char* function) {
+    bool open(Unit& unit, Region<order> region, std::uint32_t at, const char* function) {
         if (!region.holds_table(at)) {
             log_table_offset(unit, function, at, region.size_);
             return false;
@@ -98,7 +104,7 @@ class Table {
             log_vtable_length(unit, function, vtable_length, region.size_ - vtable);
             return false;
         }
-        region_ = &region;
+        region_ = region;
         at_ = at;
         vtable_ = vtable;
         vtable_length_ = vtable_length;
@@ -107,15 +113,38 @@ class Table {
 
     // Finds the field's place, inside the region or up to 64 KiB behind it. False: the field is absent.
     bool locate(std::uint32_t id, std::uint32_t& at) const {
-        const std::uint32_t slot = slot_in_vtable(id);
-        if (vtable_length_ < slot + kSlotBytes) return false;
-        const auto distance = region_->template value_at<std::uint16_t>(vtable_ + slot);
+        if (vtable_length_ < slot_in_vtable(id) + kSlotBytes) return false;
+        const std::uint16_t distance = slot(id);
         at = at_ + distance;
         return distance != 0;
     }
 
+    // Whether each scalar of the record is absent or inside the region, and the vtable has all slots.
+    template <class Record>
+    bool holds_scalars() const {
+        const std::uint32_t room = region_.size_ - at_;
+        if (vtable_length_ < vtable_bytes<Record> || room < sizeof(std::uint64_t)) return false;
+        std::uint32_t outside = 0;
+        each_field<Record>([&]<class F, std::uint32_t id> {
+            if constexpr (F::kind == Kind::scalar) outside |= slot(id) > room - sizeof(typename F::Member);
+        });
+        return outside == 0;
+    }
+
+    // The scalar, or 0 if it is absent; only after holds_scalars(). An absent one is read from the table's
+    // start and masked out, without a branch, since it would be taken at random.
+    template <std::unsigned_integral T>
+    T scalar(std::uint32_t id) const {
+        const std::uint16_t distance = slot(id);
+        return region_.template value_at<T>(at_ + distance) & static_cast<T>(0 - T{distance != 0});
+    }
+
   private:
-    const Region<order>* region_ = nullptr;
+    std::uint16_t slot(std::uint32_t id) const {
+        return region_.template value_at<std::uint16_t>(vtable_ + slot_in_vtable(id));
+    }
+
+    Region<order> region_ = {nullptr, 0};
     std::uint32_t at_ = 0;
     std::uint32_t vtable_ = 0;
     std::uint32_t vtable_length_ = 0;

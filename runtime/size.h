@@ -3,6 +3,8 @@
 #ifndef KAPLO_SIZE_H
 #define KAPLO_SIZE_H
 
+#include <array>
+#include <bit>
 #include <cstdint>
 
 #include "runtime/description.h"
@@ -13,7 +15,7 @@ inline constexpr std::uint64_t kLargestMessage = 0xFFFFFFFF;
 
 // Whether the compact layout writes the field.
 template <class F>
-bool is_written(const typename F::Record& record) {
+constexpr bool is_written(const typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar) {
         return F::in(record) != 0;
     } else if constexpr (is_one_of<Kind::scalar_vector, Kind::table_vector>(F::kind)) {
@@ -25,7 +27,7 @@ bool is_written(const typename F::Record& record) {
 
 // Whether the size includes the field: what is written, and for some types an empty vector's frame.
 template <class F>
-bool has_size(const typename F::Record& record) {
+constexpr bool has_size(const typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar_vector &&
                   Description<typename F::Record>::empty_vector_with_pointer_has_size) {
         return F::elements(record) != nullptr;
@@ -34,29 +36,45 @@ bool has_size(const typename F::Record& record) {
     }
 }
 
+// Which scalars a size counts: those that are not 0, or all.
+enum class Counting : bool { written, all };
+
 // Bytes of a table and all that it refers to. Stops counting above kLargestMessage, so that no sum wraps.
-template <class Record>
-std::uint64_t table_bytes(const Record& record) {
+template <Counting counting = Counting::written, class Record>
+[[gnu::flatten]] constexpr std::uint64_t table_bytes(const Record& record) {
     std::uint64_t bytes = vtable_bytes<Record> + kReferenceBytes;
+    std::array<std::uint32_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
     each_field<Record>([&]<class F, std::uint32_t id> {
-        if (!has_size<F>(record)) return;
         if constexpr (F::kind == Kind::scalar) {
-            bytes += sizeof(typename F::Member);
+            scalars[std::countr_zero(sizeof(typename F::Member))] +=
+                counting == Counting::all || F::in(record) != 0;
         } else if constexpr (F::kind == Kind::fixed_array) {
             bytes += kReferenceBytes + fixed_array_bytes<F>;
         } else if constexpr (F::kind == Kind::nested_table) {
-            bytes += kReferenceBytes + table_bytes(F::in(record));
-        } else if constexpr (F::kind == Kind::scalar_vector) {
-            bytes +=
-                kReferenceBytes + kCountBytes + std::uint64_t{F::count(record)} * sizeof(typename F::Element);
-        } else {
-            bytes += kReferenceBytes + kCountBytes + std::uint64_t{F::count(record)} * kReferenceBytes;
-            for (std::uint32_t k = 0; k < F::count(record) && bytes <= kLargestMessage; ++k) {
-                bytes += table_bytes(F::elements(record)[k]);
+            bytes += kReferenceBytes + table_bytes<counting>(F::in(record));
+        } else if (has_size<F>(record)) {
+            using Element = typename F::Element;
+            const std::uint64_t count = F::count(record);
+            bytes += kReferenceBytes + kCountBytes;
+            if constexpr (F::kind == Kind::scalar_vector) {
+                bytes += count * sizeof(Element);
+            } else if constexpr (counting == Counting::all) {
+                bytes += count * (kReferenceBytes + table_bytes<counting>(Element{}));
+            } else {
+                bytes += count * kReferenceBytes;
+                for (std::uint32_t k = 0; k < count && bytes <= kLargestMessage; ++k) {
+                    bytes += table_bytes(F::elements(record)[k]);
+                }
             }
         }
     });
-    return bytes;
+    return bytes + scalars[0] + 2 * scalars[1] + 4 * scalars[2] + 8 * scalars[3];
+}
+
+// Whether a record whose table takes `bytes`, and all records in it, have no scalar that is 0.
+template <class Record>
+bool has_every_scalar(const Record& record, std::uint64_t bytes) {
+    return bytes == table_bytes<Counting::all>(record);
 }
 
 // Bytes of a whole message; 0 for a null record and for one that does not fit 32 bits.

@@ -8,6 +8,7 @@
 
 #include "runtime/bounded.h"
 #include "runtime/description.h"
+#include "runtime/frame.h"
 #include "runtime/region.h"
 #include "runtime/release.h"
 
@@ -43,10 +44,40 @@ void copy_elements(Element* to, const std::uint8_t* from, std::uint32_t count) {
 }
 
 template <class Record, ByteOrder order>
-bool read_nested(Unit& unit, const Region<order>& region, std::uint32_t at, Record& record);
+bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record);
+
+// Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was.
+template <class Record, ByteOrder order>
+bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
+    if constexpr (has_frames<Record, order>) {
+        using Frame = CompactFrame<Record>;
+        const std::uint8_t* const bytes = region.bytes_at(at - vtable_bytes<Record>, Frame::needed_bytes);
+        if (bytes == nullptr || !Frame::is_at(bytes)) return false;
+        Frame::read(bytes, record);
+        return true;
+    } else {
+        return false;
+    }
+}
+
+// Reads a message that has its frame, of either layout.
+template <class Record, ByteOrder order>
+bool read_framed_message(Region<order> region, Record& record) {
+    if constexpr (has_frames<Record, order>) {
+        using Frame = ImageFrame<Record>;
+        const std::uint32_t table = region.root_reference();
+        if (table != kRootTableAt) return read_framed_table(region, table, record);
+        if (region.size() < Frame::needed_bytes || !Frame::is_at(region.bytes())) return false;
+        Frame::read(region.bytes(), record);
+        return true;
+    } else {
+        return false;
+    }
+}
 
 template <class F, ByteOrder order>
-bool read_vector(Unit& unit, const Region<order>& region, std::uint32_t at, typename F::Record& record) {
+[[gnu::flatten, gnu::noinline]] bool read_vector(Unit& unit, Region<order> region, std::uint32_t at,
+                                                 typename F::Record& record) {
     using Record = typename F::Record;
     using Element = typename F::Element;
     constexpr bool of_tables = F::kind == Kind::table_vector;
@@ -61,10 +92,11 @@ bool read_vector(Unit& unit, const Region<order>& region, std::uint32_t at, type
     if (array == nullptr) return false;
     F::elements(record) = array;
     if constexpr (of_tables) {
-        memset_s(array, bytes, 0, bytes);
+        if constexpr (kPlatformMemory) memset_s(array, bytes, 0, bytes);
         for (std::uint32_t k = 0; k < elements.count; ++k) {
             std::uint32_t table;
             if (!region.follow(elements.at + k * kReferenceBytes, table)) return false;
+            if (read_framed_table(region, table, array[k])) continue;
             if (!read_nested(unit, region, table, array[k])) return false;
         }
     } else {
@@ -75,7 +107,7 @@ bool read_vector(Unit& unit, const Region<order>& region, std::uint32_t at, type
 
 // Reads one field that is present at `at`. A fault ends decoding without a line in the log.
 template <class F, ByteOrder order>
-bool read_field(Unit& unit, const Region<order>& region, std::uint32_t at, typename F::Record& record) {
+bool read_field(Unit& unit, Region<order> region, std::uint32_t at, typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar) {
         return region.read(at, F::in(record));
     } else if constexpr (F::kind == Kind::nested_table) {
@@ -93,49 +125,73 @@ bool read_field(Unit& unit, const Region<order>& region, std::uint32_t at, typen
     }
 }
 
+template <class F, std::uint32_t id, ByteOrder order>
+bool read_if_present(Unit& unit, Region<order> region, Table<order> table, typename F::Record& record) {
+    std::uint32_t at;
+    return !table.locate(id, at) || read_field<F>(unit, region, at, record);
+}
+
 // Reads the fields in field-id order until one fails; absent fields keep the zero that they have.
 template <class Record, ByteOrder order>
-bool read_fields(Unit& unit, const Region<order>& region, const Table<order>& table, Record& record) {
-    return every_field<Record>([&]<class F, std::uint32_t id> {
-        std::uint32_t at;
-        return !table.locate(id, at) || read_field<F>(unit, region, at, record);
-    });
+bool read_fields(Unit& unit, Region<order> region, Table<order> table, Record& record) {
+    if constexpr (order == ByteOrder::host && has_field_of<Record, Kind::scalar>()) {
+        if (table.template holds_scalars<Record>()) {
+            return every_field<Record>([&]<class F, std::uint32_t id> {
+                if constexpr (F::kind == Kind::scalar) {
+                    F::in(record) = table.template scalar<typename F::Member>(id);
+                    return true;
+                } else {
+                    return read_if_present<F, id>(unit, region, table, record);
+                }
+            });
+        }
+    }
+    return every_field<Record>(
+        [&]<class F, std::uint32_t id> { return read_if_present<F, id>(unit, region, table, record); });
+}
+
+// How far reading came: to the end, to a fault in the header, or to one behind it.
+enum class Outcome { whole, bad_header, bad_field };
+
+// Reads the table at `at`; faults of its header are logged under `name`, and leave the record as it was.
+template <class Record, ByteOrder order>
+[[gnu::flatten, gnu::noinline]] Outcome read_table(Unit& unit, Region<order> region, std::uint32_t at,
+                                                   const char* name, Record& record) {
+    Table<order> table;
+    if (!table.open(unit, region, at, name)) return Outcome::bad_header;
+    clear(record);
+    return read_fields(unit, region, table, record) ? Outcome::whole : Outcome::bad_field;
 }
 
 // Reads a nested table into a record inside another, or an element of its array.
 template <class Record, ByteOrder order>
-bool read_nested(Unit& unit, const Region<order>& region, std::uint32_t at, Record& record) {
+bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record) {
     constexpr const char* name = nested_unpack_name<Record>.c_str();
     if constexpr (Description<Record>::nested_decoder_checks_arguments) {
         if (!check_unpack_arguments(unit, name, region.bytes(), region.size(), &record)) return false;
     }
-    Table<order> table;
-    return table.open(unit, region, at, name) && read_fields(unit, region, table, record);
+    return read_table(unit, region, at, name, record) == Outcome::whole;
 }
 
-// How far reading came: to the end, to a fault in the root's header, or to one behind it.
-enum class Outcome { whole, bad_header, bad_field };
-
 template <class Record, ByteOrder order>
-Outcome read_root(Unit& unit, const Region<order>& region, Record& record) {
+Outcome read_root(Unit& unit, Region<order> region, Record& record) {
     static_assert(nests_no_memory<Record>);
-    const auto clear = [&] { memset_s(&record, sizeof record, 0, sizeof record); };
-    if constexpr (cleared_before_header_checks<Record>) clear();
-    Table<order> table;
-    if (!table.open(unit, region, region.root_reference(), root_decoder_name<Record>())) {
-        return Outcome::bad_header;
+    if (read_framed_message(region, record)) return Outcome::whole;
+    const Outcome outcome =
+        read_table(unit, region, region.root_reference(), root_decoder_name<Record>(), record);
+    if constexpr (cleared_before_header_checks<Record>) {
+        if (outcome == Outcome::bad_header) clear(record);
     }
-    if constexpr (!cleared_before_header_checks<Record>) clear();
-    if (!read_fields(unit, region, table, record)) {
-        if constexpr (owns_memory<Record>) release(unit, record);
-        return Outcome::bad_field;
+    if constexpr (owns_memory<Record>) {
+        if (outcome == Outcome::bad_field) release(unit, record);
     }
-    return Outcome::whole;
+    return outcome;
 }
 
 // The exported unpack of every message type.
 template <class Record>
-std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer, std::uint32_t length, Record* record) {
+[[gnu::always_inline]] inline std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer,
+                                                   std::uint32_t length, Record* record) {
     KaploMemHooksInit(unit);
     if (check_unpack_arguments(unit, unpack_name<Record>.c_str(), buffer, length, record)) {
         if (unit.byte_swap == 0) {

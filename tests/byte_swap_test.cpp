@@ -6,8 +6,7 @@
 #include <array>
 #include <bit>
 
-#include "runtime/compact.h"
-#include "runtime/image.h"
+#include "runtime/pack.h"
 #include "runtime/unpack.h"
 #include "tests/support/message.h"
 

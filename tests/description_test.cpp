@@ -3,8 +3,7 @@
 #include <array>
 #include <bit>
 
-#include "runtime/compact.h"
-#include "runtime/image.h"
+#include "runtime/pack.h"
 #include "runtime/unpack.h"
 #include "tests/support/message.h"
 
@@ -339,7 +338,7 @@ TEST_F(Described, PackWithoutABufferLogsUnderItsOwnName) {
 
 TEST_F(Described, WriterLogsANullRecord) {
     std::uint8_t byte = 0xEE;
-    EXPECT_EQ(kaplo::write_message<Nac_Lease>(unit, nullptr, &byte, 66), 0U);
+    EXPECT_EQ(kaplo::write_message<Nac_Lease>(unit, nullptr, &byte, 66, 66), 0U);
     EXPECT_EQ(byte, 0xEE);
     EXPECT_EQ(logged(), Lines{"Nac_Lease_pack: [KAPLO]:Param invalid(nonNull, 66, null)"});
 }
@@ -347,13 +346,13 @@ TEST_F(Described, WriterLogsANullRecord) {
 TEST_F(Described, WriterLogsACapacityBelowFour) {
     const Nac_Lease lease = {};
     std::uint8_t byte = 0xEE;
-    EXPECT_EQ(kaplo::write_message(unit, &lease, &byte, 3), 0U);
+    EXPECT_EQ(kaplo::write_message(unit, &lease, &byte, 66, 3), 0U);
     EXPECT_EQ(byte, 0xEE);
     EXPECT_EQ(logged(), Lines{"Nac_Lease_pack: [KAPLO]:Param invalid(nonNull, 3, nonNull)"});
 }
 
 TEST_F(Described, WriterLogsANullBufferAndAllElseInOneLine) {
-    EXPECT_EQ(kaplo::write_message<Nac_Lease>(unit, nullptr, nullptr, 0), 0U);
+    EXPECT_EQ(kaplo::write_message<Nac_Lease>(unit, nullptr, nullptr, 66, 0), 0U);
     EXPECT_EQ(logged(), Lines{"Nac_Lease_pack: [KAPLO]:Param invalid(null, 0, null)"});
 }
 

@@ -13,7 +13,7 @@
 
 #include "nac/ipsec_access.h"
 #include "nac/port.h"
-#include "runtime/compact.h"
+#include "runtime/pack.h"
 #include "runtime/unpack.h"
 
 namespace {

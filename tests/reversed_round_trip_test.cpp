@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "runtime/compact.h"
-#include "runtime/image.h"
+#include "runtime/pack.h"
 #include "runtime/unpack.h"
 #include "tests/support/message.h"
 #include "tests/support/message_types.h"
