@@ -21,10 +21,10 @@ TOLERANCE = 0.03
 LIBRARY = "libvorn_nac_user.so"
 PLACES = {  # where an operation's instructions come from
     "size": "runtime/size.h",
-    "pack": "runtime/compact.h, runtime/size.h",
-    "unpack": "runtime/unpack.h, runtime/region.h, runtime/release.h",
-    "unpack image": "runtime/unpack.h, runtime/region.h",
-    "send": "bus/send.h, and what it packs with: runtime/image.h or runtime/size.h, runtime/compact.h",
+    "pack": "runtime/pack.h, runtime/compact.h, runtime/frame.h, runtime/size.h",
+    "unpack": "runtime/unpack.h, runtime/frame.h, runtime/region.h, runtime/release.h",
+    "unpack image": "runtime/unpack.h, runtime/frame.h, runtime/region.h",
+    "send": "bus/send.h, and what it packs with: runtime/image.h or runtime/pack.h",
 }
 
 
@@ -63,6 +63,14 @@ def is_counted(part: str, function: str, operation: str) -> bool:
     return LIBRARY in part
 
 
+def readable(function: str) -> str:
+    """Short enough for a line. clang's lambdas have names that callgrind cannot read: then what occurs in them."""
+    if function.startswith("_Z"):
+        parts = re.findall(r"(?:NS_|N5kaplo)\d+([a-z_]+)", function) + re.findall(r"\d(Nac_[A-Za-z]\w*?)\d", function)[:1]
+        return " in ".join(dict.fromkeys(parts))
+    return function[:90]
+
+
 def measure() -> dict[str, dict]:
     """For each operation its instructions a call, and the functions that most of them are in."""
     with tempfile.TemporaryDirectory() as folder:
@@ -85,7 +93,7 @@ def measure() -> dict[str, dict]:
                        if is_counted(part, function, operation)}
             most = sorted(counted.items(), key=lambda item: -item[1])[:3]
             measured[request[1]] = {"instructions": round(sum(counted.values()), 1),
-                                    "functions": [f"{cost:.0f} in {function[:90]}" for function, cost in most]}
+                                    "functions": [f"{cost:.0f} in {readable(function)}" for function, cost in most]}
     if measured.keys() != calls.keys() or not all(row["instructions"] > 0 for row in measured.values()):
         sys.exit("callgrind did not count every operation")
     return {name: measured[name] for name in calls}
