@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs each of the library's operations under callgrind, which counts the instructions of the calls alone and
+// stores them operation by operation.
+#include <valgrind/callgrind.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "bench/operations.h"
+
+namespace bench {
+namespace {
+
+// Large messages are called less often: in callgrind they take long, and their records hold many values
+// anyway.
+constexpr std::size_t kCalls = 200;
+constexpr std::size_t kCallsOfLarge = 10;
+constexpr std::size_t kLargeBytes = 2000;
+constexpr std::uint32_t kMostElements = 100;
+
+void call(const Operation& operation, std::size_t calls) {
+    static Output output;
+    std::memset(output.start(), 0, output.capacity());  // records are read into zeroed storage
+    std::size_t next = 0;
+    const auto run_next = [&] {
+        operation.run(operation.samples[next], output.start(), output.capacity());
+        if (++next == operation.samples.size()) next = 0;
+    };
+    run_next();  // resolves the hooks
+    next = 0;
+    for (std::size_t i = 0; i < calls; ++i) {
+        CALLGRIND_TOGGLE_COLLECT;
+        run_next();
+        CALLGRIND_TOGGLE_COLLECT;
+    }
+}
+
+template <class Record>
+void run_all(const Shape& shape, Content content) {
+    const Workload<Record> workload(shape, content);
+    const std::size_t calls = workload.compact().front().size() > kLargeBytes ? kCallsOfLarge : kCalls;
+    for (const Operation& operation : workload.operations()) {
+        const std::size_t batches = operation.name.starts_with("send ") ? kCallsOfLarge : calls;
+        CALLGRIND_ZERO_STATS;
+        call(operation, batches);
+        const std::string name = std::string(shape.name) + "/" + name_of(content) + "/" + operation.name;
+        CALLGRIND_DUMP_STATS_AT(name.c_str());
+        std::printf("%zu %s\n", batches, name.c_str());
+    }
+}
+
+}  // namespace
+}  // namespace bench
+
+int main() {
+    if (!RUNNING_ON_VALGRIND) bench::give_up("runs under valgrind --tool=callgrind only");
+    bench::each_message([]<class Record>(const bench::Shape& shape) {
+        if (shape.data_flow_elements > bench::kMostElements) return;
+        bench::run_all<Record>(shape, bench::Content::same);
+        bench::run_all<Record>(shape, bench::Content::varied);
+    });
+}

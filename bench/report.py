@@ -1,0 +1,316 @@
+# SPDX-License-Identifier: Apache-2.0
+# Tables and pictures of benchmark results. Alone: report.py results.json writes them anew beside that file.
+import json
+import math
+import pathlib
+import statistics
+import sys
+
+import matplotlib
+
+matplotlib.use("svg")
+import matplotlib.pyplot as plot  # noqa: E402
+from matplotlib import ticker  # noqa: E402
+
+OURS = "vorn_nac_user"
+PEERS = ["protobuf", "protobuf arena", "nanopb", "protobuf-c", "Cap'n Proto", "msgpack"]
+CODECS = [OURS, *PEERS]
+ELEMENTS = [1, 10, 100, 1000, 10000]
+CONTENTS = {"same": "the same record every time", "varied": "a pool of records, half of their scalars zero"}
+
+# Colours that the colour-blind tell apart, each with a shape of its own.
+LOOKS = {OURS: ("#000000", "D"), "protobuf": ("#0072B2", "o"), "protobuf arena": ("#56B4E9", "s"),
+         "nanopb": ("#CC79A7", "v"), "protobuf-c": ("#009E73", "^"), "Cap'n Proto": ("#D55E00", "P"),
+         "msgpack": ("#E69F00", "X")}
+
+
+class Results:
+    def __init__(self, results: dict):
+        self.raw = results
+        self.machine = results["machine"]
+        self.medians = {(row["message"], row["content"], row["operation"]): statistics.median(row["ns"])
+                        for row in results["times"]}
+        self.facts = {(row["message"], row["content"]): row for row in results["facts"]}
+        self.messages = list(dict.fromkeys(row["message"] for row in results["facts"]))
+
+    def ns(self, message: str, content: str, operation: str) -> float | None:
+        return self.medians.get((message, content, operation))
+
+    def spread(self) -> float:
+        """How far, in the median benchmark, the quarter of its slower repetitions is above its median."""
+        return statistics.median(statistics.quantiles(row["ns"], n=4)[2] / statistics.median(row["ns"]) - 1
+                                 for row in self.raw["times"])
+
+
+def write_json(results: dict, path: pathlib.Path) -> None:
+    """A row a line, so that two runs can be compared."""
+    parts = []
+    for key, value in results.items():
+        if isinstance(value, list):
+            rows = ",\n".join("  " + json.dumps(row) for row in value)
+            parts.append(f' "{key}": [\n{rows}\n ]')
+        else:
+            parts.append(f' "{key}": {json.dumps(value)}')
+    path.write_text("{\n" + ",\n".join(parts) + "\n}\n")
+
+
+# ---- tables ----------------------------------------------------------------------------------------------
+
+
+def number(value: float | None) -> str:
+    if value is None:
+        return ""
+    digits = 0 if value == 0 else 2 - math.floor(math.log10(abs(value)))
+    if value == round(value):
+        digits = min(digits, 0)
+    return f"{round(value, digits):,.{max(0, min(digits, 1))}f}"
+
+
+def times(ratio: float) -> str:
+    return f"{ratio:.1f}x" if ratio < 9.95 else f"{ratio:,.0f}x"
+
+
+def table(head: list[str], rows: list[list[str]]) -> str:
+    aligned = "|---|" + "---:|" * (len(head) - 1)
+    return "\n".join(["| " + " | ".join(head) + " |", aligned, *("| " + " | ".join(row) + " |" for row in rows)]) + "\n"
+
+
+def comparison(results: Results, direction: str, content: str) -> str:
+    rows = []
+    for message in results.messages:
+        floor = results.ns(message, content, f"{direction}/memcpy")
+        ours = results.ns(message, content, f"{direction}/{OURS}")
+        row = [message, number(floor), f"**{number(ours)}** ({times(ours / floor)})"]
+        for peer in PEERS:
+            value = results.ns(message, content, f"{direction}/{peer}")
+            row.append(f"{number(value)} ({times(value / ours)})")
+        rows.append(row)
+    return table(["ns a message", "memcpy", f"{OURS} (to memcpy)", *(f"{peer} (to ours)" for peer in PEERS)], rows)
+
+
+def own_operations(results: Results, content: str) -> str:
+    rows = []
+    for message in results.messages:
+        own = {operation.removeprefix("library/"): value for (named, kind, operation), value in results.medians.items()
+               if named == message and kind == content and operation.startswith("library/")}
+        batch = next((name for name in own if name.startswith("send ")), None)
+        per_record = f"{number(own[batch] / int(batch.split()[1]))} ({batch.split()[1]})" if batch else ""
+        rows.append([message, number(own["size"]), number(results.ns(message, content, f"encode/{OURS}")), number(own["send"]),
+                     per_record, number(results.ns(message, content, f"decode/{OURS}")), number(own.get("unpack image")),
+                     number(own.get("memcpy image"))])
+    return table(["ns", "size", "pack", "send one", "send a batch, each record (of)", "unpack, free", "unpack image, free",
+                  "memcpy of the image"], rows)
+
+
+def wire_bytes(results: Results) -> str:
+    rows = []
+    for message in results.messages:
+        for content in CONTENTS:
+            sizes = results.facts[message, content]["wire_bytes"]
+            rows.append([f"{message}, {content}", number(results.facts[message, content]["memory_bytes"]),
+                         number(sizes.get("fixed image")), *(number(sizes[codec]) for codec in CODECS)])
+    return table(["bytes", "C record with arrays", "fixed image", *CODECS], rows)
+
+
+def heap_calls(results: Results) -> str:
+    rows = []
+    for message in results.messages:
+        calls = results.facts[message, "varied"]["heap_calls"]
+        for direction, word in (("encode", "write"), ("decode", "read")):
+            rows.append([f"{message}, {word}", *(number(calls[f"{direction}/{codec}"]) for codec in CODECS)])
+    return table(["calls of the heap", *CODECS], rows)
+
+
+def facts_of_machine(results: Results) -> str:
+    machine = results.machine
+    versions = ", ".join(f"{name} {version}" for name, version in machine["versions"].items())
+    return "".join(f"- {line}\n" for line in (
+        machine["date"], machine["processor"], f"caches: {machine['caches']}", machine["system"], machine["compiler"],
+        versions, f"medians of {results.raw['repetitions']} repetitions of at least {results.raw['seconds_each']} s; in the "
+        f"median benchmark the third quartile is {results.spread():.1%} above the median"))
+
+
+def markdown(results: Results) -> str:
+    text = ("# Results\n\nWritten by `./dev bench`; [the page above](../README.md) says what is measured and how to read "
+            "it.\n\n" if results.raw["repetitions"] > 3 else "# Results of a quick run\n\nGood for trying only.\n\n")
+    text += facts_of_machine(results)
+    for content, words in CONTENTS.items():
+        text += f"\n![Time over memcpy's, {words}](ratio-{content}.svg)\n"
+    for content, words in CONTENTS.items():
+        text += f"\n![Time by the number of elements, {words}](growth-{content}.svg)\n"
+    text += "\n![Bytes on the wire](bytes.svg)\n"
+    for direction, heading in (("encode", "Write: a record to bytes"), ("decode", "Read: bytes to a record, and release")):
+        text += f"\n## {heading}\n"
+        for content, words in CONTENTS.items():
+            text += f"\n{words[0].upper()}{words[1:]}:\n\n{comparison(results, direction, content)}"
+    text += "\n## The library's operations\n"
+    for content, words in CONTENTS.items():
+        text += f"\n{words[0].upper()}{words[1:]}:\n\n{own_operations(results, content)}"
+    text += f"\n## Bytes on the wire\n\nOf a pool the mean.\n\n{wire_bytes(results)}"
+    text += ("\n## Calls of the heap\n\nmalloc, realloc, free and their like, for one message of the pool, once a codec has "
+             f"what it keeps.\n\n{heap_calls(results)}")
+    return text
+
+
+# ---- pictures --------------------------------------------------------------------------------------------
+
+
+def short(message: str) -> str:
+    return message.removeprefix("Nac_").replace(" x ", " × ")
+
+
+def note(results: Results) -> str:
+    machine = results.machine
+    return f"{machine['processor']}; {machine['compiler']}; {machine['date']}"
+
+
+def save(figure, path: pathlib.Path, results: Results) -> None:
+    figure.text(0.01, 0.01, note(results), fontsize=7, color="#666666")
+    figure.savefig(path, metadata={"Date": None})
+    plot.close(figure)
+    # Without matplotlib's trailing blanks, which would only show in differences.
+    path.write_text("\n".join(line.rstrip() for line in path.read_text().splitlines()) + "\n")
+
+
+def quiet(axes) -> None:
+    for side in ("top", "right", "left"):
+        axes.spines[side].set_visible(False)
+    axes.tick_params(which="both", length=0)
+    axes.set_axisbelow(True)
+
+
+def plain_log(axis) -> None:
+    axis.set_major_locator(ticker.LogLocator(base=10, numticks=12))
+    axis.set_major_formatter(ticker.FuncFormatter(lambda value, _: f"{value:,.12g}"))
+    axis.set_minor_locator(ticker.LogLocator(base=10, subs=(2, 5), numticks=40))
+    axis.set_minor_formatter(ticker.NullFormatter())
+
+
+def dots(axes, rows: list[str], values, looks: dict) -> None:
+    """A row a message, a mark a codec; ours larger, and behind those that it meets."""
+    for y, row in enumerate(rows):
+        axes.axhline(y, color="#e4e4e4", linewidth=0.8, zorder=0)
+        for codec, (colour, shape) in looks.items():
+            ours = codec == OURS
+            axes.plot(values(row, codec), y, shape, color=colour, markersize=10.5 if ours else 7, zorder=2 if ours else 3,
+                      markeredgecolor="white", markeredgewidth=0.7)
+    axes.set_yticks(range(len(rows)), [short(row) for row in rows])
+    axes.set_ylim(len(rows) - 0.4, -0.8)
+    axes.grid(axis="x", color="#e4e4e4", linewidth=0.8)
+    quiet(axes)
+
+
+def legend(figure, looks: dict, y: float) -> None:
+    handles = [plot.Line2D([], [], color=colour, marker=shape, linestyle="", markersize=10.5 if name == OURS else 7,
+                           markeredgecolor="white", label=name) for name, (colour, shape) in looks.items()]
+    figure.legend(handles=handles, loc="upper left", bbox_to_anchor=(0.005, y), ncol=len(looks), frameon=False,
+                  handletextpad=0.2, columnspacing=1.4, fontsize=9)
+
+
+def title(figure, text: str, below: str) -> None:
+    figure.text(0.01, 0.985, text, fontsize=13, fontweight="bold", va="top")
+    figure.text(0.01, 0.938, below, fontsize=9.5, color="#444444", va="top")
+
+
+def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
+    figure, both = plot.subplots(1, 2, figsize=(11, 5.6), sharey=True, sharex=True)
+    for axes, direction, words in zip(both, ("encode", "decode"), ("write a record", "read a message and release it")):
+        def ratio(message: str, codec: str) -> float:
+            return results.ns(message, content, f"{direction}/{codec}") / results.ns(message, content, f"{direction}/memcpy")
+        dots(axes, results.messages, ratio, LOOKS)
+        axes.set_xscale("log")
+        plain_log(axes.xaxis)
+        axes.axvline(1, color="#888888", linewidth=1.2)
+        axes.set_title(words, loc="left", fontsize=10.5)
+        axes.annotate("memcpy", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666", va="center")
+    title(figure, "Time a message takes, over memcpy of the library's compact bytes",
+          f"{CONTENTS[content]}; further left is faster")
+    legend(figure, LOOKS, 0.905)
+    figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
+    save(figure, path, results)
+
+
+def spread_out(places: dict[str, float], least: float) -> dict[str, float]:
+    """Moves the places of labels apart, upwards first, and back to the middle of where they belong."""
+    names = sorted(places, key=places.get)
+    spread = dict(places)
+    for _ in range(200):
+        for lower, upper in zip(names, names[1:]):
+            missing = least - (spread[upper] - spread[lower])
+            if missing > 1e-9:
+                spread[lower] -= missing / 2
+                spread[upper] += missing / 2
+    return spread
+
+
+def growth_picture(results: Results, content: str, path: pathlib.Path) -> None:
+    figure, both = plot.subplots(1, 2, figsize=(11, 5.2), sharey=True)
+    looks = {"memcpy": ("#888888", "."), **LOOKS}
+    for axes, direction, words in zip(both, ("encode", "decode"), ("write a record", "read a message and release it")):
+        ends = {}
+        for codec, (colour, shape) in looks.items():
+            per_element = [results.ns(f"Nac_UserDataFlowMsg x {n}", content, f"{direction}/{codec}") / n for n in ELEMENTS]
+            axes.plot(ELEMENTS, per_element, color=colour, marker=shape, linewidth=2.4 if codec == OURS else 1.5,
+                      markersize=6, markeredgecolor="white", zorder=5 if codec == OURS else 3)
+            ends[codec] = math.log10(per_element[-1])
+        axes.set_xscale("log")
+        axes.set_yscale("log")
+        plain_log(axes.xaxis)
+        plain_log(axes.yaxis)
+        axes.set_xlim(0.8, 13000)
+        axes.grid(axis="y", color="#e4e4e4", linewidth=0.8)
+        quiet(axes)
+        axes.set_title(words, loc="left", fontsize=10.5)
+        axes.set_xlabel("elements")
+        low, high = (math.log10(end) for end in axes.get_ylim())
+        for codec, place in spread_out(ends, 0.048 * (high - low)).items():
+            axes.annotate(codec, (1, 10 ** place), xycoords=("axes fraction", "data"), xytext=(4, 0),
+                          textcoords="offset points", va="center", fontsize=9, color=looks[codec][0],
+                          fontweight="bold" if codec == OURS else "normal", annotation_clip=False)
+    title(figure, "Nanoseconds for each element of Nac_UserDataFlowMsg",
+          f"{CONTENTS[content]}; a level line: twice the elements, twice the time")
+    figure.subplots_adjust(left=0.06, right=0.885, top=0.82, bottom=0.15, wspace=0.32)
+    save(figure, path, results)
+
+
+def bytes_picture(results: Results, path: pathlib.Path) -> None:
+    family = "protobuf, nanopb, protobuf-c"
+    looks = {OURS: LOOKS[OURS], "its fixed image": ("#888888", "D"), family: LOOKS["protobuf"],
+             "Cap'n Proto": LOOKS["Cap'n Proto"], "msgpack": LOOKS["msgpack"]}
+    keys = {family: "protobuf", "its fixed image": "fixed image"}
+    figure, both = plot.subplots(1, 2, figsize=(11, 5.6), sharey=True, sharex=True)
+    for axes, content in zip(both, CONTENTS):
+        def size(message: str, codec: str) -> float:
+            facts = results.facts[message, content]
+            return facts["wire_bytes"].get(keys.get(codec, codec), math.nan) / facts["memory_bytes"]
+        dots(axes, results.messages, size, looks)
+        axes.set_xlim(0, 3.7)
+        axes.axvline(1, color="#888888", linewidth=1.2)
+        axes.annotate("C record", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666",
+                      va="center")
+        axes.set_title(CONTENTS[content], loc="left", fontsize=10.5)
+        for y, message in enumerate(results.messages):
+            size_of_ours = results.facts[message, content]["wire_bytes"][OURS]
+            axes.annotate(f"{number(size_of_ours)} B", (1, y), ha="right", xycoords=("axes fraction", "data"),
+                          xytext=(0, 5), textcoords="offset points", fontsize=8, color="#444444")
+    title(figure, "Bytes on the wire, over the bytes of the C record with its arrays",
+          f"further left is shorter; in figures: the bytes of {OURS}'s compact layout")
+    legend(figure, looks, 0.905)
+    figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
+    save(figure, path, results)
+
+
+def write_all(raw: dict, folder: pathlib.Path) -> None:
+    plot.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "vorn", "font.family": "sans-serif",
+                          "font.sans-serif": ["DejaVu Sans", "Verdana", "sans-serif"], "font.size": 9})
+    results = Results(raw)
+    (folder / "results.md").write_text(markdown(results))
+    for content in CONTENTS:
+        ratio_picture(results, content, folder / f"ratio-{content}.svg")
+        growth_picture(results, content, folder / f"growth-{content}.svg")
+    bytes_picture(results, folder / "bytes.svg")
+
+
+if __name__ == "__main__":
+    source = pathlib.Path(sys.argv[1])
+    write_all(json.loads(source.read_text()), source.parent)
