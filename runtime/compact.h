@@ -114,12 +114,13 @@ class OpenTable {
 
 // Writes the table of a record in a vector: by copying, if it has every scalar (see runtime/frame.h).
 template <class Record, ByteOrder order>
-constexpr Writer<order> write_element(Writer<order> writer, const Record& record);
+constexpr Writer<order> write_element(Writer<order> writer, const Record& record, bool every_scalar);
 
-// Writes the record's vtable, its table and all that the table refers to. Returns the writer behind it.
+// Writes the record's vtable, its table and all that the table refers to. `every_scalar`: it is known that no
+// scalar in them is 0. Returns the writer behind it.
 template <class Record, ByteOrder order>
 [[gnu::flatten, gnu::noinline]] constexpr Writer<order> write_table(Writer<order> writer,
-                                                                    const Record& record) {
+                                                                    const Record& record, bool every_scalar) {
     using Traits = Description<Record>;
     OpenTable<Record, order> table(writer);
     // Where each reference is reserved, later where its elements' are; null: not written.
@@ -172,13 +173,13 @@ template <class Record, ByteOrder order>
         [[maybe_unused]] constexpr std::uint32_t n = references_before<Record>(id);
         if constexpr (F::kind == Kind::nested_table) {
             writer.refer(references[n], writer.at() + vtable_bytes<typename F::Element>);
-            writer = write_table(writer, F::in(record));
+            writer = write_table(writer, F::in(record), every_scalar);
         } else if constexpr (F::kind == Kind::table_vector) {
             if (references[n] == nullptr) return;
             for (std::uint32_t k = 0; k < F::count(record); ++k) {
                 writer.refer(references[n] + std::size_t{k} * kReferenceBytes,
                              writer.at() + vtable_bytes<typename F::Element>);
-                writer = write_element(writer, F::elements(record)[k]);
+                writer = write_element(writer, F::elements(record)[k], every_scalar);
             }
         }
     });

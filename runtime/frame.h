@@ -43,7 +43,7 @@ struct CompactForm {
         return static_cast<std::uint32_t>(table_bytes(record));
     }
     static constexpr void write(const Record& record, std::uint8_t* at) {
-        write_table(Writer<ByteOrder::host>(at), record);
+        write_table(Writer<ByteOrder::host>(at), record, true);
     }
 };
 
@@ -271,11 +271,13 @@ Writer<ByteOrder::host> write_framed(Writer<ByteOrder::host> writer, const Recor
 }
 
 template <class Record, ByteOrder order>
-constexpr Writer<order> write_element(Writer<order> writer, const Record& record) {
+constexpr Writer<order> write_element(Writer<order> writer, const Record& record, bool every_scalar) {
     if constexpr (has_frames<Record, order>) {
-        if (table_bytes(record) == CompactFrame<Record>::bytes) return write_framed(writer, record);
+        if (every_scalar || table_bytes(record) == CompactFrame<Record>::bytes) {
+            return write_framed(writer, record);
+        }
     }
-    return write_table(writer, record);
+    return write_table(writer, record, every_scalar);
 }
 
 }  // namespace kaplo

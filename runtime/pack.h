@@ -20,14 +20,15 @@ std::uint32_t write_root_in_order(const Record& record, std::uint8_t* buffer, bo
     Writer<order> writer(buffer);
     writer.put(kReferenceBytes + vtable_bytes<Record>);
     if constexpr (has_frames<Record, order>) {
-        writer = every_scalar ? write_framed(writer, record) : write_table(writer, record);
+        writer = every_scalar ? write_framed(writer, record) : write_table(writer, record, false);
     } else {
-        writer = write_table(writer, record);
+        writer = write_table(writer, record, every_scalar);
     }
     return static_cast<std::uint32_t>(writer.at() - buffer);
 }
 
-// Writes a message into a buffer that can hold it. `every_scalar`: no scalar is 0. Returns the bytes written.
+// Writes a message into a buffer that can hold it. `every_scalar`: it is known
+// that none is 0. Returns the bytes written.
 template <class Record>
 std::uint32_t write_root(const Unit& unit, const Record& record, std::uint8_t* buffer, bool every_scalar) {
     return unit.byte_swap == 0

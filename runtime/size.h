@@ -43,7 +43,7 @@ enum class Counting : bool { written, all };
 template <Counting counting = Counting::written, class Record>
 [[gnu::flatten]] constexpr std::uint64_t table_bytes(const Record& record) {
     std::uint64_t bytes = vtable_bytes<Record> + kReferenceBytes;
-    std::array<std::uint32_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
+    std::array<std::uint64_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
     each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
         if constexpr (F::kind == Kind::scalar) {
             scalars[std::countr_zero(sizeof(typename F::Member))] +=
