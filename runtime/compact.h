@@ -39,8 +39,9 @@ class Writer {
 
     template <class T>
     constexpr void put_all(const T* elements, std::uint32_t count) {
-        if (sizeof(T) == 1 && !std::is_constant_evaluated()) {
-            memcpy_s(reserve(count), count, elements, count);
+        if (is_copied<T, order> && !std::is_constant_evaluated()) {
+            const auto bytes = static_cast<std::uint32_t>(count * sizeof(T));
+            memcpy_s(reserve(bytes), bytes, elements, bytes);
         } else {
             for (std::uint32_t k = 0; k < count; ++k) put(elements[k]);
         }

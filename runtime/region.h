@@ -123,7 +123,7 @@ class Table {
 
     // Whether each scalar of the record is absent or inside the region, and the vtable has all slots.
     template <class Record>
-    bool holds_scalars() const {
+    [[gnu::always_inline]] bool holds_scalars() const {
         constexpr std::uint32_t widest = sizeof(std::uint64_t);
         if (vtable_length_ < vtable_bytes<Record> || room_ < widest) return false;
         if (all_slots<slots<Record>>() <= room_ - widest) return true;
@@ -152,7 +152,7 @@ class Table {
 
     // The bits of all slots together: a number not below any of them.
     template <std::uint32_t count>
-    std::uint32_t all_slots() const {
+    [[gnu::always_inline]] std::uint32_t all_slots() const {
         constexpr std::uint32_t step = sizeof(std::uint64_t) / kSlotBytes;
         if constexpr (count < step) {
             return UINT32_MAX;

@@ -3,6 +3,7 @@
 #ifndef KAPLO_UNPACK_H
 #define KAPLO_UNPACK_H
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -38,8 +39,9 @@ inline void* allocate_array(Unit& unit, std::uint64_t bytes, const char* functio
 
 template <ByteOrder order, class Element>
 void copy_elements(Element* to, const std::uint8_t* from, std::uint32_t count) {
-    if constexpr (sizeof(Element) == 1) {
-        memcpy_s(to, count, from, count);
+    if constexpr (is_copied<Element, order>) {
+        const std::size_t bytes = count * sizeof(Element);
+        memcpy_s(to, bytes, from, bytes);
     } else {
         for (std::uint32_t k = 0; k < count; ++k) to[k] = load<order, Element>(from + k * sizeof(Element));
     }

@@ -34,6 +34,10 @@ constexpr T ordered(T value) {
     return order == ByteOrder::host ? value : byte_reversed(value);
 }
 
+// Whether elements have the same bytes on the wire as in memory.
+template <class T, ByteOrder order>
+inline constexpr bool is_copied = sizeof(T) == 1 || order == ByteOrder::host;
+
 template <ByteOrder order, std::unsigned_integral T>
 T load(const std::uint8_t* at) {
     T value;
@@ -54,7 +58,7 @@ constexpr void store(std::uint8_t* at, T value) {
 // All ones if the condition holds, else 0: to choose without a branch. What the compiler cannot see, it
 // cannot turn into a branch again.
 constexpr std::size_t mask_if(bool condition) {
-    std::size_t mask = std::size_t{0} - std::size_t{condition};
+    std::size_t mask = std::size_t{0} - static_cast<std::size_t>(condition);
     if (!std::is_constant_evaluated()) asm("" : "+r"(mask));
     return mask;
 }
