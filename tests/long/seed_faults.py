@@ -49,7 +49,7 @@ TERMINATOR = "the terminating zero is copied or kept, which is the same"
 HARMLESS: dict[tuple[str, str, str], str] = {
     ("runtime/bounded.h", "inline constexpr int kRefused = 34;  // ERANGE", "34 becomes 34 + 1"):
         "any number but 0 refuses",
-    ("runtime/compact.h", "if (record == nullptr || capacity < kShortestBuffer || buffer == nullptr) {",
+    ("runtime/pack.h", "if (record == nullptr || capacity < kShortestBuffer || buffer == nullptr) {",
      "< becomes <="): "no message has just 4 bytes",
     ("runtime/description.h", "for (std::size_t i = 0; i < length; ++i) characters[i] = literal[i];",
      "< becomes <="): TERMINATOR,
