@@ -255,7 +255,8 @@ using ImageFrame = Frame<Record, ImageForm>;
 template <class Record>
 using CompactFrame = Frame<Record, CompactForm>;
 
-inline constexpr std::size_t kLargestFramedRecord = 0xFD;  // a byte tells each place twice, 0 and 255 apart
+// A byte tells each place, counted from 1 and from 2.
+inline constexpr std::size_t kLargestFramedRecord = 0xFE;
 
 // Where frames are used: on the wire's usual byte order, since they hold its constants, and with memory
 // functions of our own, since a platform that brings bounds-checked ones wants every copy to go through them.

@@ -27,8 +27,8 @@ std::uint32_t write_root_in_order(const Record& record, std::uint8_t* buffer, bo
     return static_cast<std::uint32_t>(writer.at() - buffer);
 }
 
-// Writes a message into a buffer that can hold it. `every_scalar`: it is known
-// that none is 0. Returns the bytes written.
+// Writes a message into a buffer that can hold it. `every_scalar`: it is known that none is 0. Returns the
+// bytes written.
 template <class Record>
 std::uint32_t write_root(const Unit& unit, const Record& record, std::uint8_t* buffer, bool every_scalar) {
     return unit.byte_swap == 0
@@ -37,7 +37,7 @@ std::uint32_t write_root(const Unit& unit, const Record& record, std::uint8_t* b
 }
 
 // Writes a message that message_bytes() has sized to `bytes` into `buffer`, which holds that many. Returns
-// the bytes written, fewer than the size where a vector's frame has a size but is not written; 0, with a
+// the bytes written, fewer than the size where an empty vector has a size but is not written; 0, with a
 // line logged, for a null record or buffer or a capacity below 4.
 template <class Record>
 std::uint32_t write_message(Unit& unit, const Record* record, std::uint8_t* buffer, std::uint32_t bytes,

@@ -25,7 +25,7 @@ constexpr bool is_written(const typename F::Record& record) {
     }
 }
 
-// Whether the size includes the field: what is written, and for some types an empty vector's frame.
+// Whether the size includes the field: what is written, and for some types an empty vector.
 template <class F>
 constexpr bool has_size(const typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar_vector &&
