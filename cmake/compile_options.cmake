@@ -24,6 +24,7 @@ endif()
 # where there are, every call is a branch.
 add_library(nac_counted_options INTERFACE)
 if(NAC_COVERAGE)
+  target_compile_definitions(nac_counted_options INTERFACE KAPLO_COUNTED)
   target_compile_options(nac_counted_options INTERFACE --coverage -fprofile-update=atomic
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>)
   target_link_options(nac_counted_options INTERFACE --coverage)

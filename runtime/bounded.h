@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "runtime/inline.h"
+
 #ifdef KAPLO_PLATFORM_MEM_S
 
 // The platform brings its own: a build option of the library links them instead.
@@ -52,7 +54,7 @@ namespace kaplo {
 // Zeroes every byte of an object. By sixteen bytes at a time: gcc makes a string instruction of a memset of
 // some hundred constant bytes, which is slow to start.
 template <class T>
-[[gnu::always_inline]] inline void clear(T& object) {
+KAPLO_INLINE inline void clear(T& object) {
     if constexpr (kPlatformMemory) {
         memset_s(&object, sizeof object, 0, sizeof object);
     } else {
@@ -61,8 +63,7 @@ template <class T>
         constexpr std::size_t step = sizeof zeros;
         constexpr std::size_t size = sizeof(T);
         auto* const bytes = reinterpret_cast<unsigned char*>(&object);
-        const auto clear_each = [&]<std::size_t... i>(std::index_sequence<i...>)
-            __attribute__((always_inline)) {
+        const auto clear_each = [&]<std::size_t... i>(std::index_sequence<i...>) KAPLO_INLINE {
             (std::memcpy(bytes + i * step, &zeros, step), ...);
         };
         clear_each(std::make_index_sequence<size / step>{});

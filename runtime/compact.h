@@ -12,6 +12,7 @@
 
 #include "runtime/bounded.h"
 #include "runtime/description.h"
+#include "runtime/inline.h"
 #include "runtime/size.h"
 
 namespace kaplo {
@@ -127,7 +128,7 @@ template <class Record, ByteOrder order>
     // Where each reference is reserved, later where its elements' are; null: not written.
     std::array<std::uint8_t*, references_before<Record>(slots<Record>)> references = {};
 
-    const auto write_inline = [&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    const auto write_inline = [&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar) {
             table.put_scalar(id, F::in(record));
         } else {
@@ -135,10 +136,10 @@ template <class Record, ByteOrder order>
         }
     };
     if constexpr (Traits::scalars_precede_references) {
-        each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+        each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
             if constexpr (F::kind == Kind::scalar) write_inline.template operator()<F, id>();
         });
-        each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+        each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
             if constexpr (F::kind != Kind::scalar) write_inline.template operator()<F, id>();
         });
     } else {
@@ -147,7 +148,7 @@ template <class Record, ByteOrder order>
     writer = Writer<order>(table.end());
     std::uint32_t table_length = table.length();
 
-    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         [[maybe_unused]] constexpr std::uint32_t n = references_before<Record>(id);
         if constexpr (F::kind == Kind::fixed_array) {
             writer.refer(references[n], writer.at());
@@ -170,7 +171,7 @@ template <class Record, ByteOrder order>
     }
     table.close(table_length);
 
-    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         [[maybe_unused]] constexpr std::uint32_t n = references_before<Record>(id);
         if constexpr (F::kind == Kind::nested_table) {
             writer.refer(references[n], writer.at() + vtable_bytes<typename F::Element>);

@@ -17,6 +17,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "runtime/inline.h"
 #include "runtime/kaplo_runtime.h"
 #include "runtime/wire.h"
 
@@ -155,21 +156,21 @@ template <class Record>
 inline constexpr std::uint32_t slots = length_of(typename Description<Record>::Fields{});
 
 template <class... F, std::size_t... id, class Visitor>
-[[gnu::always_inline]] constexpr bool every_of(List<F...> /*list*/, std::index_sequence<id...> /*ids*/,
-                                               Visitor&& visit) {
+KAPLO_INLINE constexpr bool every_of(List<F...> /*list*/, std::index_sequence<id...> /*ids*/,
+                                     Visitor&& visit) {
     return (visit.template operator()<F, static_cast<std::uint32_t>(id)>() && ...);
 }
 
 // Calls visit<field, id>() in field-id order until one returns false; tells whether none did.
 template <class Record, class Visitor>
-[[gnu::always_inline]] constexpr bool every_field(Visitor&& visit) {
+KAPLO_INLINE constexpr bool every_field(Visitor&& visit) {
     return every_of(typename Description<Record>::Fields{}, std::make_index_sequence<slots<Record>>{}, visit);
 }
 
 // Calls visit<field, id>() for all fields in field-id order.
 template <class Record, class Visitor>
-[[gnu::always_inline]] constexpr void each_field(Visitor&& visit) {
-    every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+KAPLO_INLINE constexpr void each_field(Visitor&& visit) {
+    every_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         visit.template operator()<F, id>();
         return true;
     });

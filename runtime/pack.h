@@ -9,6 +9,7 @@
 #include "runtime/description.h"
 #include "runtime/frame.h"
 #include "runtime/image.h"
+#include "runtime/inline.h"
 #include "runtime/size.h"
 
 namespace kaplo {
@@ -78,8 +79,8 @@ template <class Record>
 // The exported pack of every message type. A record that fills its frame is written here, where no call means
 // no register to save.
 template <class Record>
-[[gnu::always_inline]] inline std::uint32_t pack(Unit& unit, const Record* record, std::uint8_t* buffer,
-                                                 std::uint32_t* length) {
+KAPLO_INLINE inline std::uint32_t pack(Unit& unit, const Record* record, std::uint8_t* buffer,
+                                       std::uint32_t* length) {
     if constexpr (owns_memory<Record>) {
         return pack_vectors(unit, record, buffer, length);
     } else {
@@ -98,7 +99,7 @@ template <class Record>
 
 // Writes the record's fixed image, Image<Record>::bytes at `image`. Cannot fail.
 template <class Record>
-[[gnu::always_inline]] inline void write_image(Unit& unit, const Record& record, std::uint8_t* image) {
+KAPLO_INLINE inline void write_image(Unit& unit, const Record& record, std::uint8_t* image) {
     KaploMemHooksInit(unit);
     if (unit.byte_swap != 0) {
         write_blank_image<Record, ByteOrder::reversed>(image);

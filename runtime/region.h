@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "runtime/description.h"
+#include "runtime/inline.h"
 #include "runtime/kaplo_runtime.h"
 #include "runtime/wire.h"
 
@@ -123,12 +124,12 @@ class Table {
 
     // Whether each scalar of the record is absent or inside the region, and the vtable has all slots.
     template <class Record>
-    [[gnu::always_inline]] bool holds_scalars() const {
+    KAPLO_INLINE bool holds_scalars() const {
         constexpr std::uint32_t widest = sizeof(std::uint64_t);
         if (vtable_length_ < vtable_bytes<Record> || room_ < widest) return false;
         if (all_slots<slots<Record>>() <= room_ - widest) return true;
         std::uint32_t outside = 0;
-        each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+        each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
             if constexpr (F::kind == Kind::scalar) {
                 constexpr std::uint32_t bytes = sizeof(typename F::Member);
                 outside |= slot(id) > room_ - bytes;
@@ -152,7 +153,7 @@ class Table {
 
     // The bits of all slots together: a number not below any of them.
     template <std::uint32_t count>
-    [[gnu::always_inline]] std::uint32_t all_slots() const {
+    KAPLO_INLINE std::uint32_t all_slots() const {
         constexpr std::uint32_t step = sizeof(std::uint64_t) / kSlotBytes;
         if constexpr (count < step) {
             return UINT32_MAX;

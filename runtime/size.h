@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "runtime/description.h"
+#include "runtime/inline.h"
 
 namespace kaplo {
 
@@ -44,7 +45,7 @@ template <Counting counting = Counting::written, class Record>
 [[gnu::flatten]] constexpr std::uint64_t table_bytes(const Record& record) {
     std::uint64_t bytes = vtable_bytes<Record> + kReferenceBytes;
     std::array<std::uint64_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
-    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar) {
             scalars[std::countr_zero(sizeof(typename F::Member))] +=
                 counting == Counting::all || F::in(record) != 0;
@@ -75,7 +76,7 @@ template <Counting counting = Counting::written, class Record>
 template <class Record>
 std::uint32_t left_out_bytes(const Record& record) {
     std::uint32_t bytes = 0;
-    each_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar_vector) {
             if (has_size<F>(record) && !is_written<F>(record)) bytes += kReferenceBytes + kCountBytes;
         }

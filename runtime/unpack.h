@@ -10,6 +10,7 @@
 #include "runtime/bounded.h"
 #include "runtime/description.h"
 #include "runtime/frame.h"
+#include "runtime/inline.h"
 #include "runtime/region.h"
 #include "runtime/release.h"
 
@@ -48,12 +49,11 @@ void copy_elements(Element* to, const std::uint8_t* from, std::uint32_t count) {
 }
 
 template <class Record, ByteOrder order>
-[[gnu::always_inline]] inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at,
-                                               Record& record);
+KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record);
 
 // Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was.
 template <class Record, ByteOrder order>
-[[gnu::always_inline]] inline bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
+KAPLO_INLINE inline bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = CompactFrame<Record>;
         const std::uint8_t* const bytes = region.bytes_at(at - vtable_bytes<Record>, Frame::needed_bytes);
@@ -67,7 +67,7 @@ template <class Record, ByteOrder order>
 
 // Reads a message that has its frame, of either layout.
 template <class Record, ByteOrder order>
-[[gnu::always_inline]] inline bool read_framed_message(Region<order> region, Record& record) {
+KAPLO_INLINE inline bool read_framed_message(Region<order> region, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = ImageFrame<Record>;
         const std::uint32_t table = region.root_reference();
@@ -112,8 +112,8 @@ template <class F, ByteOrder order>
 
 // Reads one field that is present at `at`. A fault ends decoding without a line in the log.
 template <class F, ByteOrder order>
-[[gnu::always_inline]] inline bool read_field(Unit& unit, Region<order> region, std::uint32_t at,
-                                              typename F::Record& record) {
+KAPLO_INLINE inline bool read_field(Unit& unit, Region<order> region, std::uint32_t at,
+                                    typename F::Record& record) {
     if constexpr (F::kind == Kind::scalar) {
         return region.read(at, F::in(record));
     } else if constexpr (F::kind == Kind::nested_table) {
@@ -132,19 +132,18 @@ template <class F, ByteOrder order>
 }
 
 template <class F, std::uint32_t id, ByteOrder order>
-[[gnu::always_inline]] inline bool read_if_present(Unit& unit, Region<order> region, Table<order> table,
-                                                   typename F::Record& record) {
+KAPLO_INLINE inline bool read_if_present(Unit& unit, Region<order> region, Table<order> table,
+                                         typename F::Record& record) {
     std::uint32_t at;
     return !table.locate(id, at) || read_field<F>(unit, region, at, record);
 }
 
 // Reads the fields in field-id order until one fails; absent fields keep the zero that they have.
 template <class Record, ByteOrder order>
-[[gnu::always_inline]] inline bool read_fields(Unit& unit, Region<order> region, Table<order> table,
-                                               Record& record) {
+KAPLO_INLINE inline bool read_fields(Unit& unit, Region<order> region, Table<order> table, Record& record) {
     if constexpr (order == ByteOrder::host && has_field_of<Record, Kind::scalar>()) {
         if (table.template holds_scalars<Record>()) {
-            return every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+            return every_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
                 if constexpr (F::kind == Kind::scalar) {
                     F::in(record) = table.template scalar<typename F::Member>(id);
                     return true;
@@ -154,7 +153,7 @@ template <class Record, ByteOrder order>
             });
         }
     }
-    return every_field<Record>([&]<class F, std::uint32_t id>() __attribute__((always_inline)) {
+    return every_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         return read_if_present<F, id>(unit, region, table, record);
     });
 }
@@ -174,8 +173,7 @@ template <class Record, ByteOrder order>
 
 // Reads a nested table into a record inside another, or an element of its array.
 template <class Record, ByteOrder order>
-[[gnu::always_inline]] inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at,
-                                               Record& record) {
+KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record) {
     constexpr const char* name = nested_unpack_name<Record>.c_str();
     if constexpr (Description<Record>::nested_decoder_checks_arguments) {
         if (!check_unpack_arguments(unit, name, region.bytes(), region.size(), &record)) return false;
@@ -215,8 +213,8 @@ template <class Record>
 // The exported unpack of every message type. A message with its frame is read here, where no call means no
 // register to save.
 template <class Record>
-[[gnu::always_inline]] inline std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer,
-                                                   std::uint32_t length, Record* record) {
+KAPLO_INLINE inline std::uint32_t unpack(Unit& unit, const std::uint8_t* buffer, std::uint32_t length,
+                                         Record* record) {
     if (has_frames<Record, ByteOrder::host> && has_memory_hooks(unit) &&
         are_unpack_arguments(buffer, length, record) && unit.byte_swap == 0 &&
         read_framed_message(Region<ByteOrder::host>(buffer, length), *record)) {

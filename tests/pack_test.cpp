@@ -110,6 +110,37 @@ TEST_P(PackOfEveryType, NeedsThePackedSizeAsCapacityWithoutABufferToo) {
               Lines{"[KAPLO]:Param invalid(null, " + std::to_string(empty_bytes) + ", nonNull)"});
 }
 
+// ---- a record without a zero, which is written in one piece ------------------------------------------
+
+class PackOfEveryScalar : public MessageTest {
+  protected:
+    const Nac_SetPortMsg record = {1, 2};
+    static constexpr std::uint32_t kBytes = 24;
+};
+
+TEST_F(PackOfEveryScalar, RefusesANullLengthSilently) {
+    Bytes buffer(kBytes, 0xEE);
+    EXPECT_EQ(Nac_SetPortMsg__pack(&record, buffer.data(), nullptr), kRefused);
+    EXPECT_EQ(buffer, Bytes(kBytes, 0xEE));
+    EXPECT_EQ(logged(), Lines{});
+}
+
+TEST_F(PackOfEveryScalar, IsRefusedWithAByteTooLittle) {
+    Bytes buffer(kBytes, 0xEE);
+    std::uint32_t length = kBytes - 1;
+    EXPECT_EQ(Nac_SetPortMsg__pack(&record, buffer.data(), &length), kRefused);
+    EXPECT_EQ(length, kBytes - 1);
+    EXPECT_EQ(buffer, Bytes(kBytes, 0xEE));
+    EXPECT_EQ(logged(), Lines{});
+}
+
+TEST_F(PackOfEveryScalar, TellsTheSizeWithoutABufferAtThePriceOfOneLine) {
+    std::uint32_t length = kBytes;
+    EXPECT_EQ(Nac_SetPortMsg__pack(&record, nullptr, &length), 0U);
+    EXPECT_EQ(length, kBytes);
+    EXPECT_EQ(logged_texts(), Lines{"[KAPLO]:Param invalid(null, 24, nonNull)"});
+}
+
 TEST_P(PackOfEveryType, AllocatesNothing) {
     Bytes buffer(empty_bytes);
     std::uint32_t length = empty_bytes;

@@ -89,4 +89,18 @@ TEST_F(PlatformMemory, ARecordOfScalarsNeedsOneClearingOfItsSlots) {
     EXPECT_EQ(calls, (std::vector<Call>{{'s', 4, 4}}));
 }
 
+TEST_F(PlatformMemory, AnImageStartsAsACopyOfTheBlankOne) {
+    const Nac_SetPortMsg record = {1, 2};
+    std::array<std::uint8_t, 24> image = {};
+    kaplo::write_image(unit, record, image.data());
+    EXPECT_EQ(calls, (std::vector<Call>{{'c', 24, 24}}));
+    const std::array<std::uint8_t, 24> expected = {4,    0,    0,    0,     // root reference
+                                                   0xF4, 0xFF, 0xFF, 0xFF,  // soffset
+                                                   1,    0,    0,    0,     // f0
+                                                   2,    0,    0,    0,     // f1
+                                                   8,    0,    12,   0,     // lengths of vtable and table
+                                                   4,    0,    8,    0};    // places of f0 and f1
+    EXPECT_EQ(image, expected);
+}
+
 }  // namespace
