@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: Apache-2.0
+// The envelope and the packets, byte by byte, and what is no envelope.
+#include "vorn/envelope.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace vorn;
+using Buffer = std::vector<std::uint8_t>;
+
+Buffer from_hex(const std::string& text) {
+    Buffer bytes;
+    for (std::size_t i = 0; i + 1 < text.size();) {
+        if (text[i] == ' ') {
+            ++i;
+            continue;
+        }
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+        i += 2;
+    }
+    return bytes;
+}
+
+const Buffer kUnit = from_hex(
+    "56 4f 52 4e 01 01 00 00 "  // "VORN", version 1, a unit, zeros
+    "02 00 00 00 "              // destination
+    "01 00 00 00 "              // source
+    "88 77 66 55 44 33 22 11 "  // target
+    "02 00 00 00 "              // count
+    "34 00 00 00 "              // bytes: 32 + 2 * 8 + 3 + 1
+    "55 81 b5 09 03 00 00 00 "  // id, length
+    "05 00 00 00 01 00 00 00 "  //
+    "aa bb cc "                 // the messages
+    "dd ");
+
+TEST(Envelope, AUnitIsTheseBytes) {
+    const Buffer first = {0xAA, 0xBB, 0xCC};
+    const Buffer second = {0xDD};
+    const VORN_SendDescriptor descriptors[] = {{first.data(), 0x09B58155, 3}, {second.data(), 5, 1}};
+    const auto bytes = unit_bytes(descriptors, 2);
+    ASSERT_EQ(bytes, 52U);
+    Buffer written(*bytes);
+    write_unit(written.data(), {2, 1, 0x1122334455667788, 2, *bytes}, descriptors);
+    EXPECT_EQ(written, kUnit);
+}
+
+TEST(Envelope, AUnitIsReadAsItWasWritten) {
+    const auto unit = read_unit(kUnit);
+    ASSERT_TRUE(unit);
+    EXPECT_EQ(unit->header().destination, 2U);
+    EXPECT_EQ(unit->header().source, 1U);
+    EXPECT_EQ(unit->header().target, 0x1122334455667788U);
+    EXPECT_EQ(unit->header().count, 2U);
+    EXPECT_EQ(unit->header().bytes, 52U);
+    std::vector<std::pair<std::uint32_t, Buffer>> messages;
+    unit->each_message([&](const Message& message) {
+        messages.emplace_back(message.id, Buffer(message.bytes.begin(), message.bytes.end()));
+    });
+    ASSERT_EQ(messages.size(), 2U);
+    EXPECT_EQ(messages[0], std::pair(0x09B58155U, (Buffer{0xAA, 0xBB, 0xCC})));
+    EXPECT_EQ(messages[1], std::pair(5U, Buffer{0xDD}));
+}
+
+TEST(Envelope, WhatFollowsAUnitIsNotOfIt) {
+    Buffer two = kUnit;
+    two.insert(two.end(), kUnit.begin(), kUnit.end());
+    const auto unit = read_unit(two);
+    ASSERT_TRUE(unit);
+    EXPECT_EQ(unit->header().bytes, 52U);
+    EXPECT_TRUE(read_unit(Bytes(two).subspan(52)));
+}
+
+TEST(Envelope, CutAnywhereItIsDamaged) {
+    for (std::size_t size = 0; size < kUnit.size(); ++size) {
+        const Buffer cut(kUnit.begin(), kUnit.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_FALSE(read_unit(cut)) << size;
+    }
+}
+
+// Bytes of the header and of the lengths carry the structure: no other value of any of them is accepted.
+TEST(Envelope, EveryOtherValueOfAStructuralByteIsDamage) {
+    std::vector<std::size_t> structural = {0, 1, 2, 3, 4, 5, 6, 7};
+    for (std::size_t at = 24; at < 32; ++at) structural.push_back(at);
+    for (std::size_t at = 36; at < 40; ++at) structural.push_back(at);
+    for (std::size_t at = 44; at < 48; ++at) structural.push_back(at);
+    for (const std::size_t at : structural) {
+        for (unsigned value = 0; value < 256; ++value) {
+            if (value == kUnit[at]) continue;
+            Buffer damaged = kUnit;
+            damaged[at] = static_cast<std::uint8_t>(value);
+            EXPECT_FALSE(read_unit(damaged)) << "byte " << at << " = " << value;
+        }
+    }
+}
+
+TEST(Envelope, SumsOfLengthsDoNotWrap) {
+    Buffer damaged = kUnit;
+    for (const std::size_t at : {36U, 44U}) {
+        put<std::uint32_t>(damaged.data() + at, 0xFFFFFFFE);
+    }
+    EXPECT_FALSE(read_unit(damaged));
+    put<std::uint32_t>(damaged.data() + 36, 0xFFFFFFFF);
+    put<std::uint32_t>(damaged.data() + 44, 5);  // 4 modulo 2^32
+    EXPECT_FALSE(read_unit(damaged));
+    put<std::uint32_t>(damaged.data() + 24, 0x20000002);  // times 8: 16 modulo 2^32
+    EXPECT_FALSE(read_unit(damaged));
+}
+
+TEST(Envelope, AUnitWithoutMessagesIsDamaged) {
+    Buffer empty(kUnit.begin(), kUnit.begin() + 32);
+    put<std::uint32_t>(empty.data() + 24, 0);
+    put<std::uint32_t>(empty.data() + 28, 32);
+    EXPECT_FALSE(read_unit(empty));
+}
+
+TEST(Envelope, SizesAbove32BitsAreNone) {
+    const VORN_SendDescriptor huge = {nullptr, 1, 0xFFFFFFFF};
+    const VORN_SendDescriptor both[] = {huge, huge};
+    EXPECT_EQ(unit_bytes(both, 2), std::nullopt);
+    EXPECT_EQ(unit_bytes(&huge, 1), std::nullopt);
+}
+
+template <class Packet>
+Buffer written(const Packet& packet) {
+    Buffer bytes(Packet::kBytes);
+    write_packet(bytes.data(), packet);
+    return bytes;
+}
+
+TEST(Packets, AreTheseBytes) {
+    EXPECT_EQ(written(Hello{1, 2, 3}), from_hex("564f524e 01 02 0000 01000000 02000000 0300000000000000"));
+    EXPECT_EQ(written(Welcome{4, 5, 6, 8, 7}),
+              from_hex("564f524e 01 03 0000 04000000 05000000 0600000000000000 "
+                       "0800000000000000 0700000000000000"));
+    EXPECT_EQ(written(Data{1, 2, 3, 0}), from_hex("564f524e 01 04 0000 0100000000000000 0200000000000000 "
+                                                  "03000000 00000000"));
+    EXPECT_EQ(written(Ping{1, 2}), from_hex("564f524e 01 05 0000 0100000000000000 0200000000000000"));
+    EXPECT_EQ(written(Ack{1, 3, 2, 4}), from_hex("564f524e 01 06 0000 0100000000000000 0300000000000000 "
+                                                 "0200000000000000 0400000000000000"));
+    EXPECT_EQ(written(Reset{9}), from_hex("564f524e 01 07 0000 0900000000000000"));
+    const std::uint64_t values[] = {1, 2};
+    Buffer counters(kCountersHeaderBytes + 16);
+    write_counters(counters.data(), values);
+    EXPECT_EQ(counters, from_hex("564f524e 01 09 0000 02000000 00000000 0100000000000000 0200000000000000"));
+}
+
+TEST(Packets, AreReadAsTheyWereWritten) {
+    const auto hello = read_hello(written(Hello{1, 2, 3}));
+    ASSERT_TRUE(hello);
+    EXPECT_EQ(hello->source, 1U);
+    EXPECT_EQ(hello->destination, 2U);
+    EXPECT_EQ(hello->incarnation, 3U);
+    const auto welcome = read_welcome(written(Welcome{4, 5, 6, 8, 7}));
+    ASSERT_TRUE(welcome);
+    EXPECT_EQ(welcome->units, 4U);
+    EXPECT_EQ(welcome->unit_bytes, 5U);
+    EXPECT_EQ(welcome->session, 6U);
+    EXPECT_EQ(welcome->received, 8U);
+    EXPECT_EQ(welcome->handled, 7U);
+    const auto data = read_data(written(Data{1, 2, 3, 0}));
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->session, 1U);
+    EXPECT_EQ(data->first, 2U);
+    EXPECT_EQ(data->count, 3U);
+    const auto ping = read_ping(written(Ping{1, 2}));
+    ASSERT_TRUE(ping);
+    EXPECT_EQ(ping->session, 1U);
+    EXPECT_EQ(ping->sent, 2U);
+    const auto ack = read_ack(written(Ack{1, 3, 2, 4}));
+    ASSERT_TRUE(ack);
+    EXPECT_EQ(ack->session, 1U);
+    EXPECT_EQ(ack->received, 3U);
+    EXPECT_EQ(ack->handled, 2U);
+    EXPECT_EQ(ack->sent, 4U);
+    const auto reset = read_reset(written(Reset{9}));
+    ASSERT_TRUE(reset);
+    EXPECT_EQ(reset->session, 9U);
+}
+
+TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
+    const std::vector<Buffer> all = {written(Hello{1, 2, 3}),   written(Welcome{4, 5, 6, 8, 7}),
+                                     written(Data{1, 2, 3, 0}), written(Ping{1, 2}),
+                                     written(Ack{1, 3, 2, 4}),  written(Reset{9})};
+    const auto readers = [](Bytes bytes) {
+        return std::vector<bool>{read_hello(bytes).has_value(), read_welcome(bytes).has_value(),
+                                 read_data(bytes).has_value(),  read_ping(bytes).has_value(),
+                                 read_ack(bytes).has_value(),   read_reset(bytes).has_value()};
+    };
+    for (std::size_t kind = 0; kind < all.size(); ++kind) {
+        std::vector<bool> only(all.size(), false);
+        only[kind] = true;
+        EXPECT_EQ(readers(all[kind]), only);
+        for (std::size_t size = 0; size < all[kind].size(); ++size) {
+            EXPECT_EQ(readers(Bytes(all[kind]).first(size)), std::vector<bool>(all.size(), false)) << size;
+        }
+        Buffer longer = all[kind];
+        longer.push_back(0);
+        only[kind] = kind == 2;  // data is followed by its units
+        EXPECT_EQ(readers(longer), only);
+    }
+}
+
+TEST(Packets, ThatContradictThemselvesAreDamaged) {
+    EXPECT_FALSE(read_welcome(written(Welcome{0, 5, 6, 8, 7})));  // room for nothing
+    EXPECT_FALSE(read_welcome(written(Welcome{4, 5, 6, 7, 8})));  // handled, and not received
+    EXPECT_FALSE(read_ack(written(Ack{1, 2, 3, 4})));
+    EXPECT_FALSE(read_data(written(Data{1, 0, 3, 0})));  // units are numbered from 1
+    EXPECT_FALSE(read_data(written(Data{1, 2, 0, 0})));
+    Buffer data = written(Data{1, 2, 3, 0});
+    data[28] = 1;
+    EXPECT_FALSE(read_data(data));
+}
+
+TEST(Packets, CountersMayBeMoreOrFewerThanTheReaderKnows) {
+    const std::uint64_t values[] = {7, 8, 9};
+    Buffer bytes(kCountersHeaderBytes + 24);
+    write_counters(bytes.data(), values);
+    std::uint64_t two[2] = {};
+    ASSERT_TRUE(read_counters(bytes, two));
+    EXPECT_EQ(two[1], 8U);
+    std::uint64_t four[4] = {1, 1, 1, 1};
+    ASSERT_TRUE(read_counters(bytes, four));
+    EXPECT_EQ(four[2], 9U);
+    EXPECT_EQ(four[3], 1U);
+    bytes.pop_back();
+    EXPECT_FALSE(read_counters(bytes, two));
+    put<std::uint32_t>(bytes.data() + 8, 0x20000002);
+    EXPECT_FALSE(read_counters(bytes, two));
+}
+
+}  // namespace

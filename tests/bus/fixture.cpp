@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/bus/fixture.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+
+#ifdef VORN_TEST_NATS
+#include "tests/bus/nats_server.h"
+#endif
+
+namespace tests {
+namespace {
+
+class LoopPlace final : public Place {
+  public:
+    std::string url() const override { return url_; }
+
+  private:
+    static std::string next_url() {
+        static std::atomic<int> number = 0;
+        return "loop:test" + std::to_string(++number);
+    }
+    std::string url_ = next_url();
+};
+
+class IpcPlace final : public Place {
+  public:
+    IpcPlace() {
+        std::string name = (std::filesystem::temp_directory_path() / "vorn-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+        folder_ = name;
+    }
+    ~IpcPlace() override { std::filesystem::remove_all(folder_); }
+    std::string url() const override { return "ipc://" + folder_.string(); }
+
+  private:
+    std::filesystem::path folder_;
+};
+
+// Addresses 0 to 15 at ports that were free a moment ago.
+class TcpPlace final : public Place {
+  public:
+    static constexpr int kPorts = 16;
+    std::string url() const override { return "tcp://127.0.0.1:" + std::to_string(base_); }
+
+  private:
+    static int free_base() {
+        for (int tries = 0; tries < 100; ++tries) {
+            const int base =
+                20000 + (static_cast<int>(getpid()) * 97 + tries * 131 + next_++ * kPorts) % 12000;
+            bool all_free = true;
+            for (int port = base; port < base + kPorts && all_free; ++port) all_free = is_free(port);
+            if (all_free) return base;
+        }
+        throw std::runtime_error("no free ports");
+    }
+    static bool is_free(int port) {
+        const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const bool bound = bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        close(descriptor);
+        return bound;
+    }
+    static inline std::atomic<int> next_ = 0;
+    int base_ = free_base();
+};
+
+#ifdef VORN_TEST_NATS
+class NatsPlace final : public Place {
+  public:
+    std::string url() const override { return url_; }
+
+  private:
+    static std::string next_url() {
+        static std::atomic<int> number = 0;
+        return "nats://127.0.0.1:" + std::to_string(NatsServer::shared().port()) + "?prefix=test" +
+               std::to_string(getpid()) + "x" + std::to_string(++number) +
+               "&state=" + NatsServer::shared().folder();
+    }
+    std::string url_ = next_url();
+};
+#endif
+
+}  // namespace
+
+std::vector<std::string> transports() {
+    return {
+        "loop",
+#ifdef VORN_TEST_ZMQ
+        "ipc",
+        "tcp",
+#endif
+#ifdef VORN_TEST_NATS
+        "nats",
+#endif
+    };
+}
+
+std::unique_ptr<Place> make_place(const std::string& transport) {
+    if (transport == "loop") return std::make_unique<LoopPlace>();
+    if (transport == "ipc") return std::make_unique<IpcPlace>();
+    if (transport == "tcp") return std::make_unique<TcpPlace>();
+#ifdef VORN_TEST_NATS
+    if (transport == "nats") return std::make_unique<NatsPlace>();
+#endif
+    throw std::invalid_argument(transport);
+}
+
+Nac_SetPortMsg Arrived::port() const {
+    Nac_SetPortMsg message = {};
+    if (record.size() == sizeof message) std::memcpy(&message, record.data(), sizeof message);
+    return message;
+}
+
+TestBus::TestBus(const std::string& url, std::uint32_t address,
+                 const std::function<void(vorn_bus_options&)>& adjust) {
+    vorn_bus_options options = {};
+    options.url = url.c_str();
+    options.address = address;
+    options.log = [](const char* text, void* self) {
+        auto& bus = *static_cast<TestBus*>(self);
+        const std::lock_guard locked(bus.lock_);
+        bus.log_.emplace_back(text);
+    };
+    options.log_context = this;
+    if (adjust) adjust(options);
+    opened_ = vorn_bus_open(&options, &bus_);
+    if (opened_ != VORN_BUS_OK) return;
+    vorn_bus_handle_all(
+        bus_,
+        [](const vorn_bus_message* message, void* self) {
+            auto& bus = *static_cast<TestBus*>(self);
+            const auto* const record = static_cast<const std::uint8_t*>(message->record);
+            {
+                const std::lock_guard locked(bus.lock_);
+                bus.arrived_.push_back({message->message_id,
+                                        message->source,
+                                        message->destination,
+                                        message->flags,
+                                        message->target,
+                                        message->record_bytes,
+                                        {record, record + message->record_bytes},
+                                        {message->packed, message->packed + message->packed_bytes}});
+            }
+            if (bus.on_message) bus.on_message(*message);
+        },
+        this);
+}
+
+std::uint32_t TestBus::send(std::uint32_t destination, const Nac_SetPortMsg& record, std::uint64_t target) {
+    vorn_bus_use(bus_);
+    return Nac_SetPortMsg__sendtomsg(destination, &record, 1, target);
+}
+
+std::uint32_t TestBus::send(std::uint32_t destination, const std::vector<Nac_SetPortMsg>& records) {
+    vorn_bus_use(bus_);
+    return Nac_SetPortMsg__sendmsg(destination, records.data(), static_cast<std::uint32_t>(records.size()));
+}
+
+bool TestBus::poll_until(std::size_t messages) {
+    return eventually([&] {
+        vorn_bus_poll(bus_, 20, 0, nullptr);
+        const std::lock_guard locked(lock_);
+        return arrived_.size() >= messages;
+    });
+}
+
+std::vector<Arrived> TestBus::arrived() {
+    const std::lock_guard locked(lock_);
+    return arrived_;
+}
+
+std::vector<std::string> TestBus::log() {
+    const std::lock_guard locked(lock_);
+    return log_;
+}
+
+vorn_bus_counters TestBus::counters() {
+    vorn_bus_counters counters = {};
+    vorn_bus_read_counters(bus_, &counters);
+    return counters;
+}
+
+bool eventually(const std::function<bool()>& holds, std::chrono::milliseconds longest) {
+    const auto end = std::chrono::steady_clock::now() + longest;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+void BusTest::SetUp() {
+    place_ = make_place(GetParam());
+    url_ = place_->url();
+    services.reset();
+    services.record(false);
+    ASSERT_EQ(nac_fwm_port_recv_init(), 0);
+    ASSERT_EQ(nac_fwm_user_recv_init(), 0);
+    ASSERT_EQ(nac_fwm_dataflow_recv_init(), 0);
+}
+
+void BusTest::TearDown() {
+    EXPECT_EQ(services.live_blocks(), 0U);
+    EXPECT_EQ(services.foreign_releases(), 0U);
+}
+
+}  // namespace tests

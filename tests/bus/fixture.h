@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+// Buses of a test: on any transport, at addresses of one process, with what arrives kept for comparison.
+#ifndef TESTS_BUS_FIXTURE_H
+#define TESTS_BUS_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/services.h"
+#include "nac/nac_messages.h"
+#include "vorn/vorn_bus.h"
+
+namespace tests {
+
+inline constexpr std::uint32_t kSetPortId = 162890069;
+inline constexpr std::uint32_t kSetUserTableId = 1201171741;
+
+// A place of its own for each test: a loop's name, a folder, ports, or a stream's prefix.
+class Place {
+  public:
+    virtual ~Place() = default;
+    virtual std::string url() const = 0;
+};
+
+// "loop", "ipc", "tcp" or "nats", as far as they are built.
+std::vector<std::string> transports();
+std::unique_ptr<Place> make_place(const std::string& transport);
+
+// What a handler was given.
+struct Arrived {
+    std::uint32_t message_id;
+    std::uint32_t source;
+    std::uint32_t destination;
+    std::uint32_t flags;
+    std::uint64_t target;
+    std::uint32_t record_bytes;
+    std::vector<std::uint8_t> record;
+    std::vector<std::uint8_t> packed;
+
+    // The record as Nac_SetPortMsg.
+    Nac_SetPortMsg port() const;
+};
+
+// An open bus that keeps what arrives and what it logs.
+class TestBus {
+  public:
+    TestBus(const std::string& url, std::uint32_t address,
+            const std::function<void(vorn_bus_options&)>& adjust = nullptr);
+    ~TestBus() { close(); }
+    TestBus(const TestBus&) = delete;
+    TestBus& operator=(const TestBus&) = delete;
+
+    std::int32_t opened() const { return opened_; }
+    vorn_bus* get() const { return bus_; }
+    void close() { vorn_bus_close(std::exchange(bus_, nullptr)); }
+
+    // Sends through this bus with the library's own functions.
+    std::uint32_t send(std::uint32_t destination, const Nac_SetPortMsg& record, std::uint64_t target = 0);
+    std::uint32_t send(std::uint32_t destination, const std::vector<Nac_SetPortMsg>& records);
+
+    // Polls until so many messages have arrived in all, at most ten seconds. False: fewer came.
+    bool poll_until(std::size_t messages);
+
+    std::vector<Arrived> arrived();
+    std::vector<std::string> log();
+    vorn_bus_counters counters();
+    std::function<void(const vorn_bus_message&)> on_message;  // called after the message was kept
+
+  private:
+    vorn_bus* bus_ = nullptr;
+    std::int32_t opened_ = 0;
+    std::mutex lock_;
+    std::vector<Arrived> arrived_;
+    std::vector<std::string> log_;
+};
+
+// Waits until a condition holds, at most so long.
+bool eventually(const std::function<bool()>& holds,
+                std::chrono::milliseconds longest = std::chrono::seconds(10));
+
+// Registers all modules, and checks in the end that every block has been released.
+class BusTest : public testing::TestWithParam<std::string> {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    const std::string& url() const { return url_; }
+    const std::string& transport() const { return GetParam(); }
+    host::Services& services = host::Services::instance();
+
+  private:
+    std::unique_ptr<Place> place_;
+    std::string url_;
+};
+
+}  // namespace tests
+
+#endif

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the bus puts around messages: the envelope of a unit, and the packets in which processes exchange
+// units.
+//
+// All numbers are little-endian, nothing is padded; docs/bus.md shows every byte. Reading never looks beyond
+// what it is given, and accepts only what the writers here write.
+#ifndef VORN_ENVELOPE_H
+#define VORN_ENVELOPE_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "bus/vorn_bus_api.h"
+#include "runtime/wire.h"
+
+namespace vorn {
+
+using Bytes = std::span<const std::uint8_t>;
+
+inline constexpr auto kLittleEndian =
+    std::endian::native == std::endian::little ? kaplo::ByteOrder::host : kaplo::ByteOrder::reversed;
+
+template <class T>
+T get(const std::uint8_t* at) {
+    return kaplo::load<kLittleEndian, T>(at);
+}
+
+template <class T>
+void put(std::uint8_t* at, T value) {
+    kaplo::store<kLittleEndian, T>(at, value);
+}
+
+// The first eight bytes of every envelope and packet: "VORN", version, kind, two zero bytes.
+inline constexpr std::uint32_t kPreambleBytes = 8;
+inline constexpr std::uint8_t kVersion = 1;
+
+enum class Kind : std::uint8_t {
+    unit = 1,
+    hello = 2,    // sender to receiver: here I am
+    welcome = 3,  // receiver to sender: your session
+    data = 4,     // sender to receiver: units
+    ping = 5,     // sender to receiver: what have you got?
+    ack = 6,      // receiver to sender: this
+    reset = 7,    // receiver to sender: I do not know your session
+    ask = 8,      // anyone to receiver: your counters?
+    counters = 9  // receiver to anyone: these
+};
+
+void put_preamble(std::uint8_t* at, Kind kind);
+
+// The kind of bytes that begin like an envelope or packet of this version.
+std::optional<Kind> kind_of(Bytes bytes);
+
+// ---- a unit ---------------------------------------------------------------------------------------
+
+inline constexpr std::uint32_t kUnitHeaderBytes = 32;
+inline constexpr std::uint32_t kEntryBytes = 8;
+
+struct UnitHeader {
+    std::uint32_t destination;
+    std::uint32_t source;
+    std::uint64_t target;
+    std::uint32_t count;
+    std::uint32_t bytes;  // of the whole unit, this header included
+};
+
+struct Message {
+    std::uint32_t id;
+    Bytes bytes;
+};
+
+// A unit that has been read; refers to the bytes that it was read from.
+class Unit {
+  public:
+    const UnitHeader& header() const { return header_; }
+
+    // Calls use(Message) for each message, in order.
+    template <class Use>
+    void each_message(Use&& use) const {
+        const std::uint8_t* entry = start_ + kUnitHeaderBytes;
+        const std::uint8_t* message = entry + std::size_t{header_.count} * kEntryBytes;
+        for (std::uint32_t i = 0; i < header_.count; ++i, entry += kEntryBytes) {
+            const auto length = get<std::uint32_t>(entry + 4);
+            use(Message{get<std::uint32_t>(entry), Bytes(message, length)});
+            message += length;
+        }
+    }
+
+  private:
+    friend std::optional<Unit> read_unit(Bytes bytes);
+    UnitHeader header_ = {};
+    const std::uint8_t* start_ = nullptr;
+};
+
+// The size of a unit; none where it exceeds 32 bits.
+std::optional<std::uint32_t> unit_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count);
+
+// Writes header.bytes bytes.
+void write_unit(std::uint8_t* at, const UnitHeader& header, const VORN_SendDescriptor* descriptors);
+
+// Reads the unit at the beginning of `bytes`; others may follow it. None: the envelope is damaged.
+std::optional<Unit> read_unit(Bytes bytes);
+
+// ---- packets --------------------------------------------------------------------------------------
+
+struct Hello {
+    static constexpr std::uint32_t kBytes = 24;
+    std::uint32_t source;
+    std::uint32_t destination;
+    std::uint64_t incarnation;  // of the sender: another number each time that it opens the bus
+};
+
+struct Welcome {
+    static constexpr std::uint32_t kBytes = 40;
+    std::uint32_t units;       // that the sender may have on their way
+    std::uint32_t unit_bytes;  // of the largest unit that is taken
+    std::uint64_t session;     // names sender and receiver in one incarnation of both
+    std::uint64_t received;    // number of the last unit that has arrived, and all before it; 0: none yet
+    std::uint64_t handled;     // the same for units that have been handled
+};
+
+struct Data {
+    static constexpr std::uint32_t kBytes = 32;  // and the units
+    std::uint64_t session;
+    std::uint64_t first;  // number of the first unit; they are numbered from 1 within the session
+    std::uint32_t count;
+    std::uint32_t reserved;  // 0
+};
+
+struct Ping {
+    static constexpr std::uint32_t kBytes = 24;
+    std::uint64_t session;
+    std::uint64_t sent;  // number of the last unit sent before this packet
+};
+
+struct Ack {
+    static constexpr std::uint32_t kBytes = 40;
+    std::uint64_t session;
+    std::uint64_t received;
+    std::uint64_t handled;
+    std::uint64_t
+        sent;  // of the ping that is answered; all-ones: the unit after `received` is missing; 0: neither
+};
+
+struct Reset {
+    static constexpr std::uint32_t kBytes = 16;
+    std::uint64_t session;
+};
+
+inline constexpr std::uint64_t kUnitIsMissing = UINT64_MAX;
+
+// Each writes kBytes, preamble included.
+void write_packet(std::uint8_t* at, const Hello& packet);
+void write_packet(std::uint8_t* at, const Welcome& packet);
+void write_packet(std::uint8_t* at, const Data& packet);
+void write_packet(std::uint8_t* at, const Ping& packet);
+void write_packet(std::uint8_t* at, const Ack& packet);
+void write_packet(std::uint8_t* at, const Reset& packet);
+
+// Each reads a packet of its kind and of just its size, Data of at least that. None: it is damaged.
+std::optional<Hello> read_hello(Bytes bytes);
+std::optional<Welcome> read_welcome(Bytes bytes);
+std::optional<Data> read_data(Bytes bytes);
+std::optional<Ping> read_ping(Bytes bytes);
+std::optional<Ack> read_ack(Bytes bytes);
+std::optional<Reset> read_reset(Bytes bytes);
+
+// Counters travel as preamble, count (u32), a zero u32, and that many u64. A reader takes those it knows.
+inline constexpr std::uint32_t kCountersHeaderBytes = 16;
+void write_counters(std::uint8_t* at, std::span<const std::uint64_t> values);
+bool read_counters(Bytes bytes, std::span<std::uint64_t> values);
+
+}  // namespace vorn
+
+#endif

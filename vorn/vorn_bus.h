@@ -1,0 +1,168 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/* A VORN bus for machines that have none: between the parts of a process, the processes of a machine, or
+ * machines.
+ *
+ * A process opens the bus at an address, to which others send. It registers its modules as on any VORN bus
+ * (nac_fwm_..._recv_init), sets handlers, and either polls or lets the bus run a receiving thread. What it
+ * sends with Nac_...__sendmsg goes through the bus that it opened first, or that it chose with vorn_bus_use.
+ *
+ * One call of VORN_SendMsg or VORN_SendToMsg is one unit: all its messages arrive, in order and together, or
+ * none. Units from one thread to one address arrive in the order in which they were sent, and each at most
+ * once. A send waits for a peer and for room in its queue, at most send_timeout_ms; nothing is dropped in
+ * silence. docs/bus.md says what holds when peers or servers come and go, and what is on the wire.
+ *
+ * Every function may be called from any thread, except where it says otherwise. */
+#ifndef VORN_BUS_H
+#define VORN_BUS_H
+
+#include <stdint.h>
+
+#include "bus/vorn_bus_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Results of every function here, and of the four VORN functions. The library's own refusal is all-ones. */
+enum {
+    VORN_BUS_OK = 0,
+    VORN_BUS_NOT_OPEN = 1,      /* no bus is open in this process, or it is being closed */
+    VORN_BUS_BAD_ARGUMENT = 2,  /* a null pointer, a count of 0, a number out of its range */
+    VORN_BUS_BAD_URL = 3,       /* the URL is none of this bus, or cannot hold the address */
+    VORN_BUS_ADDRESS_TAKEN = 4, /* another process, or another bus of this one, is open at the address */
+    VORN_BUS_NO_PEER = 5,   /* nobody was there to take the unit before the time was over; it was not sent */
+    VORN_BUS_FULL = 6,      /* the receiver did not make room before the time was over; it was not sent */
+    VORN_BUS_TOO_LARGE = 7, /* the unit is larger than this bus or its receiver takes; it was not sent */
+    VORN_BUS_LOST = 8,      /* flush: units that were accepted since the last flush are counted as lost */
+    VORN_BUS_TIMEOUT = 9,   /* flush: units are on their way still */
+    VORN_BUS_UNSURE = 10, /* nats: the server did not say whether it has stored the unit; it counts as lost */
+    VORN_BUS_BUSY = 11,   /* a handler polls the bus that called it, or a receiving thread polls already */
+    VORN_BUS_NO_TRANSPORT = 12, /* built without the transport that the URL names */
+    VORN_BUS_NO_MEMORY = 13,
+    VORN_BUS_TROUBLE = 14 /* the system refused; the log says what */
+};
+
+/* What a result means, in a few words. Constant text. */
+const char* vorn_bus_result_text(int32_t result);
+
+typedef struct vorn_bus vorn_bus;
+
+/* A line for the host's log. `text` is valid until the function returns. Called from any thread. */
+typedef void (*vorn_bus_log)(const char* text, void* context);
+
+/* Zero stands for what is said in brackets. */
+typedef struct vorn_bus_options {
+    const char* url;      /* [VORN_BUS_URL of the environment, else "loop:"] see docs/bus.md */
+    uint32_t address;     /* where others send to; any number, also 0 */
+    uint32_t queue_units; /* [1024] units to one receiver that it has not handled yet */
+    uint32_t queue_bytes; /* [16 MiB] the same in bytes; one unit always fits */
+    uint32_t
+        unit_bytes; /* [1,000,000] the largest unit to send or to take, with its envelope; up to 64 MiB */
+    int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for room; negative: not at all */
+    int32_t linger_ms;       /* [1000] how long closing waits for units on their way; negative: not at all */
+    vorn_bus_log log;        /* [lines on standard error] */
+    void* log_context;
+} vorn_bus_options;
+
+/* Opens a bus. The first one that is open in a process is that of VORN_SendMsg. */
+int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus);
+
+/* Stops receiving, waits for units on their way (linger_ms), closes and frees. Units that have arrived and
+ * are not handled by then are lost to their senders. Not from a handler, and not while other functions use
+ * this bus. Null is allowed. */
+void vorn_bus_close(vorn_bus* bus);
+
+/* From now on VORN_SendMsg and VORN_SendToMsg send through this bus. */
+int32_t vorn_bus_use(vorn_bus* bus);
+
+/* ---- receiving ---------------------------------------------------------------------------------- */
+
+/* The unit had reached a process that was killed before it could say whether it had handled it (nats only).
+ */
+#define VORN_BUS_REPEATED 1u
+
+/* A message that has arrived; valid until the handler returns. */
+typedef struct vorn_bus_message {
+    uint32_t message_id;
+    uint32_t source;      /* the sender's address */
+    uint32_t destination; /* this bus's address */
+    uint32_t flags;       /* VORN_BUS_REPEATED or 0 */
+    uint64_t target;      /* of VORN_SendToMsg, or 0 */
+    const void* record;   /* of the registered type; zero where the message's length is no message's */
+    const uint8_t* packed;
+    uint32_t record_bytes;
+    uint32_t packed_bytes;
+} vorn_bus_message;
+
+/* Handlers of one bus run one at a time, in the polling or the receiving thread. They may send. */
+typedef void (*vorn_bus_handler)(const vorn_bus_message* message, void* context);
+
+/* Sets the handler for one message id; null: none of its own. */
+int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler handler, void* context);
+
+/* Sets the handler for all ids that have none of their own; null: they are counted and dropped. */
+int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* context);
+
+/* Handles units that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
+ * ever), and at most max_units of them (0: all that are there). `handled` (may be null) is set to their
+ * number. */
+int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_units, uint32_t* handled);
+
+/* A file descriptor for poll or epoll that is readable while vorn_bus_poll has something to do. It belongs to
+ * the bus, and must not be read. Negative: the system refused. */
+int vorn_bus_descriptor(vorn_bus* bus);
+
+/* Lets the bus poll in a thread of its own, until it is stopped or closed. */
+int32_t vorn_bus_start(vorn_bus* bus);
+
+/* Ends that thread once the running handler has returned. Not from a handler. */
+int32_t vorn_bus_stop(vorn_bus* bus);
+
+/* Calls the clean-up functions that modules have registered, in their order. */
+void vorn_bus_clean_resources(void);
+
+/* ---- sending ------------------------------------------------------------------------------------ */
+
+/* VORN_SendToMsg through a bus that is named. Target 0 is none. */
+int32_t vorn_bus_send(vorn_bus* bus, uint32_t destination, const VORN_SendDescriptor* descriptors,
+                      uint32_t count, uint64_t target);
+
+/* Waits until all that was accepted has been handled by its receivers (nats: is stored), at most timeout_ms
+ * (negative: for ever). VORN_BUS_LOST tells once of units that were lost since the last flush. Not from a
+ * handler that handles what this bus has sent to itself. */
+int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms);
+
+/* ---- counters ----------------------------------------------------------------------------------- */
+
+typedef struct vorn_bus_counters {
+    uint64_t sent_units;        /* accepted: the send returned 0 */
+    uint64_t sent_messages;     /* the messages in them */
+    uint64_t refused_units;     /* the send returned something else */
+    uint64_t lost_units;        /* accepted, and not known to have been handled when their receiver ended */
+    uint64_t unhandled_units;   /* accepted, and on their way now: the depth of the queues to others */
+    uint64_t received_units;    /* handled */
+    uint64_t received_messages; /* given to a handler */
+    uint64_t waiting_units;     /* arrived, and not handled yet: the depth of the queue to this process */
+    uint64_t unknown_messages;  /* arrived, of an id that nobody registered */
+    uint64_t ignored_messages;  /* arrived, of an id that has no handler */
+    uint64_t damaged;           /* envelopes or packets that do not hold what they claim */
+    uint64_t redelivered_units; /* arrived again, and left out */
+    uint64_t missed_units;      /* gone from the server before they were handled (nats only) */
+} vorn_bus_counters;
+
+void vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters);
+
+/* The counters of the bus that is open at an address, asked over the wire. `url` as in vorn_bus_options; no
+ * bus need be open here, except on loop:. */
+int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout_ms,
+                              vorn_bus_counters* counters);
+
+/* The URL that a bus is or would be opened with: `url`, or what stands for null. Constant, or the
+ * environment's. */
+const char* vorn_bus_chosen_url(const char* url);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
