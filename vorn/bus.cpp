@@ -160,6 +160,8 @@ std::uint32_t Bus::handle_parcel(Parcel& parcel, std::uint32_t at_most) {
     if (parcel.bytes.empty()) {
         inbox_.units_left(std::exchange(parcel.units, 0));
         parcel.finished();
+    } else {
+        parcel.left_for_later();
     }
     return handled;
 }

@@ -122,6 +122,10 @@ void write_packet(std::uint8_t* at, const Ack& packet) {
 }
 void write_packet(std::uint8_t* at, const Reset& packet) { Writer(at, Kind::reset) << packet.session; }
 
+void write_packet(std::uint8_t* at, const Goodbye& packet) {
+    Writer(at, Kind::goodbye) << packet.session << packet.received << packet.handled;
+}
+
 std::optional<Hello> read_hello(Bytes bytes) {
     if (!is_packet(bytes, Kind::hello, Hello::kBytes)) return std::nullopt;
     Hello packet = {};
@@ -164,6 +168,14 @@ std::optional<Reset> read_reset(Bytes bytes) {
     if (!is_packet(bytes, Kind::reset, Reset::kBytes)) return std::nullopt;
     Reset packet = {};
     Reader(bytes) >> packet.session;
+    return packet;
+}
+
+std::optional<Goodbye> read_goodbye(Bytes bytes) {
+    if (!is_packet(bytes, Kind::goodbye, Goodbye::kBytes)) return std::nullopt;
+    Goodbye packet = {};
+    Reader(bytes) >> packet.session >> packet.received >> packet.handled;
+    if (packet.handled > packet.received) return std::nullopt;
     return packet;
 }
 

@@ -39,14 +39,15 @@ inline constexpr std::uint8_t kVersion = 1;
 
 enum class Kind : std::uint8_t {
     unit = 1,
-    hello = 2,    // sender to receiver: here I am
-    welcome = 3,  // receiver to sender: your session
-    data = 4,     // sender to receiver: units
-    ping = 5,     // sender to receiver: what have you got?
-    ack = 6,      // receiver to sender: this
-    reset = 7,    // receiver to sender: I do not know your session
-    ask = 8,      // anyone to receiver: your counters?
-    counters = 9  // receiver to anyone: these
+    hello = 2,     // sender to receiver: here I am
+    welcome = 3,   // receiver to sender: your session
+    data = 4,      // sender to receiver: units
+    ping = 5,      // sender to receiver: what have you got?
+    ack = 6,       // receiver to sender: this
+    reset = 7,     // receiver to sender: I do not know your session
+    goodbye = 8,   // receiver to sender: I close, and got as far as this
+    ask = 9,       // anyone to receiver: your counters?
+    counters = 10  // receiver to anyone: these
 };
 
 void put_preamble(std::uint8_t* at, Kind kind);
@@ -150,6 +151,13 @@ struct Reset {
     std::uint64_t session;
 };
 
+struct Goodbye {
+    static constexpr std::uint32_t kBytes = 32;
+    std::uint64_t session;
+    std::uint64_t received;  // no unit behind it was taken, or ever will be
+    std::uint64_t handled;   // those between this one and `received` are lost
+};
+
 inline constexpr std::uint64_t kUnitIsMissing = UINT64_MAX;
 
 // Each writes kBytes, preamble included.
@@ -159,6 +167,7 @@ void write_packet(std::uint8_t* at, const Data& packet);
 void write_packet(std::uint8_t* at, const Ping& packet);
 void write_packet(std::uint8_t* at, const Ack& packet);
 void write_packet(std::uint8_t* at, const Reset& packet);
+void write_packet(std::uint8_t* at, const Goodbye& packet);
 
 // Each reads a packet of its kind and of just its size, Data of at least that. None: it is damaged.
 std::optional<Hello> read_hello(Bytes bytes);
@@ -167,6 +176,7 @@ std::optional<Data> read_data(Bytes bytes);
 std::optional<Ping> read_ping(Bytes bytes);
 std::optional<Ack> read_ack(Bytes bytes);
 std::optional<Reset> read_reset(Bytes bytes);
+std::optional<Goodbye> read_goodbye(Bytes bytes);
 
 // Counters travel as preamble, count (u32), a zero u32, and that many u64. A reader takes those it knows.
 inline constexpr std::uint32_t kCountersHeaderBytes = 16;

@@ -23,9 +23,11 @@ class Parcel {
     Parcel(const Parcel&) = delete;
     Parcel& operator=(const Parcel&) = delete;
 
-    // Called in the polling thread: around each unit, and after the last, or where the rest cannot be read.
+    // Called in the polling thread: around each unit; where polling ends before the last; and after the last,
+    // or where the rest cannot be read.
     virtual void unit_begins() {}
     virtual void unit_handled() {}
+    virtual void left_for_later() {}
     virtual void finished() = 0;
 
     Bytes bytes;              // begins with the unit that is next

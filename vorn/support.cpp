@@ -10,7 +10,8 @@ namespace vorn {
 
 const char* chosen_url(const char* url) {
     if (url != nullptr) return url;
-    const char* const named = std::getenv("VORN_BUS_URL");  // NOLINT(concurrency-mt-unsafe): nobody here sets it
+    const char* const named =
+        std::getenv("VORN_BUS_URL");  // NOLINT(concurrency-mt-unsafe): nobody here sets it
     return named != nullptr && *named != '\0' ? named : "loop:";
 }
 

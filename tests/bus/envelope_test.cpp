@@ -142,10 +142,12 @@ TEST(Packets, AreTheseBytes) {
     EXPECT_EQ(written(Ack{1, 3, 2, 4}), from_hex("564f524e 01 06 0000 0100000000000000 0300000000000000 "
                                                  "0200000000000000 0400000000000000"));
     EXPECT_EQ(written(Reset{9}), from_hex("564f524e 01 07 0000 0900000000000000"));
+    EXPECT_EQ(written(Goodbye{1, 3, 2}), from_hex("564f524e 01 08 0000 0100000000000000 0300000000000000 "
+                                                  "0200000000000000"));
     const std::uint64_t values[] = {1, 2};
     Buffer counters(kCountersHeaderBytes + 16);
     write_counters(counters.data(), values);
-    EXPECT_EQ(counters, from_hex("564f524e 01 09 0000 02000000 00000000 0100000000000000 0200000000000000"));
+    EXPECT_EQ(counters, from_hex("564f524e 01 0a 0000 02000000 00000000 0100000000000000 0200000000000000"));
 }
 
 TEST(Packets, AreReadAsTheyWereWritten) {
@@ -179,16 +181,23 @@ TEST(Packets, AreReadAsTheyWereWritten) {
     const auto reset = read_reset(written(Reset{9}));
     ASSERT_TRUE(reset);
     EXPECT_EQ(reset->session, 9U);
+    const auto goodbye = read_goodbye(written(Goodbye{1, 3, 2}));
+    ASSERT_TRUE(goodbye);
+    EXPECT_EQ(goodbye->session, 1U);
+    EXPECT_EQ(goodbye->received, 3U);
+    EXPECT_EQ(goodbye->handled, 2U);
 }
 
 TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
     const std::vector<Buffer> all = {written(Hello{1, 2, 3}),   written(Welcome{4, 5, 6, 8, 7}),
                                      written(Data{1, 2, 3, 0}), written(Ping{1, 2}),
-                                     written(Ack{1, 3, 2, 4}),  written(Reset{9})};
+                                     written(Ack{1, 3, 2, 4}),  written(Reset{9}),
+                                     written(Goodbye{1, 3, 2})};
     const auto readers = [](Bytes bytes) {
-        return std::vector<bool>{read_hello(bytes).has_value(), read_welcome(bytes).has_value(),
-                                 read_data(bytes).has_value(),  read_ping(bytes).has_value(),
-                                 read_ack(bytes).has_value(),   read_reset(bytes).has_value()};
+        return std::vector<bool>{read_hello(bytes).has_value(),  read_welcome(bytes).has_value(),
+                                 read_data(bytes).has_value(),   read_ping(bytes).has_value(),
+                                 read_ack(bytes).has_value(),    read_reset(bytes).has_value(),
+                                 read_goodbye(bytes).has_value()};
     };
     for (std::size_t kind = 0; kind < all.size(); ++kind) {
         std::vector<bool> only(all.size(), false);
@@ -208,6 +217,7 @@ TEST(Packets, ThatContradictThemselvesAreDamaged) {
     EXPECT_FALSE(read_welcome(written(Welcome{0, 5, 6, 8, 7})));  // room for nothing
     EXPECT_FALSE(read_welcome(written(Welcome{4, 5, 6, 7, 8})));  // handled, and not received
     EXPECT_FALSE(read_ack(written(Ack{1, 2, 3, 4})));
+    EXPECT_FALSE(read_goodbye(written(Goodbye{1, 2, 3})));
     EXPECT_FALSE(read_data(written(Data{1, 0, 3, 0})));  // units are numbered from 1
     EXPECT_FALSE(read_data(written(Data{1, 2, 0, 0})));
     Buffer data = written(Data{1, 2, 3, 0});

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+// The sending end between two addresses: numbers units, and keeps them until the receiver has handled them.
+//
+// Units go to one incarnation of the receiver, named by a session. What the same incarnation missed is sent
+// again; what an incarnation took and did not handle before it ended is lost, and counted.
+#ifndef VORN_ZMQ_LINK_H
+#define VORN_ZMQ_LINK_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+#include <zmq.hpp>
+
+#include "vorn/transport.h"
+#include "vorn/zmq_service.h"
+
+namespace vorn {
+
+class Link {
+  public:
+    Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string place,
+         zmq::context_t& context, Bell& bell);
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    // Any thread.
+    Result send(const Outgoing& unit, Deadline deadline);
+    bool wait_until_empty(Deadline deadline);
+    std::uint32_t units();
+
+    // The service thread. Serve returns when it wants to be called again, if nothing arrives meanwhile.
+    zmq::socket_ref socket() { return socket_; }
+    Clock::time_point serve();
+    bool has_waiting();
+
+  private:
+    // Units that travel together; in front, room for the packet's head.
+    struct Packet {
+        std::vector<std::uint8_t> bytes;
+        std::uint64_t first = 0;
+        std::uint32_t count = 0;
+        std::uint64_t last() const { return first + count - 1; }
+    };
+
+    void receive();
+    void receive(Bytes packet);
+    void welcome(const Welcome& packet);
+    void acknowledge(std::uint64_t handled);
+    void begin_session(const Welcome& packet);
+    void end_session(std::uint64_t received);
+    void send_again_behind(std::uint64_t received);
+    void send_waiting();
+    bool transmit(const Packet& packet);
+    bool transmit(Bytes bytes);
+    void say_hello();
+    void ping();
+    void set_up(bool up);
+    void give_back(std::uint64_t units, std::uint64_t bytes);
+
+    const Endpoint own_;
+    const std::uint32_t destination_;
+    const std::uint64_t incarnation_;
+    Bell& bell_;
+
+    // Of the service thread.
+    zmq::socket_t socket_;
+    std::uint64_t session_ = 0;
+    std::uint64_t next_ = 1;
+    std::uint64_t handled_ = 0;
+    std::deque<Packet> unhandled_;  // sent, and not known to be handled
+    bool serving_ = false;          // up_, without the lock
+    Clock::time_point next_hello_;
+    Clock::time_point next_ping_;
+    Clock::time_point heard_;
+    Clock::time_point sent_again_;
+
+    // Of all.
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool up_ = false;
+    std::uint32_t waiting_senders_ = 0;
+    std::uint32_t peer_units_ = 0;
+    std::uint32_t peer_unit_bytes_ = 0;
+    std::uint32_t units_ = 0;  // waiting and unhandled
+    std::uint64_t bytes_ = 0;
+    std::deque<Packet> waiting_;
+};
+
+}  // namespace vorn
+
+#endif

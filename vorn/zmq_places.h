@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where addresses are: a folder of sockets, or hosts and ports.
+#ifndef VORN_ZMQ_PLACES_H
+#define VORN_ZMQ_PLACES_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "vorn/support.h"
+
+namespace vorn {
+
+class Places {
+  public:
+    virtual ~Places() = default;
+
+    // ZeroMQ's endpoint of an address; none where the URL has no place for it.
+    virtual std::optional<std::string> endpoint(std::uint32_t address) const = 0;
+
+    // Around binding to the own address: takes what makes it unique; restricts it to this user.
+    virtual Result before_bind(std::uint32_t address, Log& log) = 0;
+    virtual void after_bind(std::uint32_t address) = 0;
+    virtual void after_unbind(std::uint32_t address) = 0;
+};
+
+// `rest` is the URL behind its scheme; null: it is none.
+std::unique_ptr<Places> ipc_places(const std::string& rest);
+std::unique_ptr<Places> tcp_places(const std::string& rest);
+
+// $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home.
+std::string usual_folder();
+
+}  // namespace vorn
+
+#endif
