@@ -108,10 +108,12 @@ class TcpPlaces final : public Places {
   public:
     static std::unique_ptr<Places> parse(std::string_view rest) {
         auto places = std::make_unique<TcpPlaces>();
-        for (bool first = true; first || !rest.empty(); first = false) {
+        bool more = true;
+        for (bool first = true; more; first = false) {
             const std::size_t comma = rest.find(',');
-            std::string_view part = rest.substr(0, comma);
-            rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+            const std::string_view part = rest.substr(0, comma);
+            more = comma != std::string_view::npos;
+            if (more) rest = rest.substr(comma + 1);
             const std::size_t equals = part.find('=');
             if ((equals == std::string_view::npos) != first) return nullptr;
             if (first) {

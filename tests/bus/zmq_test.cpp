@@ -1,0 +1,327 @@
+// SPDX-License-Identifier: Apache-2.0
+// ipc:// and tcp:// from outside: other speakers of the protocol, garbage, half-open connections, files and
+// ports.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <zmq.hpp>
+
+#include "tests/bus/fixture.h"
+#include "vorn/envelope.h"
+#include "vorn/zmq_places.h"
+
+namespace {
+
+using namespace tests;
+using namespace vorn;
+using Buffer = std::vector<std::uint8_t>;
+
+constexpr std::uint32_t kReceiver = 2;
+
+// {7, 1} as a fixed image.
+const Buffer kPort = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0, 8, 0, 0, 0, 7, 0, 0, 0, 1, 0, 0, 0};
+
+// Speaks the protocol by hand.
+class Speaker {
+  public:
+    Speaker(const std::string& place, zmq::socket_type type = zmq::socket_type::dealer)
+        : socket_(context_, type) {
+        socket_.set(zmq::sockopt::linger, 1000);
+        socket_.connect(place);
+    }
+    void say(const Buffer& bytes) { socket_.send(zmq::buffer(bytes)); }
+    template <class Packet>
+    void say(const Packet& packet) {
+        Buffer bytes(Packet::kBytes);
+        write_packet(bytes.data(), packet);
+        say(bytes);
+    }
+    // Units of one message each, with numbers from `first`.
+    void say_units(std::uint64_t session, std::uint64_t first, std::uint32_t units, std::uint32_t claimed) {
+        const VORN_SendDescriptor descriptor = {kPort.data(), kSetPortId, 24};
+        const std::uint32_t bytes = *unit_bytes(&descriptor, 1);
+        Buffer packet(Data::kBytes + std::size_t{units} * bytes);
+        write_packet(packet.data(), Data{session, first, claimed, 0});
+        for (std::uint32_t i = 0; i < units; ++i) {
+            write_unit(packet.data() + Data::kBytes + std::size_t{i} * bytes, {kReceiver, 1, 0, 1, bytes},
+                       &descriptor);
+        }
+        say(packet);
+    }
+    Buffer hear() {
+        socket_.set(zmq::sockopt::rcvtimeo, 5000);
+        zmq::message_t message;
+        if (!socket_.recv(message)) return {};
+        const auto* const bytes = message.data<std::uint8_t>();
+        return {bytes, bytes + message.size()};
+    }
+    Welcome greet() {
+        say(Hello{1, kReceiver, 4711});
+        const auto welcome = read_welcome(hear());
+        EXPECT_TRUE(welcome);
+        return welcome.value_or(Welcome{});
+    }
+    // The answer to a ping.
+    Ack ask(std::uint64_t session, std::uint64_t sent) {
+        say(Ping{session, sent});
+        for (;;) {
+            const Buffer bytes = hear();
+            const auto ack = read_ack(bytes);
+            if (bytes.empty() || !ack) {
+                ADD_FAILURE() << "no answer to a ping";
+                return {};
+            }
+            if (ack->sent == sent) return *ack;
+        }
+    }
+
+  private:
+    zmq::context_t context_{1};
+    zmq::socket_t socket_;
+};
+
+class Zmq : public BusTest {
+  protected:
+    std::string place(std::uint32_t address = kReceiver) const {
+        const std::string rest = url().substr(6);
+        return *(transport() == "ipc" ? ipc_places(rest) : tcp_places(rest))->endpoint(address);
+    }
+    // The bus still works for others.
+    void expect_alive(TestBus& receiver, std::size_t arrived_before) {
+        TestBus sender(url(), 3);
+        EXPECT_EQ(sender.send(kReceiver, {5, 6}), 0U);
+        EXPECT_TRUE(receiver.poll_until(arrived_before + 1));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(On, Zmq, testing::Values("ipc", "tcp"), [](const auto& of) { return of.param; });
+
+TEST_P(Zmq, AnotherSpeakerOfTheProtocolIsUnderstood) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    EXPECT_EQ(welcome.units, 1024U);
+    EXPECT_EQ(welcome.unit_bytes, 1'000'000U);
+    EXPECT_EQ(welcome.received, 0U);
+    speaker.say_units(welcome.session, 1, 3, 3);
+    ASSERT_TRUE(receiver.poll_until(3));
+    EXPECT_EQ(receiver.arrived()[0].port().f0, 7U);
+    EXPECT_TRUE(eventually([&] {
+        const Ack ack = speaker.ask(welcome.session, 3);
+        return ack.received == 3 && ack.handled == 3;
+    }));
+}
+
+TEST_P(Zmq, UnitsThatComeAgainAreLeftOut) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    for (int i = 0; i < 3; ++i) speaker.say_units(welcome.session, 1, 2, 2);
+    speaker.say_units(welcome.session, 3, 1, 1);
+    ASSERT_TRUE(receiver.poll_until(3));
+    EXPECT_EQ(receiver.arrived().size(), 3U);
+    EXPECT_EQ(receiver.counters().redelivered_units, 4U);
+}
+
+TEST_P(Zmq, AGapIsAnsweredAndNothingBehindItTaken) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    speaker.say_units(welcome.session, 2, 1, 1);
+    const auto ack = read_ack(speaker.hear());
+    ASSERT_TRUE(ack);
+    EXPECT_EQ(ack->received, 0U);
+    EXPECT_EQ(ack->sent, kUnitIsMissing);
+    speaker.say_units(welcome.session, 1, 2, 2);
+    EXPECT_TRUE(receiver.poll_until(2));
+}
+
+TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
+    TestBus receiver(url(), kReceiver);
+    std::uint64_t session = 0;
+    {
+        Speaker speaker(place());
+        const Welcome welcome = speaker.greet();
+        session = welcome.session;
+        speaker.say_units(session, 1, 2, 2);
+        ASSERT_TRUE(receiver.poll_until(2));
+    }
+    Speaker again(place());
+    const Welcome welcome = again.greet();
+    EXPECT_EQ(welcome.session, session);
+    EXPECT_EQ(welcome.received, 2U);
+    EXPECT_EQ(welcome.handled, 2U);
+}
+
+TEST_P(Zmq, AnUnknownSessionIsReset) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    speaker.say_units(99, 1, 1, 1);
+    const auto reset = read_reset(speaker.hear());
+    ASSERT_TRUE(reset);
+    EXPECT_EQ(reset->session, 99U);
+    EXPECT_EQ(receiver.counters().waiting_units, 0U);
+}
+
+TEST_P(Zmq, MoreUnitsThanThereMayBeAreNotTaken) {
+    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 4; });
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    EXPECT_EQ(welcome.units, 4U);
+    speaker.say_units(welcome.session, 1, 5, 5);        // above the window
+    speaker.say_units(welcome.session, 1, 1, 1000000);  // a count that the bytes cannot hold
+    EXPECT_EQ(speaker.ask(welcome.session, 5).received, 0U);
+    EXPECT_EQ(receiver.counters().damaged, 2U);
+    expect_alive(receiver, 0);
+}
+
+TEST_P(Zmq, ADamagedEnvelopeEndsItsPacketAndNothingElse) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    Buffer packet(Data::kBytes + 200, 0xEE);
+    write_packet(packet.data(), Data{welcome.session, 1, 3, 0});
+    speaker.say(packet);
+    speaker.say_units(welcome.session, 4, 1, 1);
+    ASSERT_TRUE(receiver.poll_until(1));
+    EXPECT_EQ(receiver.counters().damaged, 1U);
+    EXPECT_EQ(receiver.counters().waiting_units, 0U);
+    EXPECT_TRUE(eventually([&] { return speaker.ask(welcome.session, 4).handled == 4; }));
+}
+
+TEST_P(Zmq, MoreUnitsThanWereClaimedAreDamage) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    speaker.say_units(welcome.session, 1, 3, 1);
+    ASSERT_TRUE(receiver.poll_until(1));
+    speaker.say_units(welcome.session, 2, 1, 1);
+    ASSERT_TRUE(receiver.poll_until(2));
+    EXPECT_EQ(receiver.arrived().size(), 2U);
+    EXPECT_EQ(receiver.counters().damaged, 1U);
+}
+
+TEST_P(Zmq, GarbageInMessagesIsCountedAndAFewLinesAreLogged) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    std::mt19937 random(7);
+    for (int i = 0; i < 500; ++i) {
+        Buffer bytes(random() % 200);
+        for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+        if (i % 2 == 0 && bytes.size() >= kPreambleBytes)
+            put_preamble(bytes.data(), static_cast<Kind>(random() % 12));
+        if (i % 2 == 0 && kind_of(bytes) == Kind::ask) continue;
+        speaker.say(bytes);
+    }
+    EXPECT_TRUE(eventually([&] { return receiver.counters().damaged > 300; }));
+    EXPECT_LT(receiver.log().size(), 100U);
+    expect_alive(receiver, 0);
+}
+
+TEST_P(Zmq, OtherKindsOfSocketsDoNoHarm) {
+    TestBus receiver(url(), kReceiver);
+    Speaker request(place(), zmq::socket_type::req);
+    request.say(Buffer{1, 2, 3});
+    EXPECT_TRUE(eventually([&] { return receiver.counters().damaged == 1; }));
+    expect_alive(receiver, 0);
+}
+
+TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
+    const auto at = make_place("tcp");
+    ASSERT_EQ(nac_fwm_port_recv_init(), 0);
+    TestBus receiver(at->url(), kReceiver);
+    const int port = std::stoi(at->url().substr(at->url().rfind(':') + 1)) + 2;
+    std::mt19937 random(8);
+    std::vector<int> connections;
+    for (int i = 0; i < 100; ++i) {
+        const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        if (i % 2 == 0) {  // the others never say a word
+            Buffer bytes(random() % 3000 + 1);
+            for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+            if (i % 4 == 0) bytes[0] = 0xFF;  // as a greeting begins
+            static_cast<void>(::send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+        }
+        connections.push_back(connection);
+    }
+    TestBus sender(at->url(), 1);
+    for (std::uint32_t i = 0; i < 100; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    EXPECT_TRUE(receiver.poll_until(100));
+    for (const int connection : connections) close(connection);
+}
+
+TEST(Tcp, AddressesArePortsBehindTheFirstOrHaveEntries) {
+    const auto places = tcp_places("127.0.0.1:7000,2=10.0.0.2:7100,9=[::1]:7200");
+    ASSERT_NE(places, nullptr);
+    EXPECT_EQ(places->endpoint(0), "tcp://127.0.0.1:7000");
+    EXPECT_EQ(places->endpoint(1), "tcp://127.0.0.1:7001");
+    EXPECT_EQ(places->endpoint(2), "tcp://10.0.0.2:7100");
+    EXPECT_EQ(places->endpoint(9), "tcp://[::1]:7200");
+    EXPECT_EQ(places->endpoint(58535), "tcp://127.0.0.1:65535");
+    EXPECT_EQ(places->endpoint(58536), std::nullopt);
+    EXPECT_EQ(places->endpoint(0xFFFFFFFF), std::nullopt);
+}
+
+TEST(Tcp, WhatIsNoListOfPlacesIsRefused) {
+    for (const char* const rest : {"", "host", ":7000", "host:", "host:0", "host:65536", "host:7000,",
+                                   "host:7000,x=h:1", "host:7000,2=h", "host:7000,2=h:1,2=h:2", "2=host:7000",
+                                   "host:7000x", "host:7000,4294967296=h:1", "host:7000,h:1"}) {
+        EXPECT_EQ(tcp_places(rest), nullptr) << rest;
+    }
+    vorn_bus* bus = nullptr;
+    vorn_bus_options options = {};
+    options.url = "tcp://127.0.0.1:7000";
+    options.address = 60000;
+    EXPECT_EQ(vorn_bus_open(&options, &bus), VORN_BUS_BAD_URL);
+}
+
+TEST(Ipc, FolderAndSocketAreTheUsersAlone) {
+    const auto at = make_place("ipc");
+    const std::string folder = at->url().substr(6) + "/inner";
+    TestBus bus("ipc://" + folder, 5);
+    ASSERT_EQ(bus.opened(), VORN_BUS_OK);
+    struct stat status = {};
+    ASSERT_EQ(stat(folder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0700U);
+    ASSERT_EQ(stat((folder + "/5.sock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    ASSERT_EQ(stat((folder + "/5.lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    bus.close();
+    EXPECT_NE(stat((folder + "/5.sock").c_str(), &status), 0);
+}
+
+TEST(Ipc, AFolderWhereOthersMayWriteIsRefused) {
+    const auto at = make_place("ipc");
+    ASSERT_EQ(chmod(at->url().substr(6).c_str(), 0770), 0);
+    TestBus bus(at->url(), 5);
+    EXPECT_EQ(bus.opened(), VORN_BUS_TROUBLE);
+    ASSERT_EQ(bus.log().size(), 1U);
+    EXPECT_NE(bus.log()[0].find("others may write there"), std::string::npos);
+}
+
+TEST(Ipc, APathThatNoSocketCanHaveIsRefused) {
+    TestBus bus("ipc:///tmp/" + std::string(200, 'x'), 5);
+    EXPECT_EQ(bus.opened(), VORN_BUS_BAD_URL);
+}
+
+TEST(Ipc, WithoutAFolderItIsThatOfTheUsersSession) {
+    setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
+    EXPECT_EQ(ipc_places("")->endpoint(3), "ipc:///run/user/7/vorn/3.sock");
+    unsetenv("XDG_RUNTIME_DIR");
+    setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(ipc_places("")->endpoint(3), "ipc:///home/someone/.vorn/3.sock");
+}
+
+}  // namespace
