@@ -2,10 +2,15 @@
 # Every header compiles alone, and twice in one source: C++ headers as C++, C headers as C too.
 #
 # The sources are made here, one for each header and language.
+set(c_headers bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/bus/*.h ${PROJECT_SOURCE_DIR}/host/*.h
   ${PROJECT_SOURCE_DIR}/nac/*.h ${PROJECT_SOURCE_DIR}/runtime/*.h)
-set(c_headers bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
+if(NAC_BUILD_BUS)
+  file(GLOB bus_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/vorn/*.h)
+  list(APPEND headers ${bus_headers})
+  list(APPEND c_headers vorn/vorn_bus.h)
+endif()
 
 add_library(headers_alone OBJECT)
 target_link_libraries(headers_alone PRIVATE nac_compile_options)

@@ -3,6 +3,7 @@
 #ifndef TOOL_COMMANDS_H
 #define TOOL_COMMANDS_H
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -38,12 +39,52 @@ struct DecodeOptions {
 };
 ExitCode run_decode(const DecodeOptions& options);
 
-// nac exchange: sends records over the loopback bus and compares what arrives with what was sent.
+// nac exchange: sends records over a bus within the tool and compares what arrives with what was sent.
 struct ExchangeOptions {
     std::vector<std::string> files;  // "-" is standard input
     bool json = false;
 };
 ExitCode run_exchange(const ExchangeOptions& options);
+
+// nac send: records from files to an address.
+struct SendOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    std::string bus;                 // empty: the usual URL
+    std::uint32_t to = 0;
+    std::uint32_t as = 0;
+    std::uint64_t target = 0;
+    bool batch = false;
+    double rate = 0;        // records a second; 0: as fast as they are taken
+    double timeout_s = 10;  // for each send, and for the last to be handled
+};
+ExitCode run_send(const SendOptions& options);
+
+// nac listen: prints what arrives at an address.
+struct ListenOptions {
+    std::string bus;
+    std::uint32_t as = 0;
+    bool json = false;
+    std::uint64_t count = 0;  // messages to wait for; 0: no end
+    double timeout_s = 0;     // of silence, after which it ends; 0: never
+};
+ExitCode run_listen(const ListenOptions& options);
+
+// nac bus stats: the counters of open buses.
+struct BusStatsOptions {
+    std::string bus;
+    std::vector<std::uint32_t> addresses;  // none: all that an ipc folder shows
+    bool json = false;
+    double timeout_s = 1;
+};
+ExitCode run_bus_stats(const BusStatsOptions& options);
+
+// nac doctor: which host services, which bus and which place a process gets.
+struct DoctorOptions {
+    std::string program;  // empty: this one
+    std::string bus;
+    std::uint32_t as = 0;
+};
+ExitCode run_doctor(const DoctorOptions& options);
 
 }  // namespace tool
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// nac exchange: every record goes through the library's own send and unpack functions, over the loopback bus.
+// nac exchange: every record goes through the library's own send and unpack functions, over a bus within the
+// tool.
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -14,16 +14,17 @@
 #include <vector>
 
 #include "bus/send.h"
-#include "host/loopback_bus.h"
 #include "host/services.h"
+#include "tool/brief.h"
 #include "tool/commands.h"
 #include "tool/json_lines.h"
 #include "tool/message_type.h"
+#include "tool/open_bus.h"
 
 namespace tool {
 namespace {
 
-constexpr std::uint32_t kDestination = 1;  // the loopback bus leads every address back here
+constexpr std::uint32_t kAddress = 1;  // sends to itself
 
 // The records of one type, back to back as the send functions take them.
 struct Records {
@@ -54,43 +55,10 @@ void add_line(const JsonLine& line, Input& input) {
     records.origins.push_back(line.origin);
 }
 
-bool is_zero(const Json& value) {
-    if (value.is_number()) return value == 0;
-    if (value.is_string()) {
-        return value.get_ref<const std::string&>().find_first_not_of("0:") == std::string::npos;
-    }
-    return std::all_of(value.begin(), value.end(), is_zero);
-}
-
-// A value without its fields that are zero: "{f0=18 f1={f2=7}}", "[100 200]".
-std::string brief(const Json& value) {
-    if (value.is_string()) return value.get<std::string>();
-    if (value.is_primitive()) return value.dump();
-    std::vector<std::string> parts;
-    for (const auto& [field, member] : value.items()) {
-        if (value.is_array()) {
-            parts.push_back(brief(member));
-        } else if (!is_zero(member)) {
-            parts.push_back(fmt::format("{}={}", field, brief(member)));
-        }
-    }
-    return value.is_array() ? fmt::format("[{}]", fmt::join(parts, " "))
-                            : fmt::format("{{{}}}", fmt::join(parts, " "));
-}
-
-// The record for a table's last column.
-std::string summary(const Json& record) {
-    constexpr std::size_t kWidth = 64;
-    const std::string text = brief(record);
-    return text.size() <= kWidth ? text : text.substr(0, kWidth - 3) + "...";
-}
-
 class Exchange {
   public:
-    Exchange(const Input& input, bool json) : input_(input), json_(json) {
-        auto& bus = host::LoopbackBus::instance();
-        bus.record_sends(false);
-        bus.deliver_to([this](const host::Arrival& arrival) { receive(arrival); });
+    Exchange(const Input& input, bool json) : input_(input), json_(json), bus_("loop:", kAddress) {
+        bus_.on_message([this](const vorn_bus_message& message) { receive(message); });
         auto& services = host::Services::instance();
         services.record(false);
         services.on_log([this](const host::LogLine& line) {
@@ -128,11 +96,12 @@ class Exchange {
         as_batch_ = as_batch;
         const std::byte* const first = record_at(type, records, index);
         const std::uint32_t result =
-            as_batch ? type.send_batch(kDestination, first, count) : type.send(kDestination, first, count);
+            as_batch ? type.send_batch(kAddress, first, count) : type.send(kAddress, first, count, 0);
         if (result != 0) {
             throw CommandError(kTrouble, fmt::format("{}: sending {} gave 0x{:08X}", records.origins[index],
                                                      type.name, result));
         }
+        vorn_bus_poll(bus_.get(), 0, 0, nullptr);
         if (expected_ != index + count) {
             throw CommandError(kTrouble, fmt::format("{}: {} of {} records arrived", records.origins[index],
                                                      expected_ - index, count));
@@ -160,7 +129,7 @@ class Exchange {
         }
     }
 
-    void receive(const host::Arrival& arrival) {
+    void receive(const vorn_bus_message& arrival) {
         const std::size_t index = expected_++;
         ++(as_batch_ ? batch_arrivals_ : single_arrivals_);
         const Json received = type_->to_json(arrival.record);
@@ -169,11 +138,10 @@ class Exchange {
         const char* const how = as_batch_ ? "batch" : "single";
         if (json_) {
             const Json line = {
-                {"type", type_->name}, {"sent", how}, {"bytes", arrival.packed.size()}, {"record", received}};
+                {"type", type_->name}, {"sent", how}, {"bytes", arrival.packed_bytes}, {"record", received}};
             fmt::print("{}\n", line.dump());
         } else {
-            fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed.size(),
-                       summary(received));
+            fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed_bytes, summary(received));
         }
         if (arrival.message_id != type_->id || arrival.record_bytes != type_->record_bytes ||
             received != sent) {
@@ -185,6 +153,7 @@ class Exchange {
 
     const Input& input_;
     bool json_;
+    OpenBus bus_;
     const MessageType* type_ = nullptr;  // being sent
     std::size_t expected_ = 0;           // index of the record that arrives next
     bool as_batch_ = false;

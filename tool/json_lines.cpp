@@ -33,7 +33,7 @@ void read_line(const std::string& line, const std::string& origin, const Use& us
     if (type == nullptr) {
         throw bad_data(origin, fmt::format("{} is not a message type; nac types lists them", name));
     }
-    use({origin, *type, object});
+    use({origin, *type, object, line.size() + 1});
 }
 
 void read_stream(std::istream& stream, const std::string& file, const Use& use) {

@@ -3,6 +3,7 @@
 #ifndef TOOL_JSON_LINES_H
 #define TOOL_JSON_LINES_H
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct JsonLine {
     std::string origin;  // "file:line"
     const MessageType& type;
     const Json& object;
+    std::size_t bytes;  // of the line, its end included
 
     // The member of this name. Throws CommandError if there is none.
     const Json& member(const char* name) const;

@@ -78,8 +78,9 @@ class TypeOf final : public MessageType {
     std::uint32_t packed_bytes(const void* record) const override {
         return kaplo::message_bytes(&of(record));
     }
-    std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count) const override {
-        return nac::Functions<Record>::send(destination, &of(records), count);
+    std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count,
+                       std::uint64_t target) const override {
+        return nac::Functions<Record>::send_to(destination, &of(records), count, target);
     }
     std::uint32_t send_batch(std::uint32_t destination, const void* records,
                              std::uint32_t count) const override {

@@ -51,8 +51,9 @@ class MessageType {
     // The compact size, as pack tells it.
     virtual std::uint32_t packed_bytes(const void* record) const = 0;
 
-    // The exported functions; records lie back to back.
-    virtual std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count) const = 0;
+    // The exported functions; records lie back to back, and target 0 is none.
+    virtual std::uint32_t send(std::uint32_t destination, const void* records, std::uint32_t count,
+                               std::uint64_t target) const = 0;
     virtual std::uint32_t send_batch(std::uint32_t destination, const void* records,
                                      std::uint32_t count) const = 0;
 };

@@ -71,7 +71,9 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
                                made.get()};
     Result result = scheme->make(url.substr(std::strlen(scheme->prefix)), endpoint, made->transport_);
     if (result == VORN_BUS_OK) result = made->transport_->open();
-    if (result == VORN_BUS_OK) bus = std::move(made);
+    if (result != VORN_BUS_OK) return result;
+    made->place_ = made->transport_->place();
+    bus = std::move(made);
     return result;
 }
 

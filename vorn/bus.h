@@ -54,6 +54,7 @@ class Bus {
     void handle(std::uint32_t message_id, vorn_bus_handler handler, void* context);
     void handle_all(vorn_bus_handler handler, void* context);
     void read_counters(vorn_bus_counters& counters) const;
+    const std::string& place() const { return place_; }
 
   private:
     struct Handler {
@@ -78,6 +79,7 @@ class Bus {
     Counters counters_;
     Inbox inbox_;
     std::unique_ptr<Transport> transport_;
+    std::string place_;
     std::uint64_t lost_at_flush_ = 0;
     std::mutex flush_lock_;
 

@@ -103,6 +103,8 @@ class LoopTransport final : public Transport {
         return units;
     }
 
+    std::string place() const override { return "loop:" + name_ + ", within this process"; }
+
     const Endpoint& endpoint() const { return endpoint_; }
 
   private:

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "vorn/support.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -13,6 +17,22 @@ const char* chosen_url(const char* url) {
     const char* const named =
         std::getenv("VORN_BUS_URL");  // NOLINT(concurrency-mt-unsafe): nobody here sets it
     return named != nullptr && *named != '\0' ? named : "loop:";
+}
+
+std::string usual_folder() {
+    // NOLINTBEGIN(concurrency-mt-unsafe): nobody here sets the environment
+    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/vorn";
+    const char* const home = std::getenv("HOME");
+    // NOLINTEND(concurrency-mt-unsafe)
+    if (home != nullptr && *home == '/') return std::string(home) + "/.vorn";
+    std::array<char, 4096> names = {};
+    passwd user = {};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &user, names.data(), names.size(), &found) == 0 && found != nullptr) {
+        return std::string(user.pw_dir) + "/.vorn";
+    }
+    return "/tmp/vorn-" + std::to_string(getuid());
 }
 
 std::uint64_t random_name() {

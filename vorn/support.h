@@ -32,6 +32,9 @@ inline Deadline within_milliseconds(std::int32_t milliseconds) {
 // The URL that stands for null.
 const char* chosen_url(const char* url);
 
+// $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home: the folder of ipc:// and of what nats:// remembers.
+std::string usual_folder();
+
 // A random number that is not 0: names of incarnations and sessions.
 std::uint64_t random_name();
 

@@ -51,6 +51,9 @@ class Transport {
     virtual bool drain(Deadline deadline) = 0;
 
     virtual std::uint64_t units_on_their_way() = 0;
+
+    // Where the address is, for people.
+    virtual std::string place() const = 0;
 };
 
 // `rest` is the URL behind its scheme. Open makes the transport, ask does without; both say in the log what

@@ -184,6 +184,13 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
     });
 }
 
+const char* vorn_bus_place(const vorn_bus* bus) { return bus == nullptr ? "" : bus->bus->place().c_str(); }
+
+const char* vorn_bus_usual_folder(void) {
+    static const std::string folder = vorn::usual_folder();
+    return folder.c_str();
+}
+
 const char* vorn_bus_chosen_url(const char* url) { return vorn::chosen_url(url); }
 
 const char* vorn_bus_result_text(int32_t result) {

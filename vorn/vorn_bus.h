@@ -161,6 +161,13 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
  * environment's. */
 const char* vorn_bus_chosen_url(const char* url);
 
+/* Where a bus takes what is sent to its address, for people: "tcp://127.0.0.1:7002". Valid while it is open.
+ */
+const char* vorn_bus_place(const vorn_bus* bus);
+
+/* The folder of ipc:// without one: $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home. Constant text. */
+const char* vorn_bus_usual_folder(void);
+
 #ifdef __cplusplus
 }
 #endif

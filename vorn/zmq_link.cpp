@@ -17,7 +17,7 @@ constexpr std::size_t kPacketBytes = 32768;
 constexpr auto kHelloAgain =
     10ms;  // where a sender waits; each try is one small packet, or none if not connected
 constexpr auto kHelloIdle = 200ms;
-constexpr auto kWelcomeWait = 200ms;
+constexpr auto kWelcomeWait = 50ms;
 constexpr auto kPing = 200ms;  // while units are on their way
 constexpr auto kPingIdle = 1s;
 constexpr auto kSilence = 3s;  // after which the receiver counts as away
@@ -138,6 +138,9 @@ void Link::receive(Bytes packet) {
     } else if (const auto goodbye = read_goodbye(packet); kind == Kind::goodbye && goodbye) {
         if (goodbye->session != session_ || goodbye->received >= next_) return;
         acknowledge(goodbye->handled);
+        std::array<std::uint8_t, Ping::kBytes> bytes;
+        write_packet(bytes.data(), Ping{session_, next_ - 1});
+        transmit(Bytes(bytes));  // the receiver closes when it has heard that we have
         end_session(goodbye->received);
     } else if (const auto reset = read_reset(packet); kind == Kind::reset && reset) {
         if (reset->session == session_) end_session(UINT64_MAX);

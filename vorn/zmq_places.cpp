@@ -2,7 +2,6 @@
 #include "vorn/zmq_places.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -11,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -151,22 +149,6 @@ class TcpPlaces final : public Places {
 };
 
 }  // namespace
-
-std::string usual_folder() {
-    // NOLINTBEGIN(concurrency-mt-unsafe): nobody here sets the environment
-    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/vorn";
-    const char* const home = std::getenv("HOME");
-    // NOLINTEND(concurrency-mt-unsafe)
-    if (home != nullptr && *home == '/') return std::string(home) + "/.vorn";
-    std::array<char, 4096> names = {};
-    passwd user = {};
-    passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &user, names.data(), names.size(), &found) == 0 && found != nullptr) {
-        return std::string(user.pw_dir) + "/.vorn";
-    }
-    return "/tmp/vorn-" + std::to_string(getuid());
-}
 
 std::unique_ptr<Places> ipc_places(const std::string& rest) {
     if (rest.empty()) return std::make_unique<IpcPlaces>(usual_folder());

@@ -29,9 +29,6 @@ class Places {
 std::unique_ptr<Places> ipc_places(const std::string& rest);
 std::unique_ptr<Places> tcp_places(const std::string& rest);
 
-// $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home.
-std::string usual_folder();
-
 }  // namespace vorn
 
 #endif

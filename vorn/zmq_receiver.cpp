@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 constexpr int kMessagesATurn = 64;
 constexpr std::size_t kMostSessions = 4096;
 constexpr auto kForgetAfter = 10min;
+constexpr auto kGoodbyeWait = 300ms;
+constexpr auto kPresent = 3s;     // senders that are there ping more often
 constexpr auto kTellAfter = 5ms;  // where handlers are slow, and a parcel holds many units
 
 constexpr std::uint32_t kSmallestUnit = kUnitHeaderBytes + kEntryBytes;
@@ -95,6 +97,10 @@ bool Receiver::receive() {
 void Receiver::receive(const std::string& route, zmq::message_t& message) {
     const Bytes bytes(message.data<std::uint8_t>(), message.size());
     const auto kind = kind_of(bytes);
+    if (closes_at_) {
+        if (const auto packet = read_ping(bytes)) unanswered_.erase(packet->session);
+        return;
+    }
     if (kind == Kind::data) {
         const auto packet = read_data(bytes);
         return packet ? data(route, *packet, message) : damaged("units");
@@ -179,7 +185,7 @@ void Receiver::tell(Session& session, std::uint64_t sent) {
 }
 
 bool Receiver::acknowledge() {
-    if (!open_) return false;
+    if (!open_ || closes_at_) return false;
     bool told = false;
     for (const auto& [name, session] : sessions_) {
         if (session->handled.load(std::memory_order_acquire) == session->told) continue;
@@ -197,13 +203,24 @@ void Receiver::ask(const std::string& route) {
     answer(route, Bytes(bytes));
 }
 
+void Receiver::say_goodbye() {
+    if (!open_ || closes_at_) return;
+    const auto now = Clock::now();
+    closes_at_ = now + kGoodbyeWait;
+    for (const auto& [name, session] : sessions_) {
+        const std::uint64_t handled = session->handled.load(std::memory_order_acquire);
+        answer(session->route, Goodbye{name, session->received, handled});
+        if (now - session->heard < kPresent) unanswered_.insert(name);
+    }
+}
+
+bool Receiver::may_close() const {
+    return !open_ || (closes_at_ && (unanswered_.empty() || Clock::now() > *closes_at_));
+}
+
 void Receiver::close() {
     if (!open_) return;
     open_ = false;
-    for (const auto& [name, session] : sessions_) {
-        const std::uint64_t handled = session->handled.load(std::memory_order_acquire);
-        answer(session->route, Goodbye{session->name, session->received, handled});
-    }
     socket_.close();
 }
 

@@ -6,8 +6,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <zmq.hpp>
@@ -44,7 +45,10 @@ class Receiver {
     // Tells senders what is handled. False: there was nothing to tell.
     bool acknowledge();
 
-    // Says goodbye to all senders, and closes the socket.
+    // Says goodbye to all senders, and takes no more units. The socket stays open for a moment, until each
+    // has answered: what a sender has not read when the connection ends never reaches it.
+    void say_goodbye();
+    bool may_close() const;
     void close();
 
   private:
@@ -66,6 +70,8 @@ class Receiver {
     Bell& bell_;
     zmq::socket_t socket_;
     bool open_ = false;
+    std::set<std::uint64_t> unanswered_;  // sessions that have not answered the goodbye
+    std::optional<Clock::time_point> closes_at_;
     std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by name
     std::unordered_map<std::uint64_t, std::shared_ptr<Session>> by_incarnation_;
 };

@@ -23,7 +23,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kLongestSleep = 1s;
+constexpr std::chrono::milliseconds kLongestSleep = 1s;
+constexpr std::chrono::milliseconds kClosingSleep = 10ms;
 
 class ZmqTransport final : public Transport {
   public:
@@ -83,6 +84,8 @@ class ZmqTransport final : public Transport {
         return units;
     }
 
+    std::string place() const override { return places_->endpoint(own_.address).value_or(""); }
+
   private:
     // Links are never removed while the bus is open, so that pointers to them stay good.
     Link* link_to(std::uint32_t destination) {
@@ -115,7 +118,8 @@ class ZmqTransport final : public Transport {
                 version = links_version_;
                 served = links();
             }
-            if (receiver_closes_) {
+            if (receiver_closes_) receiver_.say_goodbye();
+            if (receiver_closes_ && receiver_.may_close()) {
                 receiver_.close();
                 places_->after_unbind(own_.address);
                 receiver_closes_ = false;
@@ -123,7 +127,7 @@ class ZmqTransport final : public Transport {
             }
             bool busy = receiver_.receive();
             busy |= receiver_.acknowledge();
-            auto wake = Clock::now() + kLongestSleep;
+            auto wake = Clock::now() + (receiver_closes_ ? kClosingSleep : kLongestSleep);
             for (Link* const link : served) wake = std::min(wake, link->serve());
             if (busy || !bell_.may_sleep()) continue;
 

@@ -60,7 +60,10 @@ class TestBus {
 
     std::int32_t opened() const { return opened_; }
     vorn_bus* get() const { return bus_; }
-    void close() { vorn_bus_close(std::exchange(bus_, nullptr)); }
+    void close() {
+        vorn_bus_close(bus_);  // handlers that still run use it
+        bus_ = nullptr;
+    }
 
     // Sends through this bus with the library's own functions.
     std::uint32_t send(std::uint32_t destination, const Nac_SetPortMsg& record, std::uint64_t target = 0);

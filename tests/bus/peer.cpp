@@ -32,6 +32,8 @@ vorn_bus* open_bus(const char* url, const char* address) {
     options.address = static_cast<std::uint32_t>(std::strtoul(address, nullptr, 10));
     options.queue_units = 256;
     options.linger_ms = 5000;
+    if (std::strncmp(url, "nats", 4) == 0)
+        options.send_timeout_ms = 120000;  // until the cluster has a leader again
     vorn_bus* bus = nullptr;
     // After a kill, the system or a server may need a moment to see that the address is free.
     for (int tries = 0; tries < 300 && ends == 0; ++tries) {

@@ -27,7 +27,7 @@ void impatient(vorn_bus_options& options) { options.send_timeout_ms = 100; }
 
 void narrow(vorn_bus_options& options) {
     options.queue_units = 4;
-    options.send_timeout_ms = 100;
+    options.send_timeout_ms = 1000;
 }
 
 TEST_P(Semantics, AMessageArrivesWithItsIdAddressesTargetAndRecord) {
@@ -137,7 +137,7 @@ TEST_P(Semantics, AFullQueueIsSaidToTheSenderAndNothingOfItIsLost) {
     for (std::uint32_t i = 0; i < 4; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(sender.send(kReceiver, {99, 0}), std::uint32_t{VORN_BUS_FULL});
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 990ms);
     EXPECT_EQ(sender.counters().refused_units, 1U);
     ASSERT_TRUE(receiver.poll_until(4));
     ASSERT_TRUE(eventually([&] { return sender.send(kReceiver, {4, 0}) == 0; }));
@@ -177,7 +177,7 @@ TEST_P(Semantics, AUnitAboveTheLimitIsRefusedWhole) {
 
 TEST_P(Semantics, AUnitAboveTheReceiversLimitIsRefusedWhole) {
     TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.unit_bytes = 1000; });
-    TestBus sender(url(), kSender, impatient);
+    TestBus sender(url(), kSender);
     EXPECT_EQ(sender.send(kReceiver, std::vector<Nac_SetPortMsg>(31)), std::uint32_t{VORN_BUS_TOO_LARGE});
     EXPECT_EQ(sender.send(kReceiver, {1, 2}), 0U);
     EXPECT_TRUE(receiver.poll_until(1));

@@ -1,0 +1,291 @@
+// SPDX-License-Identifier: Apache-2.0
+// One end of a measurement of the bus, or of the bare client below it moving the same bytes.
+//
+// bus_bench bus|bare send|receive|ping|pong URL BYTES BATCH COUNT: send and receive move COUNT messages of
+// BYTES bytes, BATCH to a unit; ping and pong exchange COUNT messages one by one. Each prints one line of
+// JSON with clock readings in seconds that all processes of the machine share.
+#include <nats/nats.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+#include <zmq.hpp>
+
+#include "vorn/vorn_bus.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kMessageId = 1;
+constexpr std::uint32_t kLeft = 1;
+constexpr std::uint32_t kRight = 2;
+
+struct Plan {
+    std::string url;
+    std::uint32_t bytes;
+    std::uint32_t batch;
+    std::uint64_t count;
+    std::uint64_t units() const { return count / batch; }
+    std::size_t unit_bytes() const { return std::size_t{bytes} * batch; }
+};
+
+double now() { return std::chrono::duration<double>(Clock::now().time_since_epoch()).count(); }
+
+long resident_kilobytes() {
+    long pages = 0;
+    if (std::FILE* const file = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(file, "%*d %ld", &pages) != 1) pages = 0;
+        std::fclose(file);
+    }
+    return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+void check(bool holds, const char* what) {
+    if (!holds) throw std::runtime_error(what);
+}
+
+void say_open() {
+    std::puts("open");
+    std::fflush(stdout);
+}
+
+// What either end of either kind does.
+class End {
+  public:
+    virtual ~End() = default;
+    virtual void send_unit() = 0;
+    virtual std::uint64_t receive() = 0;  // waits; returns messages
+    virtual void finish() {}
+};
+
+class BusEnd final : public End {
+  public:
+    BusEnd(const Plan& plan, std::uint32_t address, bool receives) : to_(address == kLeft ? kRight : kLeft) {
+        check(VORN_RegIDLFuncHook(
+                  kMessageId, [](const std::uint8_t*, std::uint32_t, void*) -> std::uint32_t { return 8; },
+                  [](void*) {}) == 0,
+              "registration");
+        vorn_bus_options options = {};
+        options.url = plan.url.c_str();
+        options.address = address;
+        options.send_timeout_ms = 60000;
+        options.linger_ms = 10000;
+        options.queue_units = plan.batch == 1 ? 32768 : 1024;
+        check(vorn_bus_open(&options, &bus_) == VORN_BUS_OK, "open");
+        vorn_bus_handle_all(
+            bus_, [](const vorn_bus_message*, void* arrived) { ++*static_cast<std::uint64_t*>(arrived); },
+            &arrived_);
+        static_cast<void>(receives);
+        buffer_.resize(plan.unit_bytes(), 0x5A);
+        for (std::uint32_t i = 0; i < plan.batch; ++i) {
+            descriptors_.push_back({buffer_.data() + std::size_t{i} * plan.bytes, kMessageId, plan.bytes});
+        }
+    }
+    ~BusEnd() override { vorn_bus_close(bus_); }
+    void send_unit() override {
+        check(vorn_bus_send(bus_, to_, descriptors_.data(), static_cast<std::uint32_t>(descriptors_.size()),
+                            0) == VORN_BUS_OK,
+              "send");
+    }
+    std::uint64_t receive() override {
+        const std::uint64_t before = arrived_;
+        vorn_bus_poll(bus_, 60000, 0, nullptr);
+        return arrived_ - before;
+    }
+    void finish() override { check(vorn_bus_flush(bus_, 60000) == VORN_BUS_OK, "flush"); }
+
+  private:
+    std::uint32_t to_;
+    vorn_bus* bus_ = nullptr;
+    std::uint64_t arrived_ = 0;
+    std::vector<std::uint8_t> buffer_;
+    std::vector<VORN_SendDescriptor> descriptors_;
+};
+
+// PUSH and PULL one way, PAIR both ways. The URL is ZeroMQ's endpoint; the right end binds.
+class ZmqEnd final : public End {
+  public:
+    ZmqEnd(const Plan& plan, std::uint32_t address, bool one_way)
+        : batch_(plan.batch),
+          socket_(context_, !one_way           ? zmq::socket_type::pair
+                            : address == kLeft ? zmq::socket_type::push
+                                               : zmq::socket_type::pull),
+          buffer_(plan.unit_bytes(), 0x5A) {
+        if (address == kRight) {
+            socket_.bind(plan.url);
+        } else {
+            socket_.connect(plan.url);
+        }
+    }
+    void send_unit() override { check(socket_.send(zmq::buffer(buffer_)).has_value(), "send"); }
+    std::uint64_t receive() override {
+        check(socket_.recv(message_).has_value(), "receive");
+        return batch_;
+    }
+
+  private:
+    std::uint32_t batch_;
+    zmq::context_t context_{1};
+    zmq::socket_t socket_;
+    zmq::message_t message_;
+    std::vector<std::uint8_t> buffer_;
+};
+
+// A publish that is acknowledged by the stream, and a durable consumer that acknowledges each message.
+class NatsEnd final : public End {
+  public:
+    NatsEnd(const Plan& plan, std::uint32_t address)
+        : batch_(plan.batch),
+          to_("bare." + std::to_string(address == kLeft ? kRight : kLeft)),
+          buffer_(plan.unit_bytes(), 0x5A) {
+        check(natsConnection_ConnectTo(&connection_, plan.url.c_str()) == NATS_OK, "connect");
+        check(natsConnection_JetStream(&jetstream_, connection_, nullptr) == NATS_OK, "JetStream");
+        const std::string own = "bare." + std::to_string(address);
+        const std::string stream = "bare-" + std::to_string(address);
+        const char* subjects[] = {own.c_str()};
+        jsStreamConfig config = {};
+        jsStreamConfig_Init(&config);
+        config.Name = stream.c_str();
+        config.Subjects = subjects;
+        config.SubjectsLen = 1;
+        config.Retention = js_WorkQueuePolicy;
+        config.Duplicates = 120'000'000'000;
+        check(js_AddStream(nullptr, jetstream_, &config, nullptr, nullptr) == NATS_OK, "stream");
+        jsSubOptions options = {};
+        jsSubOptions_Init(&options);
+        options.ManualAck = true;
+        options.Config.Durable = "receiver";
+        options.Config.MaxAckPending = 512;
+        check(
+            js_SubscribeSync(&subscription_, jetstream_, own.c_str(), nullptr, &options, nullptr) == NATS_OK,
+            "subscription");
+    }
+    ~NatsEnd() override {
+        natsConnection_FlushTimeout(connection_, 1000);
+        natsSubscription_Destroy(subscription_);
+        jsCtx_Destroy(jetstream_);
+        natsConnection_Destroy(connection_);
+    }
+    void send_unit() override {
+        const std::string id = std::to_string(getpid()) + "-" + std::to_string(++sent_);
+        jsPubOptions options = {};
+        jsPubOptions_Init(&options);
+        options.MsgId = id.c_str();
+        for (int tries = 0; tries < 600; ++tries) {
+            const natsStatus status = js_Publish(nullptr, jetstream_, to_.c_str(), buffer_.data(),
+                                                 static_cast<int>(buffer_.size()), &options, nullptr);
+            if (status == NATS_OK) return;
+            check(status == NATS_NO_RESPONDERS, "publish");  // the other end is still opening
+            usleep(10000);
+        }
+        check(false, "publish");
+    }
+    std::uint64_t receive() override {
+        natsMsg* message = nullptr;
+        check(natsSubscription_NextMsg(&message, subscription_, 60000) == NATS_OK, "receive");
+        natsMsg_Ack(message, nullptr);
+        natsMsg_Destroy(message);
+        return batch_;
+    }
+
+  private:
+    std::uint32_t batch_;
+    std::string to_;
+    std::vector<std::uint8_t> buffer_;
+    std::uint64_t sent_ = 0;
+    natsConnection* connection_ = nullptr;
+    jsCtx* jetstream_ = nullptr;
+    natsSubscription* subscription_ = nullptr;
+};
+
+std::unique_ptr<End> make_end(bool bus, const Plan& plan, std::uint32_t address, bool one_way) {
+    if (bus) return std::make_unique<BusEnd>(plan, address, address == kRight);
+    if (plan.url.rfind("nats:", 0) == 0) return std::make_unique<NatsEnd>(plan, address);
+    return std::make_unique<ZmqEnd>(plan, address, one_way);
+}
+
+void send(End& end, const Plan& plan) {
+    end.send_unit();  // the connection stands, and what is made at first use is made
+    usleep(200000);
+    const double begin = now();
+    long after_first_tenth = 0;
+    for (std::uint64_t unit = 0; unit < plan.units(); ++unit) {
+        end.send_unit();
+        if (unit == plan.units() / 10) after_first_tenth = resident_kilobytes();
+    }
+    end.finish();
+    std::printf("{\"begin\": %.9f, \"rss_tenth\": %ld, \"rss\": %ld}\n", begin, after_first_tenth,
+                resident_kilobytes());
+}
+
+void receive(End& end, const Plan& plan) {
+    say_open();
+    std::uint64_t arrived = 0;
+    long after_first_tenth = 0;
+    while (arrived < plan.units() * plan.batch + plan.batch) {
+        arrived += end.receive();
+        if (after_first_tenth == 0 && arrived >= plan.count / 10) after_first_tenth = resident_kilobytes();
+    }
+    std::printf("{\"end\": %.9f, \"rss_tenth\": %ld, \"rss\": %ld}\n", now(), after_first_tenth,
+                resident_kilobytes());
+    std::fflush(stdout);
+}
+
+void ping(End& end, const Plan& plan) {
+    std::vector<double> trips;
+    const std::uint64_t warm_up = plan.count / 10 + 1;
+    for (std::uint64_t i = 0; i < plan.count + warm_up; ++i) {
+        const double begin = now();
+        end.send_unit();
+        while (end.receive() == 0) {
+        }
+        if (i >= warm_up) trips.push_back((now() - begin) * 1e6);
+    }
+    std::sort(trips.begin(), trips.end());
+    const auto at = [&](double share) {
+        return trips[static_cast<std::size_t>(share * static_cast<double>(trips.size() - 1))];
+    };
+    std::printf("{\"p50\": %.1f, \"p90\": %.1f, \"p99\": %.1f, \"p999\": %.1f}\n", at(0.5), at(0.9), at(0.99),
+                at(0.999));
+}
+
+void pong(End& end, const Plan& plan) {
+    say_open();
+    for (std::uint64_t i = 0; i < plan.count + plan.count / 10 + 1;) {
+        const std::uint64_t arrived = end.receive();
+        for (std::uint64_t k = 0; k < arrived; ++k) end.send_unit();
+        i += arrived;
+    }
+    end.finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    if (argc != 7) return 2;
+    const std::string kind = argv[1];
+    const std::string role = argv[2];
+    const Plan plan = {argv[3], static_cast<std::uint32_t>(std::strtoul(argv[4], nullptr, 10)),
+                       static_cast<std::uint32_t>(std::strtoul(argv[5], nullptr, 10)),
+                       std::strtoull(argv[6], nullptr, 10)};
+    const bool left = role == "send" || role == "ping";
+    const bool one_way = role == "send" || role == "receive";
+    const auto end = make_end(kind == "bus", plan, left ? kLeft : kRight, one_way);
+    if (role == "send") send(*end, plan);
+    if (role == "receive") receive(*end, plan);
+    if (role == "ping") ping(*end, plan);
+    if (role == "pong") pong(*end, plan);
+    return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "bus_bench: %s\n", error.what());
+    return 3;
+}

@@ -1,0 +1,61 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/* A process that receives: receiver ADDRESS COUNT prints so many port settings, then ends. VORN_BUS_URL names
+ * the bus. */
+#include <inttypes.h>
+#include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "nac/nac_messages.h"
+#include "vorn/vorn_bus.h"
+
+static uint32_t arrived = 0;
+
+/* Runs inside vorn_bus_poll. The record is valid until it returns. */
+static void on_set_port(const vorn_bus_message* message, void* context) {
+    const Nac_SetPortMsg* port = message->record;
+    (void)context;
+    ++arrived;
+    printf("port %" PRIu32 " set to %" PRIu32 " by address %" PRIu32 "\n", port->f0, port->f1,
+           message->source);
+}
+
+static int fail(const char* what, int32_t result) {
+    fprintf(stderr, "receiver: %s: %s\n", what, vorn_bus_result_text(result));
+    return 3;
+}
+
+int main(int argc, char** argv) {
+    vorn_bus_options options = {0}; /* all usual */
+    vorn_bus* bus = NULL;
+    struct pollfd waiting;
+    uint32_t expected;
+    int32_t result;
+
+    if (argc != 3) {
+        fprintf(stderr, "usage: receiver ADDRESS COUNT\n");
+        return 2;
+    }
+    options.address = (uint32_t)strtoul(argv[1], NULL, 10);
+    expected = (uint32_t)strtoul(argv[2], NULL, 10);
+
+    result = nac_fwm_port_recv_init(); /* the module whose messages this process takes */
+    if (result != 0) return fail("registration", result);
+    result = vorn_bus_open(&options, &bus);
+    if (result != VORN_BUS_OK) return fail("open", result);
+    vorn_bus_handle(bus, 162890069, on_set_port, NULL); /* the id of Nac_SetPortMsg */
+
+    /* The process's own loop: other descriptors could wait beside the bus. */
+    waiting.fd = vorn_bus_descriptor(bus);
+    waiting.events = POLLIN;
+    while (arrived < expected) {
+        if (poll(&waiting, 1, 10000) == 0) {
+            fprintf(stderr, "receiver: nothing came for ten seconds\n");
+            break;
+        }
+        result = vorn_bus_poll(bus, 0, 0, NULL);
+        if (result != VORN_BUS_OK) return fail("poll", result);
+    }
+    vorn_bus_close(bus);
+    return arrived >= expected ? 0 : 1;
+}

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// A bus that a verb opens, with all modules registered.
+#ifndef TOOL_OPEN_BUS_H
+#define TOOL_OPEN_BUS_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "tool/commands.h"
+#include "vorn/vorn_bus.h"
+
+namespace tool {
+
+// What a result of the bus means.
+CommandError bus_error(const std::string& doing, std::int32_t result);
+
+// The URL of a command line, or the usual one.
+const char* url_or_null(const std::string& url);
+
+class OpenBus {
+  public:
+    // Throws CommandError.
+    OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s = 2);
+    ~OpenBus() { vorn_bus_close(bus_); }
+    OpenBus(const OpenBus&) = delete;
+    OpenBus& operator=(const OpenBus&) = delete;
+
+    vorn_bus* get() const { return bus_; }
+    void on_message(std::function<void(const vorn_bus_message&)> handler);
+    vorn_bus_counters counters() const;
+
+  private:
+    vorn_bus* bus_ = nullptr;
+    std::function<void(const vorn_bus_message&)> handler_;
+};
+
+// Milliseconds as the bus takes them.
+std::int32_t milliseconds(double seconds);
+
+// Log lines of the library go to standard error from now on; returns their number so far.
+void show_log_lines();
+std::uint64_t log_lines();
+
+}  // namespace tool
+
+#endif

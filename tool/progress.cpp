@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tool/progress.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+namespace tool {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint64_t kBarWidth = 40;
+
+}  // namespace
+
+Progress::Progress(const std::vector<std::string>& files)
+    : on_terminal_(isatty(STDERR_FILENO) != 0), next_(std::chrono::steady_clock::now() + 500ms) {
+    for (const std::string& file : files) {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(file, error);
+        if (error) {
+            whole_ = 0;
+            return;
+        }
+        whole_ += size;
+    }
+}
+
+Progress::~Progress() {
+    if (shown_) static_cast<void>(std::fputs("\r\033[K", stderr));
+}
+
+void Progress::add(std::uint64_t bytes) {
+    bytes_ += bytes;
+    ++records_;
+    if (!on_terminal_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (now < next_) return;
+    next_ = now + 100ms;
+    shown_ = true;
+    show();
+}
+
+void Progress::show() const {
+    if (whole_ == 0) {
+        fmt::print(stderr, "\r{} records", records_);
+        return;
+    }
+    const std::uint64_t done = std::min(bytes_, whole_);
+    const std::uint64_t filled = done * kBarWidth / whole_;
+    fmt::print(stderr, "\r[{:#<{}}{:.<{}}] {:3}%  {} records", "", filled, "", kBarWidth - filled,
+               done * 100 / whole_, records_);
+}
+
+}  // namespace tool

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac send.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory_resource>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bus/send.h"
+#include "tool/commands.h"
+#include "tool/json_lines.h"
+#include "tool/open_bus.h"
+#include "tool/progress.h"
+
+namespace tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Sender {
+  public:
+    explicit Sender(const SendOptions& options)
+        : options_(options), bus_(options.bus, options.as, options.timeout_s), progress_(options.files) {}
+
+    void add(const JsonLine& line) {
+        if (type_ != nullptr && (!options_.batch || type_ != &line.type)) send();
+        std::vector<std::byte> storage(line.type.record_bytes);
+        try {
+            line.type.from_json(line.member("record"), storage.data(), arrays_);
+        } catch (const RecordError& error) {
+            throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+        }
+        const std::uint32_t bytes = line.type.image_bytes.value_or(line.type.packed_bytes(storage.data()));
+        if (type_ != nullptr && bytes_ + bytes > kaplo::kBatchAreaBytes) send();
+        if (type_ == nullptr) {
+            type_ = &line.type;
+            origin_ = line.origin;
+            // Arrays of records that are sent are of no use any more. The new record's own are among them, so
+            // that they are made once more.
+            if (++since_release_ == kReleaseAfter) {
+                since_release_ = 0;
+                arrays_.release();
+                std::fill(storage.begin(), storage.end(), std::byte());
+                line.type.from_json(line.member("record"), storage.data(), arrays_);
+            }
+        }
+        bytes_ += bytes;
+        records_.insert(records_.end(), storage.begin(), storage.end());
+        ++count_;
+        progress_.add(line.bytes);
+    }
+
+    ExitCode finish() {
+        send();
+        const std::int32_t flushed = vorn_bus_flush(bus_.get(), milliseconds(options_.timeout_s));
+        const vorn_bus_counters counters = bus_.counters();
+        fmt::print(stderr, "{} records sent to address {} in {} units; {} lost, {} still on their way\n",
+                   counters.sent_messages, options_.to, counters.sent_units, counters.lost_units,
+                   counters.unhandled_units);
+        if (flushed != VORN_BUS_OK) throw bus_error(fmt::format("address {}", options_.to), flushed);
+        return kOk;
+    }
+
+  private:
+    static constexpr int kReleaseAfter = 1000;
+
+    // Sends what is collected: one unit.
+    void send() {
+        if (type_ == nullptr) return;
+        if (options_.rate > 0) {
+            std::this_thread::sleep_until(next_);
+            next_ = std::max(next_, Clock::now() - std::chrono::seconds(1)) +
+                    std::chrono::duration_cast<Clock::duration>(
+                        std::chrono::duration<double>(count_ / options_.rate));
+        }
+        const std::uint32_t result = type_->send(options_.to, records_.data(), count_, options_.target);
+        if (result != VORN_BUS_OK) {
+            throw bus_error(fmt::format("{}: {} to address {}", origin_, type_->name, options_.to),
+                            static_cast<std::int32_t>(result));
+        }
+        type_ = nullptr;
+        records_.clear();
+        bytes_ = 0;
+        count_ = 0;
+    }
+
+    const SendOptions& options_;
+    OpenBus bus_;
+    Progress progress_;
+    std::pmr::monotonic_buffer_resource arrays_;
+    int since_release_ = 0;
+    Clock::time_point next_ = Clock::now();
+
+    // The unit that is collected.
+    const MessageType* type_ = nullptr;
+    std::string origin_;
+    std::vector<std::byte> records_;
+    std::uint64_t bytes_ = 0;
+    std::uint32_t count_ = 0;
+};
+
+}  // namespace
+
+ExitCode run_send(const SendOptions& options) {
+    show_log_lines();
+    Sender sender(options);
+    for_each_line(options.files, [&sender](const JsonLine& line) { sender.add(line); });
+    return sender.finish();
+}
+
+}  // namespace tool

@@ -1,0 +1,441 @@
+// SPDX-License-Identifier: Apache-2.0
+// nats:// by JetStream. Each address has a stream, which keeps what is sent to it until it is handled; it is
+// made when the address is opened for the first time.
+//
+// A send is over when the stream has stored the unit; it is repeated with the same id, which the stream knows
+// for a while, until then. The receiver takes units strictly in the stream's order: what the server delivers
+// twice is left out, and what it does not deliver is fetched. A journal tells the next process what was
+// handled.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "vorn/nats_connection.h"
+#include "vorn/nats_journal.h"
+#include "vorn/transport.h"
+
+namespace vorn {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kConsumer = "receiver";
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+constexpr std::int64_t kDuplicateWindow = 120 * kNanoseconds;
+constexpr std::int64_t kAckWait = 5 * kNanoseconds;
+constexpr std::int64_t kMostUnacknowledged = 512;
+
+// How long one attempt waits for the stream's word. The next has the same id.
+constexpr auto kAttempt = 1000ms;
+constexpr auto kShortestAttempt = 200ms;
+constexpr auto kBetweenAttempts = 10ms;
+
+// After a kill, until the server has seen that the connection is gone.
+constexpr auto kOpenPatience = 1500ms;
+
+// "NATS/1.0\r\n", "Nats-Msg-Id: " and our id, two line ends: what the stream counts beside the unit.
+constexpr std::uint32_t kHeadersBytes = 60;
+constexpr std::size_t kIdBytes = 33;
+
+std::chrono::milliseconds left_until(Deadline deadline) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+}
+
+// Shared by a transport and its parcels.
+struct Handling {
+    natsConnection* connection = nullptr;
+    Journal journal;
+    std::atomic<std::uint64_t> handled = 0;
+};
+
+class NatsParcel final : public Parcel {
+  public:
+    NatsParcel(NatsMessage message, std::uint64_t number, std::shared_ptr<Handling> handling)
+        : message_(std::move(message)), number_(number), handling_(std::move(handling)) {
+        bytes = Bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message_.get())),
+                      static_cast<std::size_t>(natsMsg_GetDataLength(message_.get())));
+        units = 1;
+    }
+    // Not handled: the server shall deliver it again, and at once.
+    ~NatsParcel() override {
+        if (!finished_) answer("-NAK");
+    }
+
+    void unit_begins() override { handling_->journal.start(number_); }
+    void unit_handled() override { handling_->journal.finish(number_); }
+    void finished() override {
+        finished_ = true;
+        handling_->journal.finish(number_);
+        handling_->handled.store(number_, std::memory_order_release);
+        answer("+ACK");
+    }
+
+  private:
+    // By its subject, so that the subscription may have ended. Lost, the server delivers again, and hears it
+    // then.
+    void answer(const char* word) const {
+        const char* const to = natsMsg_GetReply(message_.get());
+        if (to != nullptr) static_cast<void>(natsConnection_PublishString(handling_->connection, to, word));
+    }
+
+    NatsMessage message_;
+    std::uint64_t number_;
+    std::shared_ptr<Handling> handling_;
+    bool finished_ = false;
+};
+
+class NatsTransport final : public Transport {
+  public:
+    NatsTransport(NatsUrl url, const Endpoint& own) : url_(std::move(url)), own_(own) {}
+
+    ~NatsTransport() override {
+        stop_receiving();
+        if (connection_ != nullptr) static_cast<void>(natsConnection_FlushTimeout(connection_.get(), 1000));
+        deliveries_.reset();
+        questions_.reset();
+        jetstream_.reset();
+        if (connection_ != nullptr) natsConnection_Close(connection_.get());
+    }
+
+    Result open() override {
+        const std::string folder = url_.state.empty() ? usual_folder() : url_.state;
+        try {
+            handling_->journal.open(folder + "/" + url_.stream(own_.address) + ".handled");
+        } catch (const std::system_error& error) {
+            own_.log.line(error.what());
+            return VORN_BUS_TROUBLE;
+        }
+        connection_ = connect(
+            url_,
+            {this,
+             [](natsConnection*, void* self) {
+                 static_cast<NatsTransport*>(self)->own_.log.line("the connection to the server is gone");
+             },
+             [](natsConnection*, void* self) {
+                 auto& transport = *static_cast<NatsTransport*>(self);
+                 transport.own_.log.line("the connection to the server stands again");
+                 transport.catches_up_ = true;
+             }},
+            own_.log);
+        if (connection_ == nullptr) return VORN_BUS_TROUBLE;
+        handling_->connection = connection_.get();
+        jsCtx* made = nullptr;
+        natsStatus status = natsConnection_JetStream(&made, connection_.get(), nullptr);
+        jetstream_.reset(made);
+        if (status != NATS_OK) return trouble("JetStream", status, {});
+        Result result = VORN_BUS_OK;
+        const Deadline deadline = Clock::now() + kOpenPatience;
+        do {
+            if (result != VORN_BUS_OK) std::this_thread::sleep_for(100ms);
+            result = take_address();
+        } while (result == VORN_BUS_ADDRESS_TAKEN && Clock::now() < deadline);
+        if (result != VORN_BUS_OK) return result;
+        answer_questions();
+        fetcher_ = std::thread([this] { fetch(); });
+        return VORN_BUS_OK;
+    }
+
+    void stop_receiving() override {
+        if (!fetcher_.joinable()) return;
+        ends_ = true;
+        fetcher_.join();
+        static_cast<void>(natsSubscription_Unsubscribe(deliveries_.get()));
+    }
+
+    Result send(const Outgoing& unit, Deadline deadline) override {
+        std::vector<std::uint8_t> bytes(unit.header.bytes);
+        write_unit(bytes.data(), unit.header, unit.descriptors);
+        const std::string subject = url_.units(unit.header.destination);
+        std::array<char, kIdBytes + 1> id = {};
+        static_cast<void>(std::snprintf(id.data(), id.size(), "%016llx-%016llx",
+                                        static_cast<unsigned long long>(incarnation_),
+                                        static_cast<unsigned long long>(++last_id_)));
+        Result result = VORN_BUS_NO_PEER;
+        bool unsure = false;
+        for (;;) {
+            result = attempt(subject, bytes, id.data(), deadline);
+            if (result == VORN_BUS_OK || result == VORN_BUS_TOO_LARGE) return result;
+            unsure |= result == VORN_BUS_UNSURE;
+            if (Clock::now() >= deadline) break;
+            std::this_thread::sleep_for(std::min<Clock::duration>(kBetweenAttempts, deadline - Clock::now()));
+        }
+        if (!unsure) return result;
+        count(own_.counters.lost_units);
+        return VORN_BUS_UNSURE;
+    }
+
+    // What is accepted is stored.
+    bool drain(Deadline /*deadline*/) override { return true; }
+    std::uint64_t units_on_their_way() override { return 0; }
+
+    std::string place() const override {
+        return "stream " + url_.stream(own_.address) + ", subject " + url_.units(own_.address);
+    }
+
+  private:
+    Result trouble(const std::string& what, natsStatus status, jsErrCode code) const {
+        own_.log.line(
+            what + ": " + natsStatus_GetText(status) +
+            (code == jsErrCode{} ? "" : ", JetStream's error " + std::to_string(static_cast<int>(code))));
+        return VORN_BUS_TROUBLE;
+    }
+
+    Result attempt(const std::string& subject, const std::vector<std::uint8_t>& bytes, const char* id,
+                   Deadline deadline) {
+        // Not into the client's buffer, from where it would go some time later.
+        if (natsConnection_Status(connection_.get()) != NATS_CONN_STATUS_CONNECTED) return VORN_BUS_NO_PEER;
+        jsPubOptions options = {};
+        jsPubOptions_Init(&options);
+        options.MsgId = id;
+        options.MaxWait =
+            std::clamp<std::chrono::milliseconds>(left_until(deadline), kShortestAttempt, kAttempt).count();
+        jsErrCode code = {};
+        const natsStatus status = js_Publish(nullptr, jetstream_.get(), subject.c_str(), bytes.data(),
+                                             static_cast<int>(bytes.size()), &options, &code);
+        if (status == NATS_OK) return VORN_BUS_OK;
+        if (status == NATS_NO_RESPONDERS) return VORN_BUS_NO_PEER;  // no stream, or no leader of it now
+        if (status == NATS_MAX_PAYLOAD || code == JSStreamMessageExceedsMaximumErr) return VORN_BUS_TOO_LARGE;
+        if (code == JSStreamStoreFailedErr || code == JSInsufficientResourcesErr) return VORN_BUS_FULL;
+        return VORN_BUS_UNSURE;
+    }
+
+    // Makes the stream and its consumer, or finds them as they should be, and subscribes.
+    Result take_address() {
+        const std::string stream = url_.stream(own_.address);
+        const std::string subject = url_.units(own_.address);
+        const std::string deliveries = url_.deliveries(own_.address);
+        const char* const subjects[] = {subject.c_str()};
+        jsStreamConfig config = {};
+        jsStreamConfig_Init(&config);
+        config.Name = stream.c_str();
+        config.Subjects = const_cast<const char**>(subjects);
+        config.SubjectsLen = 1;
+        config.Retention = js_WorkQueuePolicy;
+        config.MaxMsgs = own_.queue_units;
+        config.MaxBytes = std::int64_t{own_.queue_bytes} + own_.unit_bytes + kHeadersBytes;
+        config.MaxMsgSize = static_cast<std::int32_t>(own_.unit_bytes + kHeadersBytes);
+        config.Discard = js_DiscardNew;
+        config.Storage = js_FileStorage;
+        config.Replicas = url_.replicas;
+        config.Duplicates = kDuplicateWindow;
+        jsErrCode code = {};
+        jsStreamInfo* made = nullptr;
+        natsStatus status = js_AddStream(&made, jetstream_.get(), &config, nullptr, &code);
+        if (code == JSStreamNameExistErr)
+            status = js_UpdateStream(&made, jetstream_.get(), &config, nullptr, &code);
+        const StreamInfo stream_info(made);
+        if (status != NATS_OK) return trouble("stream " + stream, status, code);
+
+        jsConsumerConfig consumer = {};
+        jsConsumerConfig_Init(&consumer);
+        consumer.Durable = kConsumer;
+        consumer.AckPolicy = js_AckExplicit;
+        consumer.AckWait = kAckWait;
+        consumer.MaxAckPending = kMostUnacknowledged;
+        consumer.DeliverSubject = deliveries.c_str();
+        jsConsumerInfo* made_consumer = nullptr;
+        status = js_AddConsumer(&made_consumer, jetstream_.get(), stream.c_str(), &consumer, nullptr, &code);
+        const ConsumerInfo consumer_info(made_consumer);
+        if (status != NATS_OK && code != JSConsumerNameExistErr && code != JSConsumerExistingActiveErr) {
+            return trouble("consumer of stream " + stream, status, code);
+        }
+        if (consumer_info == nullptr || consumer_info->PushBound) return VORN_BUS_ADDRESS_TAKEN;
+
+        handling_->journal.begin(made->Created);
+        next_ = std::max(handling_->journal.finished() + 1, std::max<std::uint64_t>(made->State.FirstSeq, 1));
+        const std::uint64_t started = handling_->journal.started();
+        interrupted_ = started == next_ && started > handling_->journal.finished() ? started : 0;
+        handling_->handled = next_ - 1;
+
+        jsSubOptions options = {};
+        jsSubOptions_Init(&options);
+        options.Stream = stream.c_str();
+        options.Consumer = kConsumer;
+        options.ManualAck = true;
+        natsSubscription* subscription = nullptr;
+        status = js_SubscribeSync(&subscription, jetstream_.get(), subject.c_str(), nullptr, &options, &code);
+        if (status != NATS_OK) {
+            // Bound between the two calls, or trouble, which then shows itself again.
+            trouble("subscription to stream " + stream, status, code);
+            return VORN_BUS_ADDRESS_TAKEN;
+        }
+        deliveries_.reset(subscription);
+        catches_up_ = true;
+        return VORN_BUS_OK;
+    }
+
+    void answer_questions() {
+        natsSubscription* subscription = nullptr;
+        const auto answer = [](natsConnection* connection, natsSubscription*, natsMsg* question, void* self) {
+            const NatsMessage owned(question);
+            const Endpoint& own = static_cast<NatsTransport*>(self)->own_;
+            vorn_bus_counters counters = {};
+            own.read_counters(own.bus, counters);
+            std::array<std::uint8_t, kCountersHeaderBytes + sizeof counters> bytes;
+            write_counters(bytes.data(), std::bit_cast<std::array<std::uint64_t, kCounterNumbers>>(counters));
+            const char* const to = natsMsg_GetReply(question);
+            if (to != nullptr)
+                static_cast<void>(natsConnection_Publish(connection, to, bytes.data(), bytes.size()));
+        };
+        const std::string subject = url_.questions(own_.address);
+        if (natsConnection_Subscribe(&subscription, connection_.get(), subject.c_str(), answer, this) ==
+            NATS_OK) {
+            questions_.reset(subscription);
+        }
+    }
+
+    // ---- the fetching thread ----------------------------------------------------------------------
+
+    void fetch() {
+        while (!ends_) {
+            if (catches_up_.exchange(false) && !catch_up()) catches_up_ = true;
+            natsMsg* arrived = nullptr;
+            const natsStatus status = natsSubscription_NextMsg(&arrived, deliveries_.get(), 100);
+            if (status == NATS_OK) {
+                take(NatsMessage(arrived));
+            } else if (status != NATS_TIMEOUT) {
+                std::this_thread::sleep_for(20ms);
+            }
+        }
+    }
+
+    // What the server had delivered to a process or a connection that is gone comes again only after some
+    // seconds.
+    bool catch_up() {
+        const std::string stream = url_.stream(own_.address);
+        jsConsumerInfo* made = nullptr;
+        jsErrCode code = {};
+        if (js_GetConsumerInfo(&made, jetstream_.get(), stream.c_str(), kConsumer, nullptr, &code) != NATS_OK)
+            return false;
+        const ConsumerInfo info(made);
+        return fetch_until(info->Delivered.Stream + 1);
+    }
+
+    void take(NatsMessage message) {
+        jsMsgMetaData* made = nullptr;
+        if (natsMsg_GetMetaData(&made, message.get()) != NATS_OK) {
+            count(own_.counters.damaged);
+            own_.log.line_about_outside("a delivery without its numbers was left out");
+            return;
+        }
+        const std::unique_ptr<jsMsgMetaData, Destroy<jsMsgMetaData_Destroy>> numbers(made);
+        const std::uint64_t number = numbers->Sequence.Stream;
+        if (number < next_) {
+            count(own_.counters.redelivered_units);
+            // One that waits in the inbox is acknowledged from there.
+            if (number <= handling_->handled.load(std::memory_order_acquire)) {
+                static_cast<void>(
+                    natsConnection_PublishString(connection_.get(), natsMsg_GetReply(message.get()), "+ACK"));
+            }
+            return;
+        }
+        if (fetch_until(number)) put(std::move(message));
+    }
+
+    // Takes from the stream what was not delivered, up to but without `number`. False: not now.
+    bool fetch_until(std::uint64_t number) {
+        const std::string stream = url_.stream(own_.address);
+        while (next_ < number) {
+            if (ends_) return false;
+            natsMsg* fetched = nullptr;
+            jsErrCode code = {};
+            const natsStatus status =
+                js_GetMsg(&fetched, jetstream_.get(), stream.c_str(), next_, nullptr, &code);
+            if (status == NATS_OK) {
+                put(NatsMessage(fetched));
+            } else if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
+                count(own_.counters.missed_units);
+                own_.log.line_about_outside("unit " + std::to_string(next_) + " is gone from the server");
+                ++next_;
+            } else {
+                std::this_thread::sleep_for(20ms);
+                if (natsConnection_Status(connection_.get()) != NATS_CONN_STATUS_CONNECTED) return false;
+            }
+        }
+        return true;
+    }
+
+    void put(NatsMessage message) {
+        // Of the largest queue, no more are in memory than the server delivers ahead.
+        while (!ends_ && own_.inbox.units() >= kMostUnacknowledged) std::this_thread::sleep_for(1ms);
+        auto parcel = std::make_unique<NatsParcel>(std::move(message), next_, handling_);
+        parcel->repeated = next_ == interrupted_;
+        ++next_;
+        own_.inbox.put(std::move(parcel));
+    }
+
+    const NatsUrl url_;
+    const Endpoint own_;
+    const std::uint64_t incarnation_ = random_name();
+    std::atomic<std::uint64_t> last_id_ = 0;
+    std::shared_ptr<Handling> handling_ = std::make_shared<Handling>();
+    NatsConnection connection_;
+    JetStream jetstream_;
+    NatsSubscription deliveries_;
+    NatsSubscription questions_;
+
+    std::uint64_t next_ = 1;         // number of the unit that is taken next
+    std::uint64_t interrupted_ = 0;  // of one that a killed process may have handled
+    std::atomic<bool> catches_up_ = false;
+    std::atomic<bool> ends_ = false;
+    std::thread fetcher_;
+};
+
+Result make(const std::string& rest, bool tls, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    auto url = read_nats_url(rest, tls);
+    if (!url) return VORN_BUS_BAD_URL;
+    made = std::make_unique<NatsTransport>(std::move(*url), endpoint);
+    return VORN_BUS_OK;
+}
+
+Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline deadline, Log& log,
+           vorn_bus_counters& counters) {
+    const auto url = read_nats_url(rest, tls);
+    if (!url) return VORN_BUS_BAD_URL;
+    const NatsConnection connection = connect(*url, {}, log);
+    if (connection == nullptr) return VORN_BUS_TROUBLE;
+    std::array<std::uint8_t, kPreambleBytes> question;
+    put_preamble(question.data(), Kind::ask);
+    natsMsg* answered = nullptr;
+    const std::int64_t patience = std::max<std::int64_t>(left_until(deadline).count(), 1);
+    if (natsConnection_Request(&answered, connection.get(), url->questions(address).c_str(), question.data(),
+                               static_cast<int>(question.size()), patience) != NATS_OK) {
+        return VORN_BUS_NO_PEER;
+    }
+    const NatsMessage answer(answered);
+    std::array<std::uint64_t, kCounterNumbers> values = {};
+    const Bytes bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(answered)),
+                      static_cast<std::size_t>(natsMsg_GetDataLength(answered)));
+    if (!read_counters(bytes, values)) return VORN_BUS_TROUBLE;
+    counters = std::bit_cast<vorn_bus_counters>(values);
+    return VORN_BUS_OK;
+}
+
+}  // namespace
+
+Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    return make(rest, false, endpoint, made);
+}
+Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    return make(rest, true, endpoint, made);
+}
+Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                vorn_bus_counters& counters) {
+    return ask(rest, false, address, deadline, log, counters);
+}
+Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                    vorn_bus_counters& counters) {
+    return ask(rest, true, address, deadline, log, counters);
+}
+
+}  // namespace vorn
