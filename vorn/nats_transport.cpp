@@ -270,7 +270,7 @@ class NatsTransport final : public Transport {
             return VORN_BUS_ADDRESS_TAKEN;
         }
         deliveries_.reset(subscription);
-        catches_up_ = true;
+        delivered_before_ = consumer_info->Delivered.Stream;
         return VORN_BUS_OK;
     }
 
@@ -297,6 +297,7 @@ class NatsTransport final : public Transport {
     // ---- the fetching thread ----------------------------------------------------------------------
 
     void fetch() {
+        while (!ends_ && !fetch_until(delivered_before_ + 1)) std::this_thread::sleep_for(20ms);
         while (!ends_) {
             if (catches_up_.exchange(false) && !catch_up()) catches_up_ = true;
             natsMsg* arrived = nullptr;
@@ -384,8 +385,9 @@ class NatsTransport final : public Transport {
     NatsSubscription deliveries_;
     NatsSubscription questions_;
 
-    std::uint64_t next_ = 1;         // number of the unit that is taken next
-    std::uint64_t interrupted_ = 0;  // of one that a killed process may have handled
+    std::uint64_t next_ = 1;              // number of the unit that is taken next
+    std::uint64_t interrupted_ = 0;       // of one that a killed process may have handled
+    std::uint64_t delivered_before_ = 0;  // to processes before this one
     std::atomic<bool> catches_up_ = false;
     std::atomic<bool> ends_ = false;
     std::thread fetcher_;
