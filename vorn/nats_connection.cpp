@@ -57,6 +57,7 @@ natsStatus set_up(natsOptions* options, const NatsUrl& url, const NatsCallbacks&
     });
     then([&] { return natsOptions_SetDisconnectedCB(options, callbacks.disconnected, callbacks.context); });
     then([&] { return natsOptions_SetReconnectedCB(options, callbacks.reconnected, callbacks.context); });
+    then([&] { return natsOptions_SetClosedCB(options, callbacks.closed, callbacks.context); });
     if (const char* const file = given(kNatsCredentials)) {
         then([&] { return natsOptions_SetUserCredentialsFromFiles(options, file, nullptr); });
     }

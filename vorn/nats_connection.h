@@ -60,6 +60,7 @@ struct NatsCallbacks {
     void* context = nullptr;
     natsConnectionHandler disconnected = nullptr;
     natsConnectionHandler reconnected = nullptr;
+    natsConnectionHandler closed = nullptr;  // the last that is called
 };
 
 // Null: there is none; the log says why.

@@ -104,7 +104,10 @@ class NatsTransport final : public Transport {
         deliveries_.reset();
         questions_.reset();
         jetstream_.reset();
-        if (connection_ != nullptr) natsConnection_Close(connection_.get());
+        if (connection_ == nullptr) return;
+        closes_ = true;
+        natsConnection_Close(connection_.get());
+        closed_.wait(false);  // the client's thread calls back to the last
     }
 
     Result open() override {
@@ -115,18 +118,7 @@ class NatsTransport final : public Transport {
             own_.log.line(error.what());
             return VORN_BUS_TROUBLE;
         }
-        connection_ = connect(
-            url_,
-            {this,
-             [](natsConnection*, void* self) {
-                 static_cast<NatsTransport*>(self)->own_.log.line("the connection to the server is gone");
-             },
-             [](natsConnection*, void* self) {
-                 auto& transport = *static_cast<NatsTransport*>(self);
-                 transport.own_.log.line("the connection to the server stands again");
-                 transport.catches_up_ = true;
-             }},
-            own_.log);
+        connection_ = connect(url_, {this, on_disconnected, on_reconnected, on_closed}, own_.log);
         if (connection_ == nullptr) return VORN_BUS_TROUBLE;
         handling_->connection = connection_.get();
         jsCtx* made = nullptr;
@@ -188,6 +180,19 @@ class NatsTransport final : public Transport {
             what + ": " + natsStatus_GetText(status) +
             (code == jsErrCode{} ? "" : ", JetStream's error " + std::to_string(static_cast<int>(code))));
         return VORN_BUS_TROUBLE;
+    }
+
+    static NatsTransport& of(void* self) { return *static_cast<NatsTransport*>(self); }
+    static void on_disconnected(natsConnection* /*connection*/, void* self) {
+        if (!of(self).closes_) of(self).own_.log.line("the connection to the server is gone");
+    }
+    static void on_reconnected(natsConnection* /*connection*/, void* self) {
+        of(self).own_.log.line("the connection to the server stands again");
+        of(self).catches_up_ = true;
+    }
+    static void on_closed(natsConnection* /*connection*/, void* self) {
+        of(self).closed_ = true;
+        of(self).closed_.notify_all();
     }
 
     Result attempt(const std::string& subject, const std::vector<std::uint8_t>& bytes, const char* id,
@@ -390,6 +395,8 @@ class NatsTransport final : public Transport {
     std::uint64_t delivered_before_ = 0;  // to processes before this one
     std::atomic<bool> catches_up_ = false;
     std::atomic<bool> ends_ = false;
+    std::atomic<bool> closes_ = false;
+    std::atomic<bool> closed_ = false;
     std::thread fetcher_;
 };
 

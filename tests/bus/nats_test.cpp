@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+// nats:// where its server matters: kills and restarts of it, credentials, TLS, what a killed receiver leaves
+// behind.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "tests/bus/fixture.h"
+#include "tests/bus/nats_server.h"
+
+namespace {
+
+using namespace tests;
+using namespace std::chrono_literals;
+
+constexpr std::uint32_t kSender = 1;
+constexpr std::uint32_t kReceiver = 2;
+
+std::string url_of(const NatsServer& server, const std::string& user = "",
+                   const std::string& scheme = "nats://") {
+    return scheme + user + "127.0.0.1:" + std::to_string(server.port()) + "?state=" + server.folder() +
+           "/state";
+}
+
+void patient(vorn_bus_options& options) { options.send_timeout_ms = 30000; }
+
+class Nats : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(nac_fwm_port_recv_init(), 0); }
+};
+
+TEST_F(Nats, ASendWaitsForTheServerToComeBackAndNothingIsDoubled) {
+    NatsServer server;
+    TestBus receiver(url_of(server), kReceiver, patient);
+    TestBus sender(url_of(server), kSender, patient);
+    std::uint32_t sent = 0;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 20; ++i) ASSERT_EQ(sender.send(kReceiver, {sent++, 0}), 0U);
+        server.kill();
+        // The server belongs to the thread that starts it.
+        std::thread sending([&] {
+            for (int i = 0; i < 20; ++i) EXPECT_EQ(sender.send(kReceiver, {sent++, 0}), 0U);
+        });
+        std::this_thread::sleep_for(300ms);
+        server.start();
+        sending.join();
+    }
+    ASSERT_TRUE(receiver.poll_until(sent));
+    const auto arrived = receiver.arrived();
+    ASSERT_EQ(arrived.size(), sent);
+    for (std::uint32_t i = 0; i < sent; ++i) ASSERT_EQ(arrived[i].port().f0, i);
+}
+
+TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
+    NatsServer server;
+    TestBus receiver(url_of(server), kReceiver);
+    TestBus sender(url_of(server), kSender, [](vorn_bus_options& options) { options.send_timeout_ms = 200; });
+    ASSERT_EQ(sender.send(kReceiver, {1, 0}), 0U);
+    server.kill();
+    const auto begin = std::chrono::steady_clock::now();
+    const std::uint32_t result = sender.send(kReceiver, {2, 0});
+    EXPECT_TRUE(result == VORN_BUS_NO_PEER || result == VORN_BUS_UNSURE) << result;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
+    EXPECT_EQ(sender.send(kReceiver, {3, 0}), std::uint32_t{VORN_BUS_NO_PEER});
+    server.start();
+}
+
+TEST_F(Nats, WithoutAServerABusDoesNotOpen) {
+    TestBus bus("nats://127.0.0.1:1", kSender);
+    EXPECT_EQ(bus.opened(), VORN_BUS_TROUBLE);
+    ASSERT_FALSE(bus.log().empty());
+    EXPECT_NE(bus.log()[0].find("no connection to nats://127.0.0.1:1"), std::string::npos) << bus.log()[0];
+}
+
+TEST_F(Nats, WhatIsSentWhileTheReceiverIsAwayWaitsForIt) {
+    NatsServer server;
+    TestBus sender(url_of(server), kSender);
+    { TestBus receiver(url_of(server), kReceiver); }
+    for (std::uint32_t i = 0; i < 5; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    TestBus receiver(url_of(server), kReceiver);
+    ASSERT_TRUE(receiver.poll_until(5));
+    for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(receiver.arrived()[i].port().f0, i);
+}
+
+// A receiver that is killed in its third handler: the next one begins with that unit, and is told.
+TEST_F(Nats, TheUnitInWhichAReceiverWasKilledComesAgainWithAMark) {
+    NatsServer server;
+    std::array<int, 2> pipes = {};
+    ASSERT_EQ(pipe2(pipes.data(), O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        TestBus receiver(url_of(server), kReceiver);
+        static_cast<void>(!write(pipes[1], "o", 1));
+        receiver.on_message = [](const vorn_bus_message& message) {
+            if (static_cast<const Nac_SetPortMsg*>(message.record)->f0 == 2) raise(SIGKILL);
+        };
+        receiver.poll_until(100);
+        _exit(1);
+    }
+    char opened = 0;
+    ASSERT_EQ(read(pipes[0], &opened, 1), 1);
+    TestBus sender(url_of(server), kSender, patient);
+    for (std::uint32_t i = 0; i < 5; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    TestBus receiver(url_of(server), kReceiver);
+    ASSERT_EQ(receiver.opened(), VORN_BUS_OK);
+    ASSERT_TRUE(receiver.poll_until(3));
+    const auto arrived = receiver.arrived();
+    EXPECT_EQ(arrived[0].port().f0, 2U);
+    EXPECT_EQ(arrived[0].flags, VORN_BUS_REPEATED);
+    EXPECT_EQ(arrived[1].port().f0, 3U);
+    EXPECT_EQ(arrived[1].flags, 0U);
+    EXPECT_EQ(arrived[2].port().f0, 4U);
+}
+
+TEST_F(Nats, AStreamThatIsMadeAnewIsReadFromItsBeginning) {
+    std::string url;
+    NatsServer first;
+    url = "?state=" + first.folder() + "/state";
+    const auto at = [&](const NatsServer& server) {
+        return "nats://127.0.0.1:" + std::to_string(server.port()) + url;
+    };
+    {
+        TestBus receiver(at(first), kReceiver);
+        TestBus sender(at(first), kSender);
+        for (std::uint32_t i = 0; i < 10; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+        ASSERT_TRUE(receiver.poll_until(10));
+    }
+    NatsServer second;  // with an empty store, and the same state folder
+    TestBus receiver(at(second), kReceiver);
+    TestBus sender(at(second), kSender);
+    ASSERT_EQ(sender.send(kReceiver, {77, 0}), 0U);
+    ASSERT_TRUE(receiver.poll_until(1));
+    EXPECT_EQ(receiver.arrived()[0].port().f0, 77U);
+}
+
+TEST_F(Nats, PasswordsAndTokensOpenTheServer) {
+    NatsServer with_user({"--user", "device", "--pass", "secret"});
+    TestBus good(url_of(with_user, "device:secret@"), kSender);
+    EXPECT_EQ(good.opened(), VORN_BUS_OK);
+    TestBus bad(url_of(with_user, "device:guess@"), kReceiver);
+    EXPECT_EQ(bad.opened(), VORN_BUS_TROUBLE);
+    for (const std::string& line : bad.log()) EXPECT_EQ(line.find("guess"), std::string::npos);
+
+    NatsServer with_token({"--auth", "t0ken"});
+    TestBus without(url_of(with_token), kSender);
+    EXPECT_EQ(without.opened(), VORN_BUS_TROUBLE);
+    setenv("VORN_NATS_TOKEN", "t0ken", 1);
+    TestBus with(url_of(with_token), kSender);
+    EXPECT_EQ(with.opened(), VORN_BUS_OK);
+    unsetenv("VORN_NATS_TOKEN");
+}
+
+TEST_F(Nats, TlsTrustsOnlyItsAuthority) {
+    NatsServer plain;  // for a folder
+    const std::string folder = plain.folder() + "/tls";
+    const std::string make = "mkdir " + folder + " && cd " + folder +
+                             " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days "
+                             "1 -keyout key.pem -out cert.pem"
+                             " -subj /CN=localhost -addext subjectAltName=IP:127.0.0.1 >log 2>&1";
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    NatsServer server({"--tls", "--tlscert", folder + "/cert.pem", "--tlskey", folder + "/key.pem"});
+    TestBus untrusting(url_of(server, "", "nats+tls://"), kSender);
+    EXPECT_EQ(untrusting.opened(), VORN_BUS_TROUBLE);
+    setenv("VORN_NATS_CA", (folder + "/cert.pem").c_str(), 1);
+    TestBus receiver(url_of(server, "", "nats+tls://"), kReceiver);
+    ASSERT_EQ(receiver.opened(), VORN_BUS_OK);
+    TestBus sender(url_of(server, "", "nats+tls://"), kSender);
+    ASSERT_EQ(sender.send(kReceiver, {1, 2}), 0U);
+    EXPECT_TRUE(receiver.poll_until(1));
+    unsetenv("VORN_NATS_CA");
+}
+
+TEST_F(Nats, WhatIsNoUrlOfItIsRefused) {
+    for (const char* const url :
+         {"nats://", "nats://host", "nats://host:", "nats://:4222", "nats://host:x", "nats://host:1,",
+          "nats://host:1?", "nats://host:1?prefix=", "nats://host:1?prefix=a.b", "nats://host:1?replicas=0",
+          "nats://host:1?replicas=9", "nats://host:1?other=1"}) {
+        TestBus bus(url, kSender);
+        EXPECT_EQ(bus.opened(), VORN_BUS_BAD_URL) << url;
+    }
+}
+
+}  // namespace
