@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // Units join a packet until it has this size: one call of the socket for many small ones.
-constexpr std::size_t kPacketBytes = 32768;
+constexpr std::size_t kPacketBytes = 131072;
 
 constexpr auto kHelloAgain =
     10ms;  // where a sender waits; each try is one small packet, or none if not connected

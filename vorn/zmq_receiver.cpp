@@ -63,7 +63,7 @@ Receiver::Receiver(const Endpoint& own, zmq::context_t& context, Bell& bell)
     socket_.set(zmq::sockopt::linger, 500);  // for the goodbyes
     socket_.set(zmq::sockopt::ipv6, true);
     socket_.set(zmq::sockopt::handshake_ivl, 5000);  // connections that never speak are closed
-    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.unit_bytes} + 65536);
+    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.unit_bytes} + (1 << 20));
 }
 
 void Receiver::bind(const std::string& place) {
