@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <iterator>
 #include <utility>
 
@@ -12,7 +13,14 @@ namespace {
 using namespace std::chrono_literals;
 
 // Units join a packet until it has this size: one call of the socket for many small ones.
-constexpr std::size_t kPacketBytes = 131072;
+constexpr std::size_t kPacketBytes = 65536;
+
+// While so many packets are on their way, one that is not full waits for more units, or for the answer to the
+// others: the receiver has enough to do, and the fewer the packets, the less the cost of each unit.
+constexpr std::size_t kEnoughPackets = 4;
+
+// Packets from this size on are handed to the socket as they are, smaller ones are copied.
+constexpr std::size_t kWorthSharing = 4096;
 
 constexpr auto kHelloAgain =
     10ms;  // where a sender waits; each try is one small packet, or none if not connected
@@ -65,21 +73,31 @@ Result Link::send(const Outgoing& unit, Deadline deadline) {
     if (bytes > peer_unit_bytes_) return VORN_BUS_TOO_LARGE;
     if (!fits()) return VORN_BUS_FULL;
 
-    if (waiting_.empty() || waiting_.back().bytes.size() + bytes > kPacketBytes) {
-        waiting_.emplace_back();
-        waiting_.back().bytes.reserve(std::max<std::size_t>(Data::kBytes + bytes, 1024));
-        waiting_.back().bytes.resize(Data::kBytes);
+    if (waiting_.empty() || waiting_.back().capacity - waiting_.back().size < bytes) {
+        waiting_.push_back(make_packet(bytes));
     }
     Packet& packet = waiting_.back();
-    const std::size_t at = packet.bytes.size();
-    packet.bytes.resize(at + bytes);
-    write_unit(packet.bytes.data() + at, unit.header, unit.descriptors);
+    write_unit(packet.bytes.data() + packet.size, unit.header, unit.descriptors);
+    packet.size += bytes;
     ++packet.count;
     ++units_;
     bytes_ += bytes;
+    const bool ring = !held_ || waiting_.size() > 1;
     locked.unlock();
-    bell_.ring();
+    if (ring) bell_.ring();
     return VORN_BUS_OK;
+}
+
+Link::Packet Link::make_packet(std::uint32_t unit_bytes) {
+    Packet packet;
+    packet.size = Data::kBytes;
+    packet.capacity = std::max<std::size_t>(Data::kBytes + unit_bytes, kPacketBytes);
+    if (packet.capacity == kPacketBytes && !spare_.is_empty()) {
+        packet.bytes = std::move(spare_);
+    } else {
+        packet.bytes = SharedBuffer(packet.capacity);
+    }
+    return packet;
 }
 
 bool Link::wait_until_empty(Deadline deadline) {
@@ -111,11 +129,6 @@ Clock::time_point Link::serve() {
     send_waiting();
     if (now >= next_ping_) ping();
     return serving_ ? next_ping_ : next_hello_;
-}
-
-bool Link::has_waiting() {
-    const std::lock_guard locked(lock_);
-    return up_ ? !waiting_.empty() : false;
 }
 
 void Link::receive() {
@@ -186,7 +199,7 @@ void Link::end_session(std::uint64_t received) {
     while (!unhandled_.empty() && unhandled_.front().first <= received) {
         const Packet& packet = unhandled_.front();
         lost += packet.last() - std::max(handled_, packet.first - 1);
-        lost_bytes += packet.bytes.size() - Data::kBytes;
+        lost_bytes += packet.unit_bytes();
         unhandled_.pop_front();
     }
     session_ = 0;
@@ -210,17 +223,21 @@ void Link::end_session(std::uint64_t received) {
 void Link::acknowledge(std::uint64_t handled) {
     if (handled <= handled_) return;
     std::uint64_t bytes = 0;
+    SharedBuffer spare;
     while (!unhandled_.empty() && unhandled_.front().last() <= handled) {
-        bytes += unhandled_.front().bytes.size() - Data::kBytes;
+        Packet& packet = unhandled_.front();
+        bytes += packet.unit_bytes();
+        if (packet.capacity == kPacketBytes && !packet.bytes.is_lent()) spare = std::move(packet.bytes);
         unhandled_.pop_front();
     }
-    give_back(handled - std::exchange(handled_, handled), bytes);
+    give_back(handled - std::exchange(handled_, handled), bytes, std::move(spare));
 }
 
-void Link::give_back(std::uint64_t units, std::uint64_t bytes) {
+void Link::give_back(std::uint64_t units, std::uint64_t bytes, SharedBuffer spare) {
     bool tell = false;
     {
         const std::lock_guard locked(lock_);
+        if (!spare.is_empty()) spare_ = std::move(spare);
         units_ -= static_cast<std::uint32_t>(units);
         bytes_ -= bytes;
         tell = waiting_senders_ != 0;
@@ -251,15 +268,10 @@ void Link::send_again_behind(std::uint64_t received) {
 }
 
 void Link::send_waiting() {
-    std::deque<Packet> packets;
-    {
-        const std::lock_guard locked(lock_);
-        packets.swap(waiting_);
-    }
+    std::deque<Packet> packets = take_waiting();
     while (!packets.empty()) {
         Packet& packet = packets.front();
-        packet.first = next_;
-        write_packet(packet.bytes.data(), Data{session_, packet.first, packet.count, 0});
+        number(packet);
         if (!transmit(packet)) break;
         next_ += packet.count;
         unhandled_.push_back(std::move(packet));
@@ -271,10 +283,41 @@ void Link::send_waiting() {
                     std::make_move_iterator(packets.end()));
 }
 
+// All that are full; and the last, unless it is held.
+std::deque<Link::Packet> Link::take_waiting() {
+    std::deque<Packet> packets;
+    const std::lock_guard locked(lock_);
+    held_ = unhandled_.size() + waiting_.size() > kEnoughPackets;
+    packets.swap(waiting_);
+    if (held_ && !packets.empty()) {
+        waiting_.push_back(std::move(packets.back()));
+        packets.pop_back();
+    }
+    return packets;
+}
+
+void Link::number(Packet& packet) const {
+    if (packet.bytes
+            .is_lent()) {  // it was sent in an earlier session, to a connection that may not be gone yet
+        SharedBuffer copy(packet.capacity);
+        std::memcpy(copy.data(), packet.bytes.data(), packet.size);
+        packet.bytes = std::move(copy);
+    }
+    packet.first = next_;
+    write_packet(packet.bytes.data(), Data{session_, packet.first, packet.count, 0});
+}
+
 bool Link::transmit(const Packet& packet) {
-    if (transmit(Bytes(packet.bytes))) return true;
-    set_up(false);  // the connection is gone
-    return false;
+    bool sent = false;
+    if (packet.size < kWorthSharing) {
+        sent = transmit(Bytes(packet.bytes.data(), packet.size));
+    } else {
+        zmq::message_t message(packet.bytes.data(), packet.size, SharedBuffer::give_back,
+                               packet.bytes.lend());
+        sent = socket_.send(message, zmq::send_flags::dontwait).has_value();
+    }
+    if (!sent) set_up(false);  // the connection is gone
+    return sent;
 }
 
 bool Link::transmit(Bytes bytes) {

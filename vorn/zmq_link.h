@@ -15,6 +15,7 @@
 #include <vector>
 #include <zmq.hpp>
 
+#include "vorn/shared_buffer.h"
 #include "vorn/transport.h"
 #include "vorn/zmq_service.h"
 
@@ -35,15 +36,18 @@ class Link {
     // The service thread. Serve returns when it wants to be called again, if nothing arrives meanwhile.
     zmq::socket_ref socket() { return socket_; }
     Clock::time_point serve();
-    bool has_waiting();
 
   private:
-    // Units that travel together; in front, room for the packet's head.
+    // Units that travel together; in front, room for the packet's head. The bytes are lent to the socket, and
+    // kept to be sent again.
     struct Packet {
-        std::vector<std::uint8_t> bytes;
+        SharedBuffer bytes;
+        std::size_t size = 0;
+        std::size_t capacity = 0;
         std::uint64_t first = 0;
         std::uint32_t count = 0;
         std::uint64_t last() const { return first + count - 1; }
+        std::size_t unit_bytes() const { return size - Data::kBytes; }
     };
 
     void receive();
@@ -54,12 +58,15 @@ class Link {
     void end_session(std::uint64_t received);
     void send_again_behind(std::uint64_t received);
     void send_waiting();
+    Packet make_packet(std::uint32_t unit_bytes);
+    std::deque<Packet> take_waiting();
+    void number(Packet& packet) const;
     bool transmit(const Packet& packet);
     bool transmit(Bytes bytes);
     void say_hello();
     void ping();
     void set_up(bool up);
-    void give_back(std::uint64_t units, std::uint64_t bytes);
+    void give_back(std::uint64_t units, std::uint64_t bytes, SharedBuffer spare = {});
 
     const Endpoint own_;
     const std::uint32_t destination_;
@@ -88,6 +95,8 @@ class Link {
     std::uint32_t units_ = 0;  // waiting and unhandled
     std::uint64_t bytes_ = 0;
     std::deque<Packet> waiting_;
+    bool held_ = false;   // the service thread wants no bell before a packet is full
+    SharedBuffer spare_;  // of kPacketBytes, or empty
 };
 
 }  // namespace vorn
