@@ -108,7 +108,8 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
     const auto bytes = unit_bytes(descriptors, count_of);
     if (!bytes || *bytes > options_.unit_bytes) return refuse(VORN_BUS_TOO_LARGE);
     const Outgoing unit = {{destination, options_.address, target, count_of, *bytes}, descriptors};
-    const Result result = transport_->send(unit, within_milliseconds(options_.send_timeout_ms));
+    Patience patience(options_.send_timeout_ms);
+    const Result result = transport_->send(unit, patience);
     if (result != VORN_BUS_OK) return refuse(result);
     count(counters_.sent_units);
     count(counters_.sent_messages, count_of);
@@ -134,7 +135,7 @@ Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t
         if (parcel == nullptr) break;
         handled += handle_parcel(*parcel, max_units == 0 ? UINT32_MAX : max_units - handled);
         if (parcel->bytes.empty()) inbox_.pop_front();
-        deadline = Deadline();  // only the first is waited for
+        if (handled != 0) deadline = Deadline();  // only the first is waited for
     }
     polling_.store(std::thread::id(), std::memory_order_relaxed);
     return VORN_BUS_OK;
@@ -156,7 +157,7 @@ std::uint32_t Bus::handle_parcel(Parcel& parcel, std::uint32_t at_most) {
         parcel.unit_handled();
         parcel.bytes = parcel.bytes.subspan(unit->header().bytes);
         --parcel.units;
-        inbox_.unit_left();
+        inbox_.units_left(1);
         ++handled;
     }
     if (parcel.bytes.empty()) {
@@ -176,7 +177,7 @@ void Bus::handle_unit(const Unit& unit, std::uint32_t flags) {
         return;
     }
     unit.each_message([&](const Message& message) { handle_message(unit.header(), message, flags); });
-    count(counters_.received_units);
+    count_alone(counters_.received_units);
 }
 
 void Bus::handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags) {
@@ -206,7 +207,7 @@ void Bus::handle_message(const UnitHeader& header, const Message& message, std::
     // Also where unpack refused its arguments: what it frees is zero then.
     route.functions.free_unpacked(record);
     room_.clear(record_bytes);
-    count(counters_.received_messages);
+    count_alone(counters_.received_messages);
 }
 
 void Bus::renew_routes() {

@@ -19,7 +19,7 @@ bool Inbox::put(std::unique_ptr<Parcel> parcel) {
         const std::lock_guard locked(lock_);
         if (closed_) return false;
         was_empty = parcels_.empty();
-        units_.fetch_add(parcel->units, std::memory_order_relaxed);
+        count_alone(come_, parcel->units);
         parcels_.push_back(std::move(parcel));
         tell_descriptor();
     }
@@ -57,7 +57,7 @@ void Inbox::close() {
         const std::lock_guard locked(lock_);
         closed_ = true;
         left.swap(parcels_);
-        units_.store(0, std::memory_order_relaxed);
+        gone_.store(come_.load(std::memory_order_relaxed), std::memory_order_relaxed);
         tell_descriptor();
     }
     changed_.notify_all();

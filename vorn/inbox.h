@@ -51,10 +51,12 @@ class Inbox {
     Parcel* front(Deadline deadline);
     void pop_front();
 
-    // Counted down with each unit, up with put.
-    void unit_left() { units_.fetch_sub(1, std::memory_order_relaxed); }
-    void units_left(std::uint32_t units) { units_.fetch_sub(units, std::memory_order_relaxed); }
-    std::uint64_t units() const { return units_.load(std::memory_order_relaxed); }
+    // Units that are there. The thread that takes parcels out says what it has handled of them.
+    void units_left(std::uint32_t units) { count_alone(gone_, units); }
+    std::uint64_t units() const {
+        const std::uint64_t gone = gone_.load(std::memory_order_relaxed);  // first: it never overtakes
+        return come_.load(std::memory_order_relaxed) - gone;
+    }
 
     // While it is on, front does not wait.
     void interrupt(bool on);
@@ -71,7 +73,8 @@ class Inbox {
     std::mutex lock_;
     std::condition_variable changed_;
     std::deque<std::unique_ptr<Parcel>> parcels_;
-    std::atomic<std::uint64_t> units_ = 0;
+    std::atomic<std::uint64_t> come_ = 0;
+    std::atomic<std::uint64_t> gone_ = 0;
     bool interrupted_ = false;
     bool closed_ = false;
     int descriptor_ = -1;

@@ -70,11 +70,11 @@ class LoopTransport final : public Transport {
         if (found != hub.open.end() && found->second == this) hub.open.erase(found);
     }
 
-    Result send(const Outgoing& unit, Deadline deadline) override {
+    Result send(const Outgoing& unit, Patience& patience) override {
         const std::uint32_t destination = unit.header.destination;
-        if (!wait_for_peer(destination, deadline)) return VORN_BUS_NO_PEER;
+        if (!wait_for_peer(destination, patience)) return VORN_BUS_NO_PEER;
         std::shared_ptr<Window> window = window_to(destination);
-        if (!window->take(unit.header.bytes, deadline)) return VORN_BUS_FULL;
+        if (!window->take(unit.header.bytes, patience)) return VORN_BUS_FULL;
         auto parcel = std::make_unique<LoopParcel>(unit, window);
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
@@ -108,11 +108,11 @@ class LoopTransport final : public Transport {
     const Endpoint& endpoint() const { return endpoint_; }
 
   private:
-    bool wait_for_peer(std::uint32_t destination, Deadline deadline) const {
+    bool wait_for_peer(std::uint32_t destination, Patience& patience) const {
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto there = [&] { return hub.open.contains({name_, destination}); };
-        return there() || hub.opened.wait_until(locked, deadline, there);
+        return there() || hub.opened.wait_until(locked, patience.end(), there);
     }
 
     std::shared_ptr<Window> window_to(std::uint32_t destination) {

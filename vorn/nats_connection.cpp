@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
@@ -106,6 +108,22 @@ std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls) {
         }
     }
     return url;
+}
+
+std::string limits_text(const Limits& limits) {
+    return "VORN 1: units=" + std::to_string(limits.units) + " bytes=" + std::to_string(limits.bytes) +
+           " unit_bytes=" + std::to_string(limits.unit_bytes);
+}
+
+std::optional<Limits> read_limits(const char* text) {
+    Limits limits = {};
+    // Written by a receiver of this version; of a later one, more may follow.
+    if (text == nullptr ||
+        std::sscanf(text, "VORN 1: units=%" SCNu32 " bytes=%" SCNu32 " unit_bytes=%" SCNu32, &limits.units,
+                    &limits.bytes, &limits.unit_bytes) != 3) {
+        return std::nullopt;
+    }
+    return limits;
 }
 
 NatsConnection connect(const NatsUrl& url, const NatsCallbacks& callbacks, Log& log) {

@@ -46,6 +46,15 @@ struct NatsUrl {
     std::string questions(std::uint32_t address) const { return prefix + ".ask." + std::to_string(address); }
 };
 
+// What the receiver of an address takes. It stands in the stream's description, where senders read it.
+struct Limits {
+    std::uint32_t units;  // in the queue
+    std::uint32_t bytes;
+    std::uint32_t unit_bytes;
+};
+std::string limits_text(const Limits& limits);
+std::optional<Limits> read_limits(const char* text);
+
 // `rest` is the URL behind its scheme; none: it is none.
 std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls);
 

@@ -14,7 +14,7 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint64_t kMark = 0x314C4E524A4E5256;  // "VRNJRNL1"
+constexpr std::uint64_t kMark = 0x324C4E524A4E5256;  // "VRNJRNL2"
 
 [[noreturn]] void fail(const std::string& file) {
     throw std::system_error(errno, std::generic_category(), file);
@@ -23,7 +23,7 @@ constexpr std::uint64_t kMark = 0x314C4E524A4E5256;  // "VRNJRNL1"
 }  // namespace
 
 Journal::~Journal() {
-    if (numbers_ != nullptr) munmap(const_cast<Numbers*>(numbers_), sizeof(Numbers));
+    if (contents_ != nullptr) munmap(const_cast<Contents*>(contents_), sizeof(Contents));
     if (file_ >= 0) ::close(file_);
 }
 
@@ -33,24 +33,68 @@ void Journal::open(const std::string& file) {
     std::filesystem::create_directories(folder.parent_path(), error);
     if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder.string());
     file_ = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file_ < 0 || ftruncate(file_, sizeof(Numbers)) != 0) fail(file);
-    void* const at = mmap(nullptr, sizeof(Numbers), PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
+    if (file_ < 0 || ftruncate(file_, sizeof(Contents)) != 0) fail(file);
+    void* const at = mmap(nullptr, sizeof(Contents), PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
     if (at == MAP_FAILED) fail(file);
-    numbers_ = static_cast<volatile Numbers*>(at);
+    contents_ = static_cast<volatile Contents*>(at);
 }
 
 void Journal::begin(std::int64_t stream_created) {
-    if (numbers_->mark == kMark && numbers_->stream_created == stream_created) return;
-    numbers_->mark = 0;  // until the rest is right
-    numbers_->started = 0;
-    numbers_->finished = 0;
-    numbers_->stream_created = stream_created;
-    numbers_->mark = kMark;
+    if (contents_->mark != kMark || contents_->stream_created != stream_created) {
+        contents_->mark = 0;  // until the rest is right
+        contents_->started = 0;
+        contents_->finished = 0;
+        for (std::size_t at = 0; at < kSessions; ++at) contents_->sessions[at].name = 0;
+        contents_->stream_created = stream_created;
+        contents_->mark = kMark;
+    }
+    find_sessions();
 }
 
-std::uint64_t Journal::finished() const { return numbers_->finished; }
-std::uint64_t Journal::started() const { return numbers_->started; }
-void Journal::start(std::uint64_t number) { numbers_->started = number; }
-void Journal::finish(std::uint64_t number) { numbers_->finished = number; }
+void Journal::find_sessions() {
+    places_.clear();
+    for (std::size_t at = 0; at < kSessions; ++at) {
+        const std::uint64_t name = contents_->sessions[at].name;
+        if (name != 0) places_[name] = at;
+    }
+}
+
+std::uint64_t Journal::finished() const { return contents_->finished; }
+std::uint64_t Journal::started() const { return contents_->started; }
+void Journal::start(std::uint64_t number) { contents_->started = number; }
+void Journal::finish(std::uint64_t number) { contents_->finished = number; }
+
+std::vector<Journal::Session> Journal::sessions() const {
+    std::vector<Session> all;
+    for (const auto& [name, at] : places_) {
+        all.push_back({name, contents_->sessions[at].last, contents_->sessions[at].number});
+    }
+    return all;
+}
+
+void Journal::remember(const Session& session) {
+    const auto found = places_.find(session.name);
+    const std::size_t at = found != places_.end() ? found->second : place_for(session.name);
+    volatile Session& kept = contents_->sessions[at];
+    kept.last = session.last;
+    kept.number = session.number;
+    kept.name = session.name;  // last: a kill between leaves no name without its numbers
+}
+
+// A free place, or that of the session that was silent longest.
+std::size_t Journal::place_for(std::uint64_t session) {
+    std::size_t best = 0;
+    for (std::size_t at = 0; at < kSessions; ++at) {
+        if (contents_->sessions[at].name == 0) {
+            best = at;
+            break;
+        }
+        if (contents_->sessions[at].number < contents_->sessions[best].number) best = at;
+    }
+    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) places_.erase(old);
+    contents_->sessions[best].name = 0;
+    places_[session] = best;
+    return best;
+}
 
 }  // namespace vorn

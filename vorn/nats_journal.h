@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a receiver has handled, where the kill of its process does not reach: a small file, written through
-// memory.
+// What a receiver has handled, where the kill of its process does not reach: a file, written through memory.
 #ifndef VORN_NATS_JOURNAL_H
 #define VORN_NATS_JOURNAL_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "vorn/support.h"
+#include <unordered_map>
+#include <vector>
 
 namespace vorn {
 
-// Units are handled one at a time, in the stream's order: two numbers say it all.
+// Units are handled one at a time, in the stream's order. So two numbers say how far the stream is handled,
+// and one for each session of a sender what is known of it: it may have stored its last unit twice.
 class Journal {
   public:
+    // Beyond so many, those that were silent longest are forgotten.
+    static constexpr std::size_t kSessions = 4096;
+
     Journal() = default;
     ~Journal();
     Journal(const Journal&) = delete;
@@ -30,14 +34,28 @@ class Journal {
     void start(std::uint64_t number);
     void finish(std::uint64_t number);
 
+    struct Session {
+        std::uint64_t name;    // 0: none
+        std::uint64_t last;    // the session's number of the last unit that was handled
+        std::uint64_t number;  // the stream's number of it
+    };
+    std::vector<Session> sessions() const;
+    void remember(const Session& session);  // before finish(session.number)
+
   private:
-    struct Numbers {
+    struct Contents {
         std::uint64_t mark;
         std::int64_t stream_created;
         std::uint64_t started;
         std::uint64_t finished;
+        Session sessions[kSessions];
     };
-    volatile Numbers* numbers_ = nullptr;
+
+    void find_sessions();
+    std::size_t place_for(std::uint64_t session);
+
+    volatile Contents* contents_ = nullptr;
+    std::unordered_map<std::uint64_t, std::size_t> places_;  // of sessions
     int file_ = -1;
 };
 

@@ -2,26 +2,27 @@
 // nats:// by JetStream. Each address has a stream, which keeps what is sent to it until it is handled; it is
 // made when the address is opened for the first time.
 //
-// A send is over when the stream has stored the unit; it is repeated with the same id, which the stream knows
-// for a while, until then. The receiver takes units strictly in the stream's order: what the server delivers
-// twice is left out, and what it does not deliver is fetched. A journal tells the next process what was
-// handled.
+// A send is over when the stream has stored the unit; until then it is repeated. The receiver takes units
+// strictly in the stream's order: what the server delivers twice is left out, and what it does not deliver is
+// fetched. What was stored twice is known by its session and number, and left out too; the server's own list
+// of ids would forget those of messages that are gone when it starts again, and then its replicas differ. A
+// journal tells the next process what was handled.
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "vorn/nats_connection.h"
 #include "vorn/nats_journal.h"
+#include "vorn/nats_sender.h"
 #include "vorn/transport.h"
 
 namespace vorn {
@@ -31,21 +32,11 @@ using namespace std::chrono_literals;
 
 constexpr const char* kConsumer = "receiver";
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-constexpr std::int64_t kDuplicateWindow = 120 * kNanoseconds;
 constexpr std::int64_t kAckWait = 5 * kNanoseconds;
 constexpr std::int64_t kMostUnacknowledged = 512;
 
-// How long one attempt waits for the stream's word. The next has the same id.
-constexpr auto kAttempt = 1000ms;
-constexpr auto kShortestAttempt = 200ms;
-constexpr auto kBetweenAttempts = 10ms;
-
 // After a kill, until the server has seen that the connection is gone.
 constexpr auto kOpenPatience = 1500ms;
-
-// "NATS/1.0\r\n", "Nats-Msg-Id: " and our id, two line ends: what the stream counts beside the unit.
-constexpr std::uint32_t kHeadersBytes = 60;
-constexpr std::size_t kIdBytes = 33;
 
 std::chrono::milliseconds left_until(Deadline deadline) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -60,21 +51,29 @@ struct Handling {
 
 class NatsParcel final : public Parcel {
   public:
+    // Without units, it only moves the journal and the server on when its turn has come.
     NatsParcel(NatsMessage message, std::uint64_t number, std::shared_ptr<Handling> handling)
-        : message_(std::move(message)), number_(number), handling_(std::move(handling)) {
-        bytes = Bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message_.get())),
-                      static_cast<std::size_t>(natsMsg_GetDataLength(message_.get())));
-        units = 1;
+        : message_(std::move(message)), number_(number), handling_(std::move(handling)) {}
+
+    Bytes packet() const {
+        return {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message_.get())),
+                static_cast<std::size_t>(natsMsg_GetDataLength(message_.get()))};
     }
+    void hold_unit(const Data& data) {
+        bytes = packet().subspan(Data::kBytes);
+        units = 1;
+        data_ = data;
+    }
+
     // Not handled: the server shall deliver it again, and at once.
     ~NatsParcel() override {
         if (!finished_) answer("-NAK");
     }
 
     void unit_begins() override { handling_->journal.start(number_); }
-    void unit_handled() override { handling_->journal.finish(number_); }
     void finished() override {
         finished_ = true;
+        if (data_) handling_->journal.remember({data_->session, data_->first, number_});
         handling_->journal.finish(number_);
         handling_->handled.store(number_, std::memory_order_release);
         answer("+ACK");
@@ -91,6 +90,7 @@ class NatsParcel final : public Parcel {
     NatsMessage message_;
     std::uint64_t number_;
     std::shared_ptr<Handling> handling_;
+    std::optional<Data> data_;
     bool finished_ = false;
 };
 
@@ -124,6 +124,7 @@ class NatsTransport final : public Transport {
         jsCtx* made = nullptr;
         natsStatus status = natsConnection_JetStream(&made, connection_.get(), nullptr);
         jetstream_.reset(made);
+        sender_.emplace(url_, own_, connection_.get(), jetstream_.get());
         if (status != NATS_OK) return trouble("JetStream", status, {});
         Result result = VORN_BUS_OK;
         const Deadline deadline = Clock::now() + kOpenPatience;
@@ -144,27 +145,7 @@ class NatsTransport final : public Transport {
         static_cast<void>(natsSubscription_Unsubscribe(deliveries_.get()));
     }
 
-    Result send(const Outgoing& unit, Deadline deadline) override {
-        std::vector<std::uint8_t> bytes(unit.header.bytes);
-        write_unit(bytes.data(), unit.header, unit.descriptors);
-        const std::string subject = url_.units(unit.header.destination);
-        std::array<char, kIdBytes + 1> id = {};
-        static_cast<void>(std::snprintf(id.data(), id.size(), "%016llx-%016llx",
-                                        static_cast<unsigned long long>(incarnation_),
-                                        static_cast<unsigned long long>(++last_id_)));
-        Result result = VORN_BUS_NO_PEER;
-        bool unsure = false;
-        for (;;) {
-            result = attempt(subject, bytes, id.data(), deadline);
-            if (result == VORN_BUS_OK || result == VORN_BUS_TOO_LARGE) return result;
-            unsure |= result == VORN_BUS_UNSURE;
-            if (Clock::now() >= deadline) break;
-            std::this_thread::sleep_for(std::min<Clock::duration>(kBetweenAttempts, deadline - Clock::now()));
-        }
-        if (!unsure) return result;
-        count(own_.counters.lost_units);
-        return VORN_BUS_UNSURE;
-    }
+    Result send(const Outgoing& unit, Patience& patience) override { return sender_->send(unit, patience); }
 
     // What is accepted is stored.
     bool drain(Deadline /*deadline*/) override { return true; }
@@ -195,25 +176,6 @@ class NatsTransport final : public Transport {
         of(self).closed_.notify_all();
     }
 
-    Result attempt(const std::string& subject, const std::vector<std::uint8_t>& bytes, const char* id,
-                   Deadline deadline) {
-        // Not into the client's buffer, from where it would go some time later.
-        if (natsConnection_Status(connection_.get()) != NATS_CONN_STATUS_CONNECTED) return VORN_BUS_NO_PEER;
-        jsPubOptions options = {};
-        jsPubOptions_Init(&options);
-        options.MsgId = id;
-        options.MaxWait =
-            std::clamp<std::chrono::milliseconds>(left_until(deadline), kShortestAttempt, kAttempt).count();
-        jsErrCode code = {};
-        const natsStatus status = js_Publish(nullptr, jetstream_.get(), subject.c_str(), bytes.data(),
-                                             static_cast<int>(bytes.size()), &options, &code);
-        if (status == NATS_OK) return VORN_BUS_OK;
-        if (status == NATS_NO_RESPONDERS) return VORN_BUS_NO_PEER;  // no stream, or no leader of it now
-        if (status == NATS_MAX_PAYLOAD || code == JSStreamMessageExceedsMaximumErr) return VORN_BUS_TOO_LARGE;
-        if (code == JSStreamStoreFailedErr || code == JSInsufficientResourcesErr) return VORN_BUS_FULL;
-        return VORN_BUS_UNSURE;
-    }
-
     // Makes the stream and its consumer, or finds them as they should be, and subscribes.
     Result take_address() {
         const std::string stream = url_.stream(own_.address);
@@ -222,17 +184,15 @@ class NatsTransport final : public Transport {
         const char* const subjects[] = {subject.c_str()};
         jsStreamConfig config = {};
         jsStreamConfig_Init(&config);
+        const std::string limits = limits_text({own_.queue_units, own_.queue_bytes, own_.unit_bytes});
         config.Name = stream.c_str();
+        config.Description = limits.c_str();
         config.Subjects = const_cast<const char**>(subjects);
         config.SubjectsLen = 1;
         config.Retention = js_WorkQueuePolicy;
-        config.MaxMsgs = own_.queue_units;
-        config.MaxBytes = std::int64_t{own_.queue_bytes} + own_.unit_bytes + kHeadersBytes;
-        config.MaxMsgSize = static_cast<std::int32_t>(own_.unit_bytes + kHeadersBytes);
-        config.Discard = js_DiscardNew;
+        config.MaxMsgSize = static_cast<std::int32_t>(own_.unit_bytes + Data::kBytes);
         config.Storage = js_FileStorage;
         config.Replicas = url_.replicas;
-        config.Duplicates = kDuplicateWindow;
         jsErrCode code = {};
         jsStreamInfo* made = nullptr;
         natsStatus status = js_AddStream(&made, jetstream_.get(), &config, nullptr, &code);
@@ -261,6 +221,9 @@ class NatsTransport final : public Transport {
         const std::uint64_t started = handling_->journal.started();
         interrupted_ = started == next_ && started > handling_->journal.finished() ? started : 0;
         handling_->handled = next_ - 1;
+        for (const Journal::Session& session : handling_->journal.sessions()) {
+            taken_[session.name] = {session.last, session.number};
+        }
 
         jsSubOptions options = {};
         jsSubOptions_Init(&options);
@@ -375,24 +338,54 @@ class NatsTransport final : public Transport {
         // Of the largest queue, no more are in memory than the server delivers ahead.
         while (!ends_ && own_.inbox.units() >= kMostUnacknowledged) std::this_thread::sleep_for(1ms);
         auto parcel = std::make_unique<NatsParcel>(std::move(message), next_, handling_);
-        parcel->repeated = next_ == interrupted_;
+        const auto data = read_data(parcel->packet());
+        if (!data || data->count != 1) {
+            count(own_.counters.damaged);
+            own_.log.line_about_outside("something arrived damaged, and was left out");
+        } else if (is_known(*data)) {
+            count(own_.counters.redelivered_units);
+        } else {
+            parcel->hold_unit(*data);
+            parcel->repeated = next_ == interrupted_;
+        }
         ++next_;
         own_.inbox.put(std::move(parcel));
     }
 
+    // Whether the unit was taken before; from now on it was.
+    bool is_known(const Data& data) {
+        if (taken_.size() >= 2 * Journal::kSessions) forget_the_silent();
+        Taken& taken = taken_[data.session];
+        if (data.first <= taken.last) return true;
+        taken = {data.first, next_};
+        return false;
+    }
+
+    void forget_the_silent() {
+        std::vector<std::uint64_t> numbers;
+        for (const auto& [session, taken] : taken_) numbers.push_back(taken.number);
+        const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(numbers.size() / 2);
+        std::nth_element(numbers.begin(), middle, numbers.end());
+        std::erase_if(taken_, [oldest = *middle](const auto& entry) { return entry.second.number < oldest; });
+    }
+
     const NatsUrl url_;
     const Endpoint own_;
-    const std::uint64_t incarnation_ = random_name();
-    std::atomic<std::uint64_t> last_id_ = 0;
     std::shared_ptr<Handling> handling_ = std::make_shared<Handling>();
     NatsConnection connection_;
     JetStream jetstream_;
+    std::optional<NatsSender> sender_;
     NatsSubscription deliveries_;
     NatsSubscription questions_;
 
     std::uint64_t next_ = 1;              // number of the unit that is taken next
     std::uint64_t interrupted_ = 0;       // of one that a killed process may have handled
     std::uint64_t delivered_before_ = 0;  // to processes before this one
+    struct Taken {
+        std::uint64_t last = 0;    // the session's number of its last unit
+        std::uint64_t number = 0;  // the stream's number of it
+    };
+    std::unordered_map<std::uint64_t, Taken> taken_;  // by session
     std::atomic<bool> catches_up_ = false;
     std::atomic<bool> ends_ = false;
     std::atomic<bool> closes_ = false;

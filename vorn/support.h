@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "vorn/vorn_bus.h"
@@ -28,6 +29,21 @@ inline Deadline in_milliseconds(std::int32_t milliseconds) {
 inline Deadline within_milliseconds(std::int32_t milliseconds) {
     return Clock::now() + std::chrono::milliseconds(milliseconds < 0 ? 0 : milliseconds);
 }
+
+// How long a send may wait. The clock is read when it begins to: most sends never do, and cost little more
+// than that reading.
+class Patience {
+  public:
+    explicit Patience(std::int32_t milliseconds) : milliseconds_(milliseconds) {}
+    Deadline end() {
+        if (!end_) end_ = within_milliseconds(milliseconds_);
+        return *end_;
+    }
+
+  private:
+    std::int32_t milliseconds_;
+    std::optional<Deadline> end_;
+};
 
 // The URL that stands for null.
 const char* chosen_url(const char* url);
@@ -76,6 +92,11 @@ struct Counters {
 
 inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
     counter.fetch_add(by, std::memory_order_relaxed);
+}
+
+// Where only one thread at a time counts.
+inline void count_alone(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
+    counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
 }
 
 // The interface's counters are numbers and nothing else, so that they can travel.

@@ -45,7 +45,7 @@ class Transport {
     // Lets no more units arrive. Those that are in the inbox by then can still be handled.
     virtual void stop_receiving() = 0;
 
-    virtual Result send(const Outgoing& unit, Deadline deadline) = 0;
+    virtual Result send(const Outgoing& unit, Patience& patience) = 0;
 
     // Waits until nothing is on its way. False: something is still.
     virtual bool drain(Deadline deadline) = 0;

@@ -18,12 +18,12 @@ class Window {
         : most_units_(units), most_bytes_(bytes), counters_(&counters) {}
 
     // Waits for room. False: there was none in time.
-    bool take(std::uint32_t bytes, Deadline deadline) {
+    bool take(std::uint32_t bytes, Patience& patience) {
         std::unique_lock locked(lock_);
         const auto fits = [this, bytes] {
             return units_ == 0 || (units_ < most_units_ && bytes_ + bytes <= most_bytes_);
         };
-        if (!fits() && !changed_.wait_until(locked, deadline, fits)) return false;
+        if (!fits() && !changed_.wait_until(locked, patience.end(), fits)) return false;
         ++units_;
         bytes_ += bytes;
         return true;

@@ -55,7 +55,7 @@ Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarna
 
 // ---- any thread -----------------------------------------------------------------------------------
 
-Result Link::send(const Outgoing& unit, Deadline deadline) {
+Result Link::send(const Outgoing& unit, Patience& patience) {
     const std::uint32_t bytes = unit.header.bytes;
     std::unique_lock locked(lock_);
     const auto fits = [&] {
@@ -66,7 +66,7 @@ Result Link::send(const Outgoing& unit, Deadline deadline) {
     if (!ready()) {
         ++waiting_senders_;
         bell_.ring();
-        changed_.wait_until(locked, deadline, ready);
+        changed_.wait_until(locked, patience.end(), ready);
         --waiting_senders_;
         if (!up_) return VORN_BUS_NO_PEER;
     }

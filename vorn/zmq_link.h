@@ -29,7 +29,7 @@ class Link {
     Link& operator=(const Link&) = delete;
 
     // Any thread.
-    Result send(const Outgoing& unit, Deadline deadline);
+    Result send(const Outgoing& unit, Patience& patience);
     bool wait_until_empty(Deadline deadline);
     std::uint32_t units();
 

@@ -67,9 +67,9 @@ class ZmqTransport final : public Transport {
         receiver_closes_.wait(true);  // until the service thread has closed it
     }
 
-    Result send(const Outgoing& unit, Deadline deadline) override {
+    Result send(const Outgoing& unit, Patience& patience) override {
         Link* const link = link_to(unit.header.destination);
-        return link == nullptr ? VORN_BUS_BAD_URL : link->send(unit, deadline);
+        return link == nullptr ? VORN_BUS_BAD_URL : link->send(unit, patience);
     }
 
     bool drain(Deadline deadline) override {
