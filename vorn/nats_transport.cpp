@@ -38,6 +38,9 @@ constexpr std::int64_t kMostUnacknowledged = 512;
 // After a kill, until the server has seen that the connection is gone.
 constexpr auto kOpenPatience = 1500ms;
 
+// Without a delivery, after which the receiver looks for itself what the stream holds.
+constexpr auto kQuiet = 1s;
+
 std::chrono::milliseconds left_until(Deadline deadline) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
 }
@@ -266,11 +269,17 @@ class NatsTransport final : public Transport {
 
     void fetch() {
         while (!ends_ && !fetch_until(delivered_before_ + 1)) std::this_thread::sleep_for(20ms);
+        auto quiet_since = Clock::now();
         while (!ends_) {
             if (catches_up_.exchange(false) && !catch_up()) catches_up_ = true;
+            if (Clock::now() - quiet_since > kQuiet) {
+                look_for_the_forgotten();
+                quiet_since = Clock::now();
+            }
             natsMsg* arrived = nullptr;
             const natsStatus status = natsSubscription_NextMsg(&arrived, deliveries_.get(), 100);
             if (status == NATS_OK) {
+                quiet_since = Clock::now();
                 take(NatsMessage(arrived));
             } else if (status != NATS_TIMEOUT) {
                 std::this_thread::sleep_for(20ms);
@@ -288,6 +297,22 @@ class NatsTransport final : public Transport {
             return false;
         const ConsumerInfo info(made);
         return fetch_until(info->Delivered.Stream + 1);
+    }
+
+    // A server that was killed may know a delivery or an acknowledgement that its stream does not: what is
+    // stored would never come, and what is handled would fill the queue for ever.
+    void look_for_the_forgotten() {
+        const std::string stream = url_.stream(own_.address);
+        jsStreamInfo* made = nullptr;
+        if (js_GetStreamInfo(&made, jetstream_.get(), stream.c_str(), nullptr, nullptr) != NATS_OK) return;
+        const StreamInfo info(made);
+        if (info->State.Msgs == 0 || !fetch_until(info->State.LastSeq + 1)) return;
+        const std::uint64_t handled = handling_->handled.load(std::memory_order_acquire);
+        if (info->State.FirstSeq > handled) return;
+        jsOptions options = {};
+        jsOptions_Init(&options);
+        options.Stream.Purge.Sequence = handled + 1;
+        static_cast<void>(js_PurgeStream(jetstream_.get(), stream.c_str(), &options, nullptr));
     }
 
     void take(NatsMessage message) {
