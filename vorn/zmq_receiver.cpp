@@ -27,7 +27,6 @@ struct CoarseClock {
     using rep = duration::rep;
     using period = duration::period;
     using time_point = std::chrono::time_point<CoarseClock>;
-    static constexpr bool is_steady = true;
     static time_point now() {
         timespec read = {};
         clock_gettime(CLOCK_MONOTONIC_COARSE, &read);
