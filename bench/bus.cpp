@@ -2,7 +2,7 @@
 // One end of a measurement of the bus, or of the bare client below it moving the same bytes.
 //
 // bus_bench bus|bare send|receive|ping|pong URL BYTES BATCH COUNT: send and receive move COUNT messages of
-// BYTES bytes, BATCH to a unit; ping and pong exchange COUNT messages one by one. Each prints one line of
+// BYTES bytes, BATCH to a unit; ping and pong exchange COUNT units one by one. Each prints one line of
 // JSON with clock readings in seconds that all processes of the machine share.
 #include <nats/nats.h>
 #include <sys/resource.h>
@@ -261,7 +261,7 @@ void ping(End& end, const Plan& plan) {
 void pong(End& end, const Plan& plan) {
     say_open();
     for (std::uint64_t i = 0; i < plan.count + plan.count / 10 + 1;) {
-        const std::uint64_t arrived = end.receive();
+        const std::uint64_t arrived = end.receive() / plan.batch;
         for (std::uint64_t k = 0; k < arrived; ++k) end.send_unit();
         i += arrived;
     }
