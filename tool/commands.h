@@ -33,6 +33,13 @@ struct TypesOptions {
 };
 ExitCode run_types(const TypesOptions& options);
 
+// nac describe: one type field by field, with its fixed image.
+struct DescribeOptions {
+    std::vector<std::string> types;  // names or ids; tables inside messages by name
+    bool json = false;
+};
+ExitCode run_describe(const DescribeOptions& options);
+
 // nac decode: received bytes as records, with what is wrong in them.
 struct DecodeOptions {
     std::vector<std::string> files;  // "-" is standard input

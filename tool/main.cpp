@@ -20,6 +20,14 @@ ExitCode run(int argc, char** argv) {
     CLI::App* const types_command = app.add_subcommand("types", "List the message types: ids, sizes, fields");
     types_command->add_flag("--json", types.json, "One JSON object a line");
 
+    DescribeOptions describe;
+    CLI::App* const describe_command = app.add_subcommand(
+        "describe",
+        "Tell one type field by field: kinds, sizes, places in the record and in the fixed image");
+    describe_command->add_option("TYPE", describe.types, "Name or id of a message; name of a table in one")
+        ->required();
+    describe_command->add_flag("--json", describe.json, "One JSON object a line");
+
     DecodeOptions decode;
     CLI::App* const decode_command = app.add_subcommand(
         "decode", "Read received bytes as the library does; print the records as JSON lines");
@@ -88,6 +96,7 @@ ExitCode run(int argc, char** argv) {
         return app.exit(error) == 0 ? kOk : kBadUsage;
     }
     if (types_command->parsed()) return run_types(types);
+    if (describe_command->parsed()) return run_describe(describe);
     if (decode_command->parsed()) return run_decode(decode);
     if (send_command->parsed()) return run_send(send);
     if (listen_command->parsed()) return run_listen(listen);
