@@ -6,11 +6,16 @@
 
 #include <string>
 
-#include "tool/commands.h"
 #include "tool/message_type.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct DescribeOptions {
+    std::vector<std::string> types;  // names or ids; tables inside messages by name
+    bool json = false;
+};
 
 const char* text_of(kaplo::Kind kind) {
     switch (kind) {
@@ -96,23 +101,6 @@ void print_shape(const Shape& shape) {
     }
 }
 
-}  // namespace
-
-Json shape_to_json(const Shape& shape) {
-    Json object = {{"name", shape.name},
-                   {"module", shape.id ? Json(shape.module) : Json(nullptr)},
-                   {"id", or_null(shape.id)},
-                   {"record_bytes", shape.record_bytes},
-                   {"vtable_bytes", shape.vtable_bytes},
-                   {"image_bytes", shape.image ? Json(shape.image->bytes) : Json(nullptr)},
-                   {"image_table_length", shape.image ? Json(shape.image->table_length) : Json(nullptr)},
-                   {"image_vtable_offset",
-                    shape.image ? Json(kaplo::kRootTableAt + shape.image->vtable) : Json(nullptr)},
-                   {"fields", Json::array()}};
-    for (const FieldShape& field : shape.fields) object["fields"].push_back(field_to_json(field));
-    return object;
-}
-
 ExitCode run_describe(const DescribeOptions& options) {
     for (const std::string& name : options.types) {
         const MessageType* const type = named_message_type(name);
@@ -127,6 +115,32 @@ ExitCode run_describe(const DescribeOptions& options) {
         }
     }
     return kOk;
+}
+
+}  // namespace
+
+void add_describe(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "describe",
+                 "Tell one type field by field: kinds, sizes, places in the record and in the fixed image",
+                 run_describe);
+    verb.add_option("TYPE", options.types, "Name or id of a message; name of a table in one")->required();
+    verb.add_flag("--json", options.json, kJsonHelp);
+}
+
+Json shape_to_json(const Shape& shape) {
+    Json object = {{"name", shape.name},
+                   {"module", shape.id ? Json(shape.module) : Json(nullptr)},
+                   {"id", or_null(shape.id)},
+                   {"record_bytes", shape.record_bytes},
+                   {"vtable_bytes", shape.vtable_bytes},
+                   {"image_bytes", shape.image ? Json(shape.image->bytes) : Json(nullptr)},
+                   {"image_table_length", shape.image ? Json(shape.image->table_length) : Json(nullptr)},
+                   {"image_vtable_offset",
+                    shape.image ? Json(kaplo::kRootTableAt + shape.image->vtable) : Json(nullptr)},
+                   {"fields", Json::array()}};
+    for (const FieldShape& field : shape.fields) object["fields"].push_back(field_to_json(field));
+    return object;
 }
 
 }  // namespace tool

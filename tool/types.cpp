@@ -5,12 +5,16 @@
 #include <cstddef>
 #include <string>
 
-#include "tool/commands.h"
 #include "tool/describe.h"
 #include "tool/message_type.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct TypesOptions {
+    bool json = false;
+};
 
 // "f0-f3 u32, f4 u16": neighbours of one kind share an entry. Broken into lines behind `indent` blanks.
 std::string fields_text(const Shape& shape, std::size_t indent) {
@@ -37,8 +41,6 @@ std::string fields_text(const Shape& shape, std::size_t indent) {
     return text + fmt::format("{:{}}{}\n", "", indent, line);
 }
 
-}  // namespace
-
 ExitCode run_types(const TypesOptions& options) {
     if (options.json) {
         for (const auto& type : message_types()) fmt::print("{}\n", shape_to_json(*type->shape).dump());
@@ -51,6 +53,14 @@ ExitCode run_types(const TypesOptions& options) {
                    type->record_bytes, sent, fields_text(*type->shape, 4));
     }
     return kOk;
+}
+
+}  // namespace
+
+void add_types(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "types", "List the message types: ids, sizes, fields", run_types);
+    verb.add_flag("--json", options.json, kJsonHelp);
 }
 
 }  // namespace tool
