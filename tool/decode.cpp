@@ -9,13 +9,17 @@
 #include <string>
 #include <vector>
 
-#include "tool/commands.h"
 #include "tool/json_lines.h"
 #include "tool/message_type.h"
 #include "tool/record_text.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct DecodeOptions {
+    std::vector<std::string> files;  // "-" is standard input
+};
 
 const char* text_of(kaplo::Outcome outcome) {
     switch (outcome) {
@@ -39,8 +43,6 @@ Decoded decode(const JsonLine& line) {
     }
 }
 
-}  // namespace
-
 ExitCode run_decode(const DecodeOptions& options) {
     std::size_t damaged = 0;
     for_each_line(options.files, [&damaged](const JsonLine& line) {
@@ -58,6 +60,17 @@ ExitCode run_decode(const DecodeOptions& options) {
                    decoded.faults.empty() ? "" : ": ", fmt::join(decoded.faults, "; "));
     });
     return damaged == 0 ? kOk : kBadData;
+}
+
+}  // namespace
+
+void add_decode(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "decode",
+                 "Read received bytes as the library does; print the records as JSON lines", run_decode);
+    verb.add_option("FILE", options.files, "Messages as JSON lines; - is standard input")->required();
+    verb.footer(
+        R"(A line: {"type": "Nac_SetPortMsg", "hex": "0c000000..."}. Exit code 1 if a message is damaged.)");
 }
 
 }  // namespace tool

@@ -7,12 +7,18 @@
 #include <string>
 #include <vector>
 
-#include "tool/commands.h"
 #include "tool/open_bus.h"
 #include "tool/program_symbols.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct DoctorOptions {
+    std::string program;  // empty: this one
+    std::string bus;
+    std::uint32_t as = 0;
+};
 
 const std::vector<const char*> kHooks = {"ZEB_OsalMemUseFlagGet", "ZEB_OsalMemCacheAlloc", "ZEB_OsalMemAlloc",
                                          "ZEB_OsalMemFree", "ZEB_OsalLogWrite"};
@@ -62,8 +68,6 @@ ExitCode look_at_program(const std::string& file) {
     return kOk;
 }
 
-}  // namespace
-
 ExitCode run_doctor(const DoctorOptions& options) {
     if (!options.program.empty()) return look_at_program(options.program);
     const auto print_origin = [](const char* name) {
@@ -79,6 +83,17 @@ ExitCode run_doctor(const DoctorOptions& options) {
     const OpenBus bus(options.bus, options.as);
     fmt::print("address: {}, free, at {}\n", options.as, vorn_bus_place(bus.get()));
     return kOk;
+}
+
+}  // namespace
+
+void add_doctor(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(
+        app, chosen, "doctor",
+        "Tell which host services and which bus a process gets, and whether an address is free", run_doctor);
+    verb.add_option("PROGRAM", options.program, "A program's file; this process if not given");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_option("--as", options.as, "The address, 0 if not given");
 }
 
 }  // namespace tool

@@ -3,6 +3,8 @@
 #include "tool/message_type.h"
 
 #include <bit>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 #include "host/services.h"
@@ -20,24 +22,6 @@ constexpr auto kWireOrder =
 // The tool's own unit, with the tool's host services as its hooks.
 kaplo::Unit unit;
 
-template <class F>
-std::string kind_text() {
-    using Element = typename F::Element;
-    std::string element;
-    if constexpr (std::is_class_v<Element>) {
-        element = kaplo::Description<Element>::name.c_str();
-    } else {
-        element = fmt::format("u{}", 8 * sizeof(Element));
-    }
-    if constexpr (F::kind == kaplo::Kind::fixed_array) {
-        return fmt::format("{}[{}]", element, std::extent_v<typename F::Member>);
-    } else if constexpr (kaplo::is_one_of<kaplo::Kind::scalar_vector, kaplo::Kind::table_vector>(F::kind)) {
-        return fmt::format("[{}]", element);
-    } else {
-        return element;
-    }
-}
-
 template <class Record>
 class TypeOf final : public MessageType {
   public:
@@ -47,9 +31,7 @@ class TypeOf final : public MessageType {
         id = kaplo::message_id<Record>;
         record_bytes = sizeof(Record);
         if constexpr (!kaplo::owns_memory<Record>) image_bytes = kaplo::Image<Record>::bytes;
-        kaplo::each_field<Record>([this]<class F, std::uint32_t field> {
-            fields.push_back({field_name(field), kind_text<F>()});
-        });
+        shape = find_shape(name);
     }
 
     Json to_json(const void* record) const override { return record_to_json(of(record)); }
@@ -125,6 +107,16 @@ const MessageType* find_message_type(std::uint32_t id) {
         if (type->id == id) return type.get();
     }
     return nullptr;
+}
+
+const MessageType* named_message_type(const std::string& text) {
+    if (const MessageType* const type = find_message_type(text)) return type;
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const char* const first = text.data() + (hexadecimal ? 2 : 0);
+    const char* const last = text.data() + text.size();
+    std::uint32_t id = 0;
+    const auto [end, error] = std::from_chars(first, last, id, hexadecimal ? 16 : 10);
+    return error == std::errc() && end == last ? find_message_type(id) : nullptr;
 }
 
 std::int32_t register_all_modules() {

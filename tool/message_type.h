@@ -14,13 +14,9 @@
 
 #include "runtime/unpack.h"
 #include "tool/record_json.h"
+#include "tool/shape.h"
 
 namespace tool {
-
-struct FieldText {
-    std::string name;  // "f0"
-    std::string kind;  // "u32", "u8[6]", "Nac_SrvCar", "[u16]", "[Nac_Ipv6Addr]"
-};
 
 // What became of received bytes, and why.
 struct Decoded {  // NOLINT(bugprone-exception-escape): Json's own move says that it does not throw
@@ -38,7 +34,7 @@ class MessageType {
     std::uint32_t id = 0;
     std::uint32_t record_bytes = 0;
     std::optional<std::uint32_t> image_bytes;  // none: always sent in the compact layout
-    std::vector<FieldText> fields;
+    const Shape* shape = nullptr;              // its fields
 
     virtual Json to_json(const void* record) const = 0;
 
@@ -64,6 +60,10 @@ const std::vector<std::unique_ptr<const MessageType>>& message_types();
 // Finds a type by its full name; null if there is none.
 const MessageType* find_message_type(std::string_view name);
 const MessageType* find_message_type(std::uint32_t id);
+
+// Reads a type as users name it: its full name, or its id as "0x09B58155" or "162889045". Null if there is
+// none.
+const MessageType* named_message_type(const std::string& text);
 
 // Registers all modules with the bus, as a process that receives and sends everything does. Returns the first
 // result that is not 0.

@@ -11,13 +11,24 @@
 #include <vector>
 
 #include "bus/send.h"
-#include "tool/commands.h"
 #include "tool/json_lines.h"
 #include "tool/open_bus.h"
 #include "tool/progress.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct SendOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    std::string bus;                 // empty: the usual URL
+    std::uint32_t to = 0;
+    std::uint32_t as = 0;
+    std::uint64_t target = 0;
+    bool batch = false;
+    double rate = 0;        // records a second; 0: as fast as they are taken
+    double timeout_s = 10;  // for each send, and for the last to be handled
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -103,13 +114,27 @@ class Sender {
     std::uint32_t count_ = 0;
 };
 
-}  // namespace
-
 ExitCode run_send(const SendOptions& options) {
     show_log_lines();
     Sender sender(options);
     for_each_line(options.files, [&sender](const JsonLine& line) { sender.add(line); });
     return sender.finish();
+}
+
+}  // namespace
+
+void add_send(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(app, chosen, "send", "Send records to an address of the bus", run_send);
+    verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    verb.add_option("--to", options.to, "Address of the receiver")->required();
+    verb.add_option("--as", options.as, "Address of the sender, 0 if not given");
+    verb.add_option("--target", options.target, "Target handed on with each message");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one unit");
+    verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
+        ->check(CLI::PositiveNumber);
+    verb.add_option("--timeout", options.timeout_s, "Seconds to wait for the receiver, 10 if not given")
+        ->check(CLI::PositiveNumber);
 }
 
 }  // namespace tool
