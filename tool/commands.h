@@ -40,6 +40,10 @@ void add_decode(CLI::App& app, Chosen& chosen);
 void add_exchange(CLI::App& app, Chosen& chosen);
 void add_send(CLI::App& app, Chosen& chosen);
 void add_listen(CLI::App& app, Chosen& chosen);
+void add_record(CLI::App& app, Chosen& chosen);
+void add_info(CLI::App& app, Chosen& chosen);
+void add_replay(CLI::App& app, Chosen& chosen);
+void add_monitor(CLI::App& app, Chosen& chosen);
 void add_bus_stats(CLI::App& app, Chosen& chosen);
 void add_doctor(CLI::App& app, Chosen& chosen);
 

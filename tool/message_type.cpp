@@ -57,6 +57,16 @@ class TypeOf final : public MessageType {
         kaplo::free_unpacked(unit, &record);
         return decoded;
     }
+    bool is_whole(std::span<const std::uint8_t> bytes) const override {
+        if (bytes.size() < kaplo::kShortestBuffer || bytes.size() > kaplo::kLongestBuffer) return false;
+        host::Services::instance().reset();
+        kaplo::KaploMemHooksInit(unit);
+        const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        Record record = {};
+        const bool whole = kaplo::read_root(unit, region, record) == kaplo::Outcome::whole;
+        kaplo::free_unpacked(unit, &record);
+        return whole;
+    }
     std::uint32_t packed_bytes(const void* record) const override {
         return kaplo::message_bytes(&of(record));
     }

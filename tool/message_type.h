@@ -44,6 +44,9 @@ class MessageType {
     // Reads `bytes` as unpack does. Throws RecordError where their number is no buffer's.
     virtual Decoded decode(std::span<const std::uint8_t> bytes) const = 0;
 
+    // Whether `bytes` are read without a fault; where their number is no buffer's, they are not.
+    virtual bool is_whole(std::span<const std::uint8_t> bytes) const = 0;
+
     // The compact size, as pack tells it.
     virtual std::uint32_t packed_bytes(const void* record) const = 0;
 
