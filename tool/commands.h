@@ -44,6 +44,7 @@ void add_record(CLI::App& app, Chosen& chosen);
 void add_info(CLI::App& app, Chosen& chosen);
 void add_replay(CLI::App& app, Chosen& chosen);
 void add_monitor(CLI::App& app, Chosen& chosen);
+void add_dissector(CLI::App& app, Chosen& chosen);
 void add_bus_stats(CLI::App& app, Chosen& chosen);
 void add_doctor(CLI::App& app, Chosen& chosen);
 

@@ -9,8 +9,9 @@
 namespace tool {
 namespace {
 
-constexpr auto kVerbs = {add_types,   add_describe, add_decode, add_exchange, add_send,      add_listen,
-                         add_monitor, add_record,   add_replay, add_info,     add_bus_stats, add_doctor};
+constexpr auto kVerbs = {add_types,     add_describe,  add_decode, add_exchange, add_send,
+                         add_listen,    add_monitor,   add_record, add_replay,   add_info,
+                         add_dissector, add_bus_stats, add_doctor};
 
 ExitCode run(int argc, char** argv) {
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");
