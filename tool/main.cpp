@@ -9,8 +9,9 @@
 namespace tool {
 namespace {
 
-constexpr auto kVerbs = {add_types, add_describe, add_decode,    add_exchange,
-                         add_send,  add_listen,   add_bus_stats, add_doctor};
+// In the order in which --help lists them.
+constexpr auto kVerbs = {add_types,    add_describe, add_decode, add_encode, add_verify,    add_hex,
+                         add_assemble, add_exchange, add_send,   add_listen, add_bus_stats, add_doctor};
 
 ExitCode run(int argc, char** argv) {
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");
