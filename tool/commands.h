@@ -37,6 +37,12 @@ using Chosen = std::function<ExitCode()>;
 void add_types(CLI::App& app, Chosen& chosen);
 void add_describe(CLI::App& app, Chosen& chosen);
 void add_decode(CLI::App& app, Chosen& chosen);
+void add_encode(CLI::App& app, Chosen& chosen);
+void add_verify(CLI::App& app, Chosen& chosen);
+void add_hex(CLI::App& app, Chosen& chosen);
+void add_assemble(CLI::App& app, Chosen& chosen);
+void add_diff(CLI::App& app, Chosen& chosen);
+void add_random(CLI::App& app, Chosen& chosen);
 void add_exchange(CLI::App& app, Chosen& chosen);
 void add_send(CLI::App& app, Chosen& chosen);
 void add_listen(CLI::App& app, Chosen& chosen);
@@ -47,6 +53,8 @@ void add_monitor(CLI::App& app, Chosen& chosen);
 void add_dissector(CLI::App& app, Chosen& chosen);
 void add_bus_stats(CLI::App& app, Chosen& chosen);
 void add_doctor(CLI::App& app, Chosen& chosen);
+void add_bench(CLI::App& app, Chosen& chosen);
+void add_completion(CLI::App& app, Chosen& chosen);
 
 }  // namespace tool
 

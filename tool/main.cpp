@@ -9,9 +9,11 @@
 namespace tool {
 namespace {
 
-constexpr auto kVerbs = {add_types,     add_describe,  add_decode, add_exchange, add_send,
-                         add_listen,    add_monitor,   add_record, add_replay,   add_info,
-                         add_dissector, add_bus_stats, add_doctor};
+// In the order in which --help lists them.
+constexpr auto kVerbs = {
+    add_types,  add_describe, add_decode,    add_encode,    add_verify, add_hex,     add_assemble,
+    add_diff,   add_random,   add_exchange,  add_send,      add_listen, add_monitor, add_record,
+    add_replay, add_info,     add_dissector, add_bus_stats, add_doctor, add_bench,   add_completion};
 
 ExitCode run(int argc, char** argv) {
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");

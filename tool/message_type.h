@@ -25,6 +25,14 @@ struct Decoded {  // NOLINT(bugprone-exception-escape): Json's own move says tha
     std::vector<std::string> faults;  // "function: text", as a host's log shows them
 };
 
+// "ok", "header" or "field"; "argument" is what verbs call the number of bytes that is no buffer's.
+const char* verdict_text(kaplo::Outcome outcome);
+
+// Whether so many bytes can be a message at all.
+constexpr bool is_buffer_size(std::size_t bytes) {
+    return bytes >= kaplo::kShortestBuffer && bytes <= kaplo::kLongestBuffer;
+}
+
 class MessageType {
   public:
     virtual ~MessageType() = default;
@@ -46,6 +54,18 @@ class MessageType {
 
     // Whether `bytes` are read without a fault; where their number is no buffer's, they are not.
     virtual bool is_whole(std::span<const std::uint8_t> bytes) const = 0;
+
+    // What the library logs where the number of bytes is no buffer's, as decode() has it.
+    virtual std::vector<std::string> refuse(std::span<const std::uint8_t> bytes) const = 0;
+
+    // The exported pack and, for types that have one, the fixed image.
+    virtual std::vector<std::uint8_t> pack(const void* record) const = 0;
+    virtual std::vector<std::uint8_t> image(const void* record) const = 0;
+
+    // The exported functions, for those that time them. `bytes` are a buffer's.
+    virtual std::uint32_t pack_into(const void* record, std::span<std::uint8_t> buffer) const = 0;
+    virtual void unpack_from(std::span<const std::uint8_t> bytes, void* record) const = 0;
+    virtual void free_unpacked(void* record) const = 0;
 
     // The compact size, as pack tells it.
     virtual std::uint32_t packed_bytes(const void* record) const = 0;

@@ -26,6 +26,7 @@ struct SendOptions {
     std::uint32_t as = 0;
     std::uint64_t target = 0;
     bool batch = false;
+    bool json = false;
     double rate = 0;        // records a second; 0: as fast as they are taken
     double timeout_s = 10;  // for each send, and for the last to be handled
 };
@@ -69,6 +70,14 @@ class Sender {
         send();
         const std::int32_t flushed = vorn_bus_flush(bus_.get(), milliseconds(options_.timeout_s));
         const vorn_bus_counters counters = bus_.counters();
+        if (options_.json) {
+            const Json object = {{"to", options_.to},
+                                 {"sent_messages", counters.sent_messages},
+                                 {"sent_units", counters.sent_units},
+                                 {"lost_units", counters.lost_units},
+                                 {"unhandled_units", counters.unhandled_units}};
+            fmt::print("{}\n", object.dump());
+        }
         fmt::print(stderr, "{} records sent to address {} in {} units; {} lost, {} still on their way\n",
                    counters.sent_messages, options_.to, counters.sent_units, counters.lost_units,
                    counters.unhandled_units);
@@ -131,6 +140,7 @@ void add_send(CLI::App& app, Chosen& chosen) {
     verb.add_option("--target", options.target, "Target handed on with each message");
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one unit");
+    verb.add_flag("--json", options.json, "What was sent and what was lost, as a JSON object");
     verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
         ->check(CLI::PositiveNumber);
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for the receiver, 10 if not given")

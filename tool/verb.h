@@ -29,6 +29,8 @@ Verb<Options> add_verb(CLI::App& parent, Chosen& chosen, const std::string& name
 }
 
 inline constexpr const char* kJsonHelp = "One JSON object a line";
+inline constexpr const char* kAlwaysJsonHelp = "One JSON object a line, as without it";
+inline constexpr const char* kOutputHelp = "Where the data goes; standard output if not given, and for -";
 inline constexpr const char* kBusHelp = "URL of the bus; else VORN_BUS_URL, else loop:";
 
 }  // namespace tool
