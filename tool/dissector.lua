@@ -110,7 +110,8 @@ local function show_elements(tree, field, at, count)
         tree:add(field.item, reader.bytes(at, count * field.bytes))
         return
     end
-    local list = tree:add(field.item, reader.bytes(at - 4, 4 + count * field.bytes), field.name .. ": " .. count .. " numbers")
+    local list = tree:add(field.item, reader.bytes(at - 4, 4 + count * field.bytes))
+    list:set_text(field.name .. ": " .. count .. " numbers")
     list:add_le(m.elements, reader.bytes(at - 4, 4))
     for k = 0, count - 1 do
         if not may_show(list) then return end
@@ -129,7 +130,8 @@ end
 function read.table(tree, field, at)
     local target = follow(at)
     if not target then return fail(tree, field.name .. ": its reference is outside of the message, or too large") end
-    local item = may_show(tree) and tree:add(field.item, reader.bytes(at, 4), field.name .. ": " .. field.of.name) or tree
+    local item = tree
+    if may_show(tree) then item = tree:add(field.item, reader.bytes(at, 4)):set_text(field.name .. ": " .. field.of.name) end
     return read_table(item, field.of, target, field.of.nested_decoder)
 end
 
@@ -155,7 +157,8 @@ function read.tables(tree, field, at)
     if not elements then return fail(tree, field.name .. ": its elements are not inside the message") end
     local list = tree
     if may_show(tree) then
-        list = tree:add(field.item, reader.bytes(elements - 4, 4 + 4 * count), field.name .. ": " .. count .. " tables")
+        list = tree:add(field.item, reader.bytes(elements - 4, 4 + 4 * count))
+        list:set_text(field.name .. ": " .. count .. " tables")
         list:add_le(m.elements, reader.bytes(elements - 4, 4))
     end
     for k = 0, count - 1 do
@@ -216,12 +219,15 @@ function read_table(tree, type, at, decoder)
     return true
 end
 
+-- The part of a packet that is handed on does not tell that the packet was cut.
+local packet_is_cut = false
+
 local function read_message(tvb, pinfo, tree, type)
     local size = tvb:captured_len()
     pinfo.cols.protocol = "Nac"
     pinfo.cols.info = type.name
     local item = tree:add(nac, tvb(0, size), type.name)
-    reader = {bytes = tvb, size = size, items = 0, failed = false, is_cut = size < tvb:reported_len()}
+    reader = {bytes = tvb, size = size, items = 0, failed = false, is_cut = packet_is_cut or size < tvb:reported_len()}
     if size < 4 then
         fail(item, size .. " bytes are no message")
     else
@@ -293,7 +299,9 @@ function bus.dissector(tvb, pinfo, tree)
     pinfo.cols.protocol = "VORN"
     pinfo.cols.info = string.format("unknown id 0x%08X", id)
     if names[id] then
+        packet_is_cut = captured < tvb:reported_len()
         id_table:try(id, tvb(head):tvb(), pinfo, tree)
+        packet_is_cut = false
     end
     return captured
 end

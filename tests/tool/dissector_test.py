@@ -7,6 +7,7 @@ import ipaddress
 import json
 import os
 import pathlib
+import struct
 import subprocess
 import sys
 import tempfile
@@ -153,7 +154,7 @@ class Dissector(unittest.TestCase):
         print(f"count: {len(cases)} messages dissected as they are decoded, {whole} of them whole")
 
     def test_all_types_of_the_example_session(self) -> None:
-        lines = [json.loads(line) for line in (ROOT / "tests/tool/session.jsonl").read_text().splitlines()]
+        lines = map(json.loads, nac("encode", "examples/access-session.jsonl").splitlines())
         cases = [(line["type"], bytes.fromhex(line["hex"])) for line in lines]
         self.assertEqual({name for name, _ in cases}, set(TYPES))
         self.compare(cases)
@@ -180,10 +181,60 @@ class Dissector(unittest.TestCase):
         self.compare(cases)
 
     def test_64_bits_are_exact(self) -> None:
-        given = json.dumps({"type": "Nac_UserDataFlowCfg", "record": {"f0": 2**64 - 1, "f1": 2**63 + 1, "f2": 2**53 + 1, "f3": 1}})
-        del given
-        data = bytes.fromhex("2c000000" + "0c002400040000000c0014001c000000".ljust(8, "0"))
-        del data
+        given = {"f0": 2**64 - 1, "f1": 2**63 + 1, "f2": 2**53 + 1, "f3": 1}
+        line = nac("encode", "-", given=json.dumps({"type": "Nac_UserDataFlowCfg", "record": given}))
+        data = bytes.fromhex(json.loads(line)["hex"])
+        message = pcapng.Message(TYPES["Nac_UserDataFlowCfg"]["id"], data, target=2**64 - 2, unit=2**63 + 3)
+        packet = Dissected(pcapng.capture([message])).packets[0]
+        header, shown = (packet.find(f"proto[@name='{name}']") for name in ("vorn", "nac"))
+        self.assertEqual(record(shown, "Nac_UserDataFlowCfg", self.describe), given)
+        fields = {each.get("name"): each.get("show") for each in header.findall("field")}
+        self.assertEqual((fields["vorn.target"], fields["vorn.unit"]), (str(2**64 - 2), str(2**63 + 3)))
+
+    def test_messages_can_be_filtered_by_their_fields(self) -> None:
+        lines = list(map(json.loads, nac("encode", "examples/access-session.jsonl").splitlines()))
+        capture = pcapng.capture(pcapng.units([(TYPES[line["type"]]["id"], bytes.fromhex(line["hex"])) for line in lines]))
+        ports = Dissected(capture, "-Y", "nac.Nac_SetPortMsg.f0 == 24 || nac.Nac_SetUserTableMsg.f5 == 00:1b:44:11:3a:b7")
+        self.assertEqual(len(ports.packets), 3)
+
+    def test_what_is_no_message_of_the_bus_is_told(self) -> None:
+        strange = pcapng.start() + b"".join(
+            pcapng.block(pcapng.PACKET, struct.pack("<IIIII", 0, 0, 0, len(data), len(data)) + data)
+            for data in (b"", b"\x01", b"\x01\x28" + bytes(20), b"\x02\x28" + bytes(60), b"\x01\xff" + bytes(60)))
+        dissected = Dissected(strange)
+        self.assertNotIn("Lua Error", dissected.text)
+        self.assertEqual([experts(packet) for packet in dissected.packets[1:]], [["not the header of a message"]] * 4)
+
+    def test_unknown_ids_short_and_cut_messages_are_told(self) -> None:
+        line = json.loads(nac("encode", "-", given='{"type": "Nac_SetPortMsg", "record": {"f0": 7}}'))
+        data = bytes.fromhex(line["hex"])
+        id = TYPES["Nac_SetPortMsg"]["id"]
+        dissected = Dissected(pcapng.capture([pcapng.Message(5, data), pcapng.Message(id, b"abc"), pcapng.Message(id, b""),
+                                              pcapng.Message(id, data[:10], cut=len(data) - 10)]))
+        self.assertNotIn("Lua Error", dissected.text)
+        self.assertEqual(experts(dissected.packets[0]), [])
+        self.assertEqual(experts(dissected.packets[1]), ["3 bytes are no message"])
+        self.assertEqual(experts(dissected.packets[2]), ["0 bytes are no message"])
+        self.assertIn("nac.cut", dissected.text)
+        self.assertEqual(len(experts(dissected.packets[3])), 1)
+
+    def test_one_table_as_the_element_of_many_ends(self) -> None:
+        # 60,000 references to one table, which would be a million items.
+        entry = TYPES["Nac_UserDataFlowMsg"]
+        count = 60_000
+        vtable = struct.pack("<HHH", 6, 8, 4)
+        root = struct.pack("<II", 6 + 2, 4)  # distance to the vtable, reference to the vector
+        body = struct.pack("<I", 12) + vtable + b"\0\0" + root
+        at = len(body)
+        body += struct.pack("<I", count)
+        for k in range(count):
+            body += struct.pack("<I", at + 4 + 4 * count - (at + 4 + 4 * k) + 8)
+        inner = struct.pack("<HHH", 8, 12, 4) + struct.pack("<H", 8)
+        body += inner + struct.pack("<III", 8, 4711, 200)
+        dissected = Dissected(pcapng.capture([pcapng.Message(entry["id"], body)]))
+        self.assertEqual((dissected.code, dissected.errors), (0, []))
+        self.assertNotIn("Lua Error", dissected.text)
+        self.assertEqual(experts(dissected.packets[0]), ["more fields than are shown"])
 
 
 if __name__ == "__main__":
