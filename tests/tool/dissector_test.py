@@ -14,6 +14,8 @@ import tempfile
 import unittest
 import xml.etree.ElementTree
 
+import jsonschema
+
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import pcapng
 
@@ -190,6 +192,12 @@ class Dissector(unittest.TestCase):
         self.assertEqual(record(shown, "Nac_UserDataFlowCfg", self.describe), given)
         fields = {each.get("name"): each.get("show") for each in header.findall("field")}
         self.assertEqual((fields["vorn.target"], fields["vorn.unit"]), (str(2**64 - 2), str(2**63 + 3)))
+
+    def test_json_holds_the_script(self) -> None:
+        made = json.loads(nac("dissector", "--json"))
+        jsonschema.validate(made, json.loads((ROOT / "docs/schemas/dissector.json").read_text()))
+        self.assertEqual(made["script"], nac("dissector"))
+        self.assertNotIn("@", made["script"].replace("@TYPES@", "@"))
 
     def test_messages_can_be_filtered_by_their_fields(self) -> None:
         lines = list(map(json.loads, nac("encode", "examples/access-session.jsonl").splitlines()))
