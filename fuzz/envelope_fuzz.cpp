@@ -53,6 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_packet(bytes, vorn::read_ack(bytes));
     check_packet(bytes, vorn::read_reset(bytes));
     check_packet(bytes, vorn::read_goodbye(bytes));
+    check_packet(bytes, vorn::read_watch(bytes));
+    check_packet(bytes, vorn::read_watching(bytes));
+    check_packet(bytes, vorn::read_copy(bytes));
     const auto packet = vorn::read_data(bytes);
     check_packet(bytes, packet);
     if (packet) check_units(vorn::Bytes(bytes).subspan(vorn::Data::kBytes));

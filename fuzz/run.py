@@ -15,7 +15,8 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Shares of the time: what reads received bytes gets most.
-SHARES = {"decode_fuzz": 4, "damage_fuzz": 4, "round_trip_fuzz": 2, "batch_fuzz": 1, "text_fuzz": 1, "envelope_fuzz": 1}
+SHARES = {"decode_fuzz": 4, "damage_fuzz": 4, "round_trip_fuzz": 2, "batch_fuzz": 1, "text_fuzz": 1, "envelope_fuzz": 1,
+          "walk_fuzz": 2}
 
 
 Result = tuple[str, int, int, list[str]]  # name, executions, features reached, findings' paths

@@ -55,23 +55,49 @@ class Types(unittest.TestCase):
         types = {entry["name"]: entry for entry in map(json.loads, nac("types", "--json").stdout.splitlines())}
         self.assertEqual(len(types), 25)
         self.assertEqual(len(types["Nac_SetUserTableMsg"]["fields"]), 55)
-        self.assertEqual(
-            types["Nac_L2NotifyNacUserOfflineMsg"],
-            {
-                "name": "Nac_L2NotifyNacUserOfflineMsg",
-                "module": "user",
-                "id": 65888119,
-                "record_bytes": 32,
-                "image_bytes": 72,
-                "fields": [
-                    {"name": name, "kind": kind}
-                    for name, kind in zip(
-                        ["f0", "f1", "f2", "f3", "f4", "f5", "f6", "f7"],
-                        ["u32", "u32", "u32", "u16", "u8[6]", "u32", "u32", "u32"],
-                    )
-                ],
-            },
-        )
+        offline = types["Nac_L2NotifyNacUserOfflineMsg"]
+        fields = offline.pop("fields")
+        self.assertEqual(offline, {
+            "name": "Nac_L2NotifyNacUserOfflineMsg", "module": "user", "id": 65888119, "record_bytes": 32,
+            "vtable_bytes": 20, "image_bytes": 72, "image_table_length": 44, "image_vtable_offset": 48,
+        })
+        self.assertEqual([field["kind"] for field in fields], ["u32", "u32", "u32", "u16", "u8[6]", "u32", "u32", "u32"])
+        self.assertEqual(fields[4], {
+            "name": "f4", "kind": "u8[6]", "form": "fixed array", "display": "hardware address", "element_bytes": 1,
+            "count": 6, "table": None, "record_offset": 14, "count_offset": None, "slot": 12, "image_offset": 22,
+            "image_bytes": 14,
+        })
+
+
+class Describe(unittest.TestCase):
+    def test_by_name_and_by_id(self) -> None:
+        by_name = nac("describe", "Nac_SetPortMsg")
+        self.assertEqual((by_name.returncode, by_name.stderr), (0, ""))
+        self.assertEqual(by_name.stdout, """\
+Nac_SetPortMsg  0x09B58155  module port
+record 8 bytes, vtable 8 bytes, fixed image 24 bytes: table of 12 at 4, vtable at 16
+  field kind                     shown as          record   slot  image  bytes
+  f0    u32                      number                 0      4      8      4
+  f1    u32                      number                 4      6     12      4
+""")
+        for identity in ("0x09b58155", "162890069"):
+            self.assertEqual(nac("describe", identity).stdout, by_name.stdout)
+
+    def test_json_tells_of_vectors_and_of_the_tables_in_them(self) -> None:
+        done = nac("describe", "--json", "Nac_SetUserTableMsg", "Nac_Ipv6Addr")
+        table, address = map(json.loads, done.stdout.splitlines())
+        self.assertIsNone(table["image_bytes"])
+        self.assertEqual({field["display"] for field in table["fields"]},
+                         {"number", "hardware address", "hexadecimal", "numbers", "table", "tables"})
+        self.assertEqual(table["fields"][12]["table"], "Nac_Ipv6Addr")
+        self.assertEqual((address["name"], address["module"], address["id"]), ("Nac_Ipv6Addr", None, None))
+        self.assertEqual(address["fields"][0]["display"], "IPv6 address")
+
+    def test_an_unknown_type_is_wrong_usage(self) -> None:
+        for name in ("Nac_Nothing", "0x1", "0x09B58155x", ""):
+            done = nac("describe", name)
+            self.assertEqual((done.returncode, done.stdout), (2, ""), name)
+            self.assertIn(f"nac: {name} is no type", done.stderr)
 
 
 class Decode(unittest.TestCase):

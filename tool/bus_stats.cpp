@@ -10,12 +10,19 @@
 #include <utility>
 #include <vector>
 
-#include "tool/commands.h"
 #include "tool/open_bus.h"
 #include "tool/record_json.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct BusStatsOptions {
+    std::string bus;
+    std::vector<std::uint32_t> addresses;  // none: all that an ipc folder shows
+    bool json = false;
+    double timeout_s = 1;
+};
 
 std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counters& counters) {
     return {{"sent_units", counters.sent_units},
@@ -54,8 +61,6 @@ std::vector<std::uint32_t> addresses_in(const std::string& url) {
     return addresses;
 }
 
-}  // namespace
-
 ExitCode run_bus_stats(const BusStatsOptions& options) {
     const char* const url = url_or_null(options.bus);
     const auto addresses =
@@ -80,6 +85,20 @@ ExitCode run_bus_stats(const BusStatsOptions& options) {
         }
     }
     return code;
+}
+
+}  // namespace
+
+void add_bus_stats(CLI::App& app, Chosen& chosen) {
+    CLI::App* const bus_command = app.add_subcommand("bus", "Ask the bus");
+    bus_command->require_subcommand(1);
+    auto [verb, options] =
+        add_verb(*bus_command, chosen, "stats", "The counters of open buses", run_bus_stats);
+    verb.add_option("ADDRESS", options.addresses, "Whose; on ipc: all that are open if not given");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_flag("--json", options.json, kJsonHelp);
+    verb.add_option("--timeout", options.timeout_s, "Seconds to wait for an answer, 1 if not given")
+        ->check(CLI::PositiveNumber);
 }
 
 }  // namespace tool

@@ -3,10 +3,13 @@
 #ifndef TOOL_COMMANDS_H
 #define TOOL_COMMANDS_H
 
-#include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
-#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace tool {
 
@@ -27,64 +30,31 @@ class CommandError : public std::runtime_error {
     ExitCode code_;
 };
 
-// nac types: the message types with their ids, sizes and fields.
-struct TypesOptions {
-    bool json = false;
-};
-ExitCode run_types(const TypesOptions& options);
+// What the command line asks for.
+using Chosen = std::function<ExitCode()>;
 
-// nac decode: received bytes as records, with what is wrong in them.
-struct DecodeOptions {
-    std::vector<std::string> files;  // "-" is standard input
-};
-ExitCode run_decode(const DecodeOptions& options);
-
-// nac exchange: sends records over a bus within the tool and compares what arrives with what was sent.
-struct ExchangeOptions {
-    std::vector<std::string> files;  // "-" is standard input
-    bool json = false;
-};
-ExitCode run_exchange(const ExchangeOptions& options);
-
-// nac send: records from files to an address.
-struct SendOptions {
-    std::vector<std::string> files;  // "-" is standard input
-    std::string bus;                 // empty: the usual URL
-    std::uint32_t to = 0;
-    std::uint32_t as = 0;
-    std::uint64_t target = 0;
-    bool batch = false;
-    double rate = 0;        // records a second; 0: as fast as they are taken
-    double timeout_s = 10;  // for each send, and for the last to be handled
-};
-ExitCode run_send(const SendOptions& options);
-
-// nac listen: prints what arrives at an address.
-struct ListenOptions {
-    std::string bus;
-    std::uint32_t as = 0;
-    bool json = false;
-    std::uint64_t count = 0;  // messages to wait for; 0: no end
-    double timeout_s = 0;     // of silence, after which it ends; 0: never
-};
-ExitCode run_listen(const ListenOptions& options);
-
-// nac bus stats: the counters of open buses.
-struct BusStatsOptions {
-    std::string bus;
-    std::vector<std::uint32_t> addresses;  // none: all that an ipc folder shows
-    bool json = false;
-    double timeout_s = 1;
-};
-ExitCode run_bus_stats(const BusStatsOptions& options);
-
-// nac doctor: which host services, which bus and which place a process gets.
-struct DoctorOptions {
-    std::string program;  // empty: this one
-    std::string bus;
-    std::uint32_t as = 0;
-};
-ExitCode run_doctor(const DoctorOptions& options);
+// Each declares a verb with its options; parsed, the verb makes itself the chosen one.
+void add_types(CLI::App& app, Chosen& chosen);
+void add_describe(CLI::App& app, Chosen& chosen);
+void add_decode(CLI::App& app, Chosen& chosen);
+void add_encode(CLI::App& app, Chosen& chosen);
+void add_verify(CLI::App& app, Chosen& chosen);
+void add_hex(CLI::App& app, Chosen& chosen);
+void add_assemble(CLI::App& app, Chosen& chosen);
+void add_diff(CLI::App& app, Chosen& chosen);
+void add_random(CLI::App& app, Chosen& chosen);
+void add_exchange(CLI::App& app, Chosen& chosen);
+void add_send(CLI::App& app, Chosen& chosen);
+void add_listen(CLI::App& app, Chosen& chosen);
+void add_record(CLI::App& app, Chosen& chosen);
+void add_info(CLI::App& app, Chosen& chosen);
+void add_replay(CLI::App& app, Chosen& chosen);
+void add_monitor(CLI::App& app, Chosen& chosen);
+void add_dissector(CLI::App& app, Chosen& chosen);
+void add_bus_stats(CLI::App& app, Chosen& chosen);
+void add_doctor(CLI::App& app, Chosen& chosen);
+void add_bench(CLI::App& app, Chosen& chosen);
+void add_completion(CLI::App& app, Chosen& chosen);
 
 }  // namespace tool
 

@@ -16,13 +16,18 @@
 #include "bus/send.h"
 #include "host/services.h"
 #include "tool/brief.h"
-#include "tool/commands.h"
 #include "tool/json_lines.h"
 #include "tool/message_type.h"
 #include "tool/open_bus.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct ExchangeOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    bool json = false;
+};
 
 constexpr std::uint32_t kAddress = 1;  // sends to itself
 
@@ -164,12 +169,24 @@ class Exchange {
     std::size_t log_lines_ = 0;
 };
 
-}  // namespace
-
 ExitCode run_exchange(const ExchangeOptions& options) {
     Input input;
     for_each_line(options.files, [&input](const JsonLine& line) { add_line(line, input); });
     return Exchange(input, options.json).run();
+}
+
+}  // namespace
+
+void add_exchange(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "exchange",
+                 "Send records over a bus within the tool, singly and as one batch a type, receive them,\n"
+                 "and compare what arrives with what was sent",
+                 run_exchange);
+    verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    verb.add_flag("--json", options.json, "What arrives as one JSON object a line");
+    verb.footer(
+        R"(A line: {"type": "Nac_SetPortMsg", "record": {"f0": 7, "f1": 1}}. Fields left out are zero.)");
 }
 
 }  // namespace tool

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files of JSON lines, each an object with a message type: {"type": "Nac_SetPortMsg", ...}.
+// Files of JSON lines, each an object with a message type, by name or id: {"type": "Nac_SetPortMsg", ...}.
 #ifndef TOOL_JSON_LINES_H
 #define TOOL_JSON_LINES_H
 
@@ -26,9 +26,10 @@ struct JsonLine {
     CommandError bad(const std::string& what) const;
 };
 
-// Calls `use` for each line that is not blank, file by file; "-" is standard input. Throws CommandError that
-// says where and what.
-void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use);
+// Calls `use` for each line that is not blank, file by file; "-" is standard input. A line without a type has
+// the usual one, if there is one. Throws CommandError that says where and what.
+void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use,
+                   const MessageType* usual_type = nullptr);
 
 }  // namespace tool
 

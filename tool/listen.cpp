@@ -7,12 +7,20 @@
 #include <cstdio>
 
 #include "tool/brief.h"
-#include "tool/commands.h"
 #include "tool/message_type.h"
 #include "tool/open_bus.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct ListenOptions {
+    std::string bus;
+    std::uint32_t as = 0;
+    bool json = false;
+    std::uint64_t count = 0;  // messages to wait for; 0: no end
+    double timeout_s = 0;     // of silence, after which it ends; 0: never
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -33,8 +41,6 @@ void print(const vorn_bus_message& message, bool json) {
                    message.packed_bytes, summary(record));
     }
 }
-
-}  // namespace
 
 ExitCode run_listen(const ListenOptions& options) {
     show_log_lines();
@@ -69,6 +75,19 @@ ExitCode run_listen(const ListenOptions& options) {
             kTrouble, fmt::format("{} of {} records did not arrive", options.count - arrived, options.count));
     }
     return counters.unknown_messages + counters.damaged + log_lines() == 0 ? kOk : kBadData;
+}
+
+}  // namespace
+
+void add_listen(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "listen", "Print the records that arrive at an address", run_listen);
+    verb.add_option("--as", options.as, "The address")->required();
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_flag("--json", options.json, "One JSON object a line, as nac send reads them");
+    verb.add_option("--count", options.count, "End after so many records")->check(CLI::PositiveNumber);
+    verb.add_option("--timeout", options.timeout_s, "End after so many seconds without a record")
+        ->check(CLI::PositiveNumber);
 }
 
 }  // namespace tool

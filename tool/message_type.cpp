@@ -2,40 +2,30 @@
 // The message types, made from the descriptions.
 #include "tool/message_type.h"
 
-#include <bit>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 #include "host/services.h"
+#include "runtime/pack.h"
 #include "runtime/release.h"
 #include "runtime/size.h"
 #include "runtime/unpack.h"
+#include "tool/walk.h"
 
 namespace tool {
 namespace {
 
-// The wire is little-endian, on whatever machine the tool runs.
-constexpr auto kWireOrder =
-    std::endian::native == std::endian::little ? kaplo::ByteOrder::host : kaplo::ByteOrder::reversed;
-
 // The tool's own unit, with the tool's host services as its hooks.
 kaplo::Unit unit;
 
-template <class F>
-std::string kind_text() {
-    using Element = typename F::Element;
-    std::string element;
-    if constexpr (std::is_class_v<Element>) {
-        element = kaplo::Description<Element>::name.c_str();
-    } else {
-        element = fmt::format("u{}", 8 * sizeof(Element));
+// What the services have been told since they were reset.
+std::vector<std::string> logged() {
+    std::vector<std::string> lines;
+    for (const host::LogLine& line : host::Services::instance().log_lines()) {
+        lines.push_back(fmt::format("{}: {}", line.function, line.text));
     }
-    if constexpr (F::kind == kaplo::Kind::fixed_array) {
-        return fmt::format("{}[{}]", element, std::extent_v<typename F::Member>);
-    } else if constexpr (kaplo::is_one_of<kaplo::Kind::scalar_vector, kaplo::Kind::table_vector>(F::kind)) {
-        return fmt::format("[{}]", element);
-    } else {
-        return element;
-    }
+    return lines;
 }
 
 template <class Record>
@@ -47,9 +37,7 @@ class TypeOf final : public MessageType {
         id = kaplo::message_id<Record>;
         record_bytes = sizeof(Record);
         if constexpr (!kaplo::owns_memory<Record>) image_bytes = kaplo::Image<Record>::bytes;
-        kaplo::each_field<Record>([this]<class F, std::uint32_t field> {
-            fields.push_back({field_name(field), kind_text<F>()});
-        });
+        shape = find_shape(name);
     }
 
     Json to_json(const void* record) const override { return record_to_json(of(record)); }
@@ -57,7 +45,7 @@ class TypeOf final : public MessageType {
         record_from_json(object, *static_cast<Record*>(record), memory);
     }
     Decoded decode(std::span<const std::uint8_t> bytes) const override {
-        if (bytes.size() < kaplo::kShortestBuffer || bytes.size() > kaplo::kLongestBuffer) {
+        if (!is_buffer_size(bytes.size())) {
             throw RecordError(name, fmt::format("{} bytes are no message; it has {} to {}", bytes.size(),
                                                 kaplo::kShortestBuffer, kaplo::kLongestBuffer));
         }
@@ -69,11 +57,54 @@ class TypeOf final : public MessageType {
         Decoded decoded;
         decoded.outcome = kaplo::read_root(unit, region, record);
         decoded.record = record_to_json(record);
-        for (const host::LogLine& line : services.log_lines()) {
-            decoded.faults.push_back(fmt::format("{}: {}", line.function, line.text));
-        }
+        decoded.faults = logged();
         kaplo::free_unpacked(unit, &record);
         return decoded;
+    }
+    bool is_whole(std::span<const std::uint8_t> bytes) const override {
+        if (bytes.size() < kaplo::kShortestBuffer || bytes.size() > kaplo::kLongestBuffer) return false;
+        host::Services::instance().reset();
+        kaplo::KaploMemHooksInit(unit);
+        const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        Record record = {};
+        const bool whole = kaplo::read_root(unit, region, record) == kaplo::Outcome::whole;
+        kaplo::free_unpacked(unit, &record);
+        return whole;
+    }
+    std::vector<std::string> refuse(std::span<const std::uint8_t> bytes) const override {
+        host::Services::instance().reset();
+        const Record record = {};
+        const std::uint8_t nothing = 0;  // a buffer without bytes is not null
+        kaplo::check_unpack_arguments(unit, kaplo::unpack_name<Record>.c_str(),
+                                      bytes.empty() ? &nothing : bytes.data(),
+                                      static_cast<std::uint32_t>(bytes.size()), &record);
+        return logged();
+    }
+    std::vector<std::uint8_t> pack(const void* record) const override {
+        std::vector<std::uint8_t> bytes(packed_bytes(record));
+        bytes.resize(pack_into(record, bytes));
+        return bytes;
+    }
+    std::vector<std::uint8_t> image([[maybe_unused]] const void* record) const override {
+        std::vector<std::uint8_t> bytes;
+        if constexpr (!kaplo::owns_memory<Record>) {
+            bytes.resize(kaplo::Image<Record>::bytes);
+            kaplo::write_image(unit, of(record), bytes.data());
+        }
+        return bytes;
+    }
+    std::uint32_t pack_into(const void* record, std::span<std::uint8_t> buffer) const override {
+        auto length = static_cast<std::uint32_t>(buffer.size());
+        const std::uint32_t result = nac::Functions<Record>::pack(&of(record), buffer.data(), &length);
+        if (result != 0) throw RecordError(name, "cannot be packed");
+        return length;
+    }
+    void unpack_from(std::span<const std::uint8_t> bytes, void* record) const override {
+        nac::Functions<Record>::unpack(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
+                                       static_cast<Record*>(record));
+    }
+    void free_unpacked(void* record) const override {
+        nac::Functions<Record>::free(static_cast<Record*>(record));
     }
     std::uint32_t packed_bytes(const void* record) const override {
         return kaplo::message_bytes(&of(record));
@@ -108,6 +139,18 @@ TypeList make_types() {
 
 }  // namespace
 
+const char* verdict_text(kaplo::Outcome outcome) {
+    switch (outcome) {
+        case kaplo::Outcome::whole:
+            return "ok";
+        case kaplo::Outcome::bad_header:
+            return "header";
+        case kaplo::Outcome::bad_field:
+            break;
+    }
+    return "field";
+}
+
 const TypeList& message_types() {
     static const TypeList types = make_types();
     return types;
@@ -125,6 +168,16 @@ const MessageType* find_message_type(std::uint32_t id) {
         if (type->id == id) return type.get();
     }
     return nullptr;
+}
+
+const MessageType* named_message_type(const std::string& text) {
+    if (const MessageType* const type = find_message_type(text)) return type;
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const char* const first = text.data() + (hexadecimal ? 2 : 0);
+    const char* const last = text.data() + text.size();
+    std::uint32_t id = 0;
+    const auto [end, error] = std::from_chars(first, last, id, hexadecimal ? 16 : 10);
+    return error == std::errc() && end == last ? find_message_type(id) : nullptr;
 }
 
 std::int32_t register_all_modules() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A line on the terminal that tells how far a long input is.
+// A line on the terminal that tells how far a long input is, how fast, and how long it will take.
 #ifndef TOOL_PROGRESS_H
 #define TOOL_PROGRESS_H
 
@@ -13,8 +13,9 @@ namespace tool {
 // Shown on standard error where that is a terminal, from the first half second on.
 class Progress {
   public:
-    // The sizes of the files make the whole; standard input has none, and then only numbers are shown.
-    explicit Progress(const std::vector<std::string>& files);
+    // The sizes of the files, read so many times, make the whole; standard input has none, and then only
+    // numbers are shown.
+    explicit Progress(const std::vector<std::string>& files, std::uint64_t times = 1);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -29,6 +30,7 @@ class Progress {
     std::uint64_t whole_ = 0;  // 0: not known
     std::uint64_t bytes_ = 0;
     std::uint64_t records_ = 0;
+    std::chrono::steady_clock::time_point begun_;
     std::chrono::steady_clock::time_point next_;
 };
 

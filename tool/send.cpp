@@ -11,13 +11,25 @@
 #include <vector>
 
 #include "bus/send.h"
-#include "tool/commands.h"
 #include "tool/json_lines.h"
 #include "tool/open_bus.h"
 #include "tool/progress.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
+
+struct SendOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    std::string bus;                 // empty: the usual URL
+    std::uint32_t to = 0;
+    std::uint32_t as = 0;
+    std::uint64_t target = 0;
+    bool batch = false;
+    bool json = false;
+    double rate = 0;        // records a second; 0: as fast as they are taken
+    double timeout_s = 10;  // for each send, and for the last to be handled
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -58,6 +70,14 @@ class Sender {
         send();
         const std::int32_t flushed = vorn_bus_flush(bus_.get(), milliseconds(options_.timeout_s));
         const vorn_bus_counters counters = bus_.counters();
+        if (options_.json) {
+            const Json object = {{"to", options_.to},
+                                 {"sent_messages", counters.sent_messages},
+                                 {"sent_units", counters.sent_units},
+                                 {"lost_units", counters.lost_units},
+                                 {"unhandled_units", counters.unhandled_units}};
+            fmt::print("{}\n", object.dump());
+        }
         fmt::print(stderr, "{} records sent to address {} in {} units; {} lost, {} still on their way\n",
                    counters.sent_messages, options_.to, counters.sent_units, counters.lost_units,
                    counters.unhandled_units);
@@ -103,13 +123,28 @@ class Sender {
     std::uint32_t count_ = 0;
 };
 
-}  // namespace
-
 ExitCode run_send(const SendOptions& options) {
     show_log_lines();
     Sender sender(options);
     for_each_line(options.files, [&sender](const JsonLine& line) { sender.add(line); });
     return sender.finish();
+}
+
+}  // namespace
+
+void add_send(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(app, chosen, "send", "Send records to an address of the bus", run_send);
+    verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    verb.add_option("--to", options.to, "Address of the receiver")->required();
+    verb.add_option("--as", options.as, "Address of the sender, 0 if not given");
+    verb.add_option("--target", options.target, "Target handed on with each message");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one unit");
+    verb.add_flag("--json", options.json, "What was sent and what was lost, as a JSON object");
+    verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
+        ->check(CLI::PositiveNumber);
+    verb.add_option("--timeout", options.timeout_s, "Seconds to wait for the receiver, 10 if not given")
+        ->check(CLI::PositiveNumber);
 }
 
 }  // namespace tool

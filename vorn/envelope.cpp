@@ -58,7 +58,7 @@ std::optional<Kind> kind_of(Bytes bytes) {
     if (bytes.size() < kPreambleBytes || get<std::uint32_t>(bytes.data()) != kMark) return std::nullopt;
     if (bytes[4] != kVersion || bytes[6] != 0 || bytes[7] != 0) return std::nullopt;
     if (bytes[5] < static_cast<std::uint8_t>(Kind::unit)) return std::nullopt;
-    if (bytes[5] > static_cast<std::uint8_t>(Kind::counters)) return std::nullopt;
+    if (bytes[5] > static_cast<std::uint8_t>(kLastKind)) return std::nullopt;
     return static_cast<Kind>(bytes[5]);
 }
 
@@ -126,6 +126,17 @@ void write_packet(std::uint8_t* at, const Goodbye& packet) {
     Writer(at, Kind::goodbye) << packet.session << packet.received << packet.handled;
 }
 
+void write_packet(std::uint8_t* at, const Watch& packet) {
+    Writer(at, Kind::watch) << packet.watcher << packet.session << packet.seen << packet.window
+                            << std::uint32_t{0};
+}
+void write_packet(std::uint8_t* at, const Watching& packet) {
+    Writer(at, Kind::watching) << packet.watcher << packet.session << packet.taken;
+}
+void write_packet(std::uint8_t* at, const Copy& packet) {
+    Writer(at, Kind::copy) << packet.watcher << packet.session << packet.first << packet.time;
+}
+
 std::optional<Hello> read_hello(Bytes bytes) {
     if (!is_packet(bytes, Kind::hello, Hello::kBytes)) return std::nullopt;
     Hello packet = {};
@@ -176,6 +187,30 @@ std::optional<Goodbye> read_goodbye(Bytes bytes) {
     Goodbye packet = {};
     Reader(bytes) >> packet.session >> packet.received >> packet.handled;
     if (packet.handled > packet.received) return std::nullopt;
+    return packet;
+}
+
+std::optional<Watch> read_watch(Bytes bytes) {
+    if (!is_packet(bytes, Kind::watch, Watch::kBytes)) return std::nullopt;
+    Watch packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.seen >> packet.window >> packet.reserved;
+    if (packet.watcher == 0 || packet.reserved != 0) return std::nullopt;
+    return packet;
+}
+
+std::optional<Watching> read_watching(Bytes bytes) {
+    if (!is_packet(bytes, Kind::watching, Watching::kBytes)) return std::nullopt;
+    Watching packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.taken;
+    if (packet.session == 0) return std::nullopt;
+    return packet;
+}
+
+std::optional<Copy> read_copy(Bytes bytes) {
+    if (!is_packet(bytes, Kind::copy, Copy::kBytes)) return std::nullopt;
+    Copy packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.first >> packet.time;
+    if (packet.session == 0 || packet.first == 0) return std::nullopt;
     return packet;
 }
 

@@ -39,16 +39,20 @@ inline constexpr std::uint8_t kVersion = 1;
 
 enum class Kind : std::uint8_t {
     unit = 1,
-    hello = 2,     // sender to receiver: here I am
-    welcome = 3,   // receiver to sender: your session
-    data = 4,      // sender to receiver: units
-    ping = 5,      // sender to receiver: what have you got?
-    ack = 6,       // receiver to sender: this
-    reset = 7,     // receiver to sender: I do not know your session
-    goodbye = 8,   // receiver to sender: I close, and got as far as this
-    ask = 9,       // anyone to receiver: your counters?
-    counters = 10  // receiver to anyone: these
+    hello = 2,      // sender to receiver: here I am
+    welcome = 3,    // receiver to sender: your session
+    data = 4,       // sender to receiver: units
+    ping = 5,       // sender to receiver: what have you got?
+    ack = 6,        // receiver to sender: this
+    reset = 7,      // receiver to sender: I do not know your session
+    goodbye = 8,    // receiver to sender: I close, and got as far as this
+    ask = 9,        // anyone to receiver: your counters?
+    counters = 10,  // receiver to anyone: these
+    watch = 11,     // watcher to receiver: copies of what you take, please
+    watching = 12,  // receiver to watcher: so many units until now
+    copy = 13       // receiver to watcher: a data packet follows that was taken
 };
+inline constexpr Kind kLastKind = Kind::copy;
 
 void put_preamble(std::uint8_t* at, Kind kind);
 
@@ -158,6 +162,30 @@ struct Goodbye {
     std::uint64_t handled;   // those between this one and `received` are lost
 };
 
+struct Watch {
+    static constexpr std::uint32_t kBytes = 40;
+    std::uint64_t watcher;   // another number for each watcher and receiver
+    std::uint64_t session;   // of the last answer; 0: none yet
+    std::uint64_t seen;      // number of the last unit that is known of, copied or lost
+    std::uint32_t window;    // bytes of copies that may be on their way; 0: no more copies
+    std::uint32_t reserved;  // 0
+};
+
+struct Watching {
+    static constexpr std::uint32_t kBytes = 32;
+    std::uint64_t watcher;
+    std::uint64_t session;  // begins with the first watch
+    std::uint64_t taken;    // units since then, copied or not
+};
+
+struct Copy {
+    static constexpr std::uint32_t kBytes = 40;  // and the data packet as a second part
+    std::uint64_t watcher;
+    std::uint64_t session;
+    std::uint64_t first;  // number of the first unit, from 1 within the session
+    std::uint64_t time;   // nanoseconds since 1970 by the receiver's clock
+};
+
 inline constexpr std::uint64_t kUnitIsMissing = UINT64_MAX;
 
 // Each writes kBytes, preamble included.
@@ -168,6 +196,9 @@ void write_packet(std::uint8_t* at, const Ping& packet);
 void write_packet(std::uint8_t* at, const Ack& packet);
 void write_packet(std::uint8_t* at, const Reset& packet);
 void write_packet(std::uint8_t* at, const Goodbye& packet);
+void write_packet(std::uint8_t* at, const Watch& packet);
+void write_packet(std::uint8_t* at, const Watching& packet);
+void write_packet(std::uint8_t* at, const Copy& packet);
 
 // Each reads a packet of its kind and of just its size, Data of at least that. None: it is damaged.
 std::optional<Hello> read_hello(Bytes bytes);
@@ -177,6 +208,9 @@ std::optional<Ping> read_ping(Bytes bytes);
 std::optional<Ack> read_ack(Bytes bytes);
 std::optional<Reset> read_reset(Bytes bytes);
 std::optional<Goodbye> read_goodbye(Bytes bytes);
+std::optional<Watch> read_watch(Bytes bytes);
+std::optional<Watching> read_watching(Bytes bytes);
+std::optional<Copy> read_copy(Bytes bytes);
 
 // Counters travel as preamble, count (u32), a zero u32, and that many u64. A reader takes those it knows.
 inline constexpr std::uint32_t kCountersHeaderBytes = 16;

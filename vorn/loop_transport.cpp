@@ -17,12 +17,14 @@ namespace vorn {
 namespace {
 
 class LoopTransport;
+class LoopWatcher;
 
 // All loops of the process.
 struct Hub {
     std::mutex lock;
     std::condition_variable opened;
     std::map<std::pair<std::string, std::uint32_t>, LoopTransport*> open;
+    std::vector<LoopWatcher*> watchers;
 
     static Hub& instance() {
         static auto* const hub = new Hub;  // never destroyed: buses may be closed while the process ends
@@ -45,6 +47,62 @@ class LoopParcel final : public Parcel {
     std::vector<std::uint8_t> storage_;
     std::shared_ptr<Window> window_;
     bool finished_ = false;
+};
+
+class LoopCopies final : public Copies {
+  public:
+    explicit LoopCopies(Bytes unit) : storage_(unit.begin(), unit.end()) {
+        bytes = storage_;
+        units = 1;
+        time = nanoseconds_now();
+    }
+
+  private:
+    std::vector<std::uint8_t> storage_;
+};
+
+class LoopWatcher final : public Watcher {
+  public:
+    LoopWatcher(std::string name, WatchEndpoint own) : name_(std::move(name)), own_(std::move(own)) {}
+    ~LoopWatcher() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        std::erase(hub.watchers, this);
+    }
+
+    Result open() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        hub.watchers.push_back(this);
+        return VORN_BUS_OK;
+    }
+
+    std::uint64_t receivers() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        return static_cast<std::uint64_t>(std::count_if(
+            hub.open.begin(), hub.open.end(),
+            [this](const auto& entry) { return entry.first.first == name_ && watches(entry.first.second); }));
+    }
+
+    // Under the hub's lock. What has no room is not even copied.
+    void see(const std::string& name, std::uint32_t destination, Bytes unit) const {
+        if (name != name_ || !watches(destination)) return;
+        if (own_.queue.has_room_for(unit.size())) {
+            own_.queue.put(std::make_unique<LoopCopies>(unit));
+        } else {
+            count(own_.counters.lost_units);
+        }
+    }
+
+  private:
+    bool watches(std::uint32_t address) const {
+        const auto& all = own_.addresses;
+        return all.empty() || std::find(all.begin(), all.end(), address) != all.end();
+    }
+
+    const std::string name_;
+    const WatchEndpoint own_;
 };
 
 class LoopTransport final : public Transport {
@@ -87,6 +145,7 @@ class LoopTransport final : public Transport {
             parcel->finished();
             return VORN_BUS_TOO_LARGE;
         }
+        for (const LoopWatcher* const watcher : hub.watchers) watcher->see(name_, destination, parcel->bytes);
         peer->second->endpoint_.inbox.put(std::move(parcel));  // under the lock, so that the peer stays
         return VORN_BUS_OK;
     }
@@ -153,6 +212,11 @@ Result ask_loop(const std::string& rest, std::uint32_t address, Deadline /*deadl
     if (found == hub.open.end()) return VORN_BUS_NO_PEER;
     const Endpoint& endpoint = found->second->endpoint();
     endpoint.read_counters(endpoint.bus, counters);
+    return VORN_BUS_OK;
+}
+
+Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
+    made = std::make_unique<LoopWatcher>(rest, endpoint);
     return VORN_BUS_OK;
 }
 

@@ -40,6 +40,7 @@ struct NatsUrl {
 
     std::string stream(std::uint32_t address) const { return prefix + "-" + std::to_string(address); }
     std::string units(std::uint32_t address) const { return prefix + ".units." + std::to_string(address); }
+    std::string all_units() const { return prefix + ".units.*"; }
     std::string deliveries(std::uint32_t address) const {
         return prefix + ".deliveries." + std::to_string(address);
     }

@@ -19,11 +19,11 @@ namespace vorn {
 
 const Scheme* find_scheme(const std::string& url) {
     static constexpr Scheme kSchemes[] = {
-        {"loop:", make_loop, ask_loop},
-        {"ipc://", VORN_ZMQ(make_ipc), VORN_ZMQ(ask_ipc)},
-        {"tcp://", VORN_ZMQ(make_tcp), VORN_ZMQ(ask_tcp)},
-        {"nats://", VORN_NATS(make_nats), VORN_NATS(ask_nats)},
-        {"nats+tls://", VORN_NATS(make_nats_tls), VORN_NATS(ask_nats_tls)},
+        {"loop:", make_loop, ask_loop, watch_loop},
+        {"ipc://", VORN_ZMQ(make_ipc), VORN_ZMQ(ask_ipc), VORN_ZMQ(watch_ipc)},
+        {"tcp://", VORN_ZMQ(make_tcp), VORN_ZMQ(ask_tcp), VORN_ZMQ(watch_tcp)},
+        {"nats://", VORN_NATS(make_nats), VORN_NATS(ask_nats), VORN_NATS(watch_nats)},
+        {"nats+tls://", VORN_NATS(make_nats_tls), VORN_NATS(ask_nats_tls), VORN_NATS(watch_nats_tls)},
     };
     for (const Scheme& scheme : kSchemes) {
         if (url.compare(0, std::strlen(scheme.prefix), scheme.prefix) == 0) return &scheme;

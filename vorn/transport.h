@@ -9,6 +9,7 @@
 
 #include "vorn/inbox.h"
 #include "vorn/support.h"
+#include "vorn/watch.h"
 
 namespace vorn {
 
@@ -62,11 +63,14 @@ using MakeTransport = Result (*)(const std::string& rest, const Endpoint& endpoi
                                  std::unique_ptr<Transport>& made);
 using AskCounters = Result (*)(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                                vorn_bus_counters& counters);
+using MakeWatcher = Result (*)(const std::string& rest, const WatchEndpoint& endpoint,
+                               std::unique_ptr<Watcher>& made);
 
 struct Scheme {
     const char* prefix;  // of the URL
     MakeTransport make;  // null: not built
     AskCounters ask;
+    MakeWatcher watch;
 };
 
 // The scheme of a URL; null: none of ours.
@@ -75,18 +79,23 @@ const Scheme* find_scheme(const std::string& url);
 Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_loop(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                 vorn_bus_counters& counters);
+Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters);
+Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters);
+Result watch_tcp(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                 vorn_bus_counters& counters);
+Result watch_nats(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                     vorn_bus_counters& counters);
+Result watch_nats_tls(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 
 }  // namespace vorn
 

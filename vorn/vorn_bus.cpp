@@ -11,9 +11,14 @@
 #include <vector>
 
 #include "vorn/bus.h"
+#include "vorn/watch.h"
 
 struct vorn_bus {
     std::unique_ptr<vorn::Bus> bus;
+};
+
+struct vorn_bus_watch {
+    std::unique_ptr<vorn::BusWatch> watch;
 };
 
 namespace {
@@ -182,6 +187,33 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
         return scheme->ask(chosen.substr(std::string(scheme->prefix).size()), address,
                            vorn::within_milliseconds(timeout_ms), log, *counters);
     });
+}
+
+int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watch** watch) {
+    if (options == nullptr || watch == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&] {
+        auto made = std::make_unique<vorn_bus_watch>();
+        const Result result = vorn::BusWatch::open(*options, made->watch);
+        if (result == VORN_BUS_OK) *watch = made.release();
+        return result;
+    });
+}
+
+void vorn_bus_watch_close(vorn_bus_watch* watch) { delete watch; }
+
+int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_units,
+                            vorn_bus_watch_handler handler, void* context, uint32_t* handled) {
+    if (watch == nullptr || handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&] {
+        uint32_t number = 0;
+        const Result result = watch->watch->poll(timeout_ms, max_units, handler, context, number);
+        if (handled != nullptr) *handled = number;
+        return result;
+    });
+}
+
+void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters) {
+    if (watch != nullptr && counters != nullptr) watch->watch->read_counters(*counters);
 }
 
 const char* vorn_bus_place(const vorn_bus* bus) { return bus == nullptr ? "" : bus->bus->place().c_str(); }

@@ -168,6 +168,61 @@ const char* vorn_bus_place(const vorn_bus* bus);
 /* The folder of ipc:// without one: $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home. Constant text. */
 const char* vorn_bus_usual_folder(void);
 
+/* ---- watching ----------------------------------------------------------------------------------- */
+
+/* A watcher sees copies of the units that others take, and has no address of its own. It disturbs nobody: a
+ * receiver never waits for it. Copies that a slow watcher has no room for are dropped, and counted. */
+typedef struct vorn_bus_watch vorn_bus_watch;
+
+/* Zero stands for what is said in brackets. */
+typedef struct vorn_bus_watch_options {
+    const char* url;           /* as in vorn_bus_options; of loop: only the buses of this process are seen */
+    const uint32_t* addresses; /* [all] whose arrivals to watch; tcp has to be told */
+    uint32_t address_count;
+    uint32_t queue_bytes; /* [16 MiB] copies that have not been handled yet */
+    vorn_bus_log log;     /* [lines on standard error] */
+    void* log_context;
+} vorn_bus_watch_options;
+
+/* A message that another has taken; valid until the handler returns. */
+typedef struct vorn_bus_watched {
+    uint64_t time;        /* nanoseconds since 1970, when it was taken; on nats, when it was seen */
+    uint64_t target;      /* of VORN_SendToMsg, or 0 */
+    uint32_t message_id;  /* whether anybody has registered it or not */
+    uint32_t source;      /* the sender's address */
+    uint32_t destination; /* the receiver's */
+    uint32_t position;    /* in its unit, from 0 */
+    uint32_t count;       /* of messages in the unit; the last has position count - 1 */
+    uint32_t packed_bytes;
+    const uint8_t* packed;
+} vorn_bus_watched;
+
+typedef void (*vorn_bus_watch_handler)(const vorn_bus_watched* message, void* context);
+
+typedef struct vorn_bus_watch_counters {
+    uint64_t units;         /* handled */
+    uint64_t messages;      /* in them */
+    uint64_t lost_units;    /* were taken by others, and their copies dropped on the way or here */
+    uint64_t damaged;       /* packets or envelopes that do not hold what they claim */
+    uint64_t receivers;     /* that send copies now; on nats 1 while the server is there */
+    uint64_t interruptions; /* receivers or servers that were gone and came again: what others took before
+                               they knew of the watcher again was not seen */
+} vorn_bus_watch_counters;
+
+/* Begins to watch. Receivers that open later are seen too, on ipc after a tenth of a second. */
+int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watch** watch);
+
+/* Null is allowed. Not from its handler, and not while other functions use it. */
+void vorn_bus_watch_close(vorn_bus_watch* watch);
+
+/* Handles copies that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
+ * ever), and at most max_units of them (0: all that are there). `handled` (may be null) is set to their
+ * number. One thread at a time, and not from the handler. */
+int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_units,
+                            vorn_bus_watch_handler handler, void* context, uint32_t* handled);
+
+void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters);
+
 #ifdef __cplusplus
 }
 #endif

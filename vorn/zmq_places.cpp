@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -35,6 +36,23 @@ class IpcPlaces final : public Places {
         std::string path = file(address, ".sock");
         if (path.size() >= sizeof(sockaddr_un::sun_path)) return std::nullopt;
         return "ipc://" + path;
+    }
+
+    bool can_list() const override { return true; }
+    std::vector<std::uint32_t> list() const override {
+        std::vector<std::uint32_t> addresses;
+        std::error_code error;
+        for (std::filesystem::directory_iterator entry(folder_, error), end; !error && entry != end;
+             entry.increment(error)) {
+            const std::string name = entry->path().filename().string();
+            std::uint32_t address = 0;
+            const char* const name_end = name.data() + name.size();
+            const auto [rest, fault] = std::from_chars(name.data(), name_end, address);
+            if (fault == std::errc() && std::string_view(rest, name_end) == ".sock")
+                addresses.push_back(address);
+        }
+        std::sort(addresses.begin(), addresses.end());
+        return addresses;
     }
 
     Result before_bind(std::uint32_t address, Log& log) override {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "vorn/support.h"
 
@@ -18,6 +19,10 @@ class Places {
 
     // ZeroMQ's endpoint of an address; none where the URL has no place for it.
     virtual std::optional<std::string> endpoint(std::uint32_t address) const = 0;
+
+    // The addresses whose sockets are there, in order; whether the URL can show them.
+    virtual bool can_list() const { return false; }
+    virtual std::vector<std::uint32_t> list() const { return {}; }
 
     // Around binding to the own address: takes what makes it unique; restricts it to this user.
     virtual Result before_bind(std::uint32_t address, Log& log) = 0;

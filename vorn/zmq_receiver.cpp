@@ -21,6 +21,14 @@ constexpr auto kGoodbyeWait = 300ms;
 constexpr auto kPresent = 3s;     // senders that are there ping more often
 constexpr auto kTellAfter = 5ms;  // where handlers are slow, and a parcel holds many units
 
+// Watchers. A copy costs the socket some memory beside its bytes; the socket's own limit is above.
+constexpr std::size_t kMostWatchers = 64;
+constexpr auto kWatcherSilence = 3s;
+constexpr std::uint64_t kMostWindow = 64U << 20;
+constexpr std::uint64_t kCopyCost = 256;
+constexpr std::size_t kMostCopies = 8000;
+constexpr int kMostAnswers = 10000;
+
 // The time of the kernel's last tick, a few milliseconds old: this is read for each unit.
 struct CoarseClock {
     using duration = std::chrono::nanoseconds;
@@ -77,6 +85,7 @@ Receiver::Receiver(const Endpoint& own, zmq::context_t& context, Bell& bell)
     : own_(own), bell_(bell), socket_(context, zmq::socket_type::router) {
     socket_.set(zmq::sockopt::linger, 500);  // for the goodbyes
     socket_.set(zmq::sockopt::ipv6, true);
+    socket_.set(zmq::sockopt::sndhwm, kMostAnswers);
     socket_.set(zmq::sockopt::handshake_ivl, 5000);  // connections that never speak are closed
     socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.unit_bytes} + (1 << 20));
 }
@@ -127,6 +136,10 @@ void Receiver::receive(const std::string& route, zmq::message_t& message) {
     if (kind == Kind::ping) {
         const auto packet = read_ping(bytes);
         return packet ? ping(route, *packet) : damaged("a ping");
+    }
+    if (kind == Kind::watch) {
+        const auto packet = read_watch(bytes);
+        return packet ? watch(route, *packet) : damaged("a watch");
     }
     if (kind == Kind::ask && bytes.size() == kPreambleBytes) return ask(route);
     damaged("something");
@@ -184,9 +197,77 @@ void Receiver::data(const std::string& route, const Data& packet, zmq::message_t
         waiting + packet.count > own_.queue_units) {
         return damaged("more units than there may be");
     }
-    if (own_.inbox.put(
+    zmq::message_t copied;
+    if (!watchers_.empty()) copied.copy(message);  // of its reference
+    if (!own_.inbox.put(
             std::make_unique<ZmqParcel>(std::move(message), sessions_[packet.session], packet, bell_))) {
-        session->received += packet.count;
+        return;
+    }
+    session->received += packet.count;
+    if (!watchers_.empty()) copy_to_watchers(packet, copied);
+}
+
+void Receiver::watch(const std::string& route, const Watch& packet) {
+    if (packet.window == 0) {
+        watchers_.erase(packet.watcher);
+        return;
+    }
+    auto found = watchers_.find(packet.watcher);
+    if (found == watchers_.end()) {
+        std::erase_if(watchers_, [now = Clock::now()](const auto& entry) {
+            return now - entry.second.heard > kWatcherSilence;
+        });
+        if (watchers_.size() == kMostWatchers) {
+            own_.log.line_about_outside("there are " + std::to_string(kMostWatchers) +
+                                        " watchers already; one more is not answered");
+            return;
+        }
+        found = watchers_.emplace(packet.watcher, Watcher{}).first;
+        found->second.session = random_name();
+    }
+    Watcher& watcher = found->second;
+    watcher.route = route;
+    watcher.heard = Clock::now();
+    watcher.window = std::min<std::uint64_t>(packet.window, kMostWindow);
+    if (packet.session == watcher.session) {
+        while (!watcher.copies.empty() && watcher.copies.front().last <= packet.seen) {
+            watcher.bytes -= watcher.copies.front().bytes;
+            watcher.copies.pop_front();
+        }
+    }
+    answer(route, Watching{packet.watcher, watcher.session, watcher.taken});
+}
+
+// Units keep their numbers where there is no room for the copy, so that the watcher knows what it misses.
+void Receiver::copy_to_watchers(const Data& packet, zmq::message_t& message) {
+    const auto now = Clock::now();
+    const std::uint64_t time = nanoseconds_now();
+    for (auto at = watchers_.begin(); at != watchers_.end();) {
+        Watcher& watcher = at->second;
+        if (now - watcher.heard > kWatcherSilence) {
+            at = watchers_.erase(at);
+            continue;
+        }
+        const std::uint64_t first = watcher.taken + 1;
+        watcher.taken += packet.count;
+        const std::uint64_t bytes = message.size() + kCopyCost;
+        const bool fits = watcher.bytes == 0 || watcher.bytes + bytes <= watcher.window;
+        if (fits && watcher.copies.size() < kMostCopies) {
+            std::array<std::uint8_t, Copy::kBytes> head;
+            write_packet(head.data(), Copy{at->first, watcher.session, first, time});
+            zmq::message_t to(watcher.route.data(), watcher.route.size());
+            zmq::message_t head_part(head.data(), head.size());
+            zmq::message_t copied;
+            copied.copy(message);
+            // Nothing of it is sent where the connection is gone or full: the number tells.
+            if (socket_.send(to, zmq::send_flags::sndmore | zmq::send_flags::dontwait) &&
+                socket_.send(head_part, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
+                static_cast<void>(socket_.send(copied, zmq::send_flags::dontwait));
+                watcher.bytes += bytes;
+                watcher.copies.push_back({watcher.taken, bytes});
+            }
+        }
+        ++at;
     }
 }
 

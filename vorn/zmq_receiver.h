@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
@@ -52,11 +53,28 @@ class Receiver {
     void close();
 
   private:
+    // Who is sent copies of what is taken, until it says no more or is silent.
+    struct Watcher {
+        struct OnItsWay {
+            std::uint64_t last;  // number of its last unit
+            std::uint64_t bytes;
+        };
+        std::string route;
+        std::uint64_t session = 0;
+        std::uint64_t taken = 0;  // units since it came
+        std::uint64_t window = 0;
+        std::uint64_t bytes = 0;  // of the copies on their way
+        std::deque<OnItsWay> copies;
+        Clock::time_point heard;
+    };
+
     void receive(const std::string& route, zmq::message_t& message);
     void hello(const std::string& route, const Hello& packet);
     void data(const std::string& route, const Data& packet, zmq::message_t& message);
     void ping(const std::string& route, const Ping& packet);
     void ask(const std::string& route);
+    void watch(const std::string& route, const Watch& packet);
+    void copy_to_watchers(const Data& packet, zmq::message_t& message);
     void damaged(const char* what);
     Session* find(const std::string& route, std::uint64_t session);
     void tell(Session& session, std::uint64_t sent);
@@ -74,6 +92,7 @@ class Receiver {
     std::optional<Clock::time_point> closes_at_;
     std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by name
     std::unordered_map<std::uint64_t, std::shared_ptr<Session>> by_incarnation_;
+    std::unordered_map<std::uint64_t, Watcher> watchers_;  // by name
 };
 
 }  // namespace vorn

@@ -186,18 +186,37 @@ TEST(Packets, AreReadAsTheyWereWritten) {
     EXPECT_EQ(goodbye->session, 1U);
     EXPECT_EQ(goodbye->received, 3U);
     EXPECT_EQ(goodbye->handled, 2U);
+    const auto watch = read_watch(written(Watch{1, 2, 3, 4, 0}));
+    ASSERT_TRUE(watch);
+    EXPECT_EQ(watch->watcher, 1U);
+    EXPECT_EQ(watch->session, 2U);
+    EXPECT_EQ(watch->seen, 3U);
+    EXPECT_EQ(watch->window, 4U);
+    const auto watching = read_watching(written(Watching{1, 2, 3}));
+    ASSERT_TRUE(watching);
+    EXPECT_EQ(watching->watcher, 1U);
+    EXPECT_EQ(watching->session, 2U);
+    EXPECT_EQ(watching->taken, 3U);
+    const auto copy = read_copy(written(Copy{1, 2, 3, 4}));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->watcher, 1U);
+    EXPECT_EQ(copy->session, 2U);
+    EXPECT_EQ(copy->first, 3U);
+    EXPECT_EQ(copy->time, 4U);
 }
 
 TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
-    const std::vector<Buffer> all = {written(Hello{1, 2, 3}),   written(Welcome{4, 5, 6, 8, 7}),
-                                     written(Data{1, 2, 3, 0}), written(Ping{1, 2}),
-                                     written(Ack{1, 3, 2, 4}),  written(Reset{9}),
-                                     written(Goodbye{1, 3, 2})};
+    const std::vector<Buffer> all = {written(Hello{1, 2, 3}),    written(Welcome{4, 5, 6, 8, 7}),
+                                     written(Data{1, 2, 3, 0}),  written(Ping{1, 2}),
+                                     written(Ack{1, 3, 2, 4}),   written(Reset{9}),
+                                     written(Goodbye{1, 3, 2}),  written(Watch{1, 2, 3, 4, 0}),
+                                     written(Watching{1, 2, 3}), written(Copy{1, 2, 3, 4})};
     const auto readers = [](Bytes bytes) {
-        return std::vector<bool>{read_hello(bytes).has_value(),  read_welcome(bytes).has_value(),
-                                 read_data(bytes).has_value(),   read_ping(bytes).has_value(),
-                                 read_ack(bytes).has_value(),    read_reset(bytes).has_value(),
-                                 read_goodbye(bytes).has_value()};
+        return std::vector<bool>{read_hello(bytes).has_value(),    read_welcome(bytes).has_value(),
+                                 read_data(bytes).has_value(),     read_ping(bytes).has_value(),
+                                 read_ack(bytes).has_value(),      read_reset(bytes).has_value(),
+                                 read_goodbye(bytes).has_value(),  read_watch(bytes).has_value(),
+                                 read_watching(bytes).has_value(), read_copy(bytes).has_value()};
     };
     for (std::size_t kind = 0; kind < all.size(); ++kind) {
         std::vector<bool> only(all.size(), false);
@@ -223,6 +242,13 @@ TEST(Packets, ThatContradictThemselvesAreDamaged) {
     Buffer data = written(Data{1, 2, 3, 0});
     data[28] = 1;
     EXPECT_FALSE(read_data(data));
+    EXPECT_FALSE(read_watch(written(Watch{0, 2, 3, 4, 0})));  // names are not 0
+    EXPECT_FALSE(read_watching(written(Watching{1, 0, 3})));
+    EXPECT_FALSE(read_copy(written(Copy{1, 0, 3, 4})));
+    EXPECT_FALSE(read_copy(written(Copy{1, 2, 0, 4})));  // units are numbered from 1
+    Buffer watch = written(Watch{1, 2, 3, 4, 0});
+    watch[36] = 1;
+    EXPECT_FALSE(read_watch(watch));
 }
 
 TEST(Packets, CountersMayBeMoreOrFewerThanTheReaderKnows) {

@@ -193,6 +193,41 @@ vorn_bus_counters TestBus::counters() {
     return counters;
 }
 
+TestWatch::TestWatch(const std::string& url, const std::vector<std::uint32_t>& addresses,
+                     std::uint32_t queue_bytes)
+    : by_server_(url.rfind("nats", 0) == 0) {
+    vorn_bus_watch_options options = {};
+    options.url = url.c_str();
+    options.addresses = addresses.data();
+    options.address_count = static_cast<std::uint32_t>(addresses.size());
+    options.queue_bytes = queue_bytes;
+    opened_ = vorn_bus_watch_open(&options, &watch_);
+}
+
+bool TestWatch::wait_for_receivers(std::uint64_t receivers) {
+    return eventually([&] { return counters().receivers == (by_server_ ? 1 : receivers); });
+}
+
+bool TestWatch::poll_until(std::size_t messages) {
+    return eventually([&] {
+        vorn_bus_watch_poll(
+            watch_, 20, 0,
+            [](const vorn_bus_watched* message, void* self) {
+                auto& seen = static_cast<TestWatch*>(self)->seen_;
+                seen.push_back({*message, {message->packed, message->packed + message->packed_bytes}});
+                seen.back().message.packed = nullptr;
+            },
+            this, nullptr);
+        return seen_.size() >= messages;
+    });
+}
+
+vorn_bus_watch_counters TestWatch::counters() {
+    vorn_bus_watch_counters counters = {};
+    vorn_bus_watch_read_counters(watch_, &counters);
+    return counters;
+}
+
 bool eventually(const std::function<bool()>& holds, std::chrono::milliseconds longest) {
     const auto end = std::chrono::steady_clock::now() + longest;
     while (!holds()) {

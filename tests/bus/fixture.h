@@ -85,6 +85,37 @@ class TestBus {
     std::vector<std::string> log_;
 };
 
+// A copy that a watch has seen.
+struct Seen {
+    vorn_bus_watched message;  // without its bytes
+    std::vector<std::uint8_t> packed;
+};
+
+// A watch that keeps what it sees.
+class TestWatch {
+  public:
+    explicit TestWatch(const std::string& url, const std::vector<std::uint32_t>& addresses = {},
+                       std::uint32_t queue_bytes = 0);
+    ~TestWatch() { vorn_bus_watch_close(watch_); }
+    TestWatch(const TestWatch&) = delete;
+    TestWatch& operator=(const TestWatch&) = delete;
+
+    std::int32_t opened() const { return opened_; }
+    vorn_bus_watch* get() const { return watch_; }
+
+    // Waits until receivers send copies; on nats, until the server is there.
+    bool wait_for_receivers(std::uint64_t receivers);
+    bool poll_until(std::size_t messages);
+    const std::vector<Seen>& seen() const { return seen_; }
+    vorn_bus_watch_counters counters();
+
+  private:
+    vorn_bus_watch* watch_ = nullptr;
+    std::int32_t opened_ = 0;
+    bool by_server_;
+    std::vector<Seen> seen_;
+};
+
 // Waits until a condition holds, at most so long.
 bool eventually(const std::function<bool()>& holds,
                 std::chrono::milliseconds longest = std::chrono::seconds(10));

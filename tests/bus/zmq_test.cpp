@@ -233,6 +233,126 @@ TEST_P(Zmq, OtherKindsOfSocketsDoNoHarm) {
     expect_alive(receiver, 0);
 }
 
+TEST_P(Zmq, AnotherSpeakerMayWatch) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    speaker.say(Watch{4711, 0, 0, 1 << 20, 0});
+    const auto watching = read_watching(speaker.hear());
+    ASSERT_TRUE(watching);
+    EXPECT_EQ(watching->watcher, 4711U);
+    EXPECT_EQ(watching->taken, 0U);
+    TestBus sender(url(), 3);
+    ASSERT_EQ(sender.send(kReceiver, {5, 6}), 0U);
+    const auto copy = read_copy(speaker.hear());
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->session, watching->session);
+    EXPECT_EQ(copy->first, 1U);
+    const Buffer data = speaker.hear();
+    const auto packet = read_data(data);
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->count, 1U);
+    EXPECT_TRUE(read_unit(Bytes(data).subspan(Data::kBytes)));
+    speaker.say(Watch{4711, watching->session, 1, 1 << 20, 0});
+    EXPECT_EQ(read_watching(speaker.hear())->taken, 1U);
+    EXPECT_TRUE(receiver.poll_until(1));
+}
+
+// A window of one byte lets one copy be on its way: the others are numbered, and not sent.
+TEST_P(Zmq, CopiesStayWithinTheWatchersWindow) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    speaker.say(Watch{1, 0, 0, 1, 0});
+    const auto watching = read_watching(speaker.hear());
+    ASSERT_TRUE(watching);
+    TestBus sender(url(), 3);
+    for (std::uint32_t i = 1; i <= 3; ++i) {
+        ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+        ASSERT_TRUE(receiver.poll_until(i));
+    }
+    ASSERT_TRUE(read_copy(speaker.hear()));
+    ASSERT_TRUE(read_data(speaker.hear()));
+    speaker.say(Watch{1, watching->session, 3, 1, 0});
+    const auto told = read_watching(speaker.hear());
+    ASSERT_TRUE(told);
+    EXPECT_EQ(told->taken, 3U);
+    ASSERT_EQ(sender.send(kReceiver, {4, 0}), 0U);
+    const auto copy = read_copy(speaker.hear());
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->first, 4U);
+    EXPECT_TRUE(receiver.poll_until(4));
+}
+
+TEST_P(Zmq, WatchersBeyondTheMostAreNotAnswered) {
+    TestBus receiver(url(), kReceiver);
+    Speaker speaker(place());
+    for (std::uint64_t name = 1; name <= 65; ++name) {
+        speaker.say(Watch{name, 0, 0, 1000, 0});
+        if (name > 64) break;
+        ASSERT_TRUE(read_watching(speaker.hear()));
+    }
+    EXPECT_TRUE(eventually([&] { return receiver.log().size() == 1; }));
+    speaker.say(Watch{7, 0, 0, 0, 0});  // says goodbye, and makes room
+    speaker.say(Watch{66, 0, 0, 1000, 0});
+    const auto watching = read_watching(speaker.hear());
+    ASSERT_TRUE(watching);
+    EXPECT_EQ(watching->watcher, 66U);
+    expect_alive(receiver, 0);
+}
+
+// Receivers are not trusted either.
+TEST_P(Zmq, AWatchSurvivesAnswersThatAreNone) {
+    zmq::context_t context(1);
+    zmq::socket_t router(context, zmq::socket_type::router);
+    router.set(zmq::sockopt::linger, 0);
+    router.bind(place());
+    TestWatch watch(url(), {kReceiver});
+    ASSERT_EQ(watch.opened(), VORN_BUS_OK);
+    router.set(zmq::sockopt::rcvtimeo, 5000);
+    zmq::message_t route;
+    zmq::message_t asked;
+    ASSERT_TRUE(router.recv(route));
+    ASSERT_TRUE(router.recv(asked));
+    const auto question = read_watch(Bytes(asked.data<std::uint8_t>(), asked.size()));
+    ASSERT_TRUE(question);
+    std::mt19937 random(9);
+    const auto answer = [&](const std::vector<Buffer>& parts) {
+        router.send(zmq::buffer(route.to_string()), zmq::send_flags::sndmore);
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            const auto flags = i + 1 < parts.size() ? zmq::send_flags::sndmore : zmq::send_flags::none;
+            router.send(zmq::buffer(parts[i]), flags);
+        }
+    };
+    for (int i = 0; i < 300; ++i) {
+        Buffer bytes(random() % 100);
+        for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+        if (i % 2 == 0 && bytes.size() >= kPreambleBytes)
+            put_preamble(bytes.data(), static_cast<Kind>(random() % 15));
+        answer(i % 3 == 0 ? std::vector<Buffer>{bytes, bytes} : std::vector<Buffer>{bytes});
+    }
+    Buffer head(Copy::kBytes);
+    write_packet(head.data(), Copy{question->watcher, 5, 1, 1});
+    Buffer units(Data::kBytes + 100, 0xEE);  // no unit
+    write_packet(units.data(), Data{1, 1, 2, 0});
+    answer({head, units});
+    EXPECT_TRUE(eventually([&] {
+        watch.poll_until(0);
+        return watch.counters().damaged > 300;
+    }));
+    EXPECT_TRUE(watch.seen().empty());
+}
+
+TEST(Watch, OfTcpNeedsAddressesAndOfIpcNeedsNoFolder) {
+    vorn_bus_watch_options options = {};
+    vorn_bus_watch* watch = nullptr;
+    options.url = "tcp://127.0.0.1:7000";
+    EXPECT_EQ(vorn_bus_watch_open(&options, &watch), VORN_BUS_BAD_ARGUMENT);
+    const auto at = make_place("ipc");
+    TestWatch later(at->url() + "/not/there/yet");
+    EXPECT_EQ(later.opened(), VORN_BUS_OK);
+    TestBus bus(at->url() + "/not/there/yet", 1);
+    EXPECT_TRUE(later.wait_for_receivers(1));
+}
+
 TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
     const auto at = make_place("tcp");
     ASSERT_EQ(nac_fwm_port_recv_init(), 0);

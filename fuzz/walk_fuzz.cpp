@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+// Promise: the tool's walk through any bytes ends as unpack ends, stays inside them, and says what unpack
+// reads.
+//
+// Each input is read twice: as received bytes, as decode_fuzz has them, and as a damaged message, as
+// damage_fuzz has it. So the inputs of both serve here too.
+#include <algorithm>
+#include <string>
+
+#include "fuzz/damaged.h"
+#include "tool/message_type.h"
+#include "tool/walk.h"
+
+namespace {
+
+// What the record holds at a path like "f6.f4[3].f0".
+const tool::Json& at_path(const tool::Json& record, const std::string& path) {
+    std::string pointer = "/";
+    for (const char c : path) {
+        if (c == '.' || c == '[') pointer += '/';
+        if (c != '.' && c != '[' && c != ']') pointer += c;
+    }
+    return record.at(tool::Json::json_pointer(pointer));
+}
+
+void check_values(const tool::Annotated& annotated, const std::vector<std::uint8_t>& bytes,
+                  const tool::Json& record) {
+    for (const tool::Range& range : annotated.ranges) {
+        if (range.part != tool::Part::scalar && range.part != tool::Part::elements) continue;
+        const tool::Json& value = at_path(record, range.path);
+        std::string text = tool::value_text(range, bytes, true);
+        std::erase(text, ' ');
+        fuzz::promise(text == (value.is_string() ? value.get<std::string>() : value.dump()),
+                      "the walk shows what unpack reads");
+    }
+}
+
+void check(const tool::MessageType& type, const std::vector<std::uint8_t>& bytes) {
+    if (!tool::is_buffer_size(bytes.size())) return;
+    const tool::Annotated annotated = tool::annotate(*type.shape, bytes);
+    const tool::Walk& walk = annotated.walk;
+    const tool::Decoded decoded = type.decode(bytes);
+    fuzz::promise(walk.outcome == decoded.outcome, "the walk ends as unpack ends");
+    fuzz::promise((walk.outcome == kaplo::Outcome::whole) == walk.faults.empty(), "a fault has a place");
+    if (!walk.faults.empty()) {
+        fuzz::promise((walk.faults.front().field == nullptr) == !decoded.faults.empty(),
+                      "unpack logs what is a header's fault");
+    }
+    std::uint32_t end = 0;
+    for (const tool::Piece& piece : annotated.pieces) {
+        fuzz::promise(piece.at == end && piece.bytes != 0 && !piece.meanings.empty(),
+                      "pieces follow each other");
+        end += piece.bytes;
+    }
+    fuzz::promise(end == bytes.size(), "pieces cover the message");
+    for (const tool::Range& range : annotated.ranges) {
+        fuzz::promise(range.at <= end && range.bytes <= end - range.at, "ranges lie in the message");
+        fuzz::promise(!tool::meaning(range, bytes).empty(), "a range has a meaning");
+    }
+    if (walk.outcome == kaplo::Outcome::whole) check_values(annotated, bytes, decoded.record);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::Supply received(data, size);
+    const auto number = received.take<std::uint8_t>();
+    const tool::MessageType& type = *tool::message_types()[number % fuzz::kMessageTypes];
+    received.take<std::uint8_t>();
+    check(type, received.rest());
+
+    fuzz::Supply damaged(data, size);
+    damaged.take<std::uint8_t>();
+    const auto options = static_cast<std::uint8_t>(damaged.take<std::uint8_t>() & ~1);  // little-endian
+    fuzz::with_message_type(
+        number, [&]<class Record> { check(type, fuzz::damaged_message<Record>(damaged, options)); });
+    return 0;
+}

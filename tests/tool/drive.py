@@ -1,0 +1,71 @@
+# SPDX-License-Identifier: Apache-2.0
+# What the tests of the tool's verbs share: the real binary, the corpus, the schemas of what --json prints.
+#
+# NAC names the binary. python3-jsonschema is Debian's, and so is the python that runs these tests.
+import json
+import os
+import pathlib
+import re
+import subprocess
+import unittest
+
+import jsonschema
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
+SESSION = ROOT / "examples/access-session.jsonl"
+PORT = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff070000000100000008000c0004000800"}
+DAMAGED = {"type": "Nac_SetPortMsg", "hex": "ffffffff00000000"}
+
+Done = subprocess.CompletedProcess
+
+
+def run(*arguments: str, given: bytes = b"", **more: object) -> Done[bytes]:
+    return subprocess.run([NAC, *arguments], input=given, capture_output=True, cwd=ROOT, timeout=120, **more)  # type: ignore
+
+
+def nac(*arguments: str, given: str = "", **more: object) -> Done[str]:
+    done = run(*arguments, given=given.encode(), **more)
+    return Done(done.args, done.returncode, done.stdout.decode(), done.stderr.decode())
+
+
+def lines(*objects: object) -> str:
+    return "".join(json.dumps(each) + "\n" for each in objects)
+
+
+def corpus() -> list[dict[str, object]]:
+    """The cases whose bytes alone tell what happens: all but those with null pointers or claimed lengths."""
+    cases = []
+    for path in sorted((ROOT / "tests/reference/corpus").glob("*.jsonl")):
+        cases += map(json.loads, path.read_text().splitlines())
+    return [case for case in cases if not case.keys() & {"null", "length", "fail_allocation"}]
+
+
+def messages(cases: list[dict[str, object]]) -> str:
+    return lines(*({"type": case["type"], "hex": case["hex"]} for case in cases))
+
+
+class VerbTest(unittest.TestCase):
+    def assert_done(self, done: Done[str], code: int, stderr: str = "") -> None:
+        self.assertEqual((done.returncode, done.stderr), (code, stderr), done.stdout[:500])
+
+    def assert_complains(self, done: Done[str], code: int, complaint: str) -> None:
+        self.assertEqual(done.returncode, code, done.stderr)
+        self.assertIn(complaint, done.stderr)
+
+    def read(self, verb: str, output: str) -> list[dict[str, object]]:
+        """The lines of a verb's --json, each held against its schema."""
+        schema = json.loads((ROOT / f"docs/schemas/{verb}.json").read_text())
+        jsonschema.Draft202012Validator.check_schema(schema)
+        validator = jsonschema.Draft202012Validator(schema)
+        objects = [json.loads(line) for line in output.splitlines()]
+        for each in objects:
+            faults = [fault.message for fault in validator.iter_errors(each)]
+            self.assertEqual(faults, [], each)
+        return objects
+
+
+def documented(path: str) -> list[tuple[str, str]]:
+    """Commands and their output, from the console blocks of a document."""
+    blocks = re.findall(r"```console\n(.*?)```", (ROOT / path).read_text(), re.S)
+    return [pair for block in blocks for pair in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M)]
