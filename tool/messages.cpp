@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 
@@ -132,13 +133,16 @@ std::array<std::uint8_t, 4> number_bytes(std::uint64_t number) {
     return bytes;
 }
 
-}  // namespace
+const std::map<std::string, Format>& formats() {
+    static const std::map<std::string, Format> names = {{"lines", Format::lines},
+                                                        {"raw", Format::raw},
+                                                        {"hex", Format::hex},
+                                                        {"prefixed", Format::prefixed},
+                                                        {"tagged", Format::tagged}};
+    return names;
+}
 
-const std::map<std::string, Format> kFormats = {{"lines", Format::lines},
-                                                {"raw", Format::raw},
-                                                {"hex", Format::hex},
-                                                {"prefixed", Format::prefixed},
-                                                {"tagged", Format::tagged}};
+}  // namespace
 
 void add_format_option(CLI::App& verb, Format& format, const std::string& purpose) {
     verb.add_option(
@@ -147,7 +151,7 @@ void add_format_option(CLI::App& verb, Format& format, const std::string& purpos
                 ". lines, if not given: JSON lines with type and hex; raw: one message; hex: lines of "
                 "hexadecimal digits; prefixed: each behind its length; tagged: each behind id and "
                 "length (u32, little-endian)")
-        ->transform(CLI::CheckedTransformer(kFormats).description("{lines,raw,hex,prefixed,tagged}"));
+        ->transform(CLI::CheckedTransformer(formats()).description("{lines,raw,hex,prefixed,tagged}"));
 }
 
 void add_message_options(CLI::App& verb, MessageOptions& options) {

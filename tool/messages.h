@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -24,7 +23,6 @@ enum class Format {
     prefixed,  // each message behind its length, a u32, little-endian
     tagged,    // each message behind its id and its length, two such u32
 };
-extern const std::map<std::string, Format> kFormats;
 
 // What a verb that reads messages is told.
 struct MessageOptions {
