@@ -403,9 +403,9 @@ Annotated annotate(const Shape& shape, std::span<const std::uint8_t> message) {
             while (padding != paddings.end() && padding->at + padding->bytes <= first) ++padding;
             if (padding == paddings.end() || padding->at >= last) return fill(first, last, nullptr);
             fill(first, padding->at, nullptr);
-            const std::uint32_t start = std::max(first, padding->at);
+            const std::uint32_t padded = std::max(first, padding->at);
             first = std::min(last, padding->at + padding->bytes);
-            fill(start, first, &*padding);
+            fill(padded, first, &*padding);
         }
     };
     std::uint32_t end = 0;
