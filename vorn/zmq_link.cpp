@@ -12,12 +12,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Units join a packet until it has this size: one call of the socket for many small ones.
-constexpr std::size_t kPacketBytes = 65536;
+// Units join a packet until it has this size. Each packet wakes four threads on its road, which costs more
+// than to copy hundreds of bytes.
+constexpr std::size_t kPacketBytes = 262144;
 
 // While so many packets are on their way, one that is not full waits for more units, or for the answer to the
 // others: the receiver has enough to do, and the fewer the packets, the less the cost of each unit.
 constexpr std::size_t kEnoughPackets = 4;
+
+// Buffers that are kept for the next packets: what is freed and taken again costs page faults.
+constexpr std::size_t kMostSpares = 4;
 
 // Packets from this size on are handed to the socket as they are, smaller ones are copied.
 constexpr std::size_t kWorthSharing = 4096;
@@ -92,8 +96,9 @@ Link::Packet Link::make_packet(std::uint32_t unit_bytes) {
     Packet packet;
     packet.size = Data::kBytes;
     packet.capacity = std::max<std::size_t>(Data::kBytes + unit_bytes, kPacketBytes);
-    if (packet.capacity == kPacketBytes && !spare_.is_empty()) {
-        packet.bytes = std::move(spare_);
+    if (packet.capacity == kPacketBytes && !spares_.empty()) {
+        packet.bytes = std::move(spares_.back());
+        spares_.pop_back();
     } else {
         packet.bytes = SharedBuffer(packet.capacity);
     }
@@ -223,21 +228,25 @@ void Link::end_session(std::uint64_t received) {
 void Link::acknowledge(std::uint64_t handled) {
     if (handled <= handled_) return;
     std::uint64_t bytes = 0;
-    SharedBuffer spare;
+    std::vector<SharedBuffer> spares;
     while (!unhandled_.empty() && unhandled_.front().last() <= handled) {
         Packet& packet = unhandled_.front();
         bytes += packet.unit_bytes();
-        if (packet.capacity == kPacketBytes && !packet.bytes.is_lent()) spare = std::move(packet.bytes);
+        if (packet.capacity == kPacketBytes && !packet.bytes.is_lent())
+            spares.push_back(std::move(packet.bytes));
         unhandled_.pop_front();
     }
-    give_back(handled - std::exchange(handled_, handled), bytes, std::move(spare));
+    give_back(handled - std::exchange(handled_, handled), bytes, std::move(spares));
 }
 
-void Link::give_back(std::uint64_t units, std::uint64_t bytes, SharedBuffer spare) {
+void Link::give_back(std::uint64_t units, std::uint64_t bytes, std::vector<SharedBuffer> spares) {
     bool tell = false;
     {
         const std::lock_guard locked(lock_);
-        if (!spare.is_empty()) spare_ = std::move(spare);
+        while (!spares.empty() && spares_.size() < kMostSpares) {
+            spares_.push_back(std::move(spares.back()));
+            spares.pop_back();
+        }
         units_ -= static_cast<std::uint32_t>(units);
         bytes_ -= bytes;
         tell = waiting_senders_ != 0;

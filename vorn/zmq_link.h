@@ -66,7 +66,7 @@ class Link {
     void say_hello();
     void ping();
     void set_up(bool up);
-    void give_back(std::uint64_t units, std::uint64_t bytes, SharedBuffer spare = {});
+    void give_back(std::uint64_t units, std::uint64_t bytes, std::vector<SharedBuffer> spares = {});
 
     const Endpoint own_;
     const std::uint32_t destination_;
@@ -95,8 +95,8 @@ class Link {
     std::uint32_t units_ = 0;  // waiting and unhandled
     std::uint64_t bytes_ = 0;
     std::deque<Packet> waiting_;
-    bool held_ = false;   // the service thread wants no bell before a packet is full
-    SharedBuffer spare_;  // of kPacketBytes, or empty
+    bool held_ = false;                 // the service thread wants no bell before a packet is full
+    std::vector<SharedBuffer> spares_;  // of kPacketBytes
 };
 
 }  // namespace vorn
