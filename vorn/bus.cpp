@@ -110,10 +110,10 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
     const Outgoing unit = {{destination, options_.address, target, count_of, *bytes}, descriptors};
     Patience patience(options_.send_timeout_ms);
     const Result result = transport_->send(unit, patience);
-    if (result != VORN_BUS_OK) return refuse(result);
+    if (result != VORN_BUS_OK && result != VORN_BUS_UNSURE) return refuse(result);
     count(counters_.sent_units);
     count(counters_.sent_messages, count_of);
-    return VORN_BUS_OK;
+    return result;
 }
 
 Result Bus::flush(std::int32_t timeout_ms) {
@@ -126,10 +126,9 @@ Result Bus::flush(std::int32_t timeout_ms) {
 
 Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t& handled) {
     handled = 0;
-    if (polling_.load(std::memory_order_relaxed) == std::this_thread::get_id()) return VORN_BUS_BUSY;
-    const std::lock_guard locked(polling_lock_);
-    polling_.store(std::this_thread::get_id(), std::memory_order_relaxed);
     Deadline deadline = in_milliseconds(timeout_ms);
+    if (!begin_polling(deadline)) return VORN_BUS_BUSY;
+    const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
     while (max_units == 0 || handled < max_units) {
         Parcel* const parcel = inbox_.front(deadline);
         if (parcel == nullptr) break;
@@ -137,8 +136,26 @@ Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t
         if (parcel->bytes.empty()) inbox_.pop_front();
         if (handled != 0) deadline = Deadline();  // only the first is waited for
     }
-    polling_.store(std::thread::id(), std::memory_order_relaxed);
     return VORN_BUS_OK;
+}
+
+bool Bus::begin_polling(Deadline deadline) {
+    const auto self = std::this_thread::get_id();
+    std::unique_lock locked(polling_lock_);
+    if (polling_ == self || (receiving_ != std::thread::id() && receiving_ != self)) return false;
+    if (!polling_ended_.wait_until(locked, deadline, [this] { return polling_ == std::thread::id(); })) {
+        return false;
+    }
+    polling_ = self;
+    return true;
+}
+
+void Bus::end_polling() {
+    {
+        const std::lock_guard locked(polling_lock_);
+        polling_ = std::thread::id();
+    }
+    polling_ended_.notify_one();
 }
 
 // Handles up to so many units of the parcel, and takes them off it.
@@ -227,7 +244,11 @@ Result Bus::start() {
     if (receiver_.joinable()) return VORN_BUS_BUSY;
     receiver_stops_ = false;
     inbox_.interrupt(false);
-    receiver_ = std::thread([this] {
+    receiver_ = start_thread([this] {
+        {
+            const std::lock_guard polling(polling_lock_);
+            receiving_ = std::this_thread::get_id();
+        }
         while (!receiver_stops_) {
             std::uint32_t handled = 0;
             poll(-1, 0, handled);
@@ -243,6 +264,10 @@ Result Bus::stop() {
     receiver_stops_ = true;
     inbox_.interrupt(true);
     receiver_.join();
+    {
+        const std::lock_guard polling(polling_lock_);
+        receiving_ = std::thread::id();
+    }
     inbox_.interrupt(false);
     return VORN_BUS_OK;
 }

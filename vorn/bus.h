@@ -4,6 +4,7 @@
 #define VORN_BUS_IMPL_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -69,6 +70,8 @@ class Bus {
     Bus(const vorn_bus_options& options, const std::string& prefix);
 
     Result refuse(Result result);
+    bool begin_polling(Deadline deadline);
+    void end_polling();
     std::uint32_t handle_parcel(Parcel& parcel, std::uint32_t at_most);
     void handle_unit(const Unit& unit, std::uint32_t flags);
     void handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags);
@@ -89,10 +92,13 @@ class Bus {
     Handler handler_for_all_;
     std::atomic<std::uint64_t> handlers_version_ = 1;
 
-    // Of the polling thread, under its lock: a copy of what is registered and set, so that a message costs no
-    // lock.
+    // One thread polls at a time.
     std::mutex polling_lock_;
-    std::atomic<std::thread::id> polling_;
+    std::condition_variable polling_ended_;
+    std::thread::id polling_;    // none: nobody polls
+    std::thread::id receiving_;  // the receiving thread, until it is stopped
+
+    // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
     std::uint64_t routes_registry_ = 0;
     std::uint64_t routes_handlers_ = 0;

@@ -130,9 +130,10 @@ class LoopTransport final : public Transport {
 
     Result send(const Outgoing& unit, Patience& patience) override {
         const std::uint32_t destination = unit.header.destination;
-        if (!wait_for_peer(destination, patience)) return VORN_BUS_NO_PEER;
+        const auto peer_units = wait_for_peer(destination, patience);
+        if (!peer_units) return VORN_BUS_NO_PEER;
         std::shared_ptr<Window> window = window_to(destination);
-        if (!window->take(unit.header.bytes, patience)) return VORN_BUS_FULL;
+        if (!window->take(unit.header.bytes, *peer_units, patience)) return VORN_BUS_FULL;
         auto parcel = std::make_unique<LoopParcel>(unit, window);
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
@@ -167,11 +168,13 @@ class LoopTransport final : public Transport {
     const Endpoint& endpoint() const { return endpoint_; }
 
   private:
-    bool wait_for_peer(std::uint32_t destination, Patience& patience) const {
+    // What its queue takes; none: nobody came.
+    std::optional<std::uint32_t> wait_for_peer(std::uint32_t destination, Patience& patience) const {
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto there = [&] { return hub.open.contains({name_, destination}); };
-        return there() || hub.opened.wait_until(locked, patience.end(), there);
+        if (!there() && !hub.opened.wait_until(locked, patience.end(), there)) return std::nullopt;
+        return hub.open.at({name_, destination})->endpoint_.queue_units;
     }
 
     std::shared_ptr<Window> window_to(std::uint32_t destination) {

@@ -5,6 +5,7 @@
 
 #include <nats/nats.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -29,6 +30,27 @@ using NatsMessage = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
 using JetStream = std::unique_ptr<jsCtx, Destroy<jsCtx_Destroy>>;
 using StreamInfo = std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>>;
 using ConsumerInfo = std::unique_ptr<jsConsumerInfo, Destroy<jsConsumerInfo_Destroy>>;
+
+// Subscriptions whose messages go to a callback, in threads of the client's. When they have ended, a callback
+// may still run; wait returns when none does, nor will.
+class LastCallbacks {
+  public:
+    void follow(natsSubscription* subscription) {
+        running_.fetch_add(1);
+        const auto over = [](void* self) {
+            auto& running = static_cast<LastCallbacks*>(self)->running_;
+            running.fetch_sub(1);
+            running.notify_all();
+        };
+        if (natsSubscription_SetOnCompleteCB(subscription, over, this) != NATS_OK) running_.fetch_sub(1);
+    }
+    void wait() {
+        for (int running = running_.load(); running != 0; running = running_.load()) running_.wait(running);
+    }
+
+  private:
+    std::atomic<int> running_ = 0;
+};
 
 // nats://[USER:PASSWORD@]HOST:PORT[,...][?prefix=P&replicas=N&state=FOLDER]
 struct NatsUrl {

@@ -33,7 +33,13 @@ void Journal::open(const std::string& file) {
     std::filesystem::create_directories(folder.parent_path(), error);
     if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder.string());
     file_ = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file_ < 0 || ftruncate(file_, sizeof(Contents)) != 0) fail(file);
+    if (file_ < 0 || flock(file_, LOCK_EX | LOCK_NB) != 0) fail(file);
+    // With all its room on the disk: what is written through memory cannot be refused any more.
+    if (ftruncate(file_, sizeof(Contents)) != 0) fail(file);
+    if (const int fault = posix_fallocate(file_, 0, sizeof(Contents)); fault != 0) {
+        errno = fault;
+        fail(file);
+    }
     void* const at = mmap(nullptr, sizeof(Contents), PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
     if (at == MAP_FAILED) fail(file);
     contents_ = static_cast<volatile Contents*>(at);

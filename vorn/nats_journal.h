@@ -23,7 +23,7 @@ class Journal {
     Journal(const Journal&) = delete;
     Journal& operator=(const Journal&) = delete;
 
-    // Throws system_error.
+    // Throws system_error; EWOULDBLOCK: another process has it open.
     void open(const std::string& file);
 
     // Says which stream it is about; another one, or the same made anew, begins at 0.

@@ -2,6 +2,7 @@
 #include "vorn/nats_sender.h"
 
 #include <algorithm>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -71,12 +72,17 @@ Result NatsSender::take_room(Queue& queue, const UnitHeader& unit, Patience& pat
         }
         queue.looked_at = true;
         locked.unlock();
-        const Result result = look_for_room(queue, unit, patience.end());
+        Result result = VORN_BUS_NO_MEMORY;
+        try {
+            result = look_for_room(queue, unit, patience.end());
+        } catch (const std::bad_alloc&) {  // the next one shall look again
+        }
         locked.lock();
         queue.looked_at = false;
         queue.changed.notify_all();
         if (result == VORN_BUS_OK) continue;
-        if (result == VORN_BUS_TOO_LARGE || Clock::now() >= patience.end()) return result;
+        if (result == VORN_BUS_TOO_LARGE || result == VORN_BUS_NO_MEMORY || Clock::now() >= patience.end())
+            return result;
         queue.changed.wait_until(locked, std::min(patience.end(), Clock::now() + kBetweenAttempts));
     }
     --queue.units;

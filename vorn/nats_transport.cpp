@@ -32,7 +32,10 @@ using namespace std::chrono_literals;
 
 constexpr const char* kConsumer = "receiver";
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-constexpr std::int64_t kAckWait = 5 * kNanoseconds;
+
+// The receiver looks for what is forgotten by itself; so this may be longer than a handler and its queue
+// take.
+constexpr std::int64_t kAckWait = 60 * kNanoseconds;
 constexpr std::int64_t kMostUnacknowledged = 512;
 
 // After a kill, until the server has seen that the connection is gone.
@@ -40,6 +43,14 @@ constexpr auto kOpenPatience = 1500ms;
 
 // Without a delivery, after which the receiver looks for itself what the stream holds.
 constexpr auto kQuiet = 1s;
+
+// How long a question to the stream may take, and so how long closing may wait for one.
+jsOptions wait_options() {
+    jsOptions options = {};
+    jsOptions_Init(&options);
+    options.Wait = 1000;
+    return options;
+}
 
 std::chrono::milliseconds left_until(Deadline deadline) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -118,6 +129,7 @@ class NatsTransport final : public Transport {
         try {
             handling_->journal.open(folder + "/" + url_.stream(own_.address) + ".handled");
         } catch (const std::system_error& error) {
+            if (error.code().value() == EWOULDBLOCK) return VORN_BUS_ADDRESS_TAKEN;
             own_.log.line(error.what());
             return VORN_BUS_TROUBLE;
         }
@@ -137,7 +149,7 @@ class NatsTransport final : public Transport {
         } while (result == VORN_BUS_ADDRESS_TAKEN && Clock::now() < deadline);
         if (result != VORN_BUS_OK) return result;
         answer_questions();
-        fetcher_ = std::thread([this] { fetch(); });
+        fetcher_ = start_thread([this] { fetch(); });
         return VORN_BUS_OK;
     }
 
@@ -146,6 +158,8 @@ class NatsTransport final : public Transport {
         ends_ = true;
         fetcher_.join();
         static_cast<void>(natsSubscription_Unsubscribe(deliveries_.get()));
+        static_cast<void>(natsSubscription_Unsubscribe(questions_.get()));
+        questions_end_.wait();
     }
 
     Result send(const Outgoing& unit, Patience& patience) override { return sender_->send(unit, patience); }
@@ -175,6 +189,9 @@ class NatsTransport final : public Transport {
         of(self).catches_up_ = true;
     }
     static void on_closed(natsConnection* /*connection*/, void* self) {
+        if (!of(self).closes_) {
+            of(self).own_.log.line("the server has refused this client for good; open the bus again");
+        }
         of(self).closed_ = true;
         of(self).closed_.notify_all();
     }
@@ -187,6 +204,14 @@ class NatsTransport final : public Transport {
         const char* const subjects[] = {subject.c_str()};
         jsStreamConfig config = {};
         jsStreamConfig_Init(&config);
+        // Before the limits of its stream are changed.
+        jsConsumerInfo* there = nullptr;
+        jsOptions patience = wait_options();
+        const natsStatus found =
+            js_GetConsumerInfo(&there, jetstream_.get(), stream.c_str(), kConsumer, &patience, nullptr);
+        const ConsumerInfo present(there);
+        if (found == NATS_OK && present->PushBound) return VORN_BUS_ADDRESS_TAKEN;
+
         const std::string limits = limits_text({own_.queue_units, own_.queue_bytes, own_.unit_bytes});
         config.Name = stream.c_str();
         config.Description = limits.c_str();
@@ -262,6 +287,7 @@ class NatsTransport final : public Transport {
         if (natsConnection_Subscribe(&subscription, connection_.get(), subject.c_str(), answer, this) ==
             NATS_OK) {
             questions_.reset(subscription);
+            questions_end_.follow(subscription);
         }
     }
 
@@ -293,7 +319,9 @@ class NatsTransport final : public Transport {
         const std::string stream = url_.stream(own_.address);
         jsConsumerInfo* made = nullptr;
         jsErrCode code = {};
-        if (js_GetConsumerInfo(&made, jetstream_.get(), stream.c_str(), kConsumer, nullptr, &code) != NATS_OK)
+        jsOptions patience = wait_options();
+        if (js_GetConsumerInfo(&made, jetstream_.get(), stream.c_str(), kConsumer, &patience, &code) !=
+            NATS_OK)
             return false;
         const ConsumerInfo info(made);
         return fetch_until(info->Delivered.Stream + 1);
@@ -304,13 +332,12 @@ class NatsTransport final : public Transport {
     void look_for_the_forgotten() {
         const std::string stream = url_.stream(own_.address);
         jsStreamInfo* made = nullptr;
-        if (js_GetStreamInfo(&made, jetstream_.get(), stream.c_str(), nullptr, nullptr) != NATS_OK) return;
+        jsOptions options = wait_options();
+        if (js_GetStreamInfo(&made, jetstream_.get(), stream.c_str(), &options, nullptr) != NATS_OK) return;
         const StreamInfo info(made);
         if (info->State.Msgs == 0 || !fetch_until(info->State.LastSeq + 1)) return;
         const std::uint64_t handled = handling_->handled.load(std::memory_order_acquire);
         if (info->State.FirstSeq > handled) return;
-        jsOptions options = {};
-        jsOptions_Init(&options);
         options.Stream.Purge.Sequence = handled + 1;
         static_cast<void>(js_PurgeStream(jetstream_.get(), stream.c_str(), &options, nullptr));
     }
@@ -333,7 +360,10 @@ class NatsTransport final : public Transport {
             }
             return;
         }
-        if (fetch_until(number)) put(std::move(message));
+        if (!fetch_until(number)) return;
+        if (number == next_) return put(std::move(message));
+        count(own_.counters.damaged);
+        own_.log.line_about_outside("a delivery of a unit that the stream does not have was left out");
     }
 
     // Takes from the stream what was not delivered, up to but without `number`. False: not now.
@@ -348,14 +378,31 @@ class NatsTransport final : public Transport {
             if (status == NATS_OK) {
                 put(NatsMessage(fetched));
             } else if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
-                count(own_.counters.missed_units);
-                own_.log.line_about_outside("unit " + std::to_string(next_) + " is gone from the server");
-                ++next_;
+                if (!pass_over_the_gone(number)) return false;
             } else {
                 std::this_thread::sleep_for(20ms);
                 if (natsConnection_Status(connection_.get()) != NATS_CONN_STATUS_CONNECTED) return false;
             }
         }
+        return true;
+    }
+
+    // `number` becomes that behind the stream's last, if it is above that: a server that was killed may
+    // remember deliveries of what its stream does not have.
+    bool pass_over_the_gone(std::uint64_t& number) {
+        const std::string stream = url_.stream(own_.address);
+        jsOptions options = wait_options();
+        jsStreamInfo* made = nullptr;
+        if (js_GetStreamInfo(&made, jetstream_.get(), stream.c_str(), &options, nullptr) != NATS_OK)
+            return false;
+        const StreamInfo info(made);
+        number = std::min(number, info->State.LastSeq + 1);
+        if (next_ >= number) return true;
+        const std::uint64_t first = std::clamp(info->State.FirstSeq, next_ + 1, number);
+        count(own_.counters.missed_units, first - next_);
+        own_.log.line_about_outside(std::to_string(first - next_) + " units from " + std::to_string(next_) +
+                                    " on are gone from the server");
+        next_ = first;
         return true;
     }
 
@@ -402,6 +449,7 @@ class NatsTransport final : public Transport {
     std::optional<NatsSender> sender_;
     NatsSubscription deliveries_;
     NatsSubscription questions_;
+    LastCallbacks questions_end_;
 
     std::uint64_t next_ = 1;              // number of the unit that is taken next
     std::uint64_t interrupted_ = 0;       // of one that a killed process may have handled

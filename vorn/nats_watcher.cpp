@@ -65,6 +65,7 @@ class NatsWatcher final : public Watcher {
         closes_ = true;
         natsConnection_Close(connection_.get());
         closed_.wait(false);
+        ends_.wait();
         subscriptions_.clear();
     }
 
@@ -83,6 +84,7 @@ class NatsWatcher final : public Watcher {
                 return VORN_BUS_TROUBLE;
             }
             subscriptions_.emplace_back(made);
+            ends_.follow(made);
             // The queue is the limit, and counts what it drops.
             static_cast<void>(natsSubscription_SetPendingLimits(made, -1, -1));
         }
@@ -132,6 +134,7 @@ class NatsWatcher final : public Watcher {
     const WatchEndpoint own_;
     NatsConnection connection_;
     std::vector<NatsSubscription> subscriptions_;
+    LastCallbacks ends_;
     std::mutex lock_;
     SeenUnits seen_;
     std::atomic<bool> closes_ = false;

@@ -3,6 +3,8 @@
 #ifndef VORN_SUPPORT_H
 #define VORN_SUPPORT_H
 
+#include <signal.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -10,6 +12,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "vorn/vorn_bus.h"
 
@@ -50,6 +54,29 @@ const char* chosen_url(const char* url);
 
 // $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home: the folder of ipc:// and of what nats:// remembers.
 std::string usual_folder();
+
+// While it lives, this thread and those that it starts are interrupted by no signal: they are the host's, for
+// its own threads.
+class BlockedSignals {
+  public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+  private:
+    sigset_t before_;
+};
+
+template <class Run>
+std::thread start_thread(Run&& run) {
+    const BlockedSignals blocked;
+    return std::thread(std::forward<Run>(run));
+}
 
 // A random number that is not 0: names of incarnations and sessions.
 std::uint64_t random_name();

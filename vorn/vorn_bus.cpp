@@ -15,6 +15,7 @@
 
 struct vorn_bus {
     std::unique_ptr<vorn::Bus> bus;
+    std::shared_mutex used;  // by sends that were not told which bus
 };
 
 struct vorn_bus_watch {
@@ -25,10 +26,9 @@ namespace {
 
 using vorn::Result;
 
-// The open buses of this process; the first is that of VORN_SendMsg. Sends hold the lock as readers, so that
-// the bus that they use is not closed under them.
+// The open buses of this process; the first is that of VORN_SendMsg.
 struct OpenBuses {
-    std::shared_mutex lock;
+    std::mutex lock;
     std::vector<vorn_bus*> in_order;
 
     static OpenBuses& instance() {
@@ -52,9 +52,12 @@ Result send_by_chosen(std::uint32_t destination, const VORN_SendDescriptor* desc
                       std::uint64_t target) {
     return guarded([&]() -> Result {
         OpenBuses& open = OpenBuses::instance();
-        const std::shared_lock locked(open.lock);
+        std::unique_lock listed(open.lock);
         if (open.in_order.empty()) return VORN_BUS_NOT_OPEN;
-        return open.in_order.front()->bus->send(destination, descriptors, count, target);
+        vorn_bus* const bus = open.in_order.front();
+        const std::shared_lock used(bus->used);  // so that it is not closed under this send
+        listed.unlock();
+        return bus->bus->send(destination, descriptors, count, target);
     });
 }
 
@@ -100,6 +103,7 @@ void vorn_bus_close(vorn_bus* bus) {
         const std::lock_guard locked(open.lock);
         remove(open.in_order, bus);
     }
+    { const std::lock_guard unused(bus->used); }  // no send can come by any more, and none is on
     delete bus;
 }
 

@@ -11,7 +11,8 @@
  * once. A send waits for a peer and for room in its queue, at most send_timeout_ms; nothing is dropped in
  * silence. docs/bus.md says what holds when peers or servers come and go, and what is on the wire.
  *
- * Every function may be called from any thread, except where it says otherwise. */
+ * Every function may be called from any thread, except where it says otherwise; none in a child that has
+ * forked from a process with an open bus. The bus's threads take no signals. */
 #ifndef VORN_BUS_H
 #define VORN_BUS_H
 
@@ -135,7 +136,7 @@ int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms);
 /* ---- counters ----------------------------------------------------------------------------------- */
 
 typedef struct vorn_bus_counters {
-    uint64_t sent_units;        /* accepted: the send returned 0 */
+    uint64_t sent_units;        /* accepted: the send returned 0, or VORN_BUS_UNSURE */
     uint64_t sent_messages;     /* the messages in them */
     uint64_t refused_units;     /* the send returned something else */
     uint64_t lost_units;        /* accepted, and not known to have been handled when their receiver ended */

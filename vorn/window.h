@@ -3,6 +3,7 @@
 #ifndef VORN_WINDOW_H
 #define VORN_WINDOW_H
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -18,10 +19,10 @@ class Window {
         : most_units_(units), most_bytes_(bytes), counters_(&counters) {}
 
     // Waits for room. False: there was none in time.
-    bool take(std::uint32_t bytes, Patience& patience) {
+    bool take(std::uint32_t bytes, std::uint32_t peer_units, Patience& patience) {
         std::unique_lock locked(lock_);
-        const auto fits = [this, bytes] {
-            return units_ == 0 || (units_ < most_units_ && bytes_ + bytes <= most_bytes_);
+        const auto fits = [this, bytes, most_units = std::min(most_units_, peer_units)] {
+            return units_ == 0 || (units_ < most_units && bytes_ + bytes <= most_bytes_);
         };
         if (!fits() && !changed_.wait_until(locked, patience.end(), fits)) return false;
         ++units_;

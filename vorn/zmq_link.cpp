@@ -42,6 +42,7 @@ Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarna
     : own_(own),
       destination_(destination),
       incarnation_(incarnation),
+      place_(std::move(place)),
       bell_(bell),
       socket_(context, zmq::socket_type::dealer) {
     // Only to a connection that stands, so that a packet that is not sent is known not to be.
@@ -54,7 +55,7 @@ Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarna
     socket_.set(zmq::sockopt::heartbeat_ivl, 1000);
     socket_.set(zmq::sockopt::heartbeat_timeout, 3000);
     socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{4096});  // what receivers say is short
-    socket_.connect(place);
+    socket_.connect(place_);
 }
 
 // ---- any thread -----------------------------------------------------------------------------------
@@ -162,6 +163,10 @@ void Link::receive(Bytes packet) {
         end_session(goodbye->received);
     } else if (const auto reset = read_reset(packet); kind == Kind::reset && reset) {
         if (reset->session == session_) end_session(UINT64_MAX);
+    } else if (kind == Kind::hello) {
+        // The system may connect a socket to itself where it tries a free port of its own host for long.
+        socket_.disconnect(place_);
+        socket_.connect(place_);
     } else {
         count(own_.counters.damaged);
         own_.log.line_about_outside("a damaged answer from address " + std::to_string(destination_));
@@ -187,12 +192,34 @@ void Link::begin_session(const Welcome& packet) {
     session_ = packet.session;
     next_ = packet.received + 1;
     handled_ = packet.handled;
+    window_ = packet.units;
+    drop_larger_than(packet.unit_bytes);
     {
         const std::lock_guard locked(lock_);
         peer_units_ = packet.units;
         peer_unit_bytes_ = packet.unit_bytes;
     }
     set_up(true);
+}
+
+// A unit was accepted for a receiver that took larger ones than this one, which would close the connection.
+void Link::drop_larger_than(std::uint32_t unit_bytes) {
+    std::uint64_t lost = 0;
+    std::uint64_t lost_bytes = 0;
+    {
+        const std::lock_guard locked(lock_);
+        std::erase_if(waiting_, [&](const Packet& packet) {
+            if (packet.count != 1 || packet.unit_bytes() <= unit_bytes) return false;
+            ++lost;
+            lost_bytes += packet.unit_bytes();
+            return true;
+        });
+    }
+    if (lost == 0) return;
+    count(own_.counters.lost_units, lost);
+    own_.log.line(std::to_string(lost) + " units to address " + std::to_string(destination_) +
+                  " are lost: its new receiver takes none of their size");
+    give_back(lost, lost_bytes);
 }
 
 // The receiver's incarnation has ended, or forgotten us. It took units up to `received`, and nobody will say
@@ -280,6 +307,8 @@ void Link::send_waiting() {
     std::deque<Packet> packets = take_waiting();
     while (!packets.empty()) {
         Packet& packet = packets.front();
+        // Filled for a receiver that took more, or before it said how much.
+        if (!unhandled_.empty() && next_ - 1 - handled_ + packet.count > window_) break;
         number(packet);
         if (!transmit(packet)) break;
         next_ += packet.count;

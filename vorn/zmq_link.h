@@ -55,6 +55,7 @@ class Link {
     void welcome(const Welcome& packet);
     void acknowledge(std::uint64_t handled);
     void begin_session(const Welcome& packet);
+    void drop_larger_than(std::uint32_t unit_bytes);
     void end_session(std::uint64_t received);
     void send_again_behind(std::uint64_t received);
     void send_waiting();
@@ -71,6 +72,7 @@ class Link {
     const Endpoint own_;
     const std::uint32_t destination_;
     const std::uint64_t incarnation_;
+    const std::string place_;
     Bell& bell_;
 
     // Of the service thread.
@@ -80,6 +82,7 @@ class Link {
     std::uint64_t handled_ = 0;
     std::deque<Packet> unhandled_;  // sent, and not known to be handled
     bool serving_ = false;          // up_, without the lock
+    std::uint64_t window_ = 0;      // units that the receiver takes before it has handled any
     Clock::time_point next_hello_;
     Clock::time_point next_ping_;
     Clock::time_point heard_;

@@ -61,7 +61,8 @@ class IpcPlaces final : public Places {
         if (mkdir(folder_.c_str(), S_IRWXU) != 0 && errno != EEXIST) return trouble(log, folder_);
         struct stat status = {};
         if (stat(folder_.c_str(), &status) != 0) return trouble(log, folder_);
-        if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
+            (status.st_uid != geteuid() && status.st_uid != 0)) {
             log.line(folder_ + ": others may write there; a bus keeps its sockets in a folder of its own");
             return VORN_BUS_TROUBLE;
         }
@@ -75,7 +76,7 @@ class IpcPlaces final : public Places {
         return VORN_BUS_OK;
     }
     void after_bind(std::uint32_t address) override {
-        chmod(file(address, ".sock").c_str(), S_IRUSR | S_IWUSR);
+        static_cast<void>(chmod(file(address, ".sock").c_str(), S_IRUSR | S_IWUSR));
     }
 
     // The lock's file stays: were it removed, one process could lock the old file and another a new one.

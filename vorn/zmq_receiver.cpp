@@ -53,9 +53,12 @@ class ZmqParcel final : public Parcel {
           number_(data.first - 1),
           last_(data.first - 1 + data.count),
           bell_(bell) {
+        session_->waiting_bytes.fetch_add(message_.size(), std::memory_order_relaxed);
         bytes = Bytes(message_.data<std::uint8_t>(), message_.size()).subspan(Data::kBytes);
         units = data.count;
     }
+
+    ~ZmqParcel() override { session_->waiting_bytes.fetch_sub(message_.size(), std::memory_order_relaxed); }
 
     void unit_handled() override {
         session_->handled.store(++number_, std::memory_order_release);
@@ -192,10 +195,17 @@ void Receiver::data(const std::string& route, const Data& packet, zmq::message_t
         count(own_.counters.redelivered_units, packet.count);
         return;  // the next ping tells
     }
-    const std::uint64_t waiting = session->received - session->handled.load(std::memory_order_acquire);
-    if (packet.count > (message.size() - Data::kBytes) / kSmallestUnit ||
-        waiting + packet.count > own_.queue_units) {
+    if (packet.count > (message.size() - Data::kBytes) / kSmallestUnit) {
         return damaged("more units than there may be");
+    }
+    // What has no room stays with the sender, which asks again. One packet is always taken: it may be one
+    // that was filled for a receiver that took more.
+    const std::uint64_t waiting = session->received - session->handled.load(std::memory_order_acquire);
+    const std::uint64_t waiting_bytes = session->waiting_bytes.load(std::memory_order_relaxed);
+    if (waiting != 0 &&
+        (waiting + packet.count > own_.queue_units ||
+         waiting_bytes + message.size() > std::uint64_t{own_.queue_bytes} + own_.unit_bytes)) {
+        return;
     }
     zmq::message_t copied;
     if (!watchers_.empty()) copied.copy(message);  // of its reference

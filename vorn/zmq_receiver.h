@@ -31,6 +31,7 @@ class Receiver {
         std::uint64_t received = 0;  // number of the last unit taken
         std::uint64_t told = 0;      // what was last acknowledged as handled
         std::atomic<std::uint64_t> handled = 0;
+        std::atomic<std::uint64_t> waiting_bytes = 0;  // of packets in the inbox
         Clock::time_point heard;
     };
 

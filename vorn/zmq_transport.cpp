@@ -56,7 +56,7 @@ class ZmqTransport final : public Transport {
             return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_TROUBLE;
         }
         places_->after_bind(own_.address);
-        service_ = std::thread([this] { serve(); });
+        service_ = start_thread([this] { serve(); });
         return VORN_BUS_OK;
     }
 
@@ -90,22 +90,20 @@ class ZmqTransport final : public Transport {
     // Links are never removed while the bus is open, so that pointers to them stay good.
     Link* link_to(std::uint32_t destination) {
         const std::lock_guard locked(links_lock_);
-        auto& link = links_[destination];
-        if (link == nullptr) {
-            const auto place = places_->endpoint(destination);
-            if (!place) return nullptr;
-            link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, bell_);
-            ++links_version_;
-        }
-        return link.get();
+        if (const auto found = links_.find(destination); found != links_.end()) return found->second.get();
+        const auto place = places_->endpoint(destination);
+        if (!place) return nullptr;
+        auto link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, bell_);
+        Link* const made = link.get();
+        links_.emplace(destination, std::move(link));
+        ++links_version_;
+        return made;
     }
 
     std::vector<Link*> links() {
         const std::lock_guard locked(links_lock_);
         std::vector<Link*> all;
-        for (const auto& [destination, link] : links_) {
-            if (link != nullptr) all.push_back(link.get());
-        }
+        for (const auto& [destination, link] : links_) all.push_back(link.get());
         return all;
     }
 
@@ -182,6 +180,7 @@ Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadlin
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         socket.set(zmq::sockopt::rcvtimeo, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
         zmq::message_t reply;
+        const BlockedSignals blocked;  // one of them would end the wait
         if (!socket.recv(reply)) return VORN_BUS_NO_PEER;
         std::array<std::uint64_t, kCounterNumbers> values = {};
         if (!read_counters(Bytes(reply.data<std::uint8_t>(), reply.size()), values)) return VORN_BUS_TROUBLE;

@@ -185,7 +185,7 @@ class ZmqWatcher final : public Watcher {
         for (const std::uint32_t address : own_.addresses) {
             if (!add(address)) return VORN_BUS_BAD_URL;
         }
-        service_ = std::thread([this] { serve(); });
+        service_ = start_thread([this] { serve(); });
         return VORN_BUS_OK;
     }
 

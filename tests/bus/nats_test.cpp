@@ -135,6 +135,9 @@ TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
     EXPECT_TRUE(result == VORN_BUS_NO_PEER || result == VORN_BUS_UNSURE) << result;
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
     EXPECT_EQ(sender.send(kReceiver, {3, 0}), std::uint32_t{VORN_BUS_NO_PEER});
+    const vorn_bus_counters counters = sender.counters();
+    EXPECT_EQ(counters.sent_units, 1 + counters.lost_units);  // of an unsure one it is not known
+    EXPECT_EQ(counters.sent_units + counters.refused_units, 3U);
     server.start();
 }
 
@@ -186,6 +189,20 @@ TEST_F(Nats, TheUnitInWhichAReceiverWasKilledComesAgainWithAMark) {
     EXPECT_EQ(arrived[1].port().f0, 3U);
     EXPECT_EQ(arrived[1].flags, 0U);
     EXPECT_EQ(arrived[2].port().f0, 4U);
+}
+
+TEST_F(Nats, ASecondProcessAtAnAddressChangesNothingOfTheFirst) {
+    NatsServer server;
+    TestBus receiver(url_of(server), kReceiver);
+    for (const char* const state : {"/state", "/another"}) {  // on this machine, and as on another one
+        const std::string url =
+            "nats://127.0.0.1:" + std::to_string(server.port()) + "?state=" + server.folder() + state;
+        TestBus second(url, kReceiver, [](vorn_bus_options& options) { options.unit_bytes = 100; });
+        EXPECT_EQ(second.opened(), VORN_BUS_ADDRESS_TAKEN);
+    }
+    TestBus sender(url_of(server), kSender);
+    EXPECT_EQ(sender.send(kReceiver, std::vector<Nac_SetPortMsg>(20, {1, 2})), 0U);  // of more than 100 bytes
+    EXPECT_TRUE(receiver.poll_until(20));
 }
 
 // A sender that did not hear that its unit was stored stores it again.

@@ -394,6 +394,22 @@ TEST_P(Semantics, PollingFromAHandlerIsRefused) {
     EXPECT_EQ(result, VORN_BUS_BUSY);
 }
 
+TEST_P(Semantics, PollingBesideTheReceivingThreadIsRefused) {
+    TestBus bus(url(), kSender);
+    ASSERT_EQ(vorn_bus_start(bus.get()), VORN_BUS_OK);
+    EXPECT_TRUE(eventually([&] { return vorn_bus_poll(bus.get(), 0, 0, nullptr) == VORN_BUS_BUSY; }));
+    ASSERT_EQ(vorn_bus_stop(bus.get()), VORN_BUS_OK);
+    EXPECT_EQ(vorn_bus_poll(bus.get(), 0, 0, nullptr), VORN_BUS_OK);
+}
+
+TEST_P(Semantics, TheQueueIsTheSmallerOfTheTwo) {
+    TestBus receiver(url(), kReceiver, narrow);
+    TestBus sender(url(), kSender, [](vorn_bus_options& options) { options.send_timeout_ms = 100; });
+    for (std::uint32_t i = 0; i < 4; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    EXPECT_EQ(sender.send(kReceiver, {99, 0}), std::uint32_t{VORN_BUS_FULL});
+    EXPECT_TRUE(receiver.poll_until(4));
+}
+
 TEST_P(Semantics, PollHandlesAsManyUnitsAsItIsAskedFor) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);

@@ -3,6 +3,7 @@
 // ports.
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -175,11 +176,56 @@ TEST_P(Zmq, MoreUnitsThanThereMayBeAreNotTaken) {
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
     EXPECT_EQ(welcome.units, 4U);
-    speaker.say_units(welcome.session, 1, 5, 5);        // above the window
-    speaker.say_units(welcome.session, 1, 1, 1000000);  // a count that the bytes cannot hold
-    EXPECT_EQ(speaker.ask(welcome.session, 5).received, 0U);
-    EXPECT_EQ(receiver.counters().damaged, 2U);
-    expect_alive(receiver, 0);
+    speaker.say_units(welcome.session, 1, 3, 3);
+    speaker.say_units(welcome.session, 4, 2, 2);        // above the window: they stay with the sender
+    speaker.say_units(welcome.session, 4, 1, 1000000);  // a count that the bytes cannot hold
+    EXPECT_EQ(speaker.ask(welcome.session, 5).received, 3U);
+    EXPECT_EQ(receiver.counters().damaged, 1U);
+    ASSERT_TRUE(receiver.poll_until(3));
+    expect_alive(receiver, 3);
+}
+
+// It was filled for a receiver that took more.
+TEST_P(Zmq, APacketAboveTheWindowIsTakenWhereNothingWaits) {
+    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 4; });
+    Speaker speaker(place());
+    const Welcome welcome = speaker.greet();
+    speaker.say_units(welcome.session, 1, 9, 9);
+    EXPECT_EQ(speaker.ask(welcome.session, 9).received, 9U);
+    ASSERT_TRUE(receiver.poll_until(9));
+    EXPECT_EQ(receiver.counters().damaged, 0U);
+}
+
+TEST_P(Zmq, WhatWaitsForAReceiverGoesToOneThatTakesLess) {
+    TestBus sender(url(), 1);
+    auto receiver = std::make_unique<TestBus>(url(), kReceiver);
+    for (std::uint32_t i = 0; i < 500; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    receiver.reset();  // some are lost with it, and counted
+    TestBus next(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 8; });
+    const auto left = [&] { return 500 - sender.counters().lost_units; };
+    EXPECT_TRUE(eventually([&] {
+        vorn_bus_poll(next.get(), 10, 0, nullptr);
+        return sender.counters().unhandled_units == 0;
+    }));
+    EXPECT_EQ(next.arrived().size(), left());
+    EXPECT_EQ(next.counters().damaged, 0U);
+}
+
+TEST_P(Zmq, SignalsAreLeftToTheHostsThreads) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    TestBus receiver(url(), kReceiver);
+    TestBus sender(url(), 1);
+    ASSERT_EQ(vorn_bus_start(receiver.get()), VORN_BUS_OK);
+    {
+        const BlockedSignals blocked;  // so that the system gives them to another thread, if there is one
+        for (std::uint32_t i = 0; i < 200; ++i) {
+            kill(getpid(), SIGUSR1);
+            ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return receiver.arrived().size() == 200; }));
 }
 
 TEST_P(Zmq, ADamagedEnvelopeEndsItsPacketAndNothingElse) {
@@ -442,6 +488,14 @@ TEST(Ipc, WithoutAFolderItIsThatOfTheUsersSession) {
     unsetenv("XDG_RUNTIME_DIR");
     setenv("HOME", "/home/someone", 1);
     EXPECT_EQ(ipc_places("")->endpoint(3), "ipc:///home/someone/.vorn/3.sock");
+}
+
+TEST(Tcp, AnAddressWithoutAPortIsRefusedAndTheBusCloses) {
+    TestBus bus("tcp://127.0.0.1:7900", 1);
+    ASSERT_EQ(bus.opened(), VORN_BUS_OK);
+    EXPECT_EQ(bus.send(70000, {1, 2}), std::uint32_t{VORN_BUS_BAD_URL});
+    EXPECT_EQ(bus.send(70000, {1, 2}), std::uint32_t{VORN_BUS_BAD_URL});
+    EXPECT_EQ(bus.counters().unhandled_units, 0U);
 }
 
 }  // namespace
