@@ -9,7 +9,7 @@ import threading
 
 import pytest
 import vorn_nac
-from support import NAC, ROOT, nac
+from support import NAC, ROOT
 from vorn_nac import Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result
 
 
@@ -40,7 +40,7 @@ def test_all_types_arrive(url: str) -> None:
     with Bus(url, 1) as sender, Bus(url, 2) as receiver:
         for record in records:
             sender.send(2, record)
-        for message, record in zip(receiver, records):
+        for record, message in zip(records, receiver):
             assert message.record == record
 
 
@@ -76,9 +76,12 @@ def test_a_thread_receives_while_others_send(url: str) -> None:
                 assert message is not None and isinstance(message.record, Nac_SetPortMsg)
                 numbers.append(message.record.f0)
 
+        def send_hundred(first: int) -> None:
+            for k in range(100):
+                sender.send(2, Nac_SetPortMsg(f0=first + k))
+
         listener = threading.Thread(target=listen)
-        senders = [threading.Thread(target=lambda first=first: [  # type: ignore[misc]
-            sender.send(2, Nac_SetPortMsg(f0=first + k)) for k in range(100)]) for first in range(0, 400, 100)]
+        senders = [threading.Thread(target=send_hundred, args=[first]) for first in range(0, 400, 100)]
         for thread in (listener, *senders):
             thread.start()
         for thread in (listener, *senders):
@@ -110,8 +113,10 @@ def test_the_tool_hears_what_python_sends(url: str) -> None:
 
 def test_python_hears_what_the_tool_sends_and_counts_it(url: str) -> None:
     with Bus(url, 2) as bus:
-        assert nac("send", "--bus", url, "--to", "2", "examples/access-session.jsonl").returncode == 0
+        sender = subprocess.Popen([NAC, "send", "--bus", url, "--to", "2", str(ROOT / "examples/access-session.jsonl")],
+                                  stderr=subprocess.DEVNULL)
         messages = [bus.receive(timeout=10) for _ in range(29)]
+        assert sender.wait(timeout=20) == 0
         assert len({type(each.record) for each in messages if each}) == 25
         assert vorn_nac.ask_counters(2, url).received_messages == 29
 

@@ -41,13 +41,17 @@ def emptied(shape: vorn_nac.Shape, value: dict[str, Any]) -> dict[str, Any]:
 
 def agree(messages: list[tuple[str, bytes]], tmp_path: pathlib.Path) -> int:
     """Holds unpack and verify against `nac decode` and `nac verify`; returns how many messages are damaged."""
-    given = tmp_path / "messages"
-    given.write_text("".join(json.dumps({"type": name, "hex": data.hex()}) + "\n" for name, data in messages))
-    decoded = [json.loads(line) for line in nac("decode", str(given)).stdout.splitlines()]
-    verified = [json.loads(line) for line in nac("verify", "--json", str(given)).stdout.splitlines()]
-    assert len(decoded) == len(messages) and len(verified) == len(messages)
+    def told_by(verb: str, some: list[tuple[str, bytes]]) -> list[dict[str, Any]]:
+        given = tmp_path / verb
+        given.write_text("".join(json.dumps({"type": name, "hex": data.hex()}) + "\n" for name, data in some))
+        told = [json.loads(line) for line in nac(verb, "--json", str(given)).stdout.splitlines()]
+        assert len(told) == len(some)
+        return told
+
+    # The tool reads no message of a size that none can have; it verifies them.
+    decoded = iter(told_by("decode", [message for message in messages if len(message[1]) >= 4]))
     damaged = 0
-    for (name, data), read, told in zip(messages, decoded, verified):
+    for (name, data), told in zip(messages, told_by("verify", messages)):
         lost: dict[str, int] = {}
         try:
             record = vorn_nac.unpack(name, data)
@@ -56,13 +60,15 @@ def agree(messages: list[tuple[str, bytes]], tmp_path: pathlib.Path) -> int:
             record, verdict, lost = error.record, error.verdict, error.lost
             damaged += 1
         shape = vorn_nac.TYPES[name].shape
-        assert verdict == read["verdict"] == told["verdict"], (name, data.hex())
-        assert vorn_nac.to_json(record) == emptied(shape, read["record"]), (name, data.hex())
-        assert lost == dict(lost_in(read["record"])), (name, data.hex())
+        assert verdict == told["verdict"], (name, data.hex())
         found = vorn_nac.inspect(name, data)
         if verdict == "argument":
-            assert len(found.faults) == 1 and told["faults"] == []
+            assert len(found.faults) == 1 and told["faults"] == [] and record == vorn_nac.TYPES[name]()
             continue
+        read = next(decoded)
+        assert verdict == read["verdict"], (name, data.hex())
+        assert vorn_nac.to_json(record) == emptied(shape, read["record"]), (name, data.hex())
+        assert lost == dict(lost_in(read["record"])), (name, data.hex())
         assert found.layout == told["layout"] and found.more_faults == told["more_faults"], (name, data.hex())
         assert [fault._asdict() for fault in vorn_nac.verify(name, data)] == told["faults"], (name, data.hex())
     return damaged
@@ -79,15 +85,15 @@ def test_unpack_and_verify_agree_on_the_corpus_of_the_reference(tmp_path: pathli
     print(f"count: {len(messages)} messages of the corpus, {damaged} damaged, are the same in Python")
 
 
-@pytest.mark.parametrize("folder", sorted(path.name for path in FUZZ_CORPUS.iterdir()))
-def test_unpack_and_verify_agree_on_the_inputs_of_fuzzers(folder: str, tmp_path: pathlib.Path) -> None:
+def test_unpack_and_verify_agree_on_the_inputs_of_fuzzers(tmp_path: pathlib.Path) -> None:
     messages = []
-    for path in sorted((FUZZ_CORPUS / folder).iterdir()):
+    for path in sorted(FUZZ_CORPUS.glob("*_fuzz/*")):
         data = path.read_bytes()
         # As the fuzzers that read take it: the type, options, and then the message.
-        name = TYPE_NAMES[data[0] % len(TYPE_NAMES)] if data else TYPE_NAMES[0]
-        messages.append((name, data[2:]))
-    assert agree(messages, tmp_path) > 0 and len(messages) > 50
+        messages.append((TYPE_NAMES[data[0] % len(TYPE_NAMES)] if data else TYPE_NAMES[0], data[2:]))
+    damaged = agree(messages, tmp_path)
+    assert len(messages) > 2000 and damaged > 500
+    print(f"count: {len(messages)} inputs of fuzzers, {damaged} damaged, are the same in Python")
 
 
 def random_records(*arguments: str) -> list[dict[str, Any]]:
@@ -100,7 +106,8 @@ def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> 
              for line in random_records("--type", name, "--filling", filling, "--count", "5", "--seed", str(seed))]
     records = [vorn_nac.from_json(vorn_nac.TYPES[line["type"]], line["record"]) for line in given]
     assert [vorn_nac.to_json(record) for record in records] == [line["record"] for line in given]
-    for layout in ("compact", "image", "sent"):
+    layouts: tuple[vorn_nac.Layout, ...] = ("compact", "image", "sent")
+    for layout in layouts:
         some = [(line, record) for line, record in zip(given, records)
                 if layout != "image" or record.shape.image_bytes is not None]
         path = tmp_path / layout

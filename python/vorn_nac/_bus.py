@@ -130,7 +130,7 @@ def _declare() -> None:
         "VORN_RegIDLFuncHook": (i32, [u32, handle, handle]),
     }
     for name, (result, arguments) in functions.items():
-        function = _library.bus[name]
+        function = getattr(_library.bus, name)  # which keeps it, unlike bus[name]
         function.restype = result
         function.argtypes = arguments
 
