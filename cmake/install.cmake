@@ -59,8 +59,20 @@ if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac DESTINATION ${NAC_INSTALL_PYTHONDIR}
     PATTERN __pycache__ EXCLUDE PATTERN "*.pyc" EXCLUDE)
 endif()
-file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9])
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9].scd)
+find_program(SCDOC scdoc)
+if(pages AND NOT SCDOC)
+  message(WARNING "Without scdoc the manual is not installed")
+  set(pages "")
+endif()
 foreach(page IN LISTS pages)
-  string(REGEX REPLACE ".*\\." "" section ${page})
-  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+  get_filename_component(name ${page} NAME_WLE)
+  string(REGEX REPLACE ".*\\." "" section ${name})
+  add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/man/${name}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
+    COMMAND ${SCDOC} < ${page} > ${PROJECT_BINARY_DIR}/man/${name}
+    DEPENDS ${page} VERBATIM)
+  list(APPEND made_pages ${PROJECT_BINARY_DIR}/man/${name})
+  install(FILES ${PROJECT_BINARY_DIR}/man/${name} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
+add_custom_target(nac_manual ALL DEPENDS ${made_pages})

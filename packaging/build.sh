@@ -41,7 +41,8 @@ TEXT
     echo 'libvorn_nac_user.so.1 libvorn-nac1 #MINVER#'
     sed 's/.*/ &@Base 1.0.0/' tests/exported_symbols.txt
 } > debian/libvorn-nac1.symbols
-for page in man/*.[1-9]; do
+for page in man/*.[1-9].scd; do
+    page=${page%.scd}
     case $page in
         'man/*.[1-9]') continue ;;
         *.1) package=vorn-nac-tools ;;
