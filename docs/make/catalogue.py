@@ -49,6 +49,10 @@ def _unwrapped(comment: str) -> str:
     return re.sub(r"\s*\n \* ?", " ", comment).strip()
 
 
+def paragraphs_of(comment: str) -> list[str]:
+    return [each for each in map(_unwrapped, re.split(r"\n \*\n(?: \* )?", comment)) if each]
+
+
 def purposes() -> dict[str, str]:
     """What each type is for: the sentence before its record."""
     found = re.findall(r"/\* ((?:(?!\*/).)*?) \*/\ntypedef struct (\w+)", _header(), re.S)
@@ -72,16 +76,16 @@ def functions() -> list[tuple[str, str]]:
 
 def promises() -> list[str]:
     """What these functions promise, a paragraph each."""
-    comment = re.search(r"/\* The seven functions of a message type\.\n(.*?)\*/", _header(), re.S)
+    comment = re.search(r"/\* The seven functions of a message type\.\n \*\n(.*?)\*/", _header(), re.S)
     assert comment is not None
-    return [_unwrapped(each) for each in re.split(r"\n \*\n", comment[1]) if each.strip()]
+    return paragraphs_of(re.sub(r"^ \* ", "", comment[1]))
 
 
 def conventions() -> list[str]:
     """What the header says of all of it, a paragraph each."""
     comment = re.search(r"\*/\n/\* (.*?)\*/", _header(), re.S)
     assert comment is not None
-    return [_unwrapped(each) for each in re.split(r"\n \*\n", comment[1])]
+    return paragraphs_of(comment[1])
 
 
 def struct_of(name: str) -> str:
