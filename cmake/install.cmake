@@ -55,10 +55,8 @@ if(NAC_BUILD_TOOL)
 endif()
 
 # Python, and the manual.
-if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac DESTINATION ${NAC_INSTALL_PYTHONDIR}
-    PATTERN __pycache__ EXCLUDE PATTERN "*.pyc" EXCLUDE)
-endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac DESTINATION ${NAC_INSTALL_PYTHONDIR}
+  PATTERN __pycache__ EXCLUDE)
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9].scd)
 find_program(SCDOC scdoc)
 if(pages AND NOT SCDOC)

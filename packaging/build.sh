@@ -44,19 +44,12 @@ TEXT
 for page in man/*.[1-9].scd; do
     page=${page%.scd}
     case $page in
-        'man/*.[1-9]') continue ;;
         *.1) package=vorn-nac-tools ;;
         man/vorn_*) package=libvorn-bus-dev ;;
         *) package=libvorn-nac-dev ;;
     esac
     echo "usr/share/man/man${page##*.}/${page##*/}" >> "debian/$package.install"
 done
-# A tree without the Python package gives all others.
-if [ ! -d python/vorn_nac ]; then
-    echo "packaging: no python/vorn_nac in this tree, so no python3-vorn-nac" >&2
-    sed -i '/^Package: python3-vorn-nac$/,/^$/d' debian/control
-    rm debian/python3-vorn-nac.*
-fi
 find . -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
 
 if ! DEB_BUILD_OPTIONS="noautodbgsym parallel=${NAC_PACKAGE_JOBS:-$(nproc)}" \

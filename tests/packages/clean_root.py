@@ -179,12 +179,8 @@ def main() -> int:
         steps: list[tuple[str, Callable[[], str]]] = [
             ("a clean Debian 12", clean.make), ("install the packages", clean.install),
             ("consumers", clean.consumers), ("the tool", clean.tool), ("two processes", clean.two_processes),
-            ("completions", clean.completions), ("Wireshark", clean.wireshark)]
-        if "python3-vorn-nac" in clean.names:
-            steps.append(("Python", clean.python))
-        if any((ROOT / "man").glob("*.scd")):
-            steps.append(("the manual", clean.manual))
-        steps.append(("remove everything", clean.remove))
+            ("completions", clean.completions), ("Wireshark", clean.wireshark),
+            ("Python", clean.python), ("the manual", clean.manual), ("remove everything", clean.remove)]
         for name, step in steps:
             start = time.monotonic()
             try:
