@@ -100,6 +100,8 @@ class Site:
         settings.write_text((DOCS / "make/mkdocs.yml").read_text() +
                             f"docs_dir: {json.dumps(str(self.pages))}\nsite_dir: {json.dumps(str(self.built))}\n")
         subprocess.run(["mkdocs", "build", "--strict", "--clean", "--quiet", "--config-file", str(settings)], check=True)
+        # For a server's root, where this site may not be.
+        (self.built / "404.html").unlink(missing_ok=True)
 
 
 def main() -> int:
