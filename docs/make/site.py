@@ -16,6 +16,7 @@ from catalogue import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
 
 DOCS = ROOT / "docs"
 MADE_HERE = ("make",)
+STYLE = ".bs-sidebar a { overflow-wrap: anywhere; }\n"  # names of types are longer than the theme's sidebar is wide
 PICTURE = re.compile(r"^<!-- picture: (\{.*\}) ?(\w*) -->$", re.M)
 
 
@@ -67,8 +68,9 @@ class Site:
             (self.pages / "pictures").mkdir(exist_ok=True)
             message = nac("encode", "--layout", found[2] or "compact", "-", given=record)
             (self.pages / place).write_text(nac("hex", "--html", "-", given=message))
+            lines = nac("hex", "-", given=message).count("\n")
             return (f'<iframe src="{place}" title="The bytes of this message and their meanings" '
-                    f'style="width: 100%; height: 26em; border: 1px solid #ccc"></iframe>\n\n'
+                    f'style="width: 100%; height: {lines * 1.3 + 6:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
                     f"A click on a byte or on a meaning marks the other.")
         return PICTURE.sub(picture, text)
 
@@ -85,6 +87,7 @@ class Site:
             text += f"\n## {each['name']}\n\n{purpose[each['name']]} {size[each['name']]}\n\n"
             text += f"```c\n{struct_of(each['name'])}\n```\n\n{self.fields(each)}"
         (self.pages / "reference.md").write_text(text)
+        (self.pages / "site.css").write_text(STYLE)
 
     @staticmethod
     def fields(each: Type) -> str:
