@@ -28,6 +28,15 @@ def nac(*arguments: str, given: str = "", **more: object) -> Done[str]:
     return Done(done.args, done.returncode, done.stdout.decode(), done.stderr.decode())
 
 
+def peak_kib(*arguments: str) -> int:
+    """Runs the tool to its good end and tells the most memory that it had."""
+    process = subprocess.Popen([NAC, *arguments], stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    process.returncode = os.waitstatus_to_exitcode(status)
+    assert process.returncode == 0, arguments
+    return usage.ru_maxrss
+
+
 def lines(*objects: object) -> str:
     return "".join(json.dumps(each) + "\n" for each in objects)
 
