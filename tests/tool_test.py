@@ -229,17 +229,6 @@ class Exchange(unittest.TestCase):
                 self.assertIn(path, done.stderr)
 
 
-class Readme(unittest.TestCase):
-    def test_sessions_show_real_output(self) -> None:
-        blocks = re.findall(r"```console\n(.*?)```", (ROOT / "README.md").read_text(), re.S)
-        self.assertGreaterEqual(len(blocks), 1)
-        for block in blocks:
-            for command, expected in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M):
-                shell = command.replace("build/release/nac", NAC)
-                done = subprocess.run(shell, shell=True, capture_output=True, text=True, cwd=ROOT, timeout=60)
-                self.assertEqual(done.stdout, expected, command)
-
-
 def contains(whole: object, part: object) -> bool:
     """Whether every field that `part` names is the same in `whole`."""
     if isinstance(part, dict):

@@ -51,7 +51,9 @@ Times time_passes(const BenchOptions& options, std::size_t records, Pass pass) {
     };
     std::uint64_t passes = 1;
     const double wanted = options.milliseconds * 1e6;
-    for (double took = run(passes); took < wanted; took = run(passes)) {
+    while (true) {
+        const double took = run(passes);
+        if (took >= wanted) break;
         const double factor = took > 0 ? wanted / took * 1.1 : 10;
         passes = std::max(passes + 1, static_cast<std::uint64_t>(static_cast<double>(passes) * factor));
     }

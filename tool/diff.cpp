@@ -2,11 +2,15 @@
 // nac diff: two messages, field by field.
 #include <fmt/format.h>
 
+#include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <exception>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -37,7 +41,7 @@ struct Side {
 void flatten(const Json& value, const std::string& path, std::vector<std::pair<std::string, Json>>& values) {
     if (value.is_object()) {
         for (const auto& [key, member] : value.items()) {
-            flatten(member, path.empty() ? key : path + "." + key, values);
+            flatten(member, path.empty() ? key : fmt::format("{}.{}", path, key), values);
         }
     } else if (value.is_array()) {
         for (std::size_t k = 0; k < value.size(); ++k)
@@ -122,6 +126,79 @@ Json json_of(const Side& side) {
             {"verdict", side.finding.verdict()}};
 }
 
+// The messages of a file one by one, read by a thread of their own that is never far ahead.
+class MessageSource {
+  public:
+    explicit MessageSource(const MessageOptions& options) : reader_([this, options] { read(options); }) {}
+    ~MessageSource() {
+        {
+            const std::lock_guard lock(mutex_);
+            unwanted_ = true;
+        }
+        changed_.notify_all();
+        reader_.join();
+    }
+    MessageSource(const MessageSource&) = delete;
+    MessageSource& operator=(const MessageSource&) = delete;
+
+    // Calls `use` with the next message; false if there is none. Throws what the reader met.
+    template <class Use>
+    bool next(const Use& use) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !waiting_.empty() || ended_; });
+        if (waiting_.empty()) {
+            if (fault_) std::rethrow_exception(fault_);
+            return false;
+        }
+        const Kept kept = std::move(waiting_.front());
+        waiting_.pop_front();
+        lock.unlock();
+        changed_.notify_all();
+        use(Message{kept.origin, *kept.type, kept.bytes});
+        return true;
+    }
+
+  private:
+    struct Kept {
+        std::string origin;
+        const MessageType* type;
+        std::vector<std::uint8_t> bytes;
+    };
+    struct Unwanted {};
+    static constexpr std::size_t kMostWaiting = 64;
+
+    void read(const MessageOptions& options) {
+        std::exception_ptr fault;
+        try {
+            for_each_message(options, [this](const Message& message) {
+                std::unique_lock lock(mutex_);
+                changed_.wait(lock, [this] { return waiting_.size() < kMostWaiting || unwanted_; });
+                if (unwanted_) throw Unwanted();
+                waiting_.push_back(
+                    {message.origin, &message.type, {message.bytes.begin(), message.bytes.end()}});
+                lock.unlock();
+                changed_.notify_all();
+            });
+        } catch (const Unwanted&) {
+            // nobody asks any more
+        } catch (...) {
+            fault = std::current_exception();
+        }
+        const std::lock_guard lock(mutex_);
+        fault_ = fault;
+        ended_ = true;
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Kept> waiting_;
+    std::exception_ptr fault_;
+    bool ended_ = false;
+    bool unwanted_ = false;
+    std::thread reader_;  // last: it uses all of the others
+};
+
 class Diff {
   public:
     Diff(Output& output, bool json) : output_(output), json_(json) {}
@@ -191,15 +268,14 @@ ExitCode run_diff(const DiffOptions& options) {
     }
     Output output(options.output);
     Diff diff(output, options.json);
-    std::deque<Side> left;
-    for_each_message(only(0), [&left](const Message& message) { left.push_back(read_side(message)); });
+    MessageSource left(only(0));
     for_each_message(only(1), [&](const Message& message) {
         const Side right = read_side(message);
-        if (left.empty()) return diff.alone(right, false);
-        diff.compare(left.front(), right);
-        left.pop_front();
+        const auto compare = [&](const Message& other) { diff.compare(read_side(other), right); };
+        if (!left.next(compare)) diff.alone(right, false);
     });
-    for (const Side& side : left) diff.alone(side, true);
+    while (left.next([&diff](const Message& message) { diff.alone(read_side(message), true); })) {
+    }
     output.finish();
     return diff.differ() ? kBadData : kOk;
 }

@@ -3,8 +3,8 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
+#include <array>
 #include <string>
-#include <vector>
 
 #include "tool/open_bus.h"
 #include "tool/program_symbols.h"
@@ -21,10 +21,10 @@ struct DoctorOptions {
     bool json = false;
 };
 
-const std::vector<const char*> kHooks = {"ZEB_OsalMemUseFlagGet", "ZEB_OsalMemCacheAlloc", "ZEB_OsalMemAlloc",
-                                         "ZEB_OsalMemFree", "ZEB_OsalLogWrite"};
-const std::vector<const char*> kBusFunctions = {"VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook",
-                                                "VORN_SendMsg", "VORN_SendToMsg"};
+constexpr std::array<const char*, 5> kHooks = {"ZEB_OsalMemUseFlagGet", "ZEB_OsalMemCacheAlloc",
+                                               "ZEB_OsalMemAlloc", "ZEB_OsalMemFree", "ZEB_OsalLogWrite"};
+constexpr std::array<const char*, 4> kBusFunctions = {
+    "VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook", "VORN_SendMsg", "VORN_SendToMsg"};
 
 // The file of the first definition in the order in which the dynamic linker looks; empty: none.
 std::string found_in(const char* name) {

@@ -66,8 +66,11 @@ ExitCode run_encode(const EncodeOptions& options) {
     return kOk;
 }
 
-const std::map<std::string, Written> kLayouts = {
-    {"compact", Written::compact}, {"image", Written::image}, {"sent", Written::sent}};
+const std::map<std::string, Written>& layouts() {
+    static const std::map<std::string, Written> names = {
+        {"compact", Written::compact}, {"image", Written::image}, {"sent", Written::sent}};
+    return names;
+}
 
 }  // namespace
 
@@ -77,7 +80,7 @@ void add_encode(CLI::App& app, Chosen& chosen) {
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--layout", options.layout,
                     "compact (if not given), image: the fixed image, sent: the one in which it is sent")
-        ->transform(CLI::CheckedTransformer(kLayouts).description("{compact,image,sent}"));
+        ->transform(CLI::CheckedTransformer(layouts()).description("{compact,image,sent}"));
     add_format_option(verb, options.format, "What to write");
     verb.add_option("--type", options.type, "Name or id of the type, where the lines are bare records")
         ->type_name("TYPE");

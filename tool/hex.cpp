@@ -66,7 +66,7 @@ class HexText {
         for (const std::size_t k : piece.meanings) {
             const Range& range = annotated.ranges[k];
             const bool whole = range.at == piece.at && range.bytes == piece.bytes;
-            std::string words = std::string(2 * range.depth, ' ') + (range.faulty ? "! " : "");
+            std::string words = std::string(std::size_t{2} * range.depth, ' ') + (range.faulty ? "! " : "");
             if (!whole) words += fmt::format("in {} to {}: ", range.at, range.at + range.bytes - 1);
             words += meaning(range, bytes);
             const char* const colour = range.faulty                  ? kRed
@@ -161,8 +161,11 @@ ExitCode run_hex(const HexOptions& options) {
     return good ? kOk : kBadData;
 }
 
-const std::map<std::string, Colour> kColours = {
-    {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+const std::map<std::string, Colour>& colours() {
+    static const std::map<std::string, Colour> names = {
+        {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+    return names;
+}
 
 }  // namespace
 
@@ -175,7 +178,7 @@ void add_hex(CLI::App& app, Chosen& chosen) {
         "--html", options.html, "One page, for a browser, in which bytes and meanings select each other");
     verb.add_flag("--json", options.json, kJsonHelp)->excludes(html);
     verb.add_option("--color", options.colour, "auto, if not given: on a terminal, unless NO_COLOR is set")
-        ->transform(CLI::CheckedTransformer(kColours).description("{auto,always,never}"));
+        ->transform(CLI::CheckedTransformer(colours()).description("{auto,always,never}"));
     verb.footer("nac assemble reads the text back. Exit code 1 if a message is damaged.");
 }
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 
@@ -176,21 +177,25 @@ std::array<std::uint8_t, 4> number_bytes(std::uint64_t number) {
 
 }  // namespace
 
-const std::map<std::string, Format> kFormats = {{"lines", Format::lines},
-                                                {"raw", Format::raw},
-                                                {"hex", Format::hex},
-                                                {"prefixed", Format::prefixed},
-                                                {"tagged", Format::tagged}};
-
-// What can be read; no verb writes captures but nac record.
-const std::map<std::string, Format> kReadFormats = [] {
-    std::map<std::string, Format> formats = kFormats;
-    formats.emplace("pcapng", Format::pcapng);
+const Formats& write_formats() {
+    static const Formats formats = {{"lines", Format::lines},
+                                    {"raw", Format::raw},
+                                    {"hex", Format::hex},
+                                    {"prefixed", Format::prefixed},
+                                    {"tagged", Format::tagged}};
     return formats;
-}();
+}
 
-void add_format_option(CLI::App& verb, Format& format, const std::string& purpose,
-                       const std::map<std::string, Format>& formats) {
+const Formats& read_formats() {
+    static const Formats formats = [] {
+        Formats names = write_formats();
+        names.emplace("pcapng", Format::pcapng);
+        return names;
+    }();
+    return formats;
+}
+
+void add_format_option(CLI::App& verb, Format& format, const std::string& purpose, const Formats& formats) {
     std::string names;
     for (const char* const name : {"lines", "raw", "hex", "prefixed", "tagged", "pcapng"}) {
         if (formats.contains(name)) names += (names.empty() ? "{" : ",") + std::string(name);
@@ -206,7 +211,7 @@ void add_format_option(CLI::App& verb, Format& format, const std::string& purpos
 
 void add_message_options(CLI::App& verb, MessageOptions& options) {
     verb.add_option("FILE", options.files, "Messages; - is standard input")->required();
-    add_format_option(verb, options.format, "What FILE holds; captures are recognised", kReadFormats);
+    add_format_option(verb, options.format, "What FILE holds; captures are recognised", read_formats());
     verb.add_option("--type", options.type, "Name or id of the messages' type, where they do not tell it")
         ->type_name("TYPE");
 }

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -25,7 +24,6 @@ enum class Format {
     tagged,    // each message behind its id and its length, two such u32
     pcapng,    // a capture of nac record, which is recognised by itself; not written
 };
-extern const std::map<std::string, Format> kFormats;
 
 // What a verb that reads messages is told.
 struct MessageOptions {
@@ -37,9 +35,14 @@ struct MessageOptions {
 // Adds FILE, --format and --type.
 void add_message_options(CLI::App& verb, MessageOptions& options);
 
-// Adds --format, for what is read or written.
+// The names of the formats. No verb writes captures but nac record.
+using Formats = std::map<std::string, Format>;
+const Formats& write_formats();
+const Formats& read_formats();
+
+// Adds --format.
 void add_format_option(CLI::App& verb, Format& format, const std::string& purpose,
-                       const std::map<std::string, Format>& formats = kFormats);
+                       const Formats& formats = write_formats());
 
 struct Message {
     std::string origin;  // "file:line", "file: message 3"

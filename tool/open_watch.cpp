@@ -19,8 +19,8 @@ volatile std::sig_atomic_t interrupted = 0;
 }  // namespace
 
 void catch_interrupts() {
-    std::signal(SIGINT, [](int) { interrupted = 1; });
-    std::signal(SIGTERM, [](int) { interrupted = 1; });
+    static_cast<void>(std::signal(SIGINT, [](int) { interrupted = 1; }));
+    static_cast<void>(std::signal(SIGTERM, [](int) { interrupted = 1; }));
 }
 
 bool is_interrupted() { return interrupted != 0; }

@@ -90,7 +90,7 @@ class RecordMaker {
             return limits.at(below(limits.size()));
         }
         // Any width in bits is as likely as any other, so that small numbers occur too.
-        return next() % (most >> below(8 * width)) + 1;
+        return next() % (most >> below(std::uint64_t{8} * width)) + 1;
     }
 
     std::uint32_t below(std::uint64_t limit) { return static_cast<std::uint32_t>(next() % limit); }
@@ -126,11 +126,14 @@ ExitCode run_random(const RandomOptions& options) {
     return kOk;
 }
 
-const std::map<std::string, Filling> kFillings = {{"zero", Filling::zero},
-                                                  {"sparse", Filling::sparse},
-                                                  {"rich", Filling::rich},
-                                                  {"extreme", Filling::extreme},
-                                                  {"mixed", Filling::mixed}};
+const std::map<std::string, Filling>& fillings() {
+    static const std::map<std::string, Filling> names = {{"zero", Filling::zero},
+                                                         {"sparse", Filling::sparse},
+                                                         {"rich", Filling::rich},
+                                                         {"extreme", Filling::extreme},
+                                                         {"mixed", Filling::mixed}};
+    return names;
+}
 
 }  // namespace
 
@@ -147,7 +150,7 @@ void add_random(CLI::App& app, Chosen& chosen) {
     verb.add_option("--filling", options.filling,
                     "zero: nothing set; sparse: one value in eight; rich: every value, no vector empty;\n"
                     "extreme: values at their limits; mixed, if not given: each in turn")
-        ->transform(CLI::CheckedTransformer(kFillings).description("{zero,sparse,rich,extreme,mixed}"));
+        ->transform(CLI::CheckedTransformer(fillings()).description("{zero,sparse,rich,extreme,mixed}"));
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, kAlwaysJsonHelp);
 }

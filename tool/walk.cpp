@@ -390,11 +390,11 @@ Annotated annotate(const Shape& shape, std::span<const std::uint8_t> message) {
 
     // What no range covers is padding where an image has some, and unread elsewhere.
     std::vector<Range> rest;
-    const auto fill = [&rest](std::uint32_t first, std::uint32_t last, const Range* padding) {
-        if (first >= last) return;
+    const auto fill = [&rest](std::uint32_t from, std::uint32_t to, const Range* padding) {
+        if (from >= to) return;
         Range range = padding != nullptr ? *padding : Range{.at = 0, .bytes = 0, .part = Part::unread};
-        range.at = first;
-        range.bytes = last - first;
+        range.at = from;
+        range.bytes = to - from;
         rest.push_back(std::move(range));
     };
     auto padding = paddings.begin();
@@ -403,9 +403,9 @@ Annotated annotate(const Shape& shape, std::span<const std::uint8_t> message) {
             while (padding != paddings.end() && padding->at + padding->bytes <= first) ++padding;
             if (padding == paddings.end() || padding->at >= last) return fill(first, last, nullptr);
             fill(first, padding->at, nullptr);
-            const std::uint32_t start = std::max(first, padding->at);
+            const std::uint32_t padded = std::max(first, padding->at);
             first = std::min(last, padding->at + padding->bytes);
-            fill(start, first, &*padding);
+            fill(padded, first, &*padding);
         }
     };
     std::uint32_t end = 0;

@@ -76,7 +76,7 @@ class Receiver {
     void watch(const std::string& route, const Watch& packet);
     void copy_to_watchers(const Data& packet, zmq::message_t& message);
     void damaged(const char* what);
-    Session* find(const std::string& route, std::uint64_t session);
+    Session* find(const std::string& route, std::uint64_t name);
     void tell(Session& session, std::uint64_t sent);
     void forget_the_silent();
 

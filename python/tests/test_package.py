@@ -62,6 +62,7 @@ def test_help_tells_every_public_name() -> None:
         if callable(each) and name != "Layout":
             assert pydoc.getdoc(each).strip(), f"{name} has no words"
     assert text.index("from vorn_nac import Bus") < 1500
+    assert {getattr(vorn_nac, name).__module__ for name in ("Bus", "Damaged", "Fault", "pack")} == {"vorn_nac"}
 
 
 def test_every_name_of_the_header_has_a_class() -> None:

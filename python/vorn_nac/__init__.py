@@ -34,3 +34,9 @@ __all__ = [
     "Error", "BadRecord", "Damaged", "BusError", "UnknownType", "LibraryNotFound",
 ]
 __all__ += records.__all__
+
+# In help and in tracebacks they are where users import them from.
+for _name in __all__:
+    if getattr(globals()[_name], "__module__", "").startswith("vorn_nac._"):
+        globals()[_name].__module__ = __name__
+del _name

@@ -193,7 +193,8 @@ TEST_F(Nats, AUnitThatIsStoredTwiceIsHandledOnce) {
     NatsServer server;
     BareClient client(server);
     TestBus receiver(url_of(server), kReceiver);
-    for (const std::uint8_t number : std::vector<std::uint8_t>{1, 1, 2, 1, 3, 3, 2}) client.store(packet_of(7, number, number));
+    for (const std::uint8_t number : std::vector<std::uint8_t>{1, 1, 2, 1, 3, 3, 2})
+        client.store(packet_of(7, number, number));
     client.store(packet_of(8, 1, 4));  // another session has numbers of its own
     ASSERT_TRUE(receiver.poll_until(4));
     const auto arrived = receiver.arrived();

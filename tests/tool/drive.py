@@ -5,7 +5,6 @@
 import json
 import os
 import pathlib
-import re
 import subprocess
 import unittest
 
@@ -27,6 +26,15 @@ def run(*arguments: str, given: bytes = b"", **more: object) -> Done[bytes]:
 def nac(*arguments: str, given: str = "", **more: object) -> Done[str]:
     done = run(*arguments, given=given.encode(), **more)
     return Done(done.args, done.returncode, done.stdout.decode(), done.stderr.decode())
+
+
+def peak_kib(*arguments: str) -> int:
+    """Runs the tool to its good end and tells the most memory that it had."""
+    process = subprocess.Popen([NAC, *arguments], stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    process.returncode = os.waitstatus_to_exitcode(status)
+    assert process.returncode == 0, arguments
+    return usage.ru_maxrss
 
 
 def lines(*objects: object) -> str:
@@ -63,9 +71,3 @@ class VerbTest(unittest.TestCase):
             faults = [fault.message for fault in validator.iter_errors(each)]
             self.assertEqual(faults, [], each)
         return objects
-
-
-def documented(path: str) -> list[tuple[str, str]]:
-    """Commands and their output, from the console blocks of a document."""
-    blocks = re.findall(r"```console\n(.*?)```", (ROOT / path).read_text(), re.S)
-    return [pair for block in blocks for pair in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M)]

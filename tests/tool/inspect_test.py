@@ -254,6 +254,13 @@ class Diff(VerbTest):
             self.assertRegex(done.stdout, word)
             self.assertEqual(self.diff(left, right, "--json").returncode, 1)
 
+    def test_a_side_that_cannot_be_read_is_told(self) -> None:
+        for left, right in (("{", lines(PORT)), (lines(PORT), "{"), (lines(*[PORT] * 500) + "{", lines(PORT))):
+            done = self.diff(left, right)
+            self.assert_complains(done, 1, "not JSON, at character")
+        self.assert_complains(nac("diff", str(SESSION), "/nowhere/file"), 3, "/nowhere/file")
+        self.assert_complains(nac("diff", "/nowhere/file", f"{self.folder}/right"), 3, "/nowhere/file")
+
     def test_two_files_are_needed(self) -> None:
         self.assert_complains(nac("diff", str(SESSION)), 2, "FILE")
         self.assert_complains(nac("diff", "-", "-"), 2, "cannot be both sides")
