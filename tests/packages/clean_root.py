@@ -31,6 +31,24 @@ TWO_PROCESSES = f"""
     wc -l < $folder/heard"""
 
 
+# The tutorial's commands, in their order, with the installed tool where the page has that of the build.
+TUTORIAL = """
+import pathlib, sys, tempfile
+sys.path.insert(0, "tests")
+import documents_test as documents
+wrong, count = [], 0
+with tempfile.TemporaryDirectory() as folder:
+    place = documents.Place(pathlib.Path(folder))
+    del place.environment["VORN_NAC_LIBRARY_DIR"]
+    for shown in documents.consoles(pathlib.Path("docs/tutorial.md")):
+        for command, printed in place.run(shown):
+            count += 1
+            if not documents.matches(printed, command.output):
+                wrong.append(f"{command.command}: {printed!r}")
+print("; ".join(wrong) if wrong or not count else f"{count} commands print what the page shows")
+"""
+
+
 class Failure(Exception):
     pass
 
@@ -61,7 +79,7 @@ class CleanRoot:
         found = self.inside(script, "nobody").strip()
         if expected not in found:
             raise Failure(f"expected {expected!r} in what came: {found[-2000:]!r}")
-        return expected
+        return found if len(found) < 200 else expected
 
     def files(self) -> set[str]:
         found = set()
@@ -128,18 +146,28 @@ class CleanRoot:
         self.expect("tshark -r /usr/share/doc/vorn-nac-tools/examples/port-move.pcapng -V 2>/dev/null", "Nac_SetPortMsg")
         return "tshark names the messages of a capture"
 
-    def python(self) -> str:
-        """The package's tests, but for those of the source tree as such, on what is installed."""
+    def sources(self) -> str:
+        """Documents and tests, but none of what the packages bring."""
         tree = self.root / "tmp/tree"
         listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "-z", "docs", "examples",
-                                 "fuzz/corpus", "nac", "python", "tests/reference"], check=True, capture_output=True,
-                                text=True, cwd=ROOT).stdout
-        for name in listed.rstrip("\0").split("\0"):
-            if not name.startswith("python/vorn_nac/") and (ROOT / name).is_file():
-                (tree / name).parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy(ROOT / name, tree / name)
+                                 "fuzz/corpus", "man", "nac", "python", "tests/reference", "tests/documents_test.py"],
+                                check=True, capture_output=True, text=True, cwd=ROOT).stdout
+        names = [name for name in listed.rstrip("\0").split("\0")
+                 if not name.startswith("python/vorn_nac/") and (ROOT / name).is_file()]
+        for name in names:
+            (tree / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ROOT / name, tree / name)
         (tree / "python/vorn_nac").symlink_to("/usr/lib/python3/dist-packages/vorn_nac")
         self.inside("chmod -R a+rX /tmp/tree")
+        return f"{len(names)} files"
+
+    def tutorial(self) -> str:
+        (self.root / "tmp/tutorial.py").write_text(TUTORIAL)
+        return self.expect("cd /tmp/tree && NAC=/usr/bin/nac PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=tests "
+                           "python3 /tmp/tutorial.py", "commands print what the page shows")
+
+    def python(self) -> str:
+        """The package's tests, but for those of the source tree as such, on what is installed."""
         said = self.inside("cd /tmp/tree && NAC=/usr/bin/nac PYTHONDONTWRITEBYTECODE=1 python3 -m pytest -q -p no:cacheprovider "
                            "python/tests/test_codec.py python/tests/test_bus.py", "nobody")
         return said.strip().splitlines()[-1]
@@ -180,7 +208,8 @@ def main() -> int:
             ("a clean Debian 12", clean.make), ("install the packages", clean.install),
             ("consumers", clean.consumers), ("the tool", clean.tool), ("two processes", clean.two_processes),
             ("completions", clean.completions), ("Wireshark", clean.wireshark),
-            ("Python", clean.python), ("the manual", clean.manual), ("remove everything", clean.remove)]
+            ("documents and tests", clean.sources), ("the tutorial", clean.tutorial), ("Python", clean.python),
+            ("the manual", clean.manual), ("remove everything", clean.remove)]
         for name, step in steps:
             start = time.monotonic()
             try:
