@@ -55,7 +55,7 @@ def build_elsewhere(folder: pathlib.Path) -> pathlib.Path:
     say(f"building in {place / 'work'} as {user.pw_name}")
     subprocess.run([source / "packaging/build.sh", place / "packages", place / "work"], check=True, cwd=place,
                    env={"PATH": os.environ["PATH"], "HOME": "/nonexistent", "USER": user.pw_name, "TZ": "Asia/Tokyo",
-                        "LC_ALL": "C", "SOURCE_DATE_EPOCH": last_commit(), "NAC_PACKAGE_JOBS": "1"}, **settings)
+                        "LC_ALL": "C", "SOURCE_DATE_EPOCH": last_commit()}, **settings)
     return place / "packages"
 
 
@@ -65,6 +65,7 @@ def hashes(packages: pathlib.Path, unpacked: pathlib.Path) -> dict[str, str]:
     for package in sorted(packages.glob("*.deb")):
         found[package.name] = hashlib.sha256(package.read_bytes()).hexdigest()
         folder = unpacked / package.stem
+        folder.mkdir(parents=True)
         subprocess.run(["dpkg-deb", "--extract", package, folder], check=True)
         for path in sorted(folder.rglob("*")):
             if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] in (b"\x7fELF", b"!<ar"):
