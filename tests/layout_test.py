@@ -23,7 +23,8 @@ def files(*patterns: str) -> list[str]:
 
 
 SOURCES = files("*.c", "*.cpp", "*.h")
-SCRIPTS = files("*.py", "*.cmake", "*CMakeLists.txt", "dev", ".ci/run")
+SCRIPTS = files("*.py", "*.cmake", "*CMakeLists.txt", "dev", ".ci/run", "*.sh", "*Makefile", "*.cjs", "*.lua", "*.map", "*.in",
+                "*.list", "*.supp", "man/*.scd", "packaging/debian/rules", "packaging/debian/control")
 
 
 def own_includes(path: str) -> list[str]:
@@ -57,7 +58,7 @@ class Layout(unittest.TestCase):
 
     def test_every_file_begins_with_its_licence(self) -> None:
         for path in SOURCES + SCRIPTS:
-            first_lines = (ROOT / path).read_text().splitlines()[:2]
+            first_lines = (ROOT / path).read_text().splitlines()[:4]
             self.assertTrue(any("SPDX-License-Identifier: Apache-2.0" in line for line in first_lines), path)
 
     def test_a_unit_fits_a_screen(self) -> None:

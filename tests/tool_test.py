@@ -229,34 +229,6 @@ class Exchange(unittest.TestCase):
                 self.assertIn(path, done.stderr)
 
 
-class Readme(unittest.TestCase):
-    def test_sessions_show_real_output(self) -> None:
-        blocks = re.findall(r"```console\n(.*?)```", (ROOT / "README.md").read_text(), re.S)
-        self.assertGreaterEqual(len(blocks), 3)
-        listener = None  # a terminal of its own, whose output is that of the command in the next block
-        with tempfile.TemporaryDirectory() as folder:
-            environment = {**os.environ, "XDG_RUNTIME_DIR": folder}
-            for block in blocks:
-                for command, expected in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M):
-                    process = subprocess.Popen(command.replace("build/release/nac", NAC), shell=True, cwd=ROOT, text=True,
-                                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment)
-                    if " listen " in command:
-                        listener = (process, expected, command)
-                        continue
-                    self.compare(process, expected, command)
-                    if listener:
-                        self.compare(*listener)
-                        listener = None
-
-    def compare(self, process: "subprocess.Popen[str]", expected: str, command: str) -> None:
-        """The whole output, or, up to a line of three dots, its beginning."""
-        output, words = process.communicate(timeout=60)
-        if " listen " not in command:  # which first says where it listens, another place each time
-            output += words
-        shown = expected.removesuffix("...\n")
-        self.assertEqual(output[:len(shown)] if shown != expected else output, shown, command + "\n" + words)
-
-
 def contains(whole: object, part: object) -> bool:
     """Whether every field that `part` names is the same in `whole`."""
     if isinstance(part, dict):

@@ -94,10 +94,9 @@ ExitCode look_at_program(const std::string& file, Report& report) {
     for (const std::string& library : symbols.needed) report.needs(library);
     report.finish();
     if (hidden) {
-        throw CommandError(kBadData,
-                           fmt::format("{}: link it with -rdynamic, or against vorn_host, which exports "
-                                       "the host services",
-                                       file));
+        throw CommandError(kBadData, fmt::format("{}: link it with -rdynamic, or against vorn_host (in CMake "
+                                                 "vorn_nac::host), which exports the host services",
+                                                 file));
     }
     return kOk;
 }

@@ -274,7 +274,8 @@ class Workshop:
             path.write_text(text)
 
     def objects(self) -> list[pathlib.Path]:
-        return [item for part in ("library", "runtime") for item in (self.plain / part).rglob("*.o")]
+        return [item for part in ("library/CMakeFiles/vorn_nac_user_objects.dir", "runtime")
+                for item in (self.plain / part).rglob("*.o")]
 
     def quick_killer(self) -> str:
         """The same, with a library of which only the data-flow units and the common runtime have the fault."""

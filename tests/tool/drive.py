@@ -5,7 +5,6 @@
 import json
 import os
 import pathlib
-import re
 import subprocess
 import unittest
 
@@ -72,9 +71,3 @@ class VerbTest(unittest.TestCase):
             faults = [fault.message for fault in validator.iter_errors(each)]
             self.assertEqual(faults, [], each)
         return objects
-
-
-def documented(path: str) -> list[tuple[str, str]]:
-    """Commands and their output, from the console blocks of a document."""
-    blocks = re.findall(r"```console\n(.*?)```", (ROOT / path).read_text(), re.S)
-    return [pair for block in blocks for pair in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M)]

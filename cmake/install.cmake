@@ -1,0 +1,76 @@
+# SPDX-License-Identifier: Apache-2.0
+# What is installed, and where. packaging/debian sorts the same files into packages.
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/vorn_nac)
+set(NAC_INSTALL_PYTHONDIR lib/python3/dist-packages CACHE PATH "Where the Python package goes")
+set(NAC_INSTALL_WIRESHARKDIR ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins CACHE PATH "Where Wireshark looks for plugins")
+
+# A pkg-config file finds the others from where it is, so that the whole prefix can be moved.
+file(RELATIVE_PATH to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" to_prefix ${to_prefix})
+function(install_pkg_config name)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/pkgconfig/${name}.pc.in ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+function(install_header path)
+  get_filename_component(folder ${path} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${path} DESTINATION ${NAC_INSTALL_INCLUDEDIR}/${folder})
+endfunction()
+
+# The library.
+install(TARGETS vorn_nac_user vorn_nac_user_static EXPORT vorn_nac-library)
+install(EXPORT vorn_nac-library NAMESPACE vorn_nac:: DESTINATION ${package_folder})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/vorn_nac-config.cmake.in
+  ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/vorn_nac-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake ${PROJECT_BINARY_DIR}/vorn_nac-config-version.cmake
+  DESTINATION ${package_folder})
+install_header(nac/nac_messages.h)
+install_header(bus/vorn_bus_api.h)
+install_header(runtime/zeb_osal_api.h)
+install_pkg_config(vorn_nac)
+install_pkg_config(vorn_nac_static)
+
+# The bus, and what a host links.
+if(NAC_BUILD_BUS)
+  install(TARGETS vorn_bus vorn_host vorn_host_static EXPORT vorn_nac-bus)
+  install(EXPORT vorn_nac-bus NAMESPACE vorn_nac:: DESTINATION ${package_folder})
+  install_header(vorn/vorn_bus.h)
+  install(FILES ${PROJECT_SOURCE_DIR}/vorn/host_services.list DESTINATION ${NAC_INSTALL_DATADIR})
+  install_pkg_config(vorn_bus)
+  install_pkg_config(vorn_host)
+  install_pkg_config(vorn_host_static)
+endif()
+
+# The tool, and what it says of itself.
+if(NAC_BUILD_TOOL)
+  file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(nac PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
+  install(TARGETS nac)
+  install(FILES ${NAC_SPOKEN}/nac.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME nac)
+  install(FILES ${NAC_SPOKEN}/_nac DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  install(FILES ${NAC_SPOKEN}/nac.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+  install(FILES ${NAC_SPOKEN}/vorn_nac.lua DESTINATION ${NAC_INSTALL_WIRESHARKDIR})
+endif()
+
+# Python, and the manual.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac DESTINATION ${NAC_INSTALL_PYTHONDIR}
+  PATTERN __pycache__ EXCLUDE)
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9].scd)
+find_program(SCDOC scdoc)
+if(pages AND NOT SCDOC)
+  message(WARNING "Without scdoc the manual is not installed")
+  set(pages "")
+endif()
+foreach(page IN LISTS pages)
+  get_filename_component(name ${page} NAME_WLE)
+  string(REGEX REPLACE ".*\\." "" section ${name})
+  add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/man/${name}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
+    COMMAND ${SCDOC} < ${page} > ${PROJECT_BINARY_DIR}/man/${name}
+    DEPENDS ${page} VERBATIM)
+  list(APPEND made_pages ${PROJECT_BINARY_DIR}/man/${name})
+  install(FILES ${PROJECT_BINARY_DIR}/man/${name} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+add_custom_target(nac_manual ALL DEPENDS ${made_pages})

@@ -1,0 +1,72 @@
+# SPDX-License-Identifier: Apache-2.0
+# Walks through the tutorial as a newcomer does, and times it: a fresh copy of the sources, then the first commands of
+# docs/tutorial.md up to the first decoded message, which must be at most three and take at most five minutes. What else
+# keeps the machine busy counts too, so the processor's time is told beside it.
+#
+#     python3 docs/make/newcomer.py [--json]
+import json
+import os
+import pathlib
+import re
+import resource
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+MOST_COMMANDS = 3
+MOST_SECONDS = 300
+LEFT_OUT = shutil.ignore_patterns("build", ".git", "__pycache__")
+
+
+def walk() -> list[tuple[str, str]]:
+    """The commands up to the first heading behind the title, and what each shall print; empty: anything."""
+    text = (ROOT / "docs/tutorial.md").read_text().split("\n## ")[0]
+    commands = []
+    for language, block in re.findall(r"^```(\w*)\n(.*?)^```", text, re.M | re.S):
+        if language == "console":
+            commands += re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", block, re.M)
+        else:
+            commands += [(line, "") for line in block.splitlines()]
+    return commands
+
+
+def main() -> int:
+    steps = []
+    problems = []
+    with tempfile.TemporaryDirectory() as folder:
+        place = pathlib.Path(folder) / "sources"
+        shutil.copytree(ROOT, place, ignore=LEFT_OUT)
+        for command, shown in walk():
+            start = time.monotonic()
+            done = subprocess.run(["bash", "-c", command], capture_output=True, text=True, cwd=place)
+            steps.append({"command": command, "seconds": round(time.monotonic() - start, 1), "exit_code": done.returncode})
+            if done.returncode != 0:
+                problems.append(f"{command} ends with {done.returncode}: {(done.stdout + done.stderr)[-500:]}")
+                break
+            if shown and done.stdout != shown:
+                problems.append(f"{command} prints {done.stdout!r}, not {shown!r}")
+    seconds = round(sum(float(step["seconds"]) for step in steps), 1)
+    if len(steps) > MOST_COMMANDS:
+        problems.append(f"{len(steps)} commands are more than {MOST_COMMANDS}")
+    if seconds > MOST_SECONDS:
+        problems.append(f"{seconds} s are more than {MOST_SECONDS} s")
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    processor = round(used.ru_utime + used.ru_stime, 1)
+    load = round(os.getloadavg()[1], 1)
+    if "--json" in sys.argv:
+        print(json.dumps({"steps": steps, "seconds": seconds, "processor_seconds": processor, "processors": os.cpu_count(),
+                          "load": load, "problems": problems}))
+    else:
+        for step in steps:
+            print(f"{step['seconds']:7.1f} s  {step['command']}")
+        print(f"{seconds:7.1f} s  from nothing to a decoded message, in {len(steps)} commands")
+        print(f"{processor:7.1f} s  of a processor's time, on {os.cpu_count()} processors with a load of {load}")
+        print("".join(f"problem: {problem}\n" for problem in problems), end="")
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,121 @@
+# SPDX-License-Identifier: Apache-2.0
+# Builds the site from docs/: with pictures made by `nac hex --html`, a reference made from the descriptions, and the sources
+# that pages refer to.
+#
+#     python3 docs/make/site.py                 # into build/site
+#     python3 docs/make/site.py --into FOLDER   # into FOLDER/site
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+from catalogue import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
+
+DOCS = ROOT / "docs"
+MADE_HERE = ("make",)
+STYLE = ".bs-sidebar a { overflow-wrap: anywhere; }\n"  # names of types are longer than the theme's sidebar is wide
+PICTURE = re.compile(r"^<!-- picture: (\{.*\}) ?(\w*) -->$", re.M)
+
+
+class Site:
+    def __init__(self, folder: pathlib.Path) -> None:
+        self.pages = folder / "site-pages"
+        self.built = folder / "site"
+        self.pictures = 0
+        shutil.rmtree(self.pages, ignore_errors=True)
+        self.pages.mkdir(parents=True)
+
+    def collect(self) -> None:
+        for path in sorted(DOCS.rglob("*")):
+            name = path.relative_to(DOCS)
+            if path.is_dir() or name.parts[0] in MADE_HERE:
+                continue
+            place = self.pages / name
+            place.parent.mkdir(parents=True, exist_ok=True)
+            if path.suffix == ".md":
+                place.write_text(self.with_pictures(self.with_links(path), name))
+            else:
+                shutil.copy(path, place)
+
+    def with_links(self, path: pathlib.Path) -> str:
+        """The page, with what it links to outside of docs/ beside it."""
+        def link(found: re.Match[str]) -> str:
+            text, target = found[1], found[2]
+            name, _, _ = target.partition("#")
+            if not name or re.match(r"\w+:", target):
+                return found[0]
+            leads_to = (path.parent / name).resolve()
+            if leads_to.is_relative_to(DOCS) and leads_to.is_file():
+                return found[0]
+            if leads_to.is_dir() or leads_to.suffix == ".md":
+                return f"{text} (`{leads_to.relative_to(ROOT)}`)"
+            # As text, since a browser would rather save a header than show it.
+            copy = self.pages / "source" / (str(leads_to.relative_to(ROOT)) + ".txt")
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(leads_to, copy)
+            return f"[{text}]({os.path.relpath(copy, (self.pages / path.relative_to(DOCS)).parent)})"
+
+        return re.sub(r"(?<!!)\[([^\]]*)\]\(([^)\s]+)\)", link, path.read_text())
+
+    def with_pictures(self, text: str, name: pathlib.Path) -> str:
+        def picture(found: re.Match[str]) -> str:
+            self.pictures += 1
+            record = json.dumps(json.loads(found[1]))
+            place = f"pictures/{name.stem}-{self.pictures}.html"
+            (self.pages / "pictures").mkdir(exist_ok=True)
+            message = nac("encode", "--layout", found[2] or "compact", "-", given=record)
+            (self.pages / place).write_text(nac("hex", "--html", "-", given=message))
+            lines = nac("hex", "-", given=message).count("\n")
+            return (f'<iframe src="{place}" title="The bytes of this message and their meanings" '
+                    f'style="width: 100%; height: {lines * 1.3 + 6:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
+                    f"A click on a byte or on a meaning marks the other.")
+        return PICTURE.sub(picture, text)
+
+    def reference(self) -> None:
+        all_types = types()
+        purpose, size = purposes(), sizes()
+        text = "# Reference\n\nAll message types, and the tables that travel only inside them. "
+        text += f"Made from the library's descriptions, and from {HEADER}.\n\n"
+        text += "| type | id | module | |\n|---|---|---|---|\n"
+        for each in all_types:
+            number = f"0x{each['id']:08X}" if each["id"] is not None else ""
+            text += f"| [{each['name']}](#{each['name'].lower()}) | {number} | {each['module'] or ''} | {purpose[each['name']]} |\n"
+        for each in all_types:
+            text += f"\n## {each['name']}\n\n{purpose[each['name']]} {size[each['name']]}\n\n"
+            text += f"```c\n{struct_of(each['name'])}\n```\n\n{self.fields(each)}"
+        (self.pages / "reference.md").write_text(text)
+        (self.pages / "site.css").write_text(STYLE)
+
+    @staticmethod
+    def fields(each: Type) -> str:
+        text = "| field | kind | shown as | in the record at | slot at | in the image at |\n|---|---|---|---|---|---|\n"
+        for field in each["fields"]:
+            kind = f"[{field['kind']}](#{field['table'].lower()})" if field["form"] == "nested table" else f"`{field['kind']}`"
+            image = "" if field["image_offset"] is None else field["image_offset"]
+            text += f"| {field['name']} | {kind} | {field['display']} | {field['record_offset']} | {field['slot']} | {image} |\n"
+        return text
+
+    def build(self) -> None:
+        settings = self.pages.parent / "mkdocs.yml"
+        settings.write_text((DOCS / "make/mkdocs.yml").read_text() +
+                            f"docs_dir: {json.dumps(str(self.pages))}\nsite_dir: {json.dumps(str(self.built))}\n")
+        subprocess.run(["mkdocs", "build", "--strict", "--clean", "--quiet", "--config-file", str(settings)], check=True)
+        # For a server's root, where this site may not be.
+        (self.built / "404.html").unlink(missing_ok=True)
+
+
+def main() -> int:
+    folder = pathlib.Path(sys.argv[2]).resolve() if sys.argv[1:2] == ["--into"] else ROOT / "build"
+    site = Site(folder)
+    site.collect()
+    site.reference()
+    site.build()
+    print(f"{site.built}/index.html: {sum(1 for _ in site.built.rglob('*.html'))} pages, {site.pictures} pictures")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: Apache-2.0
+# What the tests of the Python package share. NAC names the tool, which tells what the library does.
+import os
+import pathlib
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
+CORPUS = ROOT / "tests/reference/corpus"
+FUZZ_CORPUS = ROOT / "fuzz/corpus"
+
+
+def nac(*arguments: str) -> subprocess.CompletedProcess[str]:
+    """Runs the tool; 1 says that some message is damaged."""
+    done = subprocess.run([NAC, *arguments], capture_output=True, text=True, cwd=ROOT, timeout=120)
+    assert done.returncode in (0, 1), done.stderr
+    return done

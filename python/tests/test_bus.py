@@ -1,0 +1,130 @@
+# SPDX-License-Identifier: Apache-2.0
+# The bus from Python: what is sent arrives, between threads, processes, and Python and the tool.
+import json
+import pathlib
+import select
+import subprocess
+import sys
+import threading
+
+import pytest
+import vorn_nac
+from support import NAC, ROOT
+from vorn_nac import Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result
+
+
+@pytest.fixture
+def url(tmp_path: pathlib.Path) -> str:
+    return f"ipc://{tmp_path}"
+
+
+def test_a_unit_arrives_in_order_and_together(url: str) -> None:
+    with Bus(url, 1) as sender, Bus(url, 2) as receiver:
+        sent = [Nac_SetPortMsg(f0=24, f1=1), Nac_UserTableHitMsg(f3=9), Nac_SetUserTableMsg(f15=[1, 2], f31=b"alice")]
+        sender.send(2, sent, target=77)
+        arrived = [receiver.receive(timeout=10) for _ in sent]
+        assert [each.record for each in arrived if each] == sent
+        assert [(each.source, each.destination, each.target, each.repeated, each.faults) for each in arrived if each] \
+            == [(1, 2, 77, False, [])] * 3
+        assert [each.packed for each in arrived if each] == [vorn_nac.pack(each, "sent") for each in sent]
+        assert receiver.receive(timeout=0.05) is None
+        sender.flush(timeout=10)
+        assert (sender.counters.sent_units, sender.counters.sent_messages) == (1, 3)
+        assert (receiver.counters.received_units, receiver.counters.received_messages) == (1, 3)
+
+
+def test_all_types_arrive(url: str) -> None:
+    lines = [json.loads(line) for line in (ROOT / "examples/access-session.jsonl").read_text().splitlines()]
+    records = [vorn_nac.from_json(vorn_nac.TYPES[line["type"]], line["record"]) for line in lines]
+    assert {type(record).__name__ for record in records} == set(vorn_nac.TYPES)
+    with Bus(url, 1) as sender, Bus(url, 2) as receiver:
+        for record in records:
+            sender.send(2, record)
+        for record, message in zip(records, receiver):
+            assert message.record == record
+
+
+def test_refusals_are_exceptions_with_words(url: str) -> None:
+    with Bus(url, 1, send_timeout=0) as bus:
+        with pytest.raises(BusError, match="sending to 9: ") as caught:
+            bus.send(9, Nac_SetPortMsg())
+        assert caught.value.result == Result.NO_PEER
+        with pytest.raises(BusError) as caught:
+            bus.send(9, [])
+        assert caught.value.result == Result.BAD_ARGUMENT
+        with pytest.raises(BusError) as caught:
+            Bus(url, 1)
+        assert caught.value.result == Result.ADDRESS_TAKEN
+        with pytest.raises(ValueError, match="to 4294967296 does not fit into 32 bits"):
+            bus.send(1 << 32, Nac_SetPortMsg())
+    with pytest.raises(BusError, match="this bus is closed") as caught:
+        bus.send(2, Nac_SetPortMsg())
+    assert caught.value.result == Result.NOT_OPEN
+    bus.close()
+    with pytest.raises(BusError) as caught:
+        Bus("carrier-pigeon://", 1)
+    assert caught.value.result == Result.BAD_URL
+
+
+def test_a_thread_receives_while_others_send(url: str) -> None:
+    with Bus(url, 1) as sender, Bus(url, 2) as receiver:
+        numbers: list[int] = []
+
+        def listen() -> None:
+            while len(numbers) < 400:
+                message = receiver.receive(timeout=10)
+                assert message is not None and isinstance(message.record, Nac_SetPortMsg)
+                numbers.append(message.record.f0)
+
+        def send_hundred(first: int) -> None:
+            for k in range(100):
+                sender.send(2, Nac_SetPortMsg(f0=first + k))
+
+        listener = threading.Thread(target=listen)
+        senders = [threading.Thread(target=send_hundred, args=[first]) for first in range(0, 400, 100)]
+        for thread in (listener, *senders):
+            thread.start()
+        for thread in (listener, *senders):
+            thread.join()
+        assert sorted(numbers) == list(range(400))
+        for first in range(0, 400, 100):
+            assert [each for each in numbers if first <= each < first + 100] == list(range(first, first + 100))
+
+
+def test_the_descriptor_is_readable_when_something_has_come(url: str) -> None:
+    with Bus(url, 1) as sender, Bus(url, 2) as receiver:
+        while receiver.receive(timeout=0) is not None:
+            pass
+        sender.send(2, Nac_SetPortMsg(f0=5))
+        assert select.select([receiver], [], [], 10)[0] == [receiver]
+        message = receiver.receive(timeout=10)
+        assert message is not None and message.record == Nac_SetPortMsg(f0=5)
+
+
+def test_the_tool_hears_what_python_sends(url: str) -> None:
+    listener = subprocess.Popen([NAC, "listen", "--bus", url, "--as", "2", "--count", "1", "--timeout", "20", "--json"],
+                                stdout=subprocess.PIPE, text=True)
+    with Bus(url, 1, send_timeout=10) as bus:
+        bus.send(2, Nac_SetPortMsg(f0=24, f1=1))
+        bus.flush(timeout=10)
+    told = json.loads(listener.communicate(timeout=20)[0])
+    assert told["type"] == "Nac_SetPortMsg" and told["record"] == {"f0": 24, "f1": 1}
+
+
+def test_python_hears_what_the_tool_sends_and_counts_it(url: str) -> None:
+    with Bus(url, 2) as bus:
+        sender = subprocess.Popen([NAC, "send", "--bus", url, "--to", "2", str(ROOT / "examples/access-session.jsonl")],
+                                  stderr=subprocess.DEVNULL)
+        messages = [bus.receive(timeout=10) for _ in range(29)]
+        assert sender.wait(timeout=20) == 0
+        assert len({type(each.record) for each in messages if each}) == 25
+        assert vorn_nac.ask_counters(2, url).received_messages == 29
+
+
+def test_the_example_of_two_processes_runs() -> None:
+    path = ROOT / "python/examples/two_processes.py"
+    done = subprocess.run([sys.executable, str(path)], capture_output=True, text=True, timeout=60)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout == "from 1: Nac_SetPortMsg(f0=24, f1=1)\nfrom 1: Nac_SetPortMsg(f0=25, f1=0)\n"
+    code = [line for line in path.read_text().splitlines() if line and not line.startswith("#")]
+    assert len(code) <= 15

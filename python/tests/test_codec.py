@@ -1,0 +1,165 @@
+# SPDX-License-Identifier: Apache-2.0
+# pack, unpack and verify make what the library makes of the same records and bytes, as `nac` tells it.
+import json
+import pathlib
+import subprocess
+import sys
+from typing import Any, Iterator
+
+import pytest
+import vorn_nac
+from support import CORPUS, FUZZ_CORPUS, NAC, ROOT, nac
+from vorn_nac import BadRecord, Damaged, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_SrvCar, UnknownType
+
+TYPE_NAMES = list(vorn_nac.TYPES)
+
+
+def lost_in(value: Any, path: str = "") -> Iterator[tuple[str, int]]:
+    if isinstance(value, dict) and value.keys() == {"lost"}:
+        yield path, value["lost"]
+    elif isinstance(value, dict):
+        for key, each in value.items():
+            yield from lost_in(each, f"{path}.{key}" if path else key)
+    elif isinstance(value, list):
+        for k, each in enumerate(value):
+            yield from lost_in(each, f"{path}[{k}]")
+
+
+def emptied(shape: vorn_nac.Shape, value: dict[str, Any]) -> dict[str, Any]:
+    """The record with an empty vector for each that is lost."""
+    made = {}
+    for field in shape.fields:
+        each = value[field.name]
+        if isinstance(each, dict) and each.keys() == {"lost"}:
+            each = "" if field.element_bytes == 1 else []
+        elif field.table is not None:
+            inner = getattr(vorn_nac, field.table).shape
+            each = emptied(inner, each) if isinstance(each, dict) else [emptied(inner, one) for one in each]
+        made[field.name] = each
+    return made
+
+
+def agree(messages: list[tuple[str, bytes]], tmp_path: pathlib.Path) -> int:
+    """Holds unpack and verify against `nac decode` and `nac verify`; returns how many messages are damaged."""
+    def told_by(verb: str, some: list[tuple[str, bytes]]) -> list[dict[str, Any]]:
+        given = tmp_path / verb
+        given.write_text("".join(json.dumps({"type": name, "hex": data.hex()}) + "\n" for name, data in some))
+        told = [json.loads(line) for line in nac(verb, "--json", str(given)).stdout.splitlines()]
+        assert len(told) == len(some)
+        return told
+
+    # The tool reads no message of a size that none can have; it verifies them.
+    decoded = iter(told_by("decode", [message for message in messages if len(message[1]) >= 4]))
+    damaged = 0
+    for (name, data), told in zip(messages, told_by("verify", messages)):
+        lost: dict[str, int] = {}
+        try:
+            record = vorn_nac.unpack(name, data)
+            verdict = "ok"
+        except Damaged as error:
+            record, verdict, lost = error.record, error.verdict, error.lost
+            damaged += 1
+        shape = vorn_nac.TYPES[name].shape
+        assert verdict == told["verdict"], (name, data.hex())
+        found = vorn_nac.inspect(name, data)
+        if verdict == "argument":
+            assert len(found.faults) == 1 and told["faults"] == [] and record == vorn_nac.TYPES[name]()
+            continue
+        read = next(decoded)
+        assert verdict == read["verdict"], (name, data.hex())
+        assert vorn_nac.to_json(record) == emptied(shape, read["record"]), (name, data.hex())
+        assert lost == dict(lost_in(read["record"])), (name, data.hex())
+        assert found.layout == told["layout"] and found.more_faults == told["more_faults"], (name, data.hex())
+        assert [fault._asdict() for fault in vorn_nac.verify(name, data)] == told["faults"], (name, data.hex())
+    return damaged
+
+
+def test_unpack_and_verify_agree_on_the_corpus_of_the_reference(tmp_path: pathlib.Path) -> None:
+    messages = []
+    for path in sorted(CORPUS.glob("*.jsonl")):
+        for case in map(json.loads, path.read_text().splitlines()):
+            if not case.keys() & {"null", "length", "fail_allocation"}:
+                messages.append((case["type"], bytes.fromhex(case["hex"])))
+    damaged = agree(messages, tmp_path)
+    assert len(messages) > 10_000 and damaged > 1_000
+    print(f"count: {len(messages)} messages of the corpus, {damaged} damaged, are the same in Python")
+
+
+def test_unpack_and_verify_agree_on_the_inputs_of_fuzzers(tmp_path: pathlib.Path) -> None:
+    messages = []
+    for path in sorted(FUZZ_CORPUS.glob("*_fuzz/*")):
+        data = path.read_bytes()
+        # As the fuzzers that read take it: the type, options, and then the message.
+        messages.append((TYPE_NAMES[data[0] % len(TYPE_NAMES)] if data else TYPE_NAMES[0], data[2:]))
+    damaged = agree(messages, tmp_path)
+    assert len(messages) > 2000 and damaged > 500
+    print(f"count: {len(messages)} inputs of fuzzers, {damaged} damaged, are the same in Python")
+
+
+def random_records(*arguments: str) -> list[dict[str, Any]]:
+    return [json.loads(line) for line in nac("random", *arguments).stdout.splitlines()]
+
+
+@pytest.mark.parametrize("filling", ["zero", "sparse", "rich", "extreme"])
+def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> None:
+    given = [line for seed in range(4) for name in TYPE_NAMES
+             for line in random_records("--type", name, "--filling", filling, "--count", "5", "--seed", str(seed))]
+    records = [vorn_nac.from_json(vorn_nac.TYPES[line["type"]], line["record"]) for line in given]
+    assert [vorn_nac.to_json(record) for record in records] == [line["record"] for line in given]
+    layouts: tuple[vorn_nac.Layout, ...] = ("compact", "image", "sent")
+    for layout in layouts:
+        some = [(line, record) for line, record in zip(given, records)
+                if layout != "image" or record.shape.image_bytes is not None]
+        path = tmp_path / layout
+        path.write_text("".join(json.dumps(line) + "\n" for line, _ in some))
+        encoded = [json.loads(line)["hex"] for line in nac("encode", "--layout", layout, str(path)).stdout.splitlines()]
+        assert [vorn_nac.pack(record, layout).hex() for _, record in some] == encoded
+        for (_, record), packed in zip(some, encoded):
+            assert vorn_nac.unpack(type(record), bytes.fromhex(packed)) == record
+            assert vorn_nac.verify(type(record), bytes.fromhex(packed)) == []
+
+
+def test_the_record_classes_are_up_to_date() -> None:
+    done = subprocess.run([sys.executable, str(ROOT / "docs/make/python_records.py")], capture_output=True, text=True,
+                          env={"NAC": NAC, "PATH": "/usr/bin:/bin"})
+    assert done.returncode == 0, done.stdout + done.stderr
+
+
+@pytest.mark.parametrize(("record", "words"), [
+    (Nac_SetPortMsg(f0=1 << 32), "Nac_SetPortMsg.f0: 4294967296 does not fit into 32 bits"),
+    (Nac_SetPortMsg(f1=-1), "Nac_SetPortMsg.f1: -1 does not fit into 32 bits"),
+    (Nac_SetPortMsg(f0="24"), "Nac_SetPortMsg.f0: '24' is no integer"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f5=b"12345"), "Nac_SetUserTableMsg.f5: 5 elements, where the array has 6"),
+    (Nac_SetUserTableMsg(f15=[1, 70000]), "Nac_SetUserTableMsg.f15[1]: 70000 does not fit into 16 bits"),
+    (Nac_SetUserTableMsg(f19=Nac_SrvCar(f0=256)), "Nac_SetUserTableMsg.f19.f0: 256 does not fit into 8 bits"),
+    (Nac_SetUserTableMsg(f31="alice"), "Nac_SetUserTableMsg.f31: 'alice' is no bytes"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f32=[7]), "Nac_SetUserTableMsg.f32[0]: 7 is no Nac_RadiusDaclRule"),  # type: ignore[list-item]
+])
+def test_a_value_that_does_not_fit_is_named(record: vorn_nac.Record, words: str) -> None:
+    with pytest.raises(BadRecord) as caught:
+        vorn_nac.pack(record)
+    assert str(caught.value) == words
+    if record.shape.image_bytes is not None:
+        with pytest.raises(BadRecord) as caught:
+            vorn_nac.pack(record, "image")
+        assert str(caught.value) == words
+
+
+def test_what_is_no_message_is_refused_in_words() -> None:
+    with pytest.raises(UnknownType, match="0x00000005 is no message type"):
+        vorn_nac.unpack(5, b"")
+    with pytest.raises(UnknownType, match="Nac_SrvCar is no message: it travels only inside others"):
+        vorn_nac.pack(Nac_SrvCar())
+    with pytest.raises(BadRecord, match="Nac_SetUserTableMsg has vectors, and so no fixed image"):
+        vorn_nac.pack(Nac_SetUserTableMsg(), "image")
+    with pytest.raises(ValueError, match="'packed' is no layout"):
+        vorn_nac.pack(Nac_SetPortMsg(), "packed")  # type: ignore[arg-type]
+    with pytest.raises(Damaged, match="3 bytes, where a message has 4 to 2147483647"):
+        vorn_nac.unpack(Nac_SetPortMsg, b"abc")
+
+
+def test_a_type_has_a_class_a_name_and_an_id() -> None:
+    packed = vorn_nac.pack(Nac_SetPortMsg(f0=7))
+    for given in (Nac_SetPortMsg, "Nac_SetPortMsg", 0x09B58155):
+        assert vorn_nac.unpack(given, packed) == Nac_SetPortMsg(f0=7)  # type: ignore[call-overload]
+    assert vorn_nac.unpack(Nac_SetPortMsg, memoryview(packed)).f0 == 7

@@ -1,0 +1,71 @@
+# SPDX-License-Identifier: Apache-2.0
+# The package as such: it finds its libraries, type-checks, and explains itself.
+import os
+import pathlib
+import pydoc
+import shutil
+import subprocess
+import sys
+
+import pytest
+import vorn_nac
+from support import NAC, ROOT
+
+PACKAGE = ROOT / "python"
+LIBRARIES = pathlib.Path(NAC).parent
+
+
+def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
+    inherited = {key: value for key, value in os.environ.items() if key not in ("VORN_NAC_LIBRARY_DIR", "LD_LIBRARY_PATH")}
+    return subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60,
+                          env={**inherited, "PYTHONPATH": str(PACKAGE), **environment})
+
+
+USE = "import vorn_nac; print(vorn_nac.pack(vorn_nac.Nac_SetPortMsg(f0=7)).hex())"
+PACKED = "0c00000008000c000400000008000000" + "07000000"
+
+
+def test_finds_the_libraries_in_the_folder_that_is_named(tmp_path: pathlib.Path) -> None:
+    for name in ("libvorn_bus.so.1", "libvorn_nac_user.so.1"):
+        shutil.copy(LIBRARIES / name, tmp_path)
+    done = python(USE + "; print(open('/proc/self/maps').read())", VORN_NAC_LIBRARY_DIR=str(tmp_path))
+    assert (done.returncode, done.stderr) == (0, "")
+    assert f"{tmp_path}/libvorn_bus.so.1" in done.stdout
+
+
+def test_finds_the_libraries_where_the_loader_looks() -> None:
+    done = python(USE + "; print(open('/proc/self/maps').read())", LD_LIBRARY_PATH=str(LIBRARIES))
+    assert (done.returncode, done.stderr) == (0, "")
+    assert str(LIBRARIES) in done.stdout
+
+
+def test_says_where_it_looked_in_vain(tmp_path: pathlib.Path) -> None:
+    done = python("import vorn_nac", VORN_NAC_LIBRARY_DIR=str(tmp_path))
+    assert done.returncode == 1
+    assert "LibraryNotFound: libvorn_bus.so.1 and libvorn_nac_user.so.1 cannot be loaded" in done.stderr
+    assert str(tmp_path) in done.stderr
+
+
+def test_type_checks_strictly() -> None:
+    if shutil.which("mypy") is None:
+        pytest.fail("mypy is not installed")
+    done = subprocess.run(["mypy", "--strict", "--cache-dir", os.devnull, "vorn_nac", "examples", "tests"], cwd=PACKAGE,
+                          capture_output=True, text=True, timeout=300, env={**os.environ, "MYPYPATH": "tests"})
+    assert done.returncode == 0, done.stdout
+
+
+def test_help_tells_every_public_name() -> None:
+    text = pydoc.plain(pydoc.render_doc(vorn_nac))
+    for name in vorn_nac.__all__:
+        assert name in text
+        each = getattr(vorn_nac, name)
+        if callable(each) and name != "Layout":
+            assert pydoc.getdoc(each).strip(), f"{name} has no words"
+    assert text.index("from vorn_nac import Bus") < 1500
+    assert {getattr(vorn_nac, name).__module__ for name in ("Bus", "Damaged", "Fault", "pack")} == {"vorn_nac"}
+
+
+def test_every_name_of_the_header_has_a_class() -> None:
+    header = (ROOT / "nac/nac_messages.h").read_text()
+    assert all(f"NAC_MESSAGE_FUNCTIONS({name});" in header for name in vorn_nac.TYPES)
+    assert header.count("NAC_MESSAGE_FUNCTIONS(Nac_") == len(vorn_nac.TYPES)

@@ -1,0 +1,42 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Typed access-control messages for the VORN bus.
+
+Each message type is a dataclass. pack makes bytes of a record, unpack a record of bytes, verify tells what is wrong
+with bytes, and Bus sends and receives records between processes:
+
+    from vorn_nac import Bus, Nac_SetPortMsg, pack, unpack, verify
+
+    packed = pack(Nac_SetPortMsg(f0=24, f1=1))
+    unpack(Nac_SetPortMsg, packed).f0               # 24
+    verify(Nac_SetPortMsg, packed[:-1])[0].what     # where and why it is damaged
+
+    with Bus("ipc://", 1) as bus:
+        bus.send(2, Nac_SetPortMsg(f0=24, f1=1))    # to the process at address 2
+        bus.flush()                                 # until it is handled there
+
+All work is done by libvorn_nac_user and libvorn_bus. They are looked for in the folder that VORN_NAC_LIBRARY_DIR names;
+without it where the loader looks, and then in the build tree in which this package lies.
+
+What goes wrong is an exception under Error: BadRecord, Damaged, BusError, UnknownType, LibraryNotFound.
+"""
+from . import records
+from ._bus import Bus, BusError, Counters, Message, Result, ask_counters
+from ._codec import TYPES, Damaged, Layout, from_json, inspect, pack, to_json, type_of, unpack, verify
+from ._record import BadRecord, Error, LibraryNotFound, Record, UnknownType
+from ._shape import Field, Shape
+from ._walk import Fault, Inspection
+from .records import *  # noqa: F403
+
+__all__ = [
+    "pack", "unpack", "verify", "inspect", "Fault", "Inspection", "Layout",
+    "Bus", "Message", "Counters", "Result", "ask_counters",
+    "TYPES", "type_of", "to_json", "from_json", "Record", "Shape", "Field",
+    "Error", "BadRecord", "Damaged", "BusError", "UnknownType", "LibraryNotFound",
+]
+__all__ += records.__all__
+
+# In help and in tracebacks they are where users import them from.
+for _name in __all__:
+    if getattr(globals()[_name], "__module__", "").startswith("vorn_nac._"):
+        globals()[_name].__module__ = __name__
+del _name

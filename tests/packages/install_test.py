@@ -1,0 +1,64 @@
+# SPDX-License-Identifier: Apache-2.0
+# Installed into a folder, which is then moved: consumers find the libraries there, and the tool runs.
+#
+# BUILD in the environment is the folder of the build.
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HERE = pathlib.Path(__file__).resolve().parent
+SPOKEN = {"share/bash-completion/completions/nac": ["completion", "bash"],
+          "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
+          "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
+          "wireshark/plugins/vorn_nac.lua": ["dissector"]}
+HEADERS = {"bus/vorn_bus_api.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h"}
+
+
+class Installed(unittest.TestCase):
+    folder: tempfile.TemporaryDirectory[str]
+    prefix: pathlib.Path
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.folder = tempfile.TemporaryDirectory()
+        first = pathlib.Path(cls.folder.name) / "first"
+        subprocess.run(["cmake", "--install", os.environ["BUILD"], "--prefix", first], check=True, capture_output=True,
+                       env={key: value for key, value in os.environ.items() if key != "DESTDIR"})
+        cls.prefix = first.rename(pathlib.Path(cls.folder.name) / "moved")
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.folder.cleanup()
+
+    def one(self, suffix: str) -> pathlib.Path:
+        (found,) = [path for path in self.prefix.rglob("*") if str(path).endswith("/" + suffix)]
+        return found
+
+    def test_consumers_compile_and_run(self) -> None:
+        done = subprocess.run([sys.executable, HERE / "consumers.py", "--prefix", self.prefix], capture_output=True, text=True)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        print(done.stdout, end="")
+
+    def test_headers_are_the_public_ones(self) -> None:
+        include = self.prefix / "include/vorn_nac"
+        self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h")}, HEADERS)
+
+    def test_what_the_tool_says_of_itself_is_installed(self) -> None:
+        for suffix, words in SPOKEN.items():
+            with self.subTest(suffix=suffix):
+                said = subprocess.run([self.prefix / "bin/nac", *words], check=True, capture_output=True).stdout
+                self.assertGreater(len(said), 100)
+                self.assertEqual(self.one(suffix).read_bytes(), said)
+
+    def test_no_file_names_the_build(self) -> None:
+        build = os.environ["BUILD"].encode()
+        for path in self.prefix.rglob("*"):
+            if path.is_file():
+                self.assertNotIn(build, path.read_bytes(), path)
+
+
+if __name__ == "__main__":
+    unittest.main()
