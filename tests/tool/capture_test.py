@@ -519,7 +519,8 @@ class Million(CaptureTest):
         recorder = Running("record", "-o", str(file), "--count", str(MESSAGES), "--timeout", "60", "--json", bus=self.bus,
                            measured=True)
         recorder.wait_for("recording")
-        self.measured("replay", "--receive", "--speed", "max", "--delay", "1", "--repeat", str(MESSAGES // 1000), given)
+        # 80 a millisecond: a recorder that shares two processors with others keeps up, and none may be lost.
+        self.measured("replay", "--receive", "--speed", "80", "--delay", "1", "--repeat", str(MESSAGES // 1000), given)
         code, out, words = recorder.end()
         self.assertEqual(code, 0, words)
         summary = json.loads(out)
