@@ -40,7 +40,7 @@ class RecordRoom {
 class Bus {
   public:
     // Throws nothing but bad_alloc and system_error.
-    static Result open(const vorn_bus_options& options, std::unique_ptr<Bus>& bus);
+    static Result open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus);
     ~Bus();
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;

@@ -3,8 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <string_view>
 
@@ -116,11 +115,20 @@ std::string limits_text(const Limits& limits) {
 }
 
 std::optional<Limits> read_limits(const char* text) {
+    if (text == nullptr) return std::nullopt;
+    std::string_view rest = text;
+    // Takes the words off, and the number behind them.
+    const auto take = [&rest](std::string_view words, std::uint32_t& number) {
+        if (!rest.starts_with(words)) return false;
+        rest.remove_prefix(words.size());
+        const auto [end, fault] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+        rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+        return fault == std::errc();
+    };
     Limits limits = {};
     // Written by a receiver of this version; of a later one, more may follow.
-    if (text == nullptr ||
-        std::sscanf(text, "VORN 1: units=%" SCNu32 " bytes=%" SCNu32 " unit_bytes=%" SCNu32, &limits.units,
-                    &limits.bytes, &limits.unit_bytes) != 3) {
+    if (!take("VORN 1: units=", limits.units) || !take(" bytes=", limits.bytes) ||
+        !take(" unit_bytes=", limits.unit_bytes)) {
         return std::nullopt;
     }
     return limits;

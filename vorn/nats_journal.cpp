@@ -50,7 +50,7 @@ void Journal::begin(std::int64_t stream_created) {
         contents_->mark = 0;  // until the rest is right
         contents_->started = 0;
         contents_->finished = 0;
-        for (std::size_t at = 0; at < kSessions; ++at) contents_->sessions[at].name = 0;
+        for (volatile Session& session : contents_->sessions) session.name = 0;
         contents_->stream_created = stream_created;
         contents_->mark = kMark;
     }
