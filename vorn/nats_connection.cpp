@@ -36,7 +36,7 @@ const char* given(const char* name) {
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-natsStatus set_up(natsOptions* options, const NatsUrl& url, const NatsCallbacks& callbacks) {
+natsStatus set_up(natsOptions* options, const NatsUrl& url) {
     std::vector<const char*> servers;
     for (const std::string& server : url.servers) servers.push_back(server.c_str());
     natsStatus status = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size()));
@@ -56,9 +56,6 @@ natsStatus set_up(natsOptions* options, const NatsUrl& url, const NatsCallbacks&
         return natsOptions_SetErrorHandler(
             options, [](natsConnection*, natsSubscription*, natsStatus, void*) {}, nullptr);
     });
-    then([&] { return natsOptions_SetDisconnectedCB(options, callbacks.disconnected, callbacks.context); });
-    then([&] { return natsOptions_SetReconnectedCB(options, callbacks.reconnected, callbacks.context); });
-    then([&] { return natsOptions_SetClosedCB(options, callbacks.closed, callbacks.context); });
     if (const char* const file = given(kNatsCredentials)) {
         then([&] { return natsOptions_SetUserCredentialsFromFiles(options, file, nullptr); });
     }
@@ -134,11 +131,16 @@ std::optional<Limits> read_limits(const char* text) {
     return limits;
 }
 
-NatsConnection connect(const NatsUrl& url, const NatsCallbacks& callbacks, Log& log) {
+namespace {
+
+// `adjust` sets what differs, and returns a natsStatus.
+template <class Adjust>
+NatsConnection connect(const NatsUrl& url, Log& log, Adjust&& adjust) {
     natsOptions* made = nullptr;
     natsStatus status = natsOptions_Create(&made);
     const Options options(made);
-    if (status == NATS_OK) status = set_up(made, url, callbacks);
+    if (status == NATS_OK) status = set_up(made, url);
+    if (status == NATS_OK) status = adjust(made);
     natsConnection* connection = nullptr;
     if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
     if (status == NATS_OK) return NatsConnection(connection);
@@ -148,6 +150,76 @@ NatsConnection connect(const NatsUrl& url, const NatsCallbacks& callbacks, Log& 
     log.line("no connection to " + (at == std::string::npos ? first : first.substr(at + 1)) + ": " +
              natsStatus_GetText(status));
     return nullptr;
+}
+
+}  // namespace
+
+NatsConnection connect(const NatsUrl& url, Log& log) {
+    return connect(url, log, [](natsOptions*) { return NATS_OK; });
+}
+
+bool is_connected(natsConnection* connection) {
+    return natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED;
+}
+
+bool NatsClient::open(const NatsUrl& url) {
+    connection_ = connect(url, log_, [this](natsOptions* options) {
+        natsStatus status = natsOptions_SetDisconnectedCB(options, on_disconnected, this);
+        if (status == NATS_OK) status = natsOptions_SetReconnectedCB(options, on_reconnected, this);
+        if (status == NATS_OK) status = natsOptions_SetClosedCB(options, on_closed, this);
+        return status;
+    });
+    return connection_ != nullptr;
+}
+
+natsSubscription* NatsClient::subscribe(const std::string& subject, natsMsgHandler handler, void* context) {
+    natsSubscription* made = nullptr;
+    const natsStatus status =
+        natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), handler, context);
+    if (status != NATS_OK) {
+        log_.line("subscription to " + subject + ": " + natsStatus_GetText(status));
+        return nullptr;
+    }
+    subscriptions_.emplace_back(made);
+    ++live_subscriptions_;
+    if (natsSubscription_SetOnCompleteCB(made, on_subscription_over, this) != NATS_OK) --live_subscriptions_;
+    return made;
+}
+
+void NatsClient::end_subscriptions() {
+    for (const NatsSubscription& subscription : subscriptions_) {
+        static_cast<void>(natsSubscription_Unsubscribe(subscription.get()));
+    }
+    for (int live = live_subscriptions_; live != 0; live = live_subscriptions_)
+        live_subscriptions_.wait(live);
+    subscriptions_.clear();
+}
+
+void NatsClient::close() {
+    if (connection_ == nullptr || closes_.exchange(true)) return;
+    end_subscriptions();
+    natsConnection_Close(connection_.get());
+    closed_.wait(false);
+}
+
+void NatsClient::on_disconnected(natsConnection* /*connection*/, void* self) {
+    if (!of(self).closes_) of(self).log_.line("the connection to the server is gone");
+}
+
+void NatsClient::on_reconnected(natsConnection* /*connection*/, void* self) {
+    of(self).log_.line("the connection to the server stands again");
+    of(self).connected_again_();
+}
+
+void NatsClient::on_closed(natsConnection* /*connection*/, void* self) {
+    if (!of(self).closes_) of(self).log_.line("the server has refused this client for good; open it again");
+    of(self).closed_ = true;
+    of(self).closed_.notify_all();
+}
+
+void NatsClient::on_subscription_over(void* self) {
+    --of(self).live_subscriptions_;
+    of(self).live_subscriptions_.notify_all();
 }
 
 }  // namespace vorn

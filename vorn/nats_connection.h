@@ -7,9 +7,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vorn/support.h"
@@ -30,27 +32,6 @@ using NatsMessage = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
 using JetStream = std::unique_ptr<jsCtx, Destroy<jsCtx_Destroy>>;
 using StreamInfo = std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>>;
 using ConsumerInfo = std::unique_ptr<jsConsumerInfo, Destroy<jsConsumerInfo_Destroy>>;
-
-// Subscriptions whose messages go to a callback, in threads of the client's. When they have ended, a callback
-// may still run; wait returns when none does, nor will.
-class LastCallbacks {
-  public:
-    void follow(natsSubscription* subscription) {
-        running_.fetch_add(1);
-        const auto over = [](void* self) {
-            auto& running = static_cast<LastCallbacks*>(self)->running_;
-            running.fetch_sub(1);
-            running.notify_all();
-        };
-        if (natsSubscription_SetOnCompleteCB(subscription, over, this) != NATS_OK) running_.fetch_sub(1);
-    }
-    void wait() {
-        for (int running = running_.load(); running != 0; running = running_.load()) running_.wait(running);
-    }
-
-  private:
-    std::atomic<int> running_ = 0;
-};
 
 // nats://[USER:PASSWORD@]HOST:PORT[,...][?prefix=P&replicas=N&state=FOLDER]
 struct NatsUrl {
@@ -88,15 +69,47 @@ inline constexpr const char* kNatsAuthorities = "VORN_NATS_CA";  // files of PEM
 inline constexpr const char* kNatsCertificate = "VORN_NATS_CERT";
 inline constexpr const char* kNatsKey = "VORN_NATS_KEY";
 
-struct NatsCallbacks {
-    void* context = nullptr;
-    natsConnectionHandler disconnected = nullptr;
-    natsConnectionHandler reconnected = nullptr;
-    natsConnectionHandler closed = nullptr;  // the last that is called
-};
-
 // Null: there is none; the log says why.
-NatsConnection connect(const NatsUrl& url, const NatsCallbacks& callbacks, Log& log);
+NatsConnection connect(const NatsUrl& url, Log& log);
+
+bool is_connected(natsConnection* connection);
+
+// A connection that is kept: it is made again when it breaks, and tells so in the log. Its callbacks run in
+// threads of the client's.
+class NatsClient {
+  public:
+    // `connected_again` is called after each interruption.
+    NatsClient(Log& log, std::function<void()> connected_again)
+        : log_(log), connected_again_(std::move(connected_again)) {}
+    ~NatsClient() { close(); }
+    NatsClient(const NatsClient&) = delete;
+    NatsClient& operator=(const NatsClient&) = delete;
+
+    bool open(const NatsUrl& url);
+    natsConnection* get() const { return connection_.get(); }
+
+    // The subscription stays this object's. Null: refused; the log says why.
+    natsSubscription* subscribe(const std::string& subject, natsMsgHandler handler, void* context);
+
+    // When they return, no handler of a subscription runs, nor will; after close no callback at all.
+    void end_subscriptions();
+    void close();
+
+  private:
+    static NatsClient& of(void* self) { return *static_cast<NatsClient*>(self); }
+    static void on_disconnected(natsConnection* connection, void* self);
+    static void on_reconnected(natsConnection* connection, void* self);
+    static void on_closed(natsConnection* connection, void* self);
+    static void on_subscription_over(void* self);
+
+    Log& log_;
+    const std::function<void()> connected_again_;
+    NatsConnection connection_;
+    std::vector<NatsSubscription> subscriptions_;
+    std::atomic<int> live_subscriptions_ = 0;
+    std::atomic<bool> closes_ = false;
+    std::atomic<bool> closed_ = false;
+};
 
 }  // namespace vorn
 

@@ -91,7 +91,7 @@ Result NatsSender::take_room(Queue& queue, const UnitHeader& unit, Patience& pat
 }
 
 Result NatsSender::look_for_room(Queue& queue, const UnitHeader& unit, Deadline end) {
-    if (natsConnection_Status(connection_) != NATS_CONN_STATUS_CONNECTED) return VORN_BUS_NO_PEER;
+    if (!is_connected(connection_)) return VORN_BUS_NO_PEER;
     jsOptions options = {};
     jsOptions_Init(&options);
     options.Wait = wait_of_attempt(end);
@@ -138,7 +138,7 @@ Result NatsSender::publish(const std::string& subject, const std::vector<std::ui
 Result NatsSender::attempt(const std::string& subject, const std::vector<std::uint8_t>& packet,
                            Deadline end) {
     // Not into the client's buffer, from where it would go some time later.
-    if (natsConnection_Status(connection_) != NATS_CONN_STATUS_CONNECTED) return VORN_BUS_NO_PEER;
+    if (!is_connected(connection_)) return VORN_BUS_NO_PEER;
     jsPubOptions options = {};
     jsPubOptions_Init(&options);
     options.MaxWait = wait_of_attempt(end);

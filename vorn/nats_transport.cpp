@@ -114,14 +114,10 @@ class NatsTransport final : public Transport {
 
     ~NatsTransport() override {
         stop_receiving();
-        if (connection_ != nullptr) static_cast<void>(natsConnection_FlushTimeout(connection_.get(), 1000));
+        if (client_.get() != nullptr) static_cast<void>(natsConnection_FlushTimeout(client_.get(), 1000));
         deliveries_.reset();
-        questions_.reset();
         jetstream_.reset();
-        if (connection_ == nullptr) return;
-        closes_ = true;
-        natsConnection_Close(connection_.get());
-        closed_.wait(false);  // the client's thread calls back to the last
+        client_.close();
     }
 
     Result open() override {
@@ -133,13 +129,12 @@ class NatsTransport final : public Transport {
             own_.log.line(error.what());
             return VORN_BUS_TROUBLE;
         }
-        connection_ = connect(url_, {this, on_disconnected, on_reconnected, on_closed}, own_.log);
-        if (connection_ == nullptr) return VORN_BUS_TROUBLE;
-        handling_->connection = connection_.get();
+        if (!client_.open(url_)) return VORN_BUS_TROUBLE;
+        handling_->connection = client_.get();
         jsCtx* made = nullptr;
-        natsStatus status = natsConnection_JetStream(&made, connection_.get(), nullptr);
+        natsStatus status = natsConnection_JetStream(&made, client_.get(), nullptr);
         jetstream_.reset(made);
-        sender_.emplace(url_, own_, connection_.get(), jetstream_.get());
+        sender_.emplace(url_, own_, client_.get(), jetstream_.get());
         if (status != NATS_OK) return trouble("JetStream", status, {});
         Result result = VORN_BUS_OK;
         const Deadline deadline = Clock::now() + kOpenPatience;
@@ -158,8 +153,7 @@ class NatsTransport final : public Transport {
         ends_ = true;
         fetcher_.join();
         static_cast<void>(natsSubscription_Unsubscribe(deliveries_.get()));
-        static_cast<void>(natsSubscription_Unsubscribe(questions_.get()));
-        questions_end_.wait();
+        client_.end_subscriptions();  // they ask the bus, which is about to go
     }
 
     Result send(const Outgoing& unit, Patience& patience) override { return sender_->send(unit, patience); }
@@ -180,22 +174,6 @@ class NatsTransport final : public Transport {
         return VORN_BUS_TROUBLE;
     }
 
-    static NatsTransport& of(void* self) { return *static_cast<NatsTransport*>(self); }
-    static void on_disconnected(natsConnection* /*connection*/, void* self) {
-        if (!of(self).closes_) of(self).own_.log.line("the connection to the server is gone");
-    }
-    static void on_reconnected(natsConnection* /*connection*/, void* self) {
-        of(self).own_.log.line("the connection to the server stands again");
-        of(self).catches_up_ = true;
-    }
-    static void on_closed(natsConnection* /*connection*/, void* self) {
-        if (!of(self).closes_) {
-            of(self).own_.log.line("the server has refused this client for good; open the bus again");
-        }
-        of(self).closed_ = true;
-        of(self).closed_.notify_all();
-    }
-
     // Makes the stream and its consumer, or finds them as they should be, and subscribes.
     Result take_address() {
         const std::string stream = url_.stream(own_.address);
@@ -204,13 +182,7 @@ class NatsTransport final : public Transport {
         const char* const subjects[] = {subject.c_str()};
         jsStreamConfig config = {};
         jsStreamConfig_Init(&config);
-        // Before the limits of its stream are changed.
-        jsConsumerInfo* there = nullptr;
-        jsOptions patience = wait_options();
-        const natsStatus found =
-            js_GetConsumerInfo(&there, jetstream_.get(), stream.c_str(), kConsumer, &patience, nullptr);
-        const ConsumerInfo present(there);
-        if (found == NATS_OK && present->PushBound) return VORN_BUS_ADDRESS_TAKEN;
+        if (is_taken(stream)) return VORN_BUS_ADDRESS_TAKEN;  // before the limits of its stream are changed
 
         const std::string limits = limits_text({own_.queue_units, own_.queue_bytes, own_.unit_bytes});
         config.Name = stream.c_str();
@@ -267,11 +239,22 @@ class NatsTransport final : public Transport {
         }
         deliveries_.reset(subscription);
         delivered_before_ = consumer_info->Delivered.Stream;
+        // From now on, not some time later when the server has noticed, others find the address taken.
+        const Deadline noticed = Clock::now() + kOpenPatience;
+        while (!is_taken(stream) && Clock::now() < noticed) std::this_thread::sleep_for(5ms);
         return VORN_BUS_OK;
     }
 
+    bool is_taken(const std::string& stream) {
+        jsConsumerInfo* found = nullptr;
+        jsOptions patience = wait_options();
+        const natsStatus status =
+            js_GetConsumerInfo(&found, jetstream_.get(), stream.c_str(), kConsumer, &patience, nullptr);
+        const ConsumerInfo info(found);
+        return status == NATS_OK && info->PushBound;
+    }
+
     void answer_questions() {
-        natsSubscription* subscription = nullptr;
         const auto answer = [](natsConnection* connection, natsSubscription*, natsMsg* question, void* self) {
             const NatsMessage owned(question);
             const Endpoint& own = static_cast<NatsTransport*>(self)->own_;
@@ -283,12 +266,7 @@ class NatsTransport final : public Transport {
             if (to != nullptr)
                 static_cast<void>(natsConnection_Publish(connection, to, bytes.data(), bytes.size()));
         };
-        const std::string subject = url_.questions(own_.address);
-        if (natsConnection_Subscribe(&subscription, connection_.get(), subject.c_str(), answer, this) ==
-            NATS_OK) {
-            questions_.reset(subscription);
-            questions_end_.follow(subscription);
-        }
+        client_.subscribe(url_.questions(own_.address), answer, this);
     }
 
     // ---- the fetching thread ----------------------------------------------------------------------
@@ -356,7 +334,7 @@ class NatsTransport final : public Transport {
             // One that waits in the inbox is acknowledged from there.
             if (number <= handling_->handled.load(std::memory_order_acquire)) {
                 static_cast<void>(
-                    natsConnection_PublishString(connection_.get(), natsMsg_GetReply(message.get()), "+ACK"));
+                    natsConnection_PublishString(client_.get(), natsMsg_GetReply(message.get()), "+ACK"));
             }
             return;
         }
@@ -381,7 +359,7 @@ class NatsTransport final : public Transport {
                 if (!pass_over_the_gone(number)) return false;
             } else {
                 std::this_thread::sleep_for(20ms);
-                if (natsConnection_Status(connection_.get()) != NATS_CONN_STATUS_CONNECTED) return false;
+                if (!is_connected(client_.get())) return false;
             }
         }
         return true;
@@ -444,12 +422,10 @@ class NatsTransport final : public Transport {
     const NatsUrl url_;
     const Endpoint own_;
     std::shared_ptr<Handling> handling_ = std::make_shared<Handling>();
-    NatsConnection connection_;
+    NatsClient client_{own_.log, [this] { catches_up_ = true; }};
     JetStream jetstream_;
     std::optional<NatsSender> sender_;
     NatsSubscription deliveries_;
-    NatsSubscription questions_;
-    LastCallbacks questions_end_;
 
     std::uint64_t next_ = 1;              // number of the unit that is taken next
     std::uint64_t interrupted_ = 0;       // of one that a killed process may have handled
@@ -461,8 +437,6 @@ class NatsTransport final : public Transport {
     std::unordered_map<std::uint64_t, Taken> taken_;  // by session
     std::atomic<bool> catches_up_ = false;
     std::atomic<bool> ends_ = false;
-    std::atomic<bool> closes_ = false;
-    std::atomic<bool> closed_ = false;
     std::thread fetcher_;
 };
 
@@ -477,7 +451,7 @@ Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline de
            vorn_bus_counters& counters) {
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
-    const NatsConnection connection = connect(*url, {}, log);
+    const NatsConnection connection = connect(*url, log);
     if (connection == nullptr) return VORN_BUS_TROUBLE;
     std::array<std::uint8_t, kPreambleBytes> question;
     put_preamble(question.data(), Kind::ask);

@@ -60,46 +60,27 @@ class SeenUnits {
 class NatsWatcher final : public Watcher {
   public:
     NatsWatcher(NatsUrl url, WatchEndpoint own) : url_(std::move(url)), own_(std::move(own)) {}
-    ~NatsWatcher() override {
-        if (connection_ == nullptr) return;
-        closes_ = true;
-        natsConnection_Close(connection_.get());
-        closed_.wait(false);
-        ends_.wait();
-        subscriptions_.clear();
-    }
 
     Result open() override {
-        connection_ = connect(url_, {this, on_disconnected, on_reconnected, on_closed}, own_.log);
-        if (connection_ == nullptr) return VORN_BUS_TROUBLE;
+        if (!client_.open(url_)) return VORN_BUS_TROUBLE;
         std::vector<std::string> subjects;
         for (const std::uint32_t address : own_.addresses) subjects.push_back(url_.units(address));
         if (subjects.empty()) subjects.push_back(url_.all_units());
         for (const std::string& subject : subjects) {
-            natsSubscription* made = nullptr;
-            const natsStatus status =
-                natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), on_message, this);
-            if (status != NATS_OK) {
-                own_.log.line("subscription to " + subject + ": " + natsStatus_GetText(status));
-                return VORN_BUS_TROUBLE;
-            }
-            subscriptions_.emplace_back(made);
-            ends_.follow(made);
+            natsSubscription* const made = client_.subscribe(subject, on_message, this);
+            if (made == nullptr) return VORN_BUS_TROUBLE;
             // The queue is the limit, and counts what it drops.
             static_cast<void>(natsSubscription_SetPendingLimits(made, -1, -1));
         }
         // The server knows of the subscriptions when this returns.
-        if (const natsStatus status = natsConnection_FlushTimeout(connection_.get(), 2000);
-            status != NATS_OK) {
+        if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
             own_.log.line(std::string("the server does not answer: ") + natsStatus_GetText(status));
             return VORN_BUS_TROUBLE;
         }
         return VORN_BUS_OK;
     }
 
-    std::uint64_t receivers() override {
-        return natsConnection_Status(connection_.get()) == NATS_CONN_STATUS_CONNECTED ? 1 : 0;
-    }
+    std::uint64_t receivers() override { return is_connected(client_.get()) ? 1 : 0; }
 
   private:
     static NatsWatcher& of(void* self) { return *static_cast<NatsWatcher*>(self); }
@@ -108,18 +89,6 @@ class NatsWatcher final : public Watcher {
                            natsMsg* message, void* self) {
         of(self).take(NatsMessage(message));
     }
-    static void on_disconnected(natsConnection* /*connection*/, void* self) {
-        if (!of(self).closes_) of(self).own_.log.line("the connection to the server is gone");
-    }
-    static void on_reconnected(natsConnection* /*connection*/, void* self) {
-        of(self).own_.log.line("the connection to the server stands again");
-        count(of(self).own_.counters.interruptions);
-    }
-    static void on_closed(natsConnection* /*connection*/, void* self) {
-        of(self).closed_ = true;
-        of(self).closed_.notify_all();
-    }
-
     void take(NatsMessage message) {
         const auto data = read_data(NatsCopies::bytes_of(message));
         const bool is_packet = data && data->count == 1;
@@ -132,13 +101,10 @@ class NatsWatcher final : public Watcher {
 
     const NatsUrl url_;
     const WatchEndpoint own_;
-    NatsConnection connection_;
-    std::vector<NatsSubscription> subscriptions_;
-    LastCallbacks ends_;
     std::mutex lock_;
     SeenUnits seen_;
-    std::atomic<bool> closes_ = false;
-    std::atomic<bool> closed_ = false;
+    // The last member: its callbacks, which use the others, end with it.
+    NatsClient client_{own_.log, [this] { count(own_.counters.interruptions); }};
 };
 
 Result make(const std::string& rest, bool tls, const WatchEndpoint& endpoint,

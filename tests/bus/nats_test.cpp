@@ -141,6 +141,17 @@ TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
     server.start();
 }
 
+TEST_F(Nats, WhileTheServerIsAwayABusCloses) {
+    NatsServer server;
+    TestBus bus(url_of(server), kReceiver);
+    ASSERT_EQ(bus.opened(), VORN_BUS_OK);
+    server.kill();
+    const auto begin = std::chrono::steady_clock::now();
+    bus.close();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 6s);
+    server.start();
+}
+
 TEST_F(Nats, WithoutAServerABusDoesNotOpen) {
     TestBus bus("nats://127.0.0.1:1", kSender);
     EXPECT_EQ(bus.opened(), VORN_BUS_TROUBLE);
