@@ -17,8 +17,10 @@ using namespace std::chrono_literals;
 constexpr std::size_t kPacketBytes = 262144;
 
 // While so many packets are on their way, one that is not full waits for more units, or for the answer to the
-// others: the receiver has enough to do, and the fewer the packets, the less the cost of each unit.
+// others: the receiver has enough to do, and the fewer the packets, the less the cost of each unit. It waits
+// so long at most, since a handler may take its time.
 constexpr std::size_t kEnoughPackets = 4;
+constexpr auto kMostHeld = 1ms;
 
 // Buffers that are kept for the next packets: what is freed and taken again costs page faults.
 constexpr std::size_t kMostSpares = 4;
@@ -87,7 +89,7 @@ Result Link::send(const Outgoing& unit, Patience& patience) {
     ++packet.count;
     ++units_;
     bytes_ += bytes;
-    const bool ring = !held_ || waiting_.size() > 1;
+    const bool ring = !held_ || packet.count == 1;
     locked.unlock();
     if (ring) bell_.ring();
     return VORN_BUS_OK;
@@ -97,6 +99,7 @@ Link::Packet Link::make_packet(std::uint32_t unit_bytes) {
     Packet packet;
     packet.size = Data::kBytes;
     packet.capacity = std::max<std::size_t>(Data::kBytes + unit_bytes, kPacketBytes);
+    packet.begun = Clock::now();
     if (packet.capacity == kPacketBytes && !spares_.empty()) {
         packet.bytes = std::move(spares_.back());
         spares_.pop_back();
@@ -134,7 +137,7 @@ Clock::time_point Link::serve() {
     }
     send_waiting();
     if (now >= next_ping_) ping();
-    return serving_ ? next_ping_ : next_hello_;
+    return serving_ ? std::min(next_ping_, hold_ends_) : next_hello_;
 }
 
 void Link::receive() {
@@ -327,7 +330,9 @@ std::deque<Link::Packet> Link::take_waiting() {
     const std::lock_guard locked(lock_);
     held_ = unhandled_.size() + waiting_.size() > kEnoughPackets;
     packets.swap(waiting_);
-    if (held_ && !packets.empty()) {
+    hold_ends_ = Clock::time_point::max();
+    if (held_ && !packets.empty() && packets.back().begun + kMostHeld > Clock::now()) {
+        hold_ends_ = packets.back().begun + kMostHeld;
         waiting_.push_back(std::move(packets.back()));
         packets.pop_back();
     }

@@ -44,6 +44,7 @@ class Link {
         SharedBuffer bytes;
         std::size_t size = 0;
         std::size_t capacity = 0;
+        Clock::time_point begun;
         std::uint64_t first = 0;
         std::uint32_t count = 0;
         std::uint64_t last() const { return first + count - 1; }
@@ -87,6 +88,7 @@ class Link {
     Clock::time_point next_ping_;
     Clock::time_point heard_;
     Clock::time_point sent_again_;
+    Clock::time_point hold_ends_;  // of the packet that is held
 
     // Of all.
     std::mutex lock_;
@@ -98,7 +100,7 @@ class Link {
     std::uint32_t units_ = 0;  // waiting and unhandled
     std::uint64_t bytes_ = 0;
     std::deque<Packet> waiting_;
-    bool held_ = false;                 // the service thread wants no bell before a packet is full
+    bool held_ = false;                 // the service thread wants no bell for units that join a packet
     std::vector<SharedBuffer> spares_;  // of kPacketBytes
 };
 

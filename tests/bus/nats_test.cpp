@@ -127,7 +127,8 @@ TEST_F(Nats, ASendWaitsForTheServerToComeBackAndNothingIsDoubled) {
 TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
     NatsServer server;
     TestBus receiver(url_of(server), kReceiver);
-    TestBus sender(url_of(server), kSender, [](vorn_bus_options& options) { options.send_timeout_ms = 200; });
+    TestBus sender(url_of(server), kSender,
+                   [](vorn_bus_options& options) { options.send_timeout_ms = 1000; });
     ASSERT_EQ(sender.send(kReceiver, {1, 0}), 0U);
     server.kill();
     const auto begin = std::chrono::steady_clock::now();

@@ -404,7 +404,7 @@ TEST_P(Semantics, PollingBesideTheReceivingThreadIsRefused) {
 
 TEST_P(Semantics, TheQueueIsTheSmallerOfTheTwo) {
     TestBus receiver(url(), kReceiver, narrow);
-    TestBus sender(url(), kSender, [](vorn_bus_options& options) { options.send_timeout_ms = 100; });
+    TestBus sender(url(), kSender, [](vorn_bus_options& options) { options.send_timeout_ms = 1000; });
     for (std::uint32_t i = 0; i < 4; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
     EXPECT_EQ(sender.send(kReceiver, {99, 0}), std::uint32_t{VORN_BUS_FULL});
     EXPECT_TRUE(receiver.poll_until(4));
@@ -423,6 +423,15 @@ TEST_P(Semantics, PollHandlesAsManyUnitsAsItIsAskedFor) {
     EXPECT_EQ(handled, 3U);
     ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 0, &handled), 0);
     EXPECT_EQ(handled, 0U);
+}
+
+TEST_P(Semantics, EachUnitArrivesAtOnceWhileNoneIsHandled) {
+    TestBus sender(url(), kSender);
+    TestBus receiver(url(), kReceiver);
+    for (std::uint32_t i = 1; i <= 8; ++i) {
+        ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+        ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_units == i; })) << i;
+    }
 }
 
 TEST_P(Semantics, TheDescriptorIsReadableWhileThereIsSomethingToPoll) {
