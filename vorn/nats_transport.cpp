@@ -267,6 +267,7 @@ class NatsTransport final : public Transport {
                 static_cast<void>(natsConnection_Publish(connection, to, bytes.data(), bytes.size()));
         };
         client_.subscribe(url_.questions(own_.address), answer, this);
+        static_cast<void>(natsConnection_FlushTimeout(client_.get(), 1000));  // the server knows of it
     }
 
     // ---- the fetching thread ----------------------------------------------------------------------
