@@ -16,7 +16,12 @@ from catalogue import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
 
 DOCS = ROOT / "docs"
 MADE_HERE = ("make",)
-STYLE = ".bs-sidebar a { overflow-wrap: anywhere; }\n"  # names of types are longer than the theme's sidebar is wide
+# Names of types are longer than the theme's sidebar is wide, and what the tool prints is wider than its pages.
+STYLE = """\
+.bs-sidebar a { overflow-wrap: anywhere; }
+.container { max-width: min(96%, 1400px); }
+:not(pre) > code { white-space: nowrap; }
+"""
 PICTURE = re.compile(r"^<!-- picture: (\{.*\}) ?(\w*) -->$", re.M)
 
 
@@ -51,7 +56,7 @@ class Site:
             if leads_to.is_relative_to(DOCS) and leads_to.is_file():
                 return found[0]
             if leads_to.is_dir() or leads_to.suffix == ".md":
-                return f"{text} (`{leads_to.relative_to(ROOT)}`)"
+                return f"`{leads_to.relative_to(ROOT)}`"
             # As text, since a browser would rather save a header than show it.
             copy = self.pages / "source" / (str(leads_to.relative_to(ROOT)) + ".txt")
             copy.parent.mkdir(parents=True, exist_ok=True)
