@@ -23,6 +23,7 @@ HOSTS = (1, 2, 3)
 SENDER_HOST, RECEIVER_HOST = 1, 2
 RECEIVER_STREAM = "chaos-2"
 INSIDE = "VORN_CHAOS_INSIDE"
+NOT_RUN = 77  # CTest lists it under what did not run
 
 
 def address(host: int) -> str:
@@ -32,10 +33,13 @@ def address(host: int) -> str:
 def enter_namespaces() -> None:
     """Starts this script again in namespaces of its own; says why where that is not permitted."""
     command = ["unshare", "--net", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    if os.geteuid() != 0:
+        command += ["--user", "--map-root-user"]
     probe = subprocess.run([*command, "ip", "link", "add", "probe", "type", "bridge"], capture_output=True, text=True)
     if probe.returncode != 0:
-        sys.exit("bus_chaos: this needs network namespaces with bridges (root, or a container that may make them): "
-                 + probe.stderr.strip())
+        print("bus_chaos: not run, since it needs network namespaces with bridges, which this machine does not permit: "
+              + probe.stderr.strip(), file=sys.stderr)
+        sys.exit(NOT_RUN)
     os.environ[INSIDE] = "1"
     os.execvp("unshare", [*command, sys.executable, *sys.argv])
 
