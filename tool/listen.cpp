@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 
 #include "tool/brief.h"
+#include "tool/interrupt.h"
 #include "tool/message_type.h"
 #include "tool/open_bus.h"
 #include "tool/verb.h"
@@ -23,8 +23,6 @@ struct ListenOptions {
 };
 
 using Clock = std::chrono::steady_clock;
-
-volatile std::sig_atomic_t interrupted = 0;
 
 void print(const vorn_bus_message& message, bool json) {
     const MessageType& type = *find_message_type(message.message_id);  // only its ids are registered
@@ -44,8 +42,7 @@ void print(const vorn_bus_message& message, bool json) {
 
 ExitCode run_listen(const ListenOptions& options) {
     show_log_lines();
-    std::signal(SIGINT, [](int) { interrupted = 1; });
-    std::signal(SIGTERM, [](int) { interrupted = 1; });
+    catch_interrupts();
     OpenBus bus(options.bus, options.as);
     std::uint64_t arrived = 0;
     auto last = Clock::now();
@@ -59,7 +56,7 @@ ExitCode run_listen(const ListenOptions& options) {
     static_cast<void>(std::fflush(stdout));
 
     bool silent = false;
-    while (interrupted == 0 && !silent && (options.count == 0 || arrived < options.count)) {
+    while (!is_interrupted() && !silent && (options.count == 0 || arrived < options.count)) {
         std::uint32_t handled = 0;
         vorn_bus_poll(bus.get(), 100, 1, &handled);
         if (handled != 0 && bus.counters().waiting_units != 0) continue;

@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
 
+#include "tool/interrupt.h"
 #include "tool/open_bus.h"
 #include "tool/verb.h"
 
@@ -14,16 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-volatile std::sig_atomic_t interrupted = 0;
-
 }  // namespace
-
-void catch_interrupts() {
-    static_cast<void>(std::signal(SIGINT, [](int) { interrupted = 1; }));
-    static_cast<void>(std::signal(SIGTERM, [](int) { interrupted = 1; }));
-}
-
-bool is_interrupted() { return interrupted != 0; }
 
 void add_watch_options(CLI::App& verb, WatchOptions& options) {
     verb.add_option("--bus", options.bus, "URL of the bus; else VORN_BUS_URL");

@@ -45,10 +45,6 @@ class OpenWatch {
     std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
 };
 
-// SIGINT and SIGTERM end verbs in order from now on.
-void catch_interrupts();
-bool is_interrupted();
-
 }  // namespace tool
 
 #endif

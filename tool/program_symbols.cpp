@@ -47,9 +47,9 @@ class ElfFile {
     std::string text(const Elf64_Shdr& strings, std::uint64_t offset) const {
         const std::uint64_t from = strings.sh_offset + offset;
         if (from >= bytes_.size()) throw bad();
-        const void* const end = std::memchr(bytes_.data() + from, 0, bytes_.size() - from);
-        if (end == nullptr) throw bad();
-        return bytes_.data() + from;
+        const std::size_t end = bytes_.find('\0', from);
+        if (end == std::string::npos) throw bad();
+        return bytes_.substr(from, end - from);
     }
 
   private:

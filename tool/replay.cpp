@@ -15,6 +15,7 @@
 
 #include "host/services.h"
 #include "tool/capture.h"
+#include "tool/interrupt.h"
 #include "tool/message_filter.h"
 #include "tool/open_bus.h"
 #include "tool/open_watch.h"
