@@ -45,6 +45,10 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
   target_compile_options(nac_library_options INTERFACE -mbranch-protection=standard)
 endif()
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+  # g++ 12 adds up the size of a list of records wrongly there when it makes vectors of the sum. Everywhere, as below.
+  target_compile_options(nac_compile_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-tree-slp-vectorize>)
+endif()
 if(NAC_BYTE_SWAP)
   # Everywhere, since tests instantiate units of their own.
   target_compile_definitions(nac_compile_options INTERFACE KAPLO_BYTE_SWAP=1)
