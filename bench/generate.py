@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Writes the peers' schemas, and the code between their objects and the library's records, from what `describe`
+# Writes the peers' schemas, and the code between their objects and the library's records, from what `described_records`
 # prints. Each peer gets the mapping that its own users would choose.
 import json
 import pathlib

@@ -16,16 +16,16 @@ find_program(NANOPB_GENERATOR nanopb_generator.py REQUIRED)
 set(generated ${CMAKE_CURRENT_BINARY_DIR}/generated)
 file(MAKE_DIRECTORY ${generated})
 
-nac_add_bench_program(describe describe.cpp)
-target_link_libraries(describe PRIVATE nlohmann_json::nlohmann_json)
+nac_add_bench_program(described_records described_records.cpp)
+target_link_libraries(described_records PRIVATE nlohmann_json::nlohmann_json)
 
 add_custom_command(
   OUTPUT ${generated}/peer_protobuf.proto ${generated}/peer_protobuf_c.proto ${generated}/peer_nanopb.proto
     ${generated}/peer_nanopb.options ${generated}/peer_capnp.capnp ${generated}/protobuf_mapping.h
     ${generated}/protobuf_c_mapping.h ${generated}/nanopb_mapping.h ${generated}/capnp_mapping.h
-  COMMAND describe > ${generated}/records.json
+  COMMAND described_records > ${generated}/records.json
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/generate.py ${generated}/records.json ${generated}
-  DEPENDS describe generate.py
+  DEPENDS described_records generate.py
   VERBATIM)
 add_custom_command(
   OUTPUT ${generated}/peer_protobuf.pb.cc ${generated}/peer_protobuf.pb.h

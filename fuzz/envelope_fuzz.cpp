@@ -3,7 +3,7 @@
 // again the same.
 //
 // Input: the bytes of a packet, or of units.
-#include "vorn/envelope.h"
+#include "vorn/core/envelope.h"
 
 #include <algorithm>
 #include <array>

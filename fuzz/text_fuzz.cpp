@@ -8,7 +8,7 @@
 #include <string>
 
 #include "fuzz/supply.h"
-#include "tool/record_json.h"
+#include "tool/message/record_json.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Supply supply(data, size);

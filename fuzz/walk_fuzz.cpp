@@ -8,8 +8,8 @@
 #include <string>
 
 #include "fuzz/damaged.h"
-#include "tool/message_type.h"
-#include "tool/walk.h"
+#include "tool/message/message_type.h"
+#include "tool/message/walk.h"
 
 namespace {
 

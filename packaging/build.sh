@@ -39,7 +39,7 @@ vorn-nac ($version-1) unstable; urgency=medium
 TEXT
 {
     echo 'libvorn_nac_user.so.1 libvorn-nac1 #MINVER#'
-    sed 's/.*/ &@Base 1.0.0/' tests/exported_symbols.txt
+    sed 's/.*/ &@Base 1.0.0/' tests/library/exported_symbols.txt
 } > debian/libvorn-nac1.symbols
 for page in man/*.[1-9].scd; do
     page=${page%.scd}

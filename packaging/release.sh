@@ -32,7 +32,7 @@ for library in vorn_nac_user vorn_bus; do
     [ -e "tests/lib$library.abi" ] || refuse "tests/lib$library.abi is missing"
     grep -q "soname='lib$library.so.$major'" "tests/lib$library.abi" || refuse "tests/lib$library.abi is of another soname"
 done
-python3 tests/interface_test.py
+python3 tests/library/interface_test.py
 ./dev bus-interface
 holds "a program that was linked with .so.$major runs"
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "vorn/bus.h"
-#include "vorn/watch.h"
+#include "vorn/core/bus.h"
+#include "vorn/core/watch.h"
 
 struct vorn_bus {
     std::unique_ptr<vorn::Bus> bus;

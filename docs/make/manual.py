@@ -11,8 +11,8 @@ import sys
 import textwrap
 from typing import Iterable, NamedTuple
 
-from catalogue import (NAC, ROOT, Type, check_or_write, conventions, functions, module_functions, nac, paragraphs_of, promises,
-                       purposes, sizes, struct_of, types)
+from described_types import (NAC, ROOT, Type, check_or_write, conventions, functions, module_functions, nac,
+                             paragraphs_of, promises, purposes, sizes, struct_of, types)
 
 MADE = "; SPDX-License-Identifier: Apache-2.0\n; Made by docs/make/manual.py; not to be edited.\n"
 EXIT_CODES = "0: all is well. 1: the data was read and found bad, or differs. 2: the command line is wrong. " \

@@ -6,7 +6,7 @@
 import json
 import sys
 
-from catalogue import ROOT, Type, check_or_write, purposes, sizes, types
+from described_types import ROOT, Type, check_or_write, purposes, sizes, types
 
 LICENCE = "# SPDX-License-Identifier: Apache-2.0\n"
 MADE = "# Made by docs/make/python_records.py; not to be edited.\n"

@@ -12,7 +12,7 @@ import shutil
 import subprocess
 import sys
 
-from catalogue import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
+from described_types import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
 
 DOCS = ROOT / "docs"
 MADE_HERE = ("make",)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The envelope and the packets, byte by byte, and what is no envelope.
-#include "vorn/envelope.h"
+#include "vorn/core/envelope.h"
 
 #include <gtest/gtest.h>
 

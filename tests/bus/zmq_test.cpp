@@ -15,8 +15,8 @@
 #include <zmq.hpp>
 
 #include "tests/bus/fixture.h"
-#include "vorn/envelope.h"
-#include "vorn/zmq_places.h"
+#include "vorn/core/envelope.h"
+#include "vorn/zmq/zmq_places.h"
 
 namespace {
 

@@ -23,7 +23,7 @@ def digest(compiler: str, level: str) -> str:
     for command in (["cmake", "-G", "Ninja", "-S", ROOT, "-B", build, f"-DCMAKE_C_COMPILER={c}", f"-DCMAKE_CXX_COMPILER={cxx}",
                      "-DCMAKE_BUILD_TYPE=None", f"-DCMAKE_C_FLAGS={level}", f"-DCMAKE_CXX_FLAGS={level}",
                      f"-DCMAKE_EXE_LINKER_FLAGS={linker}", f"-DCMAKE_SHARED_LINKER_FLAGS={linker}", "-DNAC_BUILD_TOOL=OFF"],
-                    ["ninja", "-C", build, "-j", "1", "digest_test"], [build / "tests/digest_test"]):
+                    ["ninja", "-C", build, "-j", "1", "digest_test"], [build / "tests/library/digest_test"]):
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         found = re.search(r"^digest (\w+)$", done.stdout, re.M)
         if found:

@@ -9,7 +9,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAM = ROOT / "build/debug/tests/first_use_test"
+PROGRAM = ROOT / "build/debug/tests/library/first_use_test"
 
 
 def names() -> list[str]:

@@ -220,6 +220,11 @@ def run(*command: str | pathlib.Path, seconds: int = 600, limited: bool = False,
     return done.returncode == 0
 
 
+def test_program(build: pathlib.Path, name: str) -> pathlib.Path:
+    """The program of a test, in whichever folder of the build's tests it is."""
+    return next(path for path in (build / "tests").rglob(name) if path.is_file())
+
+
 class Workshop:
     """A copy of the sources, and builds of it."""
 
@@ -285,14 +290,14 @@ class Workshop:
         good = [item for item in self.good.iterdir() if item.name not in QUICK_OBJECTS]
         library = self.quick / "libvorn_nac_user.so.1"
         if not run("clang", "-shared", "-Wl,-soname,libvorn_nac_user.so.1",
-                   f"-Wl,--version-script={ROOT}/nac/exported.map", *faulty, *good, "-o", library):
+                   f"-Wl,--version-script={ROOT}/nac/vorn_nac_user.map", *faulty, *good, "-o", library):
             return "the linker"
         return self.killing_program(QUICK_PROGRAMS, self.quick)
 
     @staticmethod
     def killing_program(programs: list[str], library: pathlib.Path) -> str:
         for program in programs:
-            if not run(RELEASE / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", limited=True,
+            if not run(test_program(RELEASE, program), "--gtest_fail_fast", "--gtest_brief=1", limited=True,
                        seconds=TEST_SECONDS, LD_LIBRARY_PATH=str(library)):
                 return program
         return ""
@@ -311,7 +316,7 @@ class Workshop:
             for program in programs:
                 if not self.build(build, program):
                     return "the compiler"
-                if not run(build / "tests" / program, "--gtest_fail_fast", "--gtest_brief=1", seconds=TEST_SECONDS):
+                if not run(test_program(build, program), "--gtest_fail_fast", "--gtest_brief=1", seconds=TEST_SECONDS):
                     return program if build == self.plain else f"{program} under sanitizers"
         for build, program, pattern in ((self.plain, "hooks_test", "Hooks|LogLines|FirstUse|UnitState|Fallback|UseFlag"),
                                         (self.threads, "first_use_test", "FirstUse|Threads")):

@@ -1,0 +1,91 @@
+# SPDX-License-Identifier: Apache-2.0
+# The site: it builds without a warning, each link in it leads to a place in it, and nothing is loaded from elsewhere.
+import html.parser
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+import urllib.parse
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TYPES = 25
+
+
+class Page(html.parser.HTMLParser):
+    def __init__(self, path: pathlib.Path) -> None:
+        super().__init__()
+        self.links: list[str] = []
+        self.loads: list[str] = []
+        self.anchors: set[str] = set()
+        self.feed(path.read_text())
+
+    def handle_starttag(self, tag: str, attrs: list[tuple[str, str | None]]) -> None:
+        given = dict(attrs)
+        self.anchors |= {value for key in ("id", "name") if (value := given.get(key))}
+        if tag == "a" and given.get("href"):
+            self.links.append(str(given["href"]))
+        for key in ("src", "href"):
+            if tag in ("script", "img", "link", "iframe") and given.get(key):
+                self.loads.append(str(given[key]))
+
+
+class Site(unittest.TestCase):
+    folder: tempfile.TemporaryDirectory[str]
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.done = subprocess.run([sys.executable, ROOT / "docs/make/site.py", "--into", cls.folder.name],
+                                  capture_output=True, text=True, timeout=300)
+        cls.site = pathlib.Path(cls.folder.name) / "site"
+        cls.pages = {path: Page(path) for path in sorted(cls.site.rglob("*.html"))}
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.folder.cleanup()
+
+    def test_builds_without_a_warning(self) -> None:
+        self.assertEqual((self.done.returncode, self.done.stderr), (0, ""), self.done.stdout)
+        self.assertGreater(len(self.pages), 15)
+
+    def test_links_lead_to_places_in_the_site(self) -> None:
+        count = 0
+        for path, page in self.pages.items():
+            for link in page.links + page.loads:
+                parts = urllib.parse.urlsplit(link)
+                if parts.scheme or parts.netloc or link in ("#", "."):
+                    continue
+                count += 1
+                with self.subTest(page=path.name, link=link):
+                    place = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
+                    place = place / "index.html" if place.is_dir() else place
+                    self.assertTrue(place.exists())
+                    if parts.fragment and place in self.pages:
+                        self.assertIn(urllib.parse.unquote(parts.fragment), self.pages[place].anchors)
+        self.assertGreater(count, 200)
+        print(f"count: {count} links of the site lead to a place in it")
+
+    def test_nothing_is_loaded_from_elsewhere(self) -> None:
+        for path, page in self.pages.items():
+            for link in page.loads:
+                with self.subTest(page=path.name, link=link):
+                    self.assertFalse(urllib.parse.urlsplit(link).netloc)
+
+    def test_reference_has_every_type(self) -> None:
+        reference = self.pages[self.site / "reference.html"]
+        header = (ROOT / "nac/nac_messages.h").read_text()
+        names = [line.split("(")[1].split(")")[0].lower() for line in header.splitlines()
+                 if line.startswith("NAC_MESSAGE_FUNCTIONS(")]
+        self.assertEqual(len(names), TYPES)
+        self.assertLessEqual(set(names), reference.anchors)
+
+    def test_pictures_are_pages_of_the_tool(self) -> None:
+        pictures = sorted((self.site / "pictures").glob("*.html"))
+        self.assertEqual(len(pictures), (ROOT / "docs/format.md").read_text().count("<!-- picture:"))
+        for path in pictures:
+            self.assertIn("root reference", path.read_text())
+
+
+if __name__ == "__main__":
+    unittest.main()

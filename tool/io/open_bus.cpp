@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tool/io/open_bus.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+#include "host/services.h"
+#include "tool/message/message_type.h"
+
+namespace tool {
+namespace {
+
+std::atomic<std::uint64_t> lines = 0;
+
+void write_log(const char* text, void* /*context*/) { fmt::print(stderr, "{}\n", text); }
+
+}  // namespace
+
+CommandError bus_error(const std::string& doing, std::int32_t result) {
+    return {kTrouble, fmt::format("{}: {}", doing, vorn_bus_result_text(result))};
+}
+
+const char* url_or_null(const std::string& url) { return url.empty() ? nullptr : url.c_str(); }
+
+OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
+    const std::int32_t registered = register_all_modules();
+    if (registered != 0) throw bus_error("registering the modules", registered);
+    vorn_bus_options options = {};
+    options.url = url_or_null(url);
+    options.address = address;
+    options.unit_bytes = 0;
+    options.send_timeout_ms = milliseconds(send_timeout_s);
+    options.log = write_log;
+    const std::int32_t result = vorn_bus_open(&options, &bus_);
+    if (result != VORN_BUS_OK) {
+        throw bus_error(fmt::format("opening {} at address {}", vorn_bus_chosen_url(options.url), address),
+                        result);
+    }
+}
+
+void OpenBus::on_message(std::function<void(const vorn_bus_message&)> handler) {
+    handler_ = std::move(handler);
+    vorn_bus_handle_all(
+        bus_,
+        [](const vorn_bus_message* message, void* self) { static_cast<OpenBus*>(self)->handler_(*message); },
+        this);
+}
+
+vorn_bus_counters OpenBus::counters() const {
+    vorn_bus_counters counters = {};
+    vorn_bus_read_counters(bus_, &counters);
+    return counters;
+}
+
+std::int32_t milliseconds(double seconds) {
+    return static_cast<std::int32_t>(std::clamp(seconds * 1000, 1.0, 1e9));
+}
+
+void show_log_lines() {
+    auto& services = host::Services::instance();
+    services.record(false);
+    services.on_log([](const host::LogLine& line) {
+        ++lines;
+        fmt::print(stderr, "{}: {}\n", line.function, line.text);
+    });
+}
+
+std::uint64_t log_lines() { return lines; }
+
+}  // namespace tool

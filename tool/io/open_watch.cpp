@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tool/io/open_watch.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/io/interrupt.h"
+#include "tool/io/open_bus.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+}  // namespace
+
+void add_watch_options(CLI::App& verb, WatchOptions& options) {
+    verb.add_option("--bus", options.bus, "URL of the bus; else VORN_BUS_URL");
+    verb.add_option("--address", options.addresses,
+                    "Whose arrivals to watch; all if not given, but tcp has to be told")
+        ->allow_extra_args(false);
+    verb.add_option("--count", options.count, "End after so many messages")->check(CLI::PositiveNumber);
+    verb.add_option("--duration", options.duration_s, "End after so many seconds")
+        ->check(CLI::PositiveNumber);
+    verb.add_option("--timeout", options.timeout_s, "End after so many seconds without a message")
+        ->check(CLI::PositiveNumber);
+}
+
+OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
+    vorn_bus_watch_options given = {};
+    given.url = url_or_null(options.bus);
+    const std::string url = vorn_bus_chosen_url(given.url);
+    if (url.compare(0, 5, "loop:") == 0) {
+        throw CommandError(kBadUsage,
+                           fmt::format("{} is within one process, and this one sees no other's; name the bus "
+                                       "with --bus or VORN_BUS_URL",
+                                       url));
+    }
+    given.addresses = options.addresses.data();
+    given.address_count = static_cast<std::uint32_t>(options.addresses.size());
+    given.queue_bytes = 32U << 20;
+    given.log = [](const char* text, void* /*context*/) { fmt::print(stderr, "{}\n", text); };
+    const std::int32_t result = vorn_bus_watch_open(&given, &watch_);
+    if (result == VORN_BUS_BAD_ARGUMENT) {
+        throw CommandError(kBadUsage, fmt::format("{}: name the addresses to watch with --address", url));
+    }
+    if (result != VORN_BUS_OK) throw bus_error(fmt::format("watching {}", url), result);
+    catch_interrupts();
+}
+
+void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
+                    const std::function<std::uint64_t()>& wanted, const std::function<void()>& idle) {
+    std::uint64_t receivers = 0;
+    auto last = Clock::now();
+    const auto is_over = [&](Clock::time_point now) {
+        if (is_interrupted()) return true;
+        if (options_.count != 0 && wanted() >= options_.count) return true;
+        if (options_.duration_s > 0 && seconds() >= options_.duration_s) return true;
+        return options_.timeout_s > 0 && now - last > std::chrono::duration<double>(options_.timeout_s);
+    };
+    auto now = Clock::now();
+    while (!is_over(now)) {
+        std::uint32_t handled = 0;
+        // One at a time where they are counted, so that it ends with the unit that is the last.
+        vorn_bus_watch_poll(
+            watch_, 100, options_.count != 0 ? 1 : 1000,
+            [](const vorn_bus_watched* message, void* use_it) {
+                (*static_cast<const std::function<void(const vorn_bus_watched&)>*>(use_it))(*message);
+            },
+            const_cast<void*>(static_cast<const void*>(&use)), &handled);
+        now = Clock::now();
+        if (handled != 0) last = now;
+        if (const std::uint64_t present = counters().receivers; present != receivers) {
+            receivers = present;
+            fmt::print(stderr, "watching {} receiver{}\n", receivers, receivers == 1 ? "" : "s");
+        }
+        idle();
+    }
+}
+
+vorn_bus_watch_counters OpenWatch::counters() const {
+    vorn_bus_watch_counters counters = {};
+    vorn_bus_watch_read_counters(watch_, &counters);
+    return counters;
+}
+
+double OpenWatch::seconds() const { return std::chrono::duration<double>(Clock::now() - begun_).count(); }
+
+}  // namespace tool

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is found wrong with a message, by a walk through it and by the library itself.
+#ifndef TOOL_FINDING_H
+#define TOOL_FINDING_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tool/message/message_type.h"
+#include "tool/message/walk.h"
+
+namespace tool {
+
+struct Finding {
+    bool is_buffer = true;  // false: of no size that a message can have, and nothing was walked
+    Walk walk;
+    std::vector<std::string> logged;  // by the library, "function: text"
+
+    bool good() const { return is_buffer && walk.outcome == kaplo::Outcome::whole; }
+    const char* verdict() const { return is_buffer ? verdict_text(walk.outcome) : "argument"; }
+};
+
+Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes);
+
+// "image, ok", "compact, damaged in a field".
+std::string summary_of(const Finding& finding);
+
+// "at 20 (4 bytes), f6.f4 of Nac_SrvCar: ...".
+std::string fault_text(const Fault& fault);
+
+// Type, id, bytes, layout, verdict, faults and log.
+Json finding_to_json(const Finding& finding, const MessageType& type, std::span<const std::uint8_t> bytes);
+
+}  // namespace tool
+
+#endif

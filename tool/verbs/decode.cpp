@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac decode: received bytes, read as the library's unpack reads them.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cstddef>
+#include <string>
+
+#include "tool/io/message_files.h"
+#include "tool/message/message_type.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+struct DecodeOptions {
+    MessageOptions messages;
+    std::string output;
+    bool json = true;
+};
+
+ExitCode run_decode(const DecodeOptions& options) {
+    std::size_t damaged = 0;
+    Output output(options.output);
+    for_each_message(options.messages, [&](const Message& message) {
+        Decoded decoded;
+        try {
+            decoded = message.type.decode(message.bytes);
+        } catch (const RecordError& error) {
+            throw message.bad(error.what());
+        }
+        const Json object = {{"type", message.type.name},
+                             {"verdict", verdict_text(decoded.outcome)},
+                             {"record", decoded.record},
+                             {"faults", decoded.faults}};
+        output.write(object.dump() + "\n");
+        if (decoded.outcome == kaplo::Outcome::whole) return;
+        ++damaged;
+        fmt::print(stderr, "nac: {}: {} is damaged in {}{}{}\n", message.origin, message.type.name,
+                   decoded.outcome == kaplo::Outcome::bad_header ? "its header" : "a field",
+                   decoded.faults.empty() ? "" : ": ", fmt::join(decoded.faults, "; "));
+    });
+    output.finish();
+    return damaged == 0 ? kOk : kBadData;
+}
+
+}  // namespace
+
+void add_decode(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "decode",
+                 "Read received bytes as the library does; print the records as JSON lines", run_decode);
+    add_message_options(verb, options.messages);
+    verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    verb.add_flag("--json", options.json, kAlwaysJsonHelp);
+    verb.footer(
+        R"(A line: {"type": "Nac_SetPortMsg", "hex": "0c000000..."}. Exit code 1 if a message is damaged.)");
+}
+
+}  // namespace tool

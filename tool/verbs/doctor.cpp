@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac doctor.
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <array>
+#include <string>
+
+#include "tool/io/open_bus.h"
+#include "tool/io/program_symbols.h"
+#include "tool/message/record_json.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+struct DoctorOptions {
+    std::string program;  // empty: this one
+    std::string bus;
+    std::uint32_t as = 0;
+    bool json = false;
+};
+
+constexpr std::array<const char*, 5> kHooks = {"ZEB_OsalMemUseFlagGet", "ZEB_OsalMemCacheAlloc",
+                                               "ZEB_OsalMemAlloc", "ZEB_OsalMemFree", "ZEB_OsalLogWrite"};
+constexpr std::array<const char*, 4> kBusFunctions = {
+    "VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook", "VORN_SendMsg", "VORN_SendToMsg"};
+
+// The file of the first definition in the order in which the dynamic linker looks; empty: none.
+std::string found_in(const char* name) {
+    void* const address = dlsym(RTLD_DEFAULT, name);
+    Dl_info where = {};
+    if (address == nullptr || dladdr(address, &where) == 0 || where.dli_fname == nullptr) return "";
+    return where.dli_fname;
+}
+
+// What is found, line by line for people, or as one object.
+class Report {
+  public:
+    explicit Report(bool json) : json_(json) {}
+
+    void symbol(const char* kind, const char* name, const std::string& state) {
+        object_[kind].push_back({{"name", name}, {"state", state}});
+        if (!json_) fmt::print("{:<34} {}\n", name, state);
+    }
+
+    // Hooks switch as a pair: allocation from the host and release by the system never meet.
+    void memory(bool allocates, bool caches, bool releases) {
+        tell("arrays", "arrays that arrive: ",
+             caches && releases ? "the host's cache, where its use flag is 1" : "malloc");
+        tell("buffers", "buffers to send:    ", allocates && releases ? "the host's allocator" : "malloc");
+    }
+
+    void tell(const char* key, const char* label, const Json& value, const std::string& more = "") {
+        object_[key] = value;
+        if (!json_)
+            fmt::print("{}{}{}\n", label, value.is_string() ? value.get<std::string>() : value.dump(), more);
+    }
+
+    void needs(const std::string& library) {
+        object_["needs"].push_back(library);
+        if (!json_) fmt::print("needs {}\n", library);
+    }
+
+    void place(const std::string& place) { object_["place"] = place; }
+
+    void finish() const {
+        if (json_) fmt::print("{}\n", object_.dump());
+    }
+
+  private:
+    bool json_;
+    Json object_ = {{"hooks", Json::array()}, {"bus_functions", Json::array()}, {"needs", Json::array()}};
+};
+
+ExitCode look_at_program(const std::string& file, Report& report) {
+    const ProgramSymbols symbols = program_symbols(file);
+    bool hidden = false;
+    const auto exported = [&](const char* name) { return symbols.exported.contains(name); };
+    for (const char* const name : kHooks) {
+        const bool kept = symbols.kept.contains(name);
+        hidden |= kept;
+        report.symbol("hooks", name,
+                      exported(name)     ? "exported"
+                      : kept             ? "defined, but not exported: the library does not find it"
+                      : symbols.stripped ? "not exported"
+                                         : "not defined");
+    }
+    report.memory(exported("ZEB_OsalMemAlloc"), exported("ZEB_OsalMemCacheAlloc"),
+                  exported("ZEB_OsalMemFree"));
+    for (const char* const name : kBusFunctions) {
+        report.symbol("bus_functions", name, exported(name) ? "the program's own" : "from a library");
+    }
+    for (const std::string& library : symbols.needed) report.needs(library);
+    report.finish();
+    if (hidden) {
+        throw CommandError(kBadData, fmt::format("{}: link it with -rdynamic, or against vorn_host (in CMake "
+                                                 "vorn_nac::host), which exports the host services",
+                                                 file));
+    }
+    return kOk;
+}
+
+ExitCode run_doctor(const DoctorOptions& options) {
+    Report report(options.json);
+    if (!options.program.empty()) return look_at_program(options.program, report);
+    const auto tell_origin = [&report](const char* kind, const char* name) {
+        const std::string file = found_in(name);
+        report.symbol(kind, name, file.empty() ? "not found" : file);
+    };
+    for (const char* const name : kHooks) tell_origin("hooks", name);
+    const auto there = [](const char* name) { return !found_in(name).empty(); };
+    report.memory(there("ZEB_OsalMemAlloc"), there("ZEB_OsalMemCacheAlloc"), there("ZEB_OsalMemFree"));
+    for (const char* const name : kBusFunctions) tell_origin("bus_functions", name);
+    report.tell("bus", "bus:     ", vorn_bus_chosen_url(url_or_null(options.bus)),
+                options.bus.empty() ? ", by VORN_BUS_URL or for lack of it" : "");
+    const OpenBus bus(options.bus, options.as);
+    const std::string place = vorn_bus_place(bus.get());
+    report.tell("address", "address: ", options.as, ", free, at " + place);
+    report.place(place);
+    report.finish();
+    return kOk;
+}
+
+}  // namespace
+
+void add_doctor(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(
+        app, chosen, "doctor",
+        "Tell which host services and which bus a process gets, and whether an address is free", run_doctor);
+    verb.add_option("PROGRAM", options.program, "A program's file; this process if not given");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_option("--as", options.as, "The address, 0 if not given");
+    verb.add_flag("--json", options.json, kJsonHelp);
+}
+
+}  // namespace tool

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac encode: records as the bytes of messages.
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <map>
+#include <memory_resource>
+#include <string>
+#include <vector>
+
+#include "tool/io/json_lines.h"
+#include "tool/io/message_files.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+enum class Written { compact, image, sent };
+
+struct EncodeOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    std::string type;
+    std::string output;
+    Written layout = Written::compact;
+    Format format = Format::lines;
+    bool json = false;
+};
+
+// The record of a line: its member, or, where --type tells the type, the line itself.
+const Json& record_of(const JsonLine& line, bool may_be_bare) {
+    const bool bare = may_be_bare && !line.object.contains("record") && !line.object.contains("type");
+    return bare ? line.object : line.member("record");
+}
+
+std::vector<std::uint8_t> encoded(const JsonLine& line, const Json& json, Written layout) {
+    std::pmr::monotonic_buffer_resource arrays;
+    std::vector<std::byte> record(line.type.record_bytes);
+    try {
+        line.type.from_json(json, record.data(), arrays);
+        const bool as_image = layout == Written::image || (layout == Written::sent && line.type.image_bytes);
+        if (!as_image) return line.type.pack(record.data());
+    } catch (const RecordError& error) {
+        throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+    }
+    if (!line.type.image_bytes) {
+        throw line.bad(fmt::format("{} holds vectors and has no fixed image", line.type.name));
+    }
+    return line.type.image(record.data());
+}
+
+ExitCode run_encode(const EncodeOptions& options) {
+    const MessageType* const type = type_option(options.type);
+    const Format format = options.json ? Format::lines : options.format;
+    Output output(options.output);
+    std::size_t messages = 0;
+    for_each_line(
+        options.files,
+        [&](const JsonLine& line) {
+            if (format == Format::raw && ++messages == 2) {
+                throw line.bad("a second message; a raw file is one, see --format");
+            }
+            output.write(format, &line.type, encoded(line, record_of(line, type != nullptr), options.layout));
+        },
+        type);
+    output.finish();
+    return kOk;
+}
+
+const std::map<std::string, Written>& layouts() {
+    static const std::map<std::string, Written> names = {
+        {"compact", Written::compact}, {"image", Written::image}, {"sent", Written::sent}};
+    return names;
+}
+
+}  // namespace
+
+void add_encode(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "encode", "Write records as messages, as the library does", run_encode);
+    verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    verb.add_option("--layout", options.layout,
+                    "compact (if not given), image: the fixed image, sent: the one in which it is sent")
+        ->transform(CLI::CheckedTransformer(layouts()).description("{compact,image,sent}"));
+    add_format_option(verb, options.format, "What to write");
+    verb.add_option("--type", options.type, "Name or id of the type, where the lines are bare records")
+        ->type_name("TYPE");
+    verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    verb.add_flag("--json", options.json, "As --format lines");
+    verb.footer(
+        R"(A line: {"type": "Nac_SetPortMsg", "record": {"f0": 7, "f1": 1}}, or what nac decode prints.)");
+}
+
+}  // namespace tool

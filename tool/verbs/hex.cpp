@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac hex: the bytes of messages beside their meanings.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tool/io/message_files.h"
+#include "tool/message/finding.h"
+#include "tool/message/record_text.h"
+#include "tool/show/hex_page.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+enum class Colour { automatic, always, never };
+
+struct HexOptions {
+    MessageOptions messages;
+    std::string output;
+    Colour colour = Colour::automatic;
+    bool html = false;
+    bool json = false;
+};
+
+constexpr std::size_t kRowBytes = 8;
+
+class HexText {
+  public:
+    explicit HexText(bool coloured) : coloured_(coloured) {}
+
+    std::string of(const Message& message, const Finding& finding) {
+        text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, message.origin,
+                            message.bytes.size(), summary_of(finding));
+        for (const Fault& fault : finding.walk.faults) note("! " + fault_text(fault), kRed);
+        if (finding.walk.more_faults != 0) note(fmt::format("! and {} more", finding.walk.more_faults), kRed);
+        for (const std::string& line : finding.logged) note("logged: " + line, kRed);
+        if (!finding.is_buffer) {
+            rows(0, message.bytes, "", "");
+            return text_;
+        }
+        const Annotated annotated = annotate(*message.type.shape, message.bytes);
+        for (const Piece& piece : annotated.pieces) add(piece, annotated, message.bytes);
+        if (annotated.cut)
+            note(fmt::format("more than {} meanings: the rest is not told", kMostRanges), kRed);
+        return text_;
+    }
+
+  private:
+    static constexpr const char* kRed = "\033[31m";
+    static constexpr const char* kGrey = "\033[90m";
+
+    std::string coloured(const char* colour, const std::string& text) const {
+        return coloured_ && *colour != '\0' ? fmt::format("{}{}\033[0m", colour, text) : text;
+    }
+
+    void note(const std::string& text, const char* colour) { text_ += coloured(colour, "; " + text) + "\n"; }
+
+    void add(const Piece& piece, const Annotated& annotated, std::span<const std::uint8_t> bytes) {
+        bool first = true;
+        for (const std::size_t k : piece.meanings) {
+            const Range& range = annotated.ranges[k];
+            const bool whole = range.at == piece.at && range.bytes == piece.bytes;
+            std::string words = std::string(std::size_t{2} * range.depth, ' ') + (range.faulty ? "! " : "");
+            if (!whole) words += fmt::format("in {} to {}: ", range.at, range.at + range.bytes - 1);
+            words += meaning(range, bytes);
+            const char* const colour = range.faulty                  ? kRed
+                                       : range.part == Part::unread  ? kGrey
+                                       : range.part == Part::padding ? kGrey
+                                                                     : "";
+            if (first) {
+                rows(piece.at, bytes.subspan(piece.at, piece.bytes), words, colour);
+            } else {
+                text_ += fmt::format("{:35}; {}\n", "", coloured(colour, words));
+            }
+            first = false;
+        }
+    }
+
+    void rows(std::size_t at, std::span<const std::uint8_t> bytes, const std::string& words,
+              const char* colour) {
+        for (std::size_t done = 0; done < bytes.size(); done += kRowBytes) {
+            const auto row = bytes.subspan(done, std::min(kRowBytes, bytes.size() - done));
+            std::string digits;
+            for (const std::uint8_t byte : row) digits += fmt::format(" {:02x}", byte);
+            const std::string position = coloured(kGrey, fmt::format("{:08x}:", at + done));
+            if (done == 0 && !words.empty()) {
+                text_ += fmt::format("{}{:<25} ; {}\n", position, digits, coloured(colour, words));
+            } else {
+                text_ += fmt::format("{}{}\n", position, digits);
+            }
+        }
+    }
+
+    bool coloured_;
+    std::string text_;
+};
+
+template <class T>
+Json name_or_null(const T* thing) {
+    return thing != nullptr ? Json(thing->name) : Json(nullptr);
+}
+
+Json hex_json(const Message& message, const Finding& finding) {
+    Json object = {{"origin", message.origin}};
+    object.update(finding_to_json(finding, message.type, message.bytes));
+    object["ranges"] = Json::array();
+    if (!finding.is_buffer) return object;
+    const Annotated annotated = annotate(*message.type.shape, message.bytes);
+    for (const Range& range : annotated.ranges) {
+        const bool leads = range.part == Part::root_reference || range.part == Part::soffset ||
+                           range.part == Part::reference || (range.part == Part::slot && range.number != 0);
+        object["ranges"].push_back(
+            {{"at", range.at},
+             {"bytes", range.bytes},
+             {"hex", to_hex(message.bytes.subspan(range.at, range.bytes))},
+             {"part", text_of(range.part)},
+             {"depth", range.depth},
+             {"table", name_or_null(range.table)},
+             {"field", name_or_null(range.field)},
+             {"path", range.path},
+             {"value", range.part == Part::scalar ? Json(range.number) : Json(nullptr)},
+             {"target", leads ? Json(range.target) : Json(nullptr)},
+             {"text", meaning(range, message.bytes, true)},
+             {"faulty", range.faulty}});
+    }
+    return object;
+}
+
+bool is_coloured(const HexOptions& options) {
+    if (options.colour != Colour::automatic) return options.colour == Colour::always;
+    const char* const no_color = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): nobody sets it
+    const bool to_terminal = (options.output.empty() || options.output == "-") && isatty(STDOUT_FILENO) == 1;
+    return to_terminal && (no_color == nullptr || *no_color == '\0');
+}
+
+ExitCode run_hex(const HexOptions& options) {
+    bool good = true;
+    Output output(options.output);
+    HexText text(is_coloured(options));
+    std::size_t messages = 0;
+    if (options.html) output.write(hex_page_start());
+    for_each_message(options.messages, [&](const Message& message) {
+        const Finding finding = find_faults(message.type, message.bytes);
+        good &= finding.good();
+        if (options.html) {
+            output.write(hex_page_section(++messages, message.origin, message.type, message.bytes, finding));
+        } else if (options.json) {
+            output.write(hex_json(message, finding).dump() + "\n");
+        } else {
+            output.write(text.of(message, finding));
+        }
+    });
+    if (options.html) output.write(hex_page_end());
+    output.finish();
+    return good ? kOk : kBadData;
+}
+
+const std::map<std::string, Colour>& colours() {
+    static const std::map<std::string, Colour> names = {
+        {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+    return names;
+}
+
+}  // namespace
+
+void add_hex(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(
+        app, chosen, "hex", "Print the bytes of messages beside their meanings, damaged ones too", run_hex);
+    add_message_options(verb, options.messages);
+    verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    CLI::Option* const html = verb.add_flag(
+        "--html", options.html, "One page, for a browser, in which bytes and meanings select each other");
+    verb.add_flag("--json", options.json, kJsonHelp)->excludes(html);
+    verb.add_option("--color", options.colour, "auto, if not given: on a terminal, unless NO_COLOR is set")
+        ->transform(CLI::CheckedTransformer(colours()).description("{auto,always,never}"));
+    verb.footer("nac assemble reads the text back. Exit code 1 if a message is damaged.");
+}
+
+}  // namespace tool

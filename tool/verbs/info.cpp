@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac info.
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tool/io/capture.h"
+#include "tool/io/message_filter.h"
+#include "tool/io/progress.h"
+#include "tool/message/message_type.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+constexpr std::size_t kDamagesShown = 20;
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    FilterOptions filter;
+    bool json = false;
+};
+
+struct Totals {
+    std::uint64_t messages = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t damaged = 0;
+};
+
+struct Damage {
+    std::uint64_t packet;
+    std::string type;
+    std::vector<std::string> faults;
+};
+
+std::string type_name(std::uint32_t id) {
+    const MessageType* const type = find_message_type(id);
+    return type != nullptr ? type->name : fmt::format("0x{:08X}", id);
+}
+
+std::string utc(std::uint64_t nanoseconds) {
+    const std::chrono::sys_time<std::chrono::seconds> second(
+        std::chrono::seconds(nanoseconds / 1'000'000'000));
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:09}",
+                       fmt::gmtime(std::chrono::system_clock::to_time_t(second)),
+                       nanoseconds % 1'000'000'000);
+}
+
+// What one capture holds.
+class Summary {
+  public:
+    void add(const CapturedMessage& message, std::uint64_t packet) {
+        first_ = all_.messages == 0 ? message.time : std::min(first_, message.time);
+        last_ = std::max(last_, message.time);
+        if (all_.messages == 0 || message.unit != unit_) ++units_;
+        unit_ = message.unit;
+        if (message.is_cut()) ++cut_;
+        const bool whole = check(message, packet);
+        for (Totals* const totals :
+             {&all_, &types_[message.id], &pairs_[{message.source, message.destination}]}) {
+            ++totals->messages;
+            totals->bytes += message.bytes_on_bus;
+            totals->damaged += whole ? 0 : 1;
+        }
+    }
+
+    bool has_damage() const { return all_.damaged != 0; }
+
+    Json to_json(const CaptureReader& reader) const {
+        Json object = {{"file", reader.name()},
+                       {"recorder", reader.recorder()},
+                       {"messages", all_.messages},
+                       {"units", units_},
+                       {"bytes", all_.bytes},
+                       {"damaged", all_.damaged},
+                       {"unknown", unknown_},
+                       {"cut", cut_},
+                       {"first_time", first_},
+                       {"last_time", last_},
+                       {"seconds", seconds()},
+                       {"messages_per_second", rate(all_.messages)},
+                       {"bytes_per_second", rate(all_.bytes)},
+                       {"lost_units", reader.lost_units()},
+                       {"foreign_packets", reader.foreign_packets()},
+                       {"complaint", reader.complaint().empty() ? Json(nullptr) : Json(reader.complaint())},
+                       {"types", Json::array()},
+                       {"addresses", Json::array()},
+                       {"damages", Json::array()}};
+        for (const auto& [id, totals] : by_number(types_)) {
+            Json entry = {{"type", find_message_type(id) != nullptr ? Json(type_name(id)) : Json(nullptr)},
+                          {"id", id}};
+            object["types"].push_back(with(entry, totals));
+        }
+        for (const auto& [pair, totals] : by_number(pairs_)) {
+            Json entry = {{"from", pair.first}, {"to", pair.second}};
+            object["addresses"].push_back(with(entry, totals));
+        }
+        for (const Damage& damage : damages_) {
+            object["damages"].push_back(
+                {{"packet", damage.packet}, {"type", damage.type}, {"faults", damage.faults}});
+        }
+        return object;
+    }
+
+    void print(const CaptureReader& reader) const {
+        fmt::print("{}\n", reader.name());
+        fmt::print("  {} messages in {} units, {} bytes; {} damaged, {} of unknown types, {} cut\n",
+                   all_.messages, units_, all_.bytes, all_.damaged, unknown_, cut_);
+        if (all_.messages != 0) {
+            fmt::print("  from {} UTC\n  to   {} UTC, {:.3f} s; {:.0f} messages/s, {:.0f} bytes/s\n",
+                       utc(first_), utc(last_), seconds(), rate(all_.messages), rate(all_.bytes));
+        }
+        fmt::print("  {} units lost while recording", reader.lost_units());
+        if (reader.foreign_packets() != 0)
+            fmt::print("; {} packets that are no messages", reader.foreign_packets());
+        fmt::print("\n");
+        if (all_.messages == 0) return;
+        fmt::print("  {:<37} {:>10} {:>12} {:>12} {:>8}\n", "type", "messages", "bytes", "messages/s",
+                   "damaged");
+        for (const auto& [id, totals] : by_number(types_)) print_row(type_name(id), totals);
+        fmt::print("  {:<37} {:>10} {:>12} {:>12} {:>8}\n", "from -> to", "messages", "bytes", "messages/s",
+                   "damaged");
+        for (const auto& [pair, totals] : by_number(pairs_))
+            print_row(fmt::format("{} -> {}", pair.first, pair.second), totals);
+        for (const Damage& damage : damages_) {
+            fmt::print("  packet {}: {} is damaged{}\n", damage.packet, damage.type,
+                       damage.faults.empty() ? "" : ": " + damage.faults.front());
+        }
+        if (all_.damaged > damages_.size())
+            fmt::print("  and {} more that are damaged\n", all_.damaged - damages_.size());
+    }
+
+  private:
+    // Those with the most messages first.
+    template <class Key>
+    static std::vector<std::pair<Key, Totals>> by_number(const std::map<Key, Totals>& totals) {
+        std::vector<std::pair<Key, Totals>> rows(totals.begin(), totals.end());
+        std::stable_sort(rows.begin(), rows.end(), [](const auto& left, const auto& right) {
+            return left.second.messages > right.second.messages;
+        });
+        return rows;
+    }
+
+    Json with(Json entry, const Totals& totals) const {
+        entry["messages"] = totals.messages;
+        entry["bytes"] = totals.bytes;
+        entry["damaged"] = totals.damaged;
+        entry["messages_per_second"] = rate(totals.messages);
+        return entry;
+    }
+
+    void print_row(const std::string& name, const Totals& totals) const {
+        fmt::print("  {:<37} {:>10} {:>12} {:>12.1f} {:>8}\n", name, totals.messages, totals.bytes,
+                   rate(totals.messages), totals.damaged);
+    }
+
+    // A message that was cut cannot be told from a damaged one, and counts as neither.
+    bool check(const CapturedMessage& message, std::uint64_t packet) {
+        const MessageType* const type = find_message_type(message.id);
+        if (type == nullptr) {
+            ++unknown_;
+            return true;
+        }
+        if (message.is_cut() || type->is_whole(message.bytes)) return true;
+        if (damages_.size() < kDamagesShown) damages_.push_back({packet, type->name, faults(*type, message)});
+        return false;
+    }
+    static std::vector<std::string> faults(const MessageType& type, const CapturedMessage& message) {
+        try {
+            return type.decode(message.bytes).faults;
+        } catch (const RecordError& error) {
+            return {error.what()};
+        }
+    }
+
+    double seconds() const { return static_cast<double>(last_ - first_) / 1e9; }
+    double rate(std::uint64_t number) const {
+        return last_ == first_ ? 0 : static_cast<double>(number) / seconds();
+    }
+
+    Totals all_;
+    std::map<std::uint32_t, Totals> types_;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, Totals> pairs_;
+    std::vector<Damage> damages_;
+    std::uint64_t first_ = 0;
+    std::uint64_t last_ = 0;
+    std::uint64_t unit_ = 0;
+    std::uint64_t units_ = 0;
+    std::uint64_t unknown_ = 0;
+    std::uint64_t cut_ = 0;
+};
+
+ExitCode run_info(const InfoOptions& options) {
+    const MessageFilter filter(options.filter);
+    Progress progress(options.files);
+    ExitCode code = kOk;
+    for (const std::string& file : options.files) {
+        CaptureReader reader(file);
+        Summary summary;
+        CapturedMessage message;
+        while (reader.next(message)) {
+            progress.add(reader.block_bytes());
+            if (filter.passes(message.id, message.source, message.destination, message.bytes))
+                summary.add(message, reader.packets());
+        }
+        if (options.json) {
+            fmt::print("{}\n", summary.to_json(reader).dump());
+        } else {
+            summary.print(reader);
+        }
+        if (!reader.complaint().empty())
+            fmt::print(stderr, "nac: {}: {}\n", reader.name(), reader.complaint());
+        if (!reader.complaint().empty() || summary.has_damage()) code = kBadData;
+    }
+    return code;
+}
+
+}  // namespace
+
+void add_info(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "info",
+                 "Tell what captures hold: counts by type and address, rates, damaged messages", run_info);
+    verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
+    add_filter_options(verb, options.filter);
+    verb.add_flag("--json", options.json, "One JSON object a capture");
+    verb.footer("Exit code 1 if messages are damaged, or if a capture ends early.");
+}
+
+}  // namespace tool

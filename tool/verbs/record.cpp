@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac record.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <string>
+
+#include "tool/io/capture.h"
+#include "tool/io/message_filter.h"
+#include "tool/io/open_watch.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+struct RecordOptions {
+    WatchOptions watch;
+    FilterOptions filter;
+    std::string output;
+    std::uint64_t split_bytes = 0;
+    std::uint32_t snapshot_bytes = kUsualSnapshotBytes;
+    bool json = false;
+};
+
+class Recorder {
+  public:
+    explicit Recorder(const RecordOptions& options)
+        : options_(options),
+          filter_(options.filter),
+          watch_(options.watch),
+          writer_(options.output, options.split_bytes, options.snapshot_bytes) {}
+
+    ExitCode run() {
+        fmt::print(stderr, "recording into {}\n",
+                   options_.output == "-" ? "standard output" : options_.output);
+        watch_.run([this](const vorn_bus_watched& message) { take(message); },
+                   [this] { return writer_.messages(); }, [this] { flush(); });
+        const vorn_bus_watch_counters counters = watch_.counters();
+        writer_.finish(counters.lost_units);
+        tell(counters);
+        if (writer_.messages() < options_.watch.count) {
+            throw CommandError(kTrouble,
+                               fmt::format("{} of {} messages did not come",
+                                           options_.watch.count - writer_.messages(), options_.watch.count));
+        }
+        return counters.lost_units == 0 ? kOk : kTrouble;
+    }
+
+  private:
+    void take(const vorn_bus_watched& message) {
+        if (message.position == 0) ++unit_;
+        const std::span bytes(message.packed, message.packed_bytes);
+        if (!filter_.passes(message.message_id, message.source, message.destination, bytes)) {
+            ++left_out_;
+            return;
+        }
+        writer_.write({message.time, unit_, message.target, message.message_id, message.source,
+                       message.destination, 0, message.position, message.count, message.packed_bytes, bytes});
+    }
+
+    // So that whoever reads along sees what there is.
+    void flush() {
+        const auto now = Clock::now();
+        if (now < next_flush_) return;
+        next_flush_ = now + 200ms;
+        writer_.flush();
+    }
+
+    void tell(const vorn_bus_watch_counters& counters) const {
+        fmt::print(stderr,
+                   "{} messages of {} units recorded, {} bytes in {} file{}; {} left out, {} cut, {} units "
+                   "lost, {} damaged envelopes\n",
+                   writer_.messages(), counters.units, writer_.bytes(), writer_.files().size(),
+                   writer_.files().size() == 1 ? "" : "s", left_out_, writer_.cut_messages(),
+                   counters.lost_units, counters.damaged);
+        if (counters.interruptions != 0)
+            fmt::print(stderr, "{} times a receiver or a server went and came again\n",
+                       counters.interruptions);
+        if (!options_.json) return;
+        const Json summary = {{"messages", writer_.messages()},
+                              {"units", counters.units},
+                              {"bytes", writer_.bytes()},
+                              {"files", writer_.files()},
+                              {"seconds", watch_.seconds()},
+                              {"left_out_messages", left_out_},
+                              {"cut_messages", writer_.cut_messages()},
+                              {"lost_units", counters.lost_units},
+                              {"damaged_envelopes", counters.damaged},
+                              {"interruptions", counters.interruptions}};
+        fmt::print("{}\n", summary.dump());
+    }
+
+    const RecordOptions& options_;
+    const MessageFilter filter_;
+    OpenWatch watch_;
+    CaptureWriter writer_;
+    std::uint64_t unit_ = 0;
+    std::uint64_t left_out_ = 0;
+    Clock::time_point next_flush_;
+};
+
+ExitCode run_record(const RecordOptions& options) {
+    if (options.output == "-" && (options.split_bytes != 0 || options.json)) {
+        throw CommandError(kBadUsage,
+                           "standard output takes the capture alone: neither --split-bytes nor --json");
+    }
+    return Recorder(options).run();
+}
+
+}  // namespace
+
+void add_record(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] =
+        add_verb(app, chosen, "record", "Record what passes over the bus into a capture that Wireshark opens",
+                 run_record);
+    verb.add_option("-o,--output", options.output, "The file; - is standard output")->required();
+    add_watch_options(verb, options.watch);
+    add_filter_options(verb, options.filter);
+    verb.add_option("--split-bytes", options.split_bytes,
+                    "Begin another file, OUT-2.pcapng, before one has more bytes")
+        ->check(CLI::PositiveNumber);
+    verb.add_option("--snaplen", options.snapshot_bytes,
+                    "Bytes of a packet that are kept; 262144, the most that Wireshark takes, if not given")
+        ->check(CLI::Range(kCaptureHeaderBytes, 64U << 20));
+    verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
+    verb.footer("Exit code 3 if copies of units were lost on the way.");
+}
+
+}  // namespace tool

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac send.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory_resource>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bus/send.h"
+#include "tool/io/json_lines.h"
+#include "tool/io/open_bus.h"
+#include "tool/io/progress.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+struct SendOptions {
+    std::vector<std::string> files;  // "-" is standard input
+    std::string bus;                 // empty: the usual URL
+    std::uint32_t to = 0;
+    std::uint32_t as = 0;
+    std::uint64_t target = 0;
+    bool batch = false;
+    bool json = false;
+    double rate = 0;        // records a second; 0: as fast as they are taken
+    double timeout_s = 10;  // for each send, and for the last to be handled
+};
+
+using Clock = std::chrono::steady_clock;
+
+class Sender {
+  public:
+    explicit Sender(const SendOptions& options)
+        : options_(options), bus_(options.bus, options.as, options.timeout_s), progress_(options.files) {}
+
+    void add(const JsonLine& line) {
+        if (type_ != nullptr && (!options_.batch || type_ != &line.type)) send();
+        std::vector<std::byte> storage(line.type.record_bytes);
+        try {
+            line.type.from_json(line.member("record"), storage.data(), arrays_);
+        } catch (const RecordError& error) {
+            throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+        }
+        const std::uint32_t bytes = line.type.image_bytes.value_or(line.type.packed_bytes(storage.data()));
+        if (type_ != nullptr && bytes_ + bytes > kaplo::kBatchAreaBytes) send();
+        if (type_ == nullptr) {
+            type_ = &line.type;
+            origin_ = line.origin;
+            // Arrays of records that are sent are of no use any more. The new record's own are among them, so
+            // that they are made once more.
+            if (++since_release_ == kReleaseAfter) {
+                since_release_ = 0;
+                arrays_.release();
+                std::fill(storage.begin(), storage.end(), std::byte());
+                line.type.from_json(line.member("record"), storage.data(), arrays_);
+            }
+        }
+        bytes_ += bytes;
+        records_.insert(records_.end(), storage.begin(), storage.end());
+        ++count_;
+        progress_.add(line.bytes);
+    }
+
+    ExitCode finish() {
+        send();
+        const std::int32_t flushed = vorn_bus_flush(bus_.get(), milliseconds(options_.timeout_s));
+        const vorn_bus_counters counters = bus_.counters();
+        if (options_.json) {
+            const Json object = {{"to", options_.to},
+                                 {"sent_messages", counters.sent_messages},
+                                 {"sent_units", counters.sent_units},
+                                 {"lost_units", counters.lost_units},
+                                 {"unhandled_units", counters.unhandled_units}};
+            fmt::print("{}\n", object.dump());
+        }
+        fmt::print(stderr, "{} records sent to address {} in {} units; {} lost, {} still on their way\n",
+                   counters.sent_messages, options_.to, counters.sent_units, counters.lost_units,
+                   counters.unhandled_units);
+        if (flushed != VORN_BUS_OK) throw bus_error(fmt::format("address {}", options_.to), flushed);
+        return kOk;
+    }
+
+  private:
+    static constexpr int kReleaseAfter = 1000;
+
+    // Sends what is collected: one unit.
+    void send() {
+        if (type_ == nullptr) return;
+        if (options_.rate > 0) {
+            std::this_thread::sleep_until(next_);
+            next_ = std::max(next_, Clock::now() - std::chrono::seconds(1)) +
+                    std::chrono::duration_cast<Clock::duration>(
+                        std::chrono::duration<double>(count_ / options_.rate));
+        }
+        const std::uint32_t result = type_->send(options_.to, records_.data(), count_, options_.target);
+        if (result != VORN_BUS_OK) {
+            throw bus_error(fmt::format("{}: {} to address {}", origin_, type_->name, options_.to),
+                            static_cast<std::int32_t>(result));
+        }
+        type_ = nullptr;
+        records_.clear();
+        bytes_ = 0;
+        count_ = 0;
+    }
+
+    const SendOptions& options_;
+    OpenBus bus_;
+    Progress progress_;
+    std::pmr::monotonic_buffer_resource arrays_;
+    int since_release_ = 0;
+    Clock::time_point next_ = Clock::now();
+
+    // The unit that is collected.
+    const MessageType* type_ = nullptr;
+    std::string origin_;
+    std::vector<std::byte> records_;
+    std::uint64_t bytes_ = 0;
+    std::uint32_t count_ = 0;
+};
+
+ExitCode run_send(const SendOptions& options) {
+    show_log_lines();
+    Sender sender(options);
+    for_each_line(options.files, [&sender](const JsonLine& line) { sender.add(line); });
+    return sender.finish();
+}
+
+}  // namespace
+
+void add_send(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(app, chosen, "send", "Send records to an address of the bus", run_send);
+    verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    verb.add_option("--to", options.to, "Address of the receiver")->required();
+    verb.add_option("--as", options.as, "Address of the sender, 0 if not given");
+    verb.add_option("--target", options.target, "Target handed on with each message");
+    verb.add_option("--bus", options.bus, kBusHelp);
+    verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one unit");
+    verb.add_flag("--json", options.json, "What was sent and what was lost, as a JSON object");
+    verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
+        ->check(CLI::PositiveNumber);
+    verb.add_option("--timeout", options.timeout_s, "Seconds to wait for the receiver, 10 if not given")
+        ->check(CLI::PositiveNumber);
+}
+
+}  // namespace tool

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// nac verify: what is wrong with messages, and where.
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <string>
+
+#include "tool/io/message_files.h"
+#include "tool/message/finding.h"
+#include "tool/verb.h"
+
+namespace tool {
+namespace {
+
+struct VerifyOptions {
+    MessageOptions messages;
+    std::string output;
+    bool quiet = false;
+    bool json = false;
+};
+
+std::string text_of(const Finding& finding, const Message& message) {
+    std::string text = fmt::format("{}: {}, {} bytes, {}\n", message.origin, message.type.name,
+                                   message.bytes.size(), summary_of(finding));
+    for (const Fault& fault : finding.walk.faults) {
+        text += fmt::format("  {}\n", fault_text(fault));
+    }
+    if (finding.walk.more_faults != 0) text += fmt::format("  and {} more\n", finding.walk.more_faults);
+    for (const std::string& line : finding.logged) text += fmt::format("  logged: {}\n", line);
+    return text;
+}
+
+ExitCode run_verify(const VerifyOptions& options) {
+    std::size_t all = 0;
+    std::size_t damaged = 0;
+    Output output(options.output);
+    for_each_message(options.messages, [&](const Message& message) {
+        const Finding finding = find_faults(message.type, message.bytes);
+        ++all;
+        if (!finding.good()) ++damaged;
+        if (options.quiet && finding.good()) return;
+        if (!options.json) return output.write(text_of(finding, message));
+        Json object = {{"origin", message.origin}};
+        object.update(finding_to_json(finding, message.type, message.bytes));
+        output.write(object.dump() + "\n");
+    });
+    output.finish();
+    fmt::print(stderr, "{} messages, {} damaged\n", all, damaged);
+    return damaged == 0 ? kOk : kBadData;
+}
+
+}  // namespace
+
+void add_verify(CLI::App& app, Chosen& chosen) {
+    auto [verb, options] = add_verb(
+        app, chosen, "verify",
+        "Say what is wrong with messages: at which offset, in which table and field, and what is logged",
+        run_verify);
+    add_message_options(verb, options.messages);
+    verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    verb.add_flag("-q,--quiet", options.quiet, "Only the damaged ones");
+    verb.add_flag("--json", options.json, kJsonHelp);
+    verb.footer(
+        "The first fault is where the library stops; those behind it are in what it does not reach.\n"
+        "Exit code 1 if a message is damaged.");
+}
+
+}  // namespace tool

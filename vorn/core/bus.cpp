@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/core/bus.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace vorn {
+namespace {
+
+constexpr std::uint32_t kUsualQueueUnits = 1024;
+constexpr std::uint32_t kUsualQueueBytes = 16U << 20;
+constexpr std::uint32_t kUsualUnitBytes = 1'000'000;
+constexpr std::uint32_t kLargestUnitBytes = 64U << 20;
+constexpr std::int32_t kUsualSendTimeout = 2000;
+constexpr std::int32_t kUsualLinger = 1000;
+
+constexpr std::size_t kRecordRoomBytes = 65536;
+
+template <class T>
+void default_to(T& value, T usual) {
+    if (value == 0) value = usual;
+}
+
+}  // namespace
+
+RecordRoom::RecordRoom() {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    bytes_ = (kRecordRoomBytes + page - 1) / page * page;
+    start_ = mmap(nullptr, bytes_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (start_ == MAP_FAILED) throw std::system_error(errno, std::generic_category());
+    mprotect(static_cast<std::byte*>(start_) + bytes_, page, PROT_NONE);
+}
+
+RecordRoom::~RecordRoom() { munmap(start_, bytes_ + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))); }
+
+void RecordRoom::clear(std::uint32_t bytes) const { std::memset(start_, 0, bytes < bytes_ ? bytes : bytes_); }
+
+Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
+    vorn_bus_options options = given;
+    const std::string url = chosen_url(given.url);
+    options.url = nullptr;  // the host's text may go
+    default_to(options.queue_units, kUsualQueueUnits);
+    default_to(options.queue_bytes, kUsualQueueBytes);
+    default_to(options.unit_bytes, kUsualUnitBytes);
+    default_to(options.send_timeout_ms, kUsualSendTimeout);
+    default_to(options.linger_ms, kUsualLinger);
+    if (options.unit_bytes < kUnitHeaderBytes + kEntryBytes || options.unit_bytes > kLargestUnitBytes) {
+        return VORN_BUS_BAD_ARGUMENT;
+    }
+    const Scheme* const scheme = find_scheme(url);
+    if (scheme == nullptr) return VORN_BUS_BAD_URL;
+    if (scheme->make == nullptr) return VORN_BUS_NO_TRANSPORT;
+
+    std::unique_ptr<Bus> made(new Bus(options, "vorn " + std::to_string(options.address) + ": "));
+    const Endpoint endpoint = {options.address,
+                               options.queue_units,
+                               options.queue_bytes,
+                               options.unit_bytes,
+                               made->inbox_,
+                               made->counters_,
+                               made->log_,
+                               [](const void* self, vorn_bus_counters& counters) {
+                                   static_cast<const Bus*>(self)->read_counters(counters);
+                               },
+                               made.get()};
+    Result result = scheme->make(url.substr(std::strlen(scheme->prefix)), endpoint, made->transport_);
+    if (result == VORN_BUS_OK) result = made->transport_->open();
+    if (result != VORN_BUS_OK) return result;
+    made->place_ = made->transport_->place();
+    bus = std::move(made);
+    return result;
+}
+
+Bus::Bus(const vorn_bus_options& options, const std::string& prefix)
+    : options_(options), log_(options.log, options.log_context, prefix) {}
+
+Bus::~Bus() {
+    if (transport_ == nullptr) return;
+    stop();
+    transport_->stop_receiving();
+    inbox_.close();
+    transport_->drain(within_milliseconds(options_.linger_ms));
+    if (const std::uint64_t left = transport_->units_on_their_way(); left != 0) {
+        log_.line(std::to_string(left) +
+                  " units were on their way when the bus was closed; they count as lost");
+    }
+    transport_.reset();
+}
+
+Result Bus::refuse(Result result) {
+    count(counters_.refused_units);
+    return result;
+}
+
+Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descriptors, std::uint32_t count_of,
+                 std::uint64_t target) {
+    if (descriptors == nullptr || count_of == 0) return refuse(VORN_BUS_BAD_ARGUMENT);
+    for (std::uint32_t i = 0; i < count_of; ++i) {
+        if (descriptors[i].buffer == nullptr && descriptors[i].length != 0)
+            return refuse(VORN_BUS_BAD_ARGUMENT);
+    }
+    const auto bytes = unit_bytes(descriptors, count_of);
+    if (!bytes || *bytes > options_.unit_bytes) return refuse(VORN_BUS_TOO_LARGE);
+    const Outgoing unit = {{destination, options_.address, target, count_of, *bytes}, descriptors};
+    Patience patience(options_.send_timeout_ms);
+    const Result result = transport_->send(unit, patience);
+    if (result != VORN_BUS_OK && result != VORN_BUS_UNSURE) return refuse(result);
+    count(counters_.sent_units);
+    count(counters_.sent_messages, count_of);
+    return result;
+}
+
+Result Bus::flush(std::int32_t timeout_ms) {
+    const bool drained = transport_->drain(in_milliseconds(timeout_ms));
+    const std::lock_guard locked(flush_lock_);
+    const std::uint64_t lost = counters_.lost_units.load(std::memory_order_relaxed);
+    if (std::exchange(lost_at_flush_, lost) != lost) return VORN_BUS_LOST;
+    return drained ? VORN_BUS_OK : VORN_BUS_TIMEOUT;
+}
+
+Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t& handled) {
+    handled = 0;
+    Deadline deadline = in_milliseconds(timeout_ms);
+    if (!begin_polling(deadline)) return VORN_BUS_BUSY;
+    const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
+    while (max_units == 0 || handled < max_units) {
+        Parcel* const parcel = inbox_.front(deadline);
+        if (parcel == nullptr) break;
+        handled += handle_parcel(*parcel, max_units == 0 ? UINT32_MAX : max_units - handled);
+        if (parcel->bytes.empty()) inbox_.pop_front();
+        if (handled != 0) deadline = Deadline();  // only the first is waited for
+    }
+    return VORN_BUS_OK;
+}
+
+bool Bus::begin_polling(Deadline deadline) {
+    const auto self = std::this_thread::get_id();
+    std::unique_lock locked(polling_lock_);
+    if (polling_ == self || (receiving_ != std::thread::id() && receiving_ != self)) return false;
+    if (!polling_ended_.wait_until(locked, deadline, [this] { return polling_ == std::thread::id(); })) {
+        return false;
+    }
+    polling_ = self;
+    return true;
+}
+
+void Bus::end_polling() {
+    {
+        const std::lock_guard locked(polling_lock_);
+        polling_ = std::thread::id();
+    }
+    polling_ended_.notify_one();
+}
+
+// Handles up to so many units of the parcel, and takes them off it.
+std::uint32_t Bus::handle_parcel(Parcel& parcel, std::uint32_t at_most) {
+    std::uint32_t handled = 0;
+    while (handled < at_most && !parcel.bytes.empty()) {
+        const auto unit = read_unit(parcel.bytes);
+        if (!unit || parcel.units == 0) {
+            count(counters_.damaged);
+            log_.line_about_outside("a damaged envelope was left out, with what followed it in its packet");
+            parcel.bytes = {};
+            break;
+        }
+        parcel.unit_begins();
+        handle_unit(*unit, std::exchange(parcel.repeated, false) ? VORN_BUS_REPEATED : 0);
+        parcel.unit_handled();
+        parcel.bytes = parcel.bytes.subspan(unit->header().bytes);
+        --parcel.units;
+        inbox_.units_left(1);
+        ++handled;
+    }
+    if (parcel.bytes.empty()) {
+        inbox_.units_left(std::exchange(parcel.units, 0));
+        parcel.finished();
+    } else {
+        parcel.left_for_later();
+    }
+    return handled;
+}
+
+void Bus::handle_unit(const Unit& unit, std::uint32_t flags) {
+    if (unit.header().destination != options_.address) {
+        count(counters_.damaged);
+        log_.line_about_outside("a unit for address " + std::to_string(unit.header().destination) +
+                                " was left out");
+        return;
+    }
+    unit.each_message([&](const Message& message) { handle_message(unit.header(), message, flags); });
+    count_alone(counters_.received_units);
+}
+
+void Bus::handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags) {
+    if (routes_registry_ != Registry::instance().version() ||
+        routes_handlers_ != handlers_version_.load(std::memory_order_acquire)) {
+        renew_routes();
+    }
+    const auto found = routes_.find(message.id);
+    if (found == routes_.end()) {
+        count(counters_.unknown_messages);
+        log_.line_about_outside("a message of the unknown id " + std::to_string(message.id) +
+                                " was left out");
+        return;
+    }
+    const Route route = found->second;  // a handler may change the routes
+    if (route.handler.call == nullptr) {
+        count(counters_.ignored_messages);
+        return;
+    }
+    const auto length = static_cast<std::uint32_t>(message.bytes.size());
+    void* const record = room_.start();
+    const std::uint32_t record_bytes = route.functions.unpack(message.bytes.data(), length, record);
+    const vorn_bus_message arrived = {message.id,    header.source, header.destination,   flags,
+                                      header.target, record,        message.bytes.data(), record_bytes,
+                                      length};
+    route.handler.call(&arrived, route.handler.context);
+    // Also where unpack refused its arguments: what it frees is zero then.
+    route.functions.free_unpacked(record);
+    room_.clear(record_bytes);
+    count_alone(counters_.received_messages);
+}
+
+void Bus::renew_routes() {
+    const std::lock_guard locked(handlers_lock_);
+    // Versions first: what is registered meanwhile renews the routes once more.
+    routes_registry_ = Registry::instance().version();
+    routes_handlers_ = handlers_version_.load(std::memory_order_acquire);
+    routes_.clear();
+    for (const auto& [id, functions] : Registry::instance().copy()) {
+        const auto own = handlers_.find(id);
+        routes_[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
+    }
+}
+
+Result Bus::start() {
+    const std::lock_guard locked(receiver_lock_);
+    if (receiver_.joinable()) return VORN_BUS_BUSY;
+    receiver_stops_ = false;
+    inbox_.interrupt(false);
+    receiver_ = start_thread([this] {
+        {
+            const std::lock_guard polling(polling_lock_);
+            receiving_ = std::this_thread::get_id();
+        }
+        while (!receiver_stops_) {
+            std::uint32_t handled = 0;
+            poll(-1, 0, handled);
+        }
+    });
+    return VORN_BUS_OK;
+}
+
+Result Bus::stop() {
+    const std::lock_guard locked(receiver_lock_);
+    if (!receiver_.joinable()) return VORN_BUS_OK;
+    if (receiver_.get_id() == std::this_thread::get_id()) return VORN_BUS_BUSY;
+    receiver_stops_ = true;
+    inbox_.interrupt(true);
+    receiver_.join();
+    {
+        const std::lock_guard polling(polling_lock_);
+        receiving_ = std::thread::id();
+    }
+    inbox_.interrupt(false);
+    return VORN_BUS_OK;
+}
+
+void Bus::handle(std::uint32_t message_id, vorn_bus_handler handler, void* context) {
+    const std::lock_guard locked(handlers_lock_);
+    if (handler == nullptr) {
+        handlers_.erase(message_id);
+    } else {
+        handlers_[message_id] = {handler, context};
+    }
+    handlers_version_.fetch_add(1, std::memory_order_release);
+}
+
+void Bus::handle_all(vorn_bus_handler handler, void* context) {
+    const std::lock_guard locked(handlers_lock_);
+    handler_for_all_ = {handler, context};
+    handlers_version_.fetch_add(1, std::memory_order_release);
+}
+
+void Bus::read_counters(vorn_bus_counters& counters) const {
+    const auto now = [](const std::atomic<std::uint64_t>& counter) {
+        return counter.load(std::memory_order_relaxed);
+    };
+    counters.sent_units = now(counters_.sent_units);
+    counters.sent_messages = now(counters_.sent_messages);
+    counters.refused_units = now(counters_.refused_units);
+    counters.lost_units = now(counters_.lost_units);
+    counters.unhandled_units = transport_ == nullptr ? 0 : transport_->units_on_their_way();
+    counters.received_units = now(counters_.received_units);
+    counters.received_messages = now(counters_.received_messages);
+    counters.waiting_units = inbox_.units();
+    counters.unknown_messages = now(counters_.unknown_messages);
+    counters.ignored_messages = now(counters_.ignored_messages);
+    counters.damaged = now(counters_.damaged);
+    counters.redelivered_units = now(counters_.redelivered_units);
+    counters.missed_units = now(counters_.missed_units);
+}
+
+}  // namespace vorn

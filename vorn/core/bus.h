@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// An open bus: what is the same on every transport.
+#ifndef VORN_BUS_IMPL_H
+#define VORN_BUS_IMPL_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+
+#include "vorn/core/inbox.h"
+#include "vorn/core/registry.h"
+#include "vorn/core/transport.h"
+
+namespace vorn {
+
+// Zeroed storage for one record. A record's size is known only from its unpack's result, after the fact:
+// there is room for any, and behind it a page that ends the process rather than let a larger one spoil the
+// memory of others.
+class RecordRoom {
+  public:
+    RecordRoom();
+    ~RecordRoom();
+    RecordRoom(const RecordRoom&) = delete;
+    RecordRoom& operator=(const RecordRoom&) = delete;
+
+    void* start() const { return start_; }
+    void clear(std::uint32_t bytes) const;
+
+  private:
+    std::size_t bytes_;  // without the page behind
+    void* start_;
+};
+
+class Bus {
+  public:
+    // Throws nothing but bad_alloc and system_error.
+    static Result open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus);
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    Result send(std::uint32_t destination, const VORN_SendDescriptor* descriptors, std::uint32_t count,
+                std::uint64_t target);
+    Result flush(std::int32_t timeout_ms);
+    Result poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t& handled);
+    Result start();
+    Result stop();
+    int descriptor() { return inbox_.descriptor(); }
+    void handle(std::uint32_t message_id, vorn_bus_handler handler, void* context);
+    void handle_all(vorn_bus_handler handler, void* context);
+    void read_counters(vorn_bus_counters& counters) const;
+    const std::string& place() const { return place_; }
+
+  private:
+    struct Handler {
+        vorn_bus_handler call = nullptr;
+        void* context = nullptr;
+    };
+    struct Route {
+        Registered functions;
+        Handler handler;
+    };
+
+    Bus(const vorn_bus_options& options, const std::string& prefix);
+
+    Result refuse(Result result);
+    bool begin_polling(Deadline deadline);
+    void end_polling();
+    std::uint32_t handle_parcel(Parcel& parcel, std::uint32_t at_most);
+    void handle_unit(const Unit& unit, std::uint32_t flags);
+    void handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags);
+    void renew_routes();
+
+    vorn_bus_options options_;
+    Log log_;
+    Counters counters_;
+    Inbox inbox_;
+    std::unique_ptr<Transport> transport_;
+    std::string place_;
+    std::uint64_t lost_at_flush_ = 0;
+    std::mutex flush_lock_;
+
+    // Handlers as the host has set them.
+    std::mutex handlers_lock_;
+    std::unordered_map<std::uint32_t, Handler> handlers_;
+    Handler handler_for_all_;
+    std::atomic<std::uint64_t> handlers_version_ = 1;
+
+    // One thread polls at a time.
+    std::mutex polling_lock_;
+    std::condition_variable polling_ended_;
+    std::thread::id polling_;    // none: nobody polls
+    std::thread::id receiving_;  // the receiving thread, until it is stopped
+
+    // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
+    std::unordered_map<std::uint32_t, Route> routes_;
+    std::uint64_t routes_registry_ = 0;
+    std::uint64_t routes_handlers_ = 0;
+    RecordRoom room_;
+
+    std::mutex receiver_lock_;
+    std::thread receiver_;
+    std::atomic<bool> receiver_stops_ = false;
+};
+
+}  // namespace vorn
+
+#endif

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/core/envelope.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vorn {
+namespace {
+
+constexpr std::uint32_t kMark = 0x4E524F56;  // "VORN"
+
+bool is_packet(Bytes bytes, Kind kind, std::size_t size) {
+    return bytes.size() == size && kind_of(bytes) == kind;
+}
+
+// The numbers behind a preamble, one after the other.
+class Writer {
+  public:
+    Writer(std::uint8_t* at, Kind kind) : at_(at + kPreambleBytes) { put_preamble(at, kind); }
+
+    template <class T>
+    Writer& operator<<(T value) {
+        put(at_, value);
+        at_ += sizeof(T);
+        return *this;
+    }
+
+  private:
+    std::uint8_t* at_;
+};
+
+class Reader {
+  public:
+    explicit Reader(Bytes bytes) : at_(bytes.data() + kPreambleBytes) {}
+
+    template <class T>
+    Reader& operator>>(T& value) {
+        value = get<T>(at_);
+        at_ += sizeof(T);
+        return *this;
+    }
+
+  private:
+    const std::uint8_t* at_;
+};
+
+}  // namespace
+
+void put_preamble(std::uint8_t* at, Kind kind) {
+    put(at, kMark);
+    at[4] = kVersion;
+    at[5] = static_cast<std::uint8_t>(kind);
+    at[6] = 0;
+    at[7] = 0;
+}
+
+std::optional<Kind> kind_of(Bytes bytes) {
+    if (bytes.size() < kPreambleBytes || get<std::uint32_t>(bytes.data()) != kMark) return std::nullopt;
+    if (bytes[4] != kVersion || bytes[6] != 0 || bytes[7] != 0) return std::nullopt;
+    if (bytes[5] < static_cast<std::uint8_t>(Kind::unit)) return std::nullopt;
+    if (bytes[5] > static_cast<std::uint8_t>(kLastKind)) return std::nullopt;
+    return static_cast<Kind>(bytes[5]);
+}
+
+std::optional<std::uint32_t> unit_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count) {
+    std::uint64_t bytes = kUnitHeaderBytes + std::uint64_t{count} * kEntryBytes;
+    for (std::uint32_t i = 0; i < count; ++i) bytes += descriptors[i].length;
+    if (bytes > UINT32_MAX) return std::nullopt;
+    return static_cast<std::uint32_t>(bytes);
+}
+
+void write_unit(std::uint8_t* at, const UnitHeader& header, const VORN_SendDescriptor* descriptors) {
+    Writer(at, Kind::unit) << header.destination << header.source << header.target << header.count
+                           << header.bytes;
+    std::uint8_t* entry = at + kUnitHeaderBytes;
+    std::uint8_t* message = entry + std::size_t{header.count} * kEntryBytes;
+    for (std::uint32_t i = 0; i < header.count; ++i, entry += kEntryBytes) {
+        const VORN_SendDescriptor& descriptor = descriptors[i];
+        put(entry, descriptor.message_id);
+        put(entry + 4, descriptor.length);
+        if (descriptor.length != 0) std::memcpy(message, descriptor.buffer, descriptor.length);
+        message += descriptor.length;
+    }
+}
+
+std::optional<Unit> read_unit(Bytes bytes) {
+    if (bytes.size() < kUnitHeaderBytes || kind_of(bytes) != Kind::unit) return std::nullopt;
+    Unit unit;
+    UnitHeader& header = unit.header_;
+    Reader(bytes) >> header.destination >> header.source >> header.target >> header.count >> header.bytes;
+    if (header.bytes > bytes.size() || header.bytes < kUnitHeaderBytes || header.count == 0)
+        return std::nullopt;
+    std::uint64_t left = header.bytes - kUnitHeaderBytes;
+    if (header.count > left / kEntryBytes) return std::nullopt;
+    left -= std::uint64_t{header.count} * kEntryBytes;
+    const std::uint8_t* entry = bytes.data() + kUnitHeaderBytes;
+    for (std::uint32_t i = 0; i < header.count; ++i, entry += kEntryBytes) {
+        const auto length = get<std::uint32_t>(entry + 4);
+        if (length > left) return std::nullopt;
+        left -= length;
+    }
+    if (left != 0) return std::nullopt;
+    unit.start_ = bytes.data();
+    return unit;
+}
+
+void write_packet(std::uint8_t* at, const Hello& packet) {
+    Writer(at, Kind::hello) << packet.source << packet.destination << packet.incarnation;
+}
+void write_packet(std::uint8_t* at, const Welcome& packet) {
+    Writer(at, Kind::welcome) << packet.units << packet.unit_bytes << packet.session << packet.received
+                              << packet.handled;
+}
+void write_packet(std::uint8_t* at, const Data& packet) {
+    Writer(at, Kind::data) << packet.session << packet.first << packet.count << std::uint32_t{0};
+}
+void write_packet(std::uint8_t* at, const Ping& packet) {
+    Writer(at, Kind::ping) << packet.session << packet.sent;
+}
+void write_packet(std::uint8_t* at, const Ack& packet) {
+    Writer(at, Kind::ack) << packet.session << packet.received << packet.handled << packet.sent;
+}
+void write_packet(std::uint8_t* at, const Reset& packet) { Writer(at, Kind::reset) << packet.session; }
+
+void write_packet(std::uint8_t* at, const Goodbye& packet) {
+    Writer(at, Kind::goodbye) << packet.session << packet.received << packet.handled;
+}
+
+void write_packet(std::uint8_t* at, const Watch& packet) {
+    Writer(at, Kind::watch) << packet.watcher << packet.session << packet.seen << packet.window
+                            << std::uint32_t{0};
+}
+void write_packet(std::uint8_t* at, const Watching& packet) {
+    Writer(at, Kind::watching) << packet.watcher << packet.session << packet.taken;
+}
+void write_packet(std::uint8_t* at, const Copy& packet) {
+    Writer(at, Kind::copy) << packet.watcher << packet.session << packet.first << packet.time;
+}
+
+std::optional<Hello> read_hello(Bytes bytes) {
+    if (!is_packet(bytes, Kind::hello, Hello::kBytes)) return std::nullopt;
+    Hello packet = {};
+    Reader(bytes) >> packet.source >> packet.destination >> packet.incarnation;
+    return packet;
+}
+
+std::optional<Welcome> read_welcome(Bytes bytes) {
+    if (!is_packet(bytes, Kind::welcome, Welcome::kBytes)) return std::nullopt;
+    Welcome packet = {};
+    Reader(bytes) >> packet.units >> packet.unit_bytes >> packet.session >> packet.received >> packet.handled;
+    if (packet.units == 0 || packet.handled > packet.received) return std::nullopt;
+    return packet;
+}
+
+std::optional<Data> read_data(Bytes bytes) {
+    if (bytes.size() < Data::kBytes || kind_of(bytes) != Kind::data) return std::nullopt;
+    Data packet = {};
+    Reader(bytes) >> packet.session >> packet.first >> packet.count >> packet.reserved;
+    if (packet.first == 0 || packet.count == 0 || packet.reserved != 0) return std::nullopt;
+    return packet;
+}
+
+std::optional<Ping> read_ping(Bytes bytes) {
+    if (!is_packet(bytes, Kind::ping, Ping::kBytes)) return std::nullopt;
+    Ping packet = {};
+    Reader(bytes) >> packet.session >> packet.sent;
+    return packet;
+}
+
+std::optional<Ack> read_ack(Bytes bytes) {
+    if (!is_packet(bytes, Kind::ack, Ack::kBytes)) return std::nullopt;
+    Ack packet = {};
+    Reader(bytes) >> packet.session >> packet.received >> packet.handled >> packet.sent;
+    if (packet.handled > packet.received) return std::nullopt;
+    return packet;
+}
+
+std::optional<Reset> read_reset(Bytes bytes) {
+    if (!is_packet(bytes, Kind::reset, Reset::kBytes)) return std::nullopt;
+    Reset packet = {};
+    Reader(bytes) >> packet.session;
+    return packet;
+}
+
+std::optional<Goodbye> read_goodbye(Bytes bytes) {
+    if (!is_packet(bytes, Kind::goodbye, Goodbye::kBytes)) return std::nullopt;
+    Goodbye packet = {};
+    Reader(bytes) >> packet.session >> packet.received >> packet.handled;
+    if (packet.handled > packet.received) return std::nullopt;
+    return packet;
+}
+
+std::optional<Watch> read_watch(Bytes bytes) {
+    if (!is_packet(bytes, Kind::watch, Watch::kBytes)) return std::nullopt;
+    Watch packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.seen >> packet.window >> packet.reserved;
+    if (packet.watcher == 0 || packet.reserved != 0) return std::nullopt;
+    return packet;
+}
+
+std::optional<Watching> read_watching(Bytes bytes) {
+    if (!is_packet(bytes, Kind::watching, Watching::kBytes)) return std::nullopt;
+    Watching packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.taken;
+    if (packet.session == 0) return std::nullopt;
+    return packet;
+}
+
+std::optional<Copy> read_copy(Bytes bytes) {
+    if (!is_packet(bytes, Kind::copy, Copy::kBytes)) return std::nullopt;
+    Copy packet = {};
+    Reader(bytes) >> packet.watcher >> packet.session >> packet.first >> packet.time;
+    if (packet.session == 0 || packet.first == 0) return std::nullopt;
+    return packet;
+}
+
+void write_counters(std::uint8_t* at, std::span<const std::uint64_t> values) {
+    Writer writer(at, Kind::counters);
+    writer << static_cast<std::uint32_t>(values.size()) << std::uint32_t{0};
+    for (const std::uint64_t value : values) writer << value;
+}
+
+bool read_counters(Bytes bytes, std::span<std::uint64_t> values) {
+    if (bytes.size() < kCountersHeaderBytes || kind_of(bytes) != Kind::counters) return false;
+    std::uint32_t count = 0;
+    std::uint32_t reserved = 0;
+    Reader reader(bytes);
+    reader >> count >> reserved;
+    if (reserved != 0 || bytes.size() != kCountersHeaderBytes + std::uint64_t{count} * sizeof(std::uint64_t))
+        return false;
+    for (std::uint32_t i = 0; i < std::min<std::size_t>(count, values.size()); ++i) reader >> values[i];
+    return true;
+}
+
+}  // namespace vorn

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/core/inbox.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace vorn {
+
+Inbox::~Inbox() {
+    close();
+    if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+bool Inbox::put(std::unique_ptr<Parcel> parcel) {
+    bool was_empty = false;
+    {
+        const std::lock_guard locked(lock_);
+        if (closed_) return false;
+        was_empty = parcels_.empty();
+        count_alone(come_, parcel->units);
+        parcels_.push_back(std::move(parcel));
+        tell_descriptor();
+    }
+    if (was_empty) changed_.notify_one();
+    return true;
+}
+
+Parcel* Inbox::front(Deadline deadline) {
+    std::unique_lock locked(lock_);
+    const auto ready = [this] { return !parcels_.empty() || interrupted_ || closed_; };
+    if (!ready()) changed_.wait_until(locked, deadline, ready);
+    return parcels_.empty() || interrupted_ ? nullptr : parcels_.front().get();
+}
+
+void Inbox::pop_front() {
+    std::unique_ptr<Parcel> done;  // destroyed outside of the lock
+    const std::lock_guard locked(lock_);
+    if (parcels_.empty()) return;
+    done = std::move(parcels_.front());
+    parcels_.pop_front();
+    tell_descriptor();
+}
+
+void Inbox::interrupt(bool on) {
+    {
+        const std::lock_guard locked(lock_);
+        interrupted_ = on;
+    }
+    changed_.notify_all();
+}
+
+void Inbox::close() {
+    std::deque<std::unique_ptr<Parcel>> left;
+    {
+        const std::lock_guard locked(lock_);
+        closed_ = true;
+        left.swap(parcels_);
+        gone_.store(come_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        tell_descriptor();
+    }
+    changed_.notify_all();
+}
+
+int Inbox::descriptor() {
+    const std::lock_guard locked(lock_);
+    if (descriptor_ < 0) {
+        descriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        tell_descriptor();
+    }
+    return descriptor_;
+}
+
+void Inbox::tell_descriptor() {
+    if (descriptor_ < 0 || readable_ == !parcels_.empty()) return;
+    readable_ = !readable_;
+    eventfd_t value = 1;
+    static_cast<void>(readable_ ? eventfd_write(descriptor_, value) : eventfd_read(descriptor_, &value));
+}
+
+}  // namespace vorn

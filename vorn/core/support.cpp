@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/core/support.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <utility>
+
+namespace vorn {
+
+const char* chosen_url(const char* url) {
+    if (url != nullptr) return url;
+    const char* const named =
+        std::getenv("VORN_BUS_URL");  // NOLINT(concurrency-mt-unsafe): nobody here sets it
+    return named != nullptr && *named != '\0' ? named : "loop:";
+}
+
+std::string usual_folder() {
+    // NOLINTBEGIN(concurrency-mt-unsafe): nobody here sets the environment
+    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/vorn";
+    const char* const home = std::getenv("HOME");
+    // NOLINTEND(concurrency-mt-unsafe)
+    if (home != nullptr && *home == '/') return std::string(home) + "/.vorn";
+    std::array<char, 4096> names = {};
+    passwd user = {};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &user, names.data(), names.size(), &found) == 0 && found != nullptr) {
+        return std::string(user.pw_dir) + "/.vorn";
+    }
+    return "/tmp/vorn-" + std::to_string(getuid());
+}
+
+std::uint64_t random_name() {
+    std::random_device device;
+    for (;;) {
+        const std::uint64_t name = std::uint64_t{device()} << 32 | device();
+        if (name != 0) return name;
+    }
+}
+
+Log::Log(vorn_bus_log write, void* context, std::string prefix)
+    : write_(write), context_(context), prefix_(std::move(prefix)), second_(Clock::now()) {}
+
+void Log::line(const std::string& text) const {
+    const std::string whole = prefix_ + text;
+    if (write_ != nullptr) {
+        write_(whole.c_str(), context_);
+    } else {
+        static_cast<void>(std::fprintf(stderr, "%s\n", whole.c_str()));
+    }
+}
+
+void Log::line_about_outside(const std::string& text) {
+    std::uint64_t left_out = 0;
+    {
+        const std::lock_guard locked(lock_);
+        const auto now = Clock::now();
+        if (now - second_ >= std::chrono::seconds(1)) {
+            second_ = now;
+            in_second_ = 0;
+            left_out = std::exchange(left_out_, 0);
+        }
+        if (in_second_ == kLinesASecond) {
+            ++left_out_;
+            return;
+        }
+        ++in_second_;
+    }
+    if (left_out != 0) line(std::to_string(left_out) + " lines like those before were left out");
+    line(text);
+}
+
+}  // namespace vorn

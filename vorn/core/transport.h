@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// What carries units to addresses: one implementation for each kind of URL.
+#ifndef VORN_TRANSPORT_H
+#define VORN_TRANSPORT_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "vorn/core/inbox.h"
+#include "vorn/core/support.h"
+#include "vorn/core/watch.h"
+
+namespace vorn {
+
+// What a transport is given by the bus that owns it.
+struct Endpoint {
+    std::uint32_t address;
+    std::uint32_t queue_units;
+    std::uint32_t queue_bytes;
+    std::uint32_t unit_bytes;
+    Inbox& inbox;
+    Counters& counters;
+    Log& log;
+    // Numbers as a peer that asks is told; called from the transport's threads.
+    void (*read_counters)(const void* bus, vorn_bus_counters& counters);
+    const void* bus;
+};
+
+// A send: all of the unit or nothing.
+struct Outgoing {
+    UnitHeader header;
+    const VORN_SendDescriptor* descriptors;
+};
+
+class Transport {
+  public:
+    Transport() = default;
+    virtual ~Transport() = default;
+    Transport(const Transport&) = delete;
+    Transport& operator=(const Transport&) = delete;
+
+    // Takes the address; units may arrive from here on.
+    virtual Result open() = 0;
+
+    // Lets no more units arrive. Those that are in the inbox by then can still be handled.
+    virtual void stop_receiving() = 0;
+
+    virtual Result send(const Outgoing& unit, Patience& patience) = 0;
+
+    // Waits until nothing is on its way. False: something is still.
+    virtual bool drain(Deadline deadline) = 0;
+
+    virtual std::uint64_t units_on_their_way() = 0;
+
+    // Where the address is, for people.
+    virtual std::string place() const = 0;
+};
+
+// `rest` is the URL behind its scheme. Open makes the transport, ask does without; both say in the log what
+// is wrong.
+using MakeTransport = Result (*)(const std::string& rest, const Endpoint& endpoint,
+                                 std::unique_ptr<Transport>& made);
+using AskCounters = Result (*)(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                               vorn_bus_counters& counters);
+using MakeWatcher = Result (*)(const std::string& rest, const WatchEndpoint& endpoint,
+                               std::unique_ptr<Watcher>& made);
+
+struct Scheme {
+    const char* prefix;  // of the URL
+    MakeTransport make;  // null: not built
+    AskCounters ask;
+    MakeWatcher watch;
+};
+
+// The scheme of a URL; null: none of ours.
+const Scheme* find_scheme(const std::string& url);
+
+Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+Result ask_loop(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                vorn_bus_counters& counters);
+Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+               vorn_bus_counters& counters);
+Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+               vorn_bus_counters& counters);
+Result watch_tcp(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                vorn_bus_counters& counters);
+Result watch_nats(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+                    vorn_bus_counters& counters);
+Result watch_nats_tls(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+
+}  // namespace vorn
+
+#endif

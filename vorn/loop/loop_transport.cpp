@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: Apache-2.0
+// loop:NAME carries units between the buses of one process, without a thread. NAME, which may be empty, keeps
+// loops apart.
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vorn/core/transport.h"
+#include "vorn/core/window.h"
+
+namespace vorn {
+namespace {
+
+class LoopTransport;
+class LoopWatcher;
+
+// All loops of the process.
+struct Hub {
+    std::mutex lock;
+    std::condition_variable opened;
+    std::map<std::pair<std::string, std::uint32_t>, LoopTransport*> open;
+    std::vector<LoopWatcher*> watchers;
+
+    static Hub& instance() {
+        static auto* const hub = new Hub;  // never destroyed: buses may be closed while the process ends
+        return *hub;
+    }
+};
+
+class LoopParcel final : public Parcel {
+  public:
+    LoopParcel(const Outgoing& unit, std::shared_ptr<Window> window)
+        : storage_(unit.header.bytes), window_(std::move(window)) {
+        write_unit(storage_.data(), unit.header, unit.descriptors);
+        bytes = storage_;
+        units = 1;
+    }
+    ~LoopParcel() override { window_->give_back(static_cast<std::uint32_t>(storage_.size()), !finished_); }
+    void finished() override { finished_ = true; }
+
+  private:
+    std::vector<std::uint8_t> storage_;
+    std::shared_ptr<Window> window_;
+    bool finished_ = false;
+};
+
+class LoopCopies final : public Copies {
+  public:
+    explicit LoopCopies(Bytes unit) : storage_(unit.begin(), unit.end()) {
+        bytes = storage_;
+        units = 1;
+        time = nanoseconds_now();
+    }
+
+  private:
+    std::vector<std::uint8_t> storage_;
+};
+
+class LoopWatcher final : public Watcher {
+  public:
+    LoopWatcher(std::string name, WatchEndpoint own) : name_(std::move(name)), own_(std::move(own)) {}
+    ~LoopWatcher() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        std::erase(hub.watchers, this);
+    }
+
+    Result open() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        hub.watchers.push_back(this);
+        return VORN_BUS_OK;
+    }
+
+    std::uint64_t receivers() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        return static_cast<std::uint64_t>(std::count_if(
+            hub.open.begin(), hub.open.end(),
+            [this](const auto& entry) { return entry.first.first == name_ && watches(entry.first.second); }));
+    }
+
+    // Under the hub's lock. What has no room is not even copied.
+    void see(const std::string& name, std::uint32_t destination, Bytes unit) const {
+        if (name != name_ || !watches(destination)) return;
+        if (own_.queue.has_room_for(unit.size())) {
+            own_.queue.put(std::make_unique<LoopCopies>(unit));
+        } else {
+            count(own_.counters.lost_units);
+        }
+    }
+
+  private:
+    bool watches(std::uint32_t address) const {
+        const auto& all = own_.addresses;
+        return all.empty() || std::find(all.begin(), all.end(), address) != all.end();
+    }
+
+    const std::string name_;
+    const WatchEndpoint own_;
+};
+
+class LoopTransport final : public Transport {
+  public:
+    LoopTransport(std::string name, const Endpoint& endpoint) : name_(std::move(name)), endpoint_(endpoint) {}
+    ~LoopTransport() override {
+        for (const auto& [destination, window] : windows_) window->forget_counters();
+    }
+
+    Result open() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        if (!hub.open.emplace(std::pair(name_, endpoint_.address), this).second)
+            return VORN_BUS_ADDRESS_TAKEN;
+        hub.opened.notify_all();
+        return VORN_BUS_OK;
+    }
+
+    void stop_receiving() override {
+        Hub& hub = Hub::instance();
+        const std::lock_guard locked(hub.lock);
+        const auto found = hub.open.find({name_, endpoint_.address});
+        if (found != hub.open.end() && found->second == this) hub.open.erase(found);
+    }
+
+    Result send(const Outgoing& unit, Patience& patience) override {
+        const std::uint32_t destination = unit.header.destination;
+        const auto peer_units = wait_for_peer(destination, patience);
+        if (!peer_units) return VORN_BUS_NO_PEER;
+        std::shared_ptr<Window> window = window_to(destination);
+        if (!window->take(unit.header.bytes, *peer_units, patience)) return VORN_BUS_FULL;
+        auto parcel = std::make_unique<LoopParcel>(unit, window);
+        Hub& hub = Hub::instance();
+        std::unique_lock locked(hub.lock);
+        const auto peer = hub.open.find({name_, destination});
+        if (peer == hub.open.end()) {
+            parcel->finished();  // not lost: refused
+            return VORN_BUS_NO_PEER;
+        }
+        if (unit.header.bytes > peer->second->endpoint_.unit_bytes) {
+            parcel->finished();
+            return VORN_BUS_TOO_LARGE;
+        }
+        for (const LoopWatcher* const watcher : hub.watchers) watcher->see(name_, destination, parcel->bytes);
+        peer->second->endpoint_.inbox.put(std::move(parcel));  // under the lock, so that the peer stays
+        return VORN_BUS_OK;
+    }
+
+    bool drain(Deadline deadline) override {
+        const auto all = windows();
+        return std::all_of(all.begin(), all.end(),
+                           [deadline](const auto& window) { return window->wait_until_empty(deadline); });
+    }
+
+    std::uint64_t units_on_their_way() override {
+        std::uint64_t units = 0;
+        for (const auto& window : windows()) units += window->units();
+        return units;
+    }
+
+    std::string place() const override { return "loop:" + name_ + ", within this process"; }
+
+    const Endpoint& endpoint() const { return endpoint_; }
+
+  private:
+    // What its queue takes; none: nobody came.
+    std::optional<std::uint32_t> wait_for_peer(std::uint32_t destination, Patience& patience) const {
+        Hub& hub = Hub::instance();
+        std::unique_lock locked(hub.lock);
+        const auto there = [&] { return hub.open.contains({name_, destination}); };
+        if (!there() && !hub.opened.wait_until(locked, patience.end(), there)) return std::nullopt;
+        return hub.open.at({name_, destination})->endpoint_.queue_units;
+    }
+
+    std::shared_ptr<Window> window_to(std::uint32_t destination) {
+        const std::lock_guard locked(lock_);
+        auto& window = windows_[destination];
+        if (window == nullptr) {
+            window =
+                std::make_shared<Window>(endpoint_.queue_units, endpoint_.queue_bytes, endpoint_.counters);
+        }
+        return window;
+    }
+
+    std::vector<std::shared_ptr<Window>> windows() {
+        const std::lock_guard locked(lock_);
+        std::vector<std::shared_ptr<Window>> all;
+        for (const auto& [destination, window] : windows_) all.push_back(window);
+        return all;
+    }
+
+    std::string name_;
+    Endpoint endpoint_;
+    std::mutex lock_;
+    std::map<std::uint32_t, std::shared_ptr<Window>> windows_;
+};
+
+}  // namespace
+
+Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    made = std::make_unique<LoopTransport>(rest, endpoint);
+    return VORN_BUS_OK;
+}
+
+Result ask_loop(const std::string& rest, std::uint32_t address, Deadline /*deadline*/, Log& /*log*/,
+                vorn_bus_counters& counters) {
+    Hub& hub = Hub::instance();
+    const std::lock_guard locked(hub.lock);
+    const auto found = hub.open.find({rest, address});
+    if (found == hub.open.end()) return VORN_BUS_NO_PEER;
+    const Endpoint& endpoint = found->second->endpoint();
+    endpoint.read_counters(endpoint.bus, counters);
+    return VORN_BUS_OK;
+}
+
+Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
+    made = std::make_unique<LoopWatcher>(rest, endpoint);
+    return VORN_BUS_OK;
+}
+
+}  // namespace vorn

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/nats/nats_connection.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
+
+namespace vorn {
+namespace {
+
+using Options = std::unique_ptr<natsOptions, Destroy<natsOptions_Destroy>>;
+
+// What names of streams and subjects may hold everywhere.
+bool is_name(std::string_view text) {
+    return !text.empty() && text.size() <= 64 && std::all_of(text.begin(), text.end(), [](char character) {
+        return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_' ||
+               character == '-';
+    });
+}
+
+std::vector<std::string> split(const std::string& text, char at) {
+    std::vector<std::string> parts;
+    std::size_t from = 0;
+    for (std::size_t end = text.find(at); end != std::string::npos; end = text.find(at, from)) {
+        parts.push_back(text.substr(from, end - from));
+        from = end + 1;
+    }
+    parts.push_back(text.substr(from));
+    return parts;
+}
+
+const char* given(const char* name) {
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody here sets it
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+natsStatus set_up(natsOptions* options, const NatsUrl& url) {
+    std::vector<const char*> servers;
+    for (const std::string& server : url.servers) servers.push_back(server.c_str());
+    natsStatus status = natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size()));
+    const auto then = [&status](auto&& set) {
+        if (status == NATS_OK) status = set();
+    };
+    then([&] { return natsOptions_SetName(options, "vorn"); });
+    then([&] { return natsOptions_SetTimeout(options, 2000); });
+    then([&] { return natsOptions_SetMaxReconnect(options, -1); });
+    then([&] { return natsOptions_SetReconnectWait(options, 100); });
+    then([&] { return natsOptions_SetReconnectJitter(options, 50, 50); });
+    // A server that is cut off is noticed in three seconds.
+    then([&] { return natsOptions_SetPingInterval(options, 1000); });
+    then([&] { return natsOptions_SetMaxPingsOut(options, 2); });
+    // Without a handler the client writes to standard error.
+    then([&] {
+        return natsOptions_SetErrorHandler(
+            options, [](natsConnection*, natsSubscription*, natsStatus, void*) {}, nullptr);
+    });
+    if (const char* const file = given(kNatsCredentials)) {
+        then([&] { return natsOptions_SetUserCredentialsFromFiles(options, file, nullptr); });
+    }
+    if (const char* const token = given(kNatsToken)) {
+        then([&] { return natsOptions_SetToken(options, token); });
+    }
+    if (!url.tls) return status;
+    then([&] { return natsOptions_SetSecure(options, true); });
+    if (const char* const file = given(kNatsAuthorities)) {
+        then([&] { return natsOptions_LoadCATrustedCertificates(options, file); });
+    }
+    const char* const certificate = given(kNatsCertificate);
+    const char* const key = given(kNatsKey);
+    if (certificate != nullptr && key != nullptr) {
+        then([&] { return natsOptions_LoadCertificatesChain(options, certificate, key); });
+    }
+    return status;
+}
+
+}  // namespace
+
+std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls) {
+    NatsUrl url;
+    url.tls = tls;
+    const std::size_t mark = rest.find('?');
+    for (const std::string& server : split(rest.substr(0, mark), ',')) {
+        const std::size_t colon = server.rfind(':');
+        if (colon == std::string::npos || colon == 0 || colon + 1 == server.size()) return std::nullopt;
+        if (server.find_first_not_of("0123456789", colon + 1) != std::string::npos) return std::nullopt;
+        url.servers.push_back((tls ? "tls://" : "nats://") + server);
+    }
+    if (mark == std::string::npos) return url;
+    for (const std::string& option : split(rest.substr(mark + 1), '&')) {
+        const std::size_t equals = option.find('=');
+        if (equals == std::string::npos) return std::nullopt;
+        const std::string name = option.substr(0, equals);
+        const std::string value = option.substr(equals + 1);
+        if (name == "prefix" && is_name(value)) {
+            url.prefix = value;
+        } else if (name == "replicas" && value.size() == 1 && value[0] >= '1' && value[0] <= '5') {
+            url.replicas = value[0] - '0';
+        } else if (name == "state" && !value.empty()) {
+            url.state = value;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return url;
+}
+
+std::string limits_text(const Limits& limits) {
+    return "VORN 1: units=" + std::to_string(limits.units) + " bytes=" + std::to_string(limits.bytes) +
+           " unit_bytes=" + std::to_string(limits.unit_bytes);
+}
+
+std::optional<Limits> read_limits(const char* text) {
+    if (text == nullptr) return std::nullopt;
+    std::string_view rest = text;
+    // Takes the words off, and the number behind them.
+    const auto take = [&rest](std::string_view words, std::uint32_t& number) {
+        if (!rest.starts_with(words)) return false;
+        rest.remove_prefix(words.size());
+        const auto [end, fault] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+        rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+        return fault == std::errc();
+    };
+    Limits limits = {};
+    // Written by a receiver of this version; of a later one, more may follow.
+    if (!take("VORN 1: units=", limits.units) || !take(" bytes=", limits.bytes) ||
+        !take(" unit_bytes=", limits.unit_bytes)) {
+        return std::nullopt;
+    }
+    return limits;
+}
+
+namespace {
+
+// `adjust` sets what differs, and returns a natsStatus.
+template <class Adjust>
+NatsConnection connect(const NatsUrl& url, Log& log, Adjust&& adjust) {
+    natsOptions* made = nullptr;
+    natsStatus status = natsOptions_Create(&made);
+    const Options options(made);
+    if (status == NATS_OK) status = set_up(made, url);
+    if (status == NATS_OK) status = adjust(made);
+    natsConnection* connection = nullptr;
+    if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
+    if (status == NATS_OK) return NatsConnection(connection);
+    // The servers without their passwords.
+    const std::string& first = url.servers.front();
+    const std::size_t at = first.rfind('@');
+    log.line("no connection to " + (at == std::string::npos ? first : first.substr(at + 1)) + ": " +
+             natsStatus_GetText(status));
+    return nullptr;
+}
+
+}  // namespace
+
+NatsConnection connect(const NatsUrl& url, Log& log) {
+    return connect(url, log, [](natsOptions*) { return NATS_OK; });
+}
+
+bool is_connected(natsConnection* connection) {
+    return natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED;
+}
+
+bool NatsClient::open(const NatsUrl& url) {
+    connection_ = connect(url, log_, [this](natsOptions* options) {
+        natsStatus status = natsOptions_SetDisconnectedCB(options, on_disconnected, this);
+        if (status == NATS_OK) status = natsOptions_SetReconnectedCB(options, on_reconnected, this);
+        if (status == NATS_OK) status = natsOptions_SetClosedCB(options, on_closed, this);
+        return status;
+    });
+    return connection_ != nullptr;
+}
+
+natsSubscription* NatsClient::subscribe(const std::string& subject, natsMsgHandler handler, void* context) {
+    natsSubscription* made = nullptr;
+    const natsStatus status =
+        natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), handler, context);
+    if (status != NATS_OK) {
+        log_.line("subscription to " + subject + ": " + natsStatus_GetText(status));
+        return nullptr;
+    }
+    subscriptions_.emplace_back(made);
+    ++live_subscriptions_;
+    if (natsSubscription_SetOnCompleteCB(made, on_subscription_over, this) != NATS_OK) --live_subscriptions_;
+    return made;
+}
+
+void NatsClient::end_subscriptions() {
+    for (const NatsSubscription& subscription : subscriptions_) {
+        static_cast<void>(natsSubscription_Unsubscribe(subscription.get()));
+    }
+    for (int live = live_subscriptions_; live != 0; live = live_subscriptions_)
+        live_subscriptions_.wait(live);
+    subscriptions_.clear();
+}
+
+void NatsClient::close() {
+    if (connection_ == nullptr || closes_.exchange(true)) return;
+    end_subscriptions();
+    natsConnection_Close(connection_.get());
+    closed_.wait(false);
+}
+
+void NatsClient::on_disconnected(natsConnection* /*connection*/, void* self) {
+    if (!of(self).closes_) of(self).log_.line("the connection to the server is gone");
+}
+
+void NatsClient::on_reconnected(natsConnection* /*connection*/, void* self) {
+    of(self).log_.line("the connection to the server stands again");
+    of(self).connected_again_();
+}
+
+void NatsClient::on_closed(natsConnection* /*connection*/, void* self) {
+    if (!of(self).closes_) of(self).log_.line("the server has refused this client for good; open it again");
+    of(self).closed_ = true;
+    of(self).closed_.notify_all();
+}
+
+void NatsClient::on_subscription_over(void* self) {
+    --of(self).live_subscriptions_;
+    of(self).live_subscriptions_.notify_all();
+}
+
+}  // namespace vorn

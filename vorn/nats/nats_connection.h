@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+// A connection to NATS: its URL, its objects, which end with their scope.
+#ifndef VORN_NATS_CONNECTION_H
+#define VORN_NATS_CONNECTION_H
+
+#include <nats/nats.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vorn/core/support.h"
+
+namespace vorn {
+
+template <auto destroy>
+struct Destroy {
+    template <class T>
+    void operator()(T* object) const {
+        destroy(object);
+    }
+};
+
+using NatsConnection = std::unique_ptr<natsConnection, Destroy<natsConnection_Destroy>>;
+using NatsSubscription = std::unique_ptr<natsSubscription, Destroy<natsSubscription_Destroy>>;
+using NatsMessage = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
+using JetStream = std::unique_ptr<jsCtx, Destroy<jsCtx_Destroy>>;
+using StreamInfo = std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>>;
+using ConsumerInfo = std::unique_ptr<jsConsumerInfo, Destroy<jsConsumerInfo_Destroy>>;
+
+// nats://[USER:PASSWORD@]HOST:PORT[,...][?prefix=P&replicas=N&state=FOLDER]
+struct NatsUrl {
+    bool tls = false;
+    std::vector<std::string> servers;
+    std::string prefix = "vorn";  // of all names on the server
+    int replicas = 1;             // of each stream
+    std::string state;            // folder of the journals; empty: the usual one
+
+    std::string stream(std::uint32_t address) const { return prefix + "-" + std::to_string(address); }
+    std::string units(std::uint32_t address) const { return prefix + ".units." + std::to_string(address); }
+    std::string all_units() const { return prefix + ".units.*"; }
+    std::string deliveries(std::uint32_t address) const {
+        return prefix + ".deliveries." + std::to_string(address);
+    }
+    std::string questions(std::uint32_t address) const { return prefix + ".ask." + std::to_string(address); }
+};
+
+// What the receiver of an address takes. It stands in the stream's description, where senders read it.
+struct Limits {
+    std::uint32_t units;  // in the queue
+    std::uint32_t bytes;
+    std::uint32_t unit_bytes;
+};
+std::string limits_text(const Limits& limits);
+std::optional<Limits> read_limits(const char* text);
+
+// `rest` is the URL behind its scheme; none: it is none.
+std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls);
+
+// What a host may give beside the URL, in its environment.
+inline constexpr const char* kNatsCredentials = "VORN_NATS_CREDS";  // file of a user's JWT and seed
+inline constexpr const char* kNatsToken = "VORN_NATS_TOKEN";
+inline constexpr const char* kNatsAuthorities = "VORN_NATS_CA";  // files of PEM
+inline constexpr const char* kNatsCertificate = "VORN_NATS_CERT";
+inline constexpr const char* kNatsKey = "VORN_NATS_KEY";
+
+// Null: there is none; the log says why.
+NatsConnection connect(const NatsUrl& url, Log& log);
+
+bool is_connected(natsConnection* connection);
+
+// A connection that is kept: it is made again when it breaks, and tells so in the log. Its callbacks run in
+// threads of the client's.
+class NatsClient {
+  public:
+    // `connected_again` is called after each interruption.
+    NatsClient(Log& log, std::function<void()> connected_again)
+        : log_(log), connected_again_(std::move(connected_again)) {}
+    ~NatsClient() { close(); }
+    NatsClient(const NatsClient&) = delete;
+    NatsClient& operator=(const NatsClient&) = delete;
+
+    bool open(const NatsUrl& url);
+    natsConnection* get() const { return connection_.get(); }
+
+    // The subscription stays this object's. Null: refused; the log says why.
+    natsSubscription* subscribe(const std::string& subject, natsMsgHandler handler, void* context);
+
+    // When they return, no handler of a subscription runs, nor will; after close no callback at all.
+    void end_subscriptions();
+    void close();
+
+  private:
+    static NatsClient& of(void* self) { return *static_cast<NatsClient*>(self); }
+    static void on_disconnected(natsConnection* connection, void* self);
+    static void on_reconnected(natsConnection* connection, void* self);
+    static void on_closed(natsConnection* connection, void* self);
+    static void on_subscription_over(void* self);
+
+    Log& log_;
+    const std::function<void()> connected_again_;
+    NatsConnection connection_;
+    std::vector<NatsSubscription> subscriptions_;
+    std::atomic<int> live_subscriptions_ = 0;
+    std::atomic<bool> closes_ = false;
+    std::atomic<bool> closed_ = false;
+};
+
+}  // namespace vorn
+
+#endif

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/nats/nats_journal.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace vorn {
+namespace {
+
+constexpr std::uint64_t kMark = 0x324C4E524A4E5256;  // "VRNJRNL2"
+
+[[noreturn]] void fail(const std::string& file) {
+    throw std::system_error(errno, std::generic_category(), file);
+}
+
+}  // namespace
+
+Journal::~Journal() {
+    if (contents_ != nullptr) munmap(const_cast<Contents*>(contents_), sizeof(Contents));
+    if (file_ >= 0) ::close(file_);
+}
+
+void Journal::open(const std::string& file) {
+    const std::filesystem::path folder = std::filesystem::path(file).parent_path();
+    std::error_code error;
+    std::filesystem::create_directories(folder.parent_path(), error);
+    if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder.string());
+    file_ = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file_ < 0 || flock(file_, LOCK_EX | LOCK_NB) != 0) fail(file);
+    // With all its room on the disk: what is written through memory cannot be refused any more.
+    if (ftruncate(file_, sizeof(Contents)) != 0) fail(file);
+    if (const int fault = posix_fallocate(file_, 0, sizeof(Contents)); fault != 0) {
+        errno = fault;
+        fail(file);
+    }
+    void* const at = mmap(nullptr, sizeof(Contents), PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
+    if (at == MAP_FAILED) fail(file);
+    contents_ = static_cast<volatile Contents*>(at);
+}
+
+void Journal::begin(std::int64_t stream_created) {
+    if (contents_->mark != kMark || contents_->stream_created != stream_created) {
+        contents_->mark = 0;  // until the rest is right
+        contents_->started = 0;
+        contents_->finished = 0;
+        for (volatile Session& session : contents_->sessions) session.name = 0;
+        contents_->stream_created = stream_created;
+        contents_->mark = kMark;
+    }
+    find_sessions();
+}
+
+void Journal::find_sessions() {
+    places_.clear();
+    for (std::size_t at = 0; at < kSessions; ++at) {
+        const std::uint64_t name = contents_->sessions[at].name;
+        if (name != 0) places_[name] = at;
+    }
+}
+
+std::uint64_t Journal::finished() const { return contents_->finished; }
+std::uint64_t Journal::started() const { return contents_->started; }
+void Journal::start(std::uint64_t number) { contents_->started = number; }
+void Journal::finish(std::uint64_t number) { contents_->finished = number; }
+
+std::vector<Journal::Session> Journal::sessions() const {
+    std::vector<Session> all;
+    for (const auto& [name, at] : places_) {
+        all.push_back({name, contents_->sessions[at].last, contents_->sessions[at].number});
+    }
+    return all;
+}
+
+void Journal::remember(const Session& session) {
+    const auto found = places_.find(session.name);
+    const std::size_t at = found != places_.end() ? found->second : place_for(session.name);
+    volatile Session& kept = contents_->sessions[at];
+    kept.last = session.last;
+    kept.number = session.number;
+    kept.name = session.name;  // last: a kill between leaves no name without its numbers
+}
+
+// A free place, or that of the session that was silent longest.
+std::size_t Journal::place_for(std::uint64_t session) {
+    std::size_t best = 0;
+    for (std::size_t at = 0; at < kSessions; ++at) {
+        if (contents_->sessions[at].name == 0) {
+            best = at;
+            break;
+        }
+        if (contents_->sessions[at].number < contents_->sessions[best].number) best = at;
+    }
+    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) places_.erase(old);
+    contents_->sessions[best].name = 0;
+    places_[session] = best;
+    return best;
+}
+
+}  // namespace vorn

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vorn/zmq/zmq_places.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <map>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace vorn {
+namespace {
+
+std::string why() { return std::generic_category().message(errno); }
+
+// Addresses are files of a folder that only this user can enter. A socket's file says nothing of who listens,
+// and binding replaces it: the address belongs to whoever holds the lock beside it, which ends with its
+// process.
+class IpcPlaces final : public Places {
+  public:
+    explicit IpcPlaces(std::string folder) : folder_(std::move(folder)) {}
+    ~IpcPlaces() override {
+        if (lock_ >= 0) ::close(lock_);
+    }
+
+    std::optional<std::string> endpoint(std::uint32_t address) const override {
+        std::string path = file(address, ".sock");
+        if (path.size() >= sizeof(sockaddr_un::sun_path)) return std::nullopt;
+        return "ipc://" + path;
+    }
+
+    bool can_list() const override { return true; }
+    std::vector<std::uint32_t> list() const override {
+        std::vector<std::uint32_t> addresses;
+        std::error_code error;
+        for (std::filesystem::directory_iterator entry(folder_, error), end; !error && entry != end;
+             entry.increment(error)) {
+            const std::string name = entry->path().filename().string();
+            std::uint32_t address = 0;
+            const char* const name_end = name.data() + name.size();
+            const auto [rest, fault] = std::from_chars(name.data(), name_end, address);
+            if (fault == std::errc() && std::string_view(rest, name_end) == ".sock")
+                addresses.push_back(address);
+        }
+        std::sort(addresses.begin(), addresses.end());
+        return addresses;
+    }
+
+    Result before_bind(std::uint32_t address, Log& log) override {
+        std::error_code error;
+        std::filesystem::create_directories(std::filesystem::path(folder_).parent_path(), error);
+        if (mkdir(folder_.c_str(), S_IRWXU) != 0 && errno != EEXIST) return trouble(log, folder_);
+        struct stat status = {};
+        if (stat(folder_.c_str(), &status) != 0) return trouble(log, folder_);
+        if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
+            (status.st_uid != geteuid() && status.st_uid != 0)) {
+            log.line(folder_ + ": others may write there; a bus keeps its sockets in a folder of its own");
+            return VORN_BUS_TROUBLE;
+        }
+        const std::string path = file(address, ".lock");
+        lock_ = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        if (lock_ < 0) return trouble(log, path);
+        if (flock(lock_, LOCK_EX | LOCK_NB) != 0) {
+            ::close(std::exchange(lock_, -1));
+            return VORN_BUS_ADDRESS_TAKEN;
+        }
+        return VORN_BUS_OK;
+    }
+    void after_bind(std::uint32_t address) override {
+        static_cast<void>(chmod(file(address, ".sock").c_str(), S_IRUSR | S_IWUSR));
+    }
+
+    // The lock's file stays: were it removed, one process could lock the old file and another a new one.
+    void after_unbind(std::uint32_t address) override {
+        unlink(file(address, ".sock").c_str());
+        if (lock_ >= 0) ::close(std::exchange(lock_, -1));
+    }
+
+  private:
+    std::string file(std::uint32_t address, const char* suffix) const {
+        return folder_ + "/" + std::to_string(address) + suffix;
+    }
+    static Result trouble(Log& log, const std::string& path) {
+        log.line(path + ": " + why());
+        return VORN_BUS_TROUBLE;
+    }
+
+    std::string folder_;
+    int lock_ = -1;
+};
+
+struct HostPort {
+    std::string host;  // an IPv6 address in brackets
+    std::uint16_t port;
+};
+
+template <class Integer>
+std::optional<Integer> number(std::string_view text) {
+    Integer value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+std::optional<HostPort> host_port(std::string_view text) {
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos || colon == 0) return std::nullopt;
+    const auto port = number<std::uint16_t>(text.substr(colon + 1));
+    if (!port) return std::nullopt;
+    return HostPort{std::string(text.substr(0, colon)), *port};
+}
+
+// Address N is at the first host and N ports behind the first port, unless it has an entry of its own. All
+// processes are given the same URL.
+class TcpPlaces final : public Places {
+  public:
+    static std::unique_ptr<Places> parse(std::string_view rest) {
+        auto places = std::make_unique<TcpPlaces>();
+        bool more = true;
+        for (bool first = true; more; first = false) {
+            const std::size_t comma = rest.find(',');
+            const std::string_view part = rest.substr(0, comma);
+            more = comma != std::string_view::npos;
+            if (more) rest = rest.substr(comma + 1);
+            const std::size_t equals = part.find('=');
+            if ((equals == std::string_view::npos) != first) return nullptr;
+            if (first) {
+                const auto base = host_port(part);
+                if (!base || base->port == 0) return nullptr;
+                places->base_ = *base;
+            } else {
+                const auto address = number<std::uint32_t>(part.substr(0, equals));
+                const auto place = host_port(part.substr(equals + 1));
+                if (!address || !place || place->port == 0) return nullptr;
+                if (!places->own_.emplace(*address, *place).second) return nullptr;
+            }
+        }
+        return places;
+    }
+
+    std::optional<std::string> endpoint(std::uint32_t address) const override {
+        const auto own = own_.find(address);
+        if (own != own_.end()) return text(own->second.host, own->second.port);
+        if (address > std::uint32_t{UINT16_MAX} - base_.port) return std::nullopt;
+        return text(base_.host, base_.port + address);
+    }
+
+    Result before_bind(std::uint32_t /*address*/, Log& /*log*/) override { return VORN_BUS_OK; }
+    void after_bind(std::uint32_t /*address*/) override {}
+    void after_unbind(std::uint32_t /*address*/) override {}
+
+  private:
+    static std::string text(const std::string& host, std::uint32_t port) {
+        return "tcp://" + host + ":" + std::to_string(port);
+    }
+
+    HostPort base_ = {};
+    std::map<std::uint32_t, HostPort> own_;
+};
+
+}  // namespace
+
+std::unique_ptr<Places> ipc_places(const std::string& rest) {
+    if (rest.empty()) return std::make_unique<IpcPlaces>(usual_folder());
+    std::string folder = rest;
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+    return std::make_unique<IpcPlaces>(folder);
+}
+
+std::unique_ptr<Places> tcp_places(const std::string& rest) { return TcpPlaces::parse(rest); }
+
+}  // namespace vorn

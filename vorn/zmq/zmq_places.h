@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where addresses are: a folder of sockets, or hosts and ports.
+#ifndef VORN_ZMQ_PLACES_H
+#define VORN_ZMQ_PLACES_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vorn/core/support.h"
+
+namespace vorn {
+
+class Places {
+  public:
+    virtual ~Places() = default;
+
+    // ZeroMQ's endpoint of an address; none where the URL has no place for it.
+    virtual std::optional<std::string> endpoint(std::uint32_t address) const = 0;
+
+    // The addresses whose sockets are there, in order; whether the URL can show them.
+    virtual bool can_list() const { return false; }
+    virtual std::vector<std::uint32_t> list() const { return {}; }
+
+    // Around binding to the own address: takes what makes it unique; restricts it to this user.
+    virtual Result before_bind(std::uint32_t address, Log& log) = 0;
+    virtual void after_bind(std::uint32_t address) = 0;
+    virtual void after_unbind(std::uint32_t address) = 0;
+};
+
+// `rest` is the URL behind its scheme; null: it is none.
+std::unique_ptr<Places> ipc_places(const std::string& rest);
+std::unique_ptr<Places> tcp_places(const std::string& rest);
+
+}  // namespace vorn
+
+#endif

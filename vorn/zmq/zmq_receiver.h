@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// The receiving end of an address: takes each sender's units in their order, once each, and says what is
+// handled.
+#ifndef VORN_ZMQ_RECEIVER_H
+#define VORN_ZMQ_RECEIVER_H
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <zmq.hpp>
+
+#include "vorn/core/transport.h"
+#include "vorn/zmq/zmq_service.h"
+
+namespace vorn {
+
+// All of it runs in the service thread, but for what parcels say of their units.
+class Receiver {
+  public:
+    // A sender's incarnation, in this one of ours.
+    struct Session {
+        std::uint64_t name = 0;
+        std::uint64_t incarnation = 0;
+        std::uint32_t source = 0;
+        std::string route;           // of the sender's present connection
+        std::uint64_t received = 0;  // number of the last unit taken
+        std::uint64_t told = 0;      // what was last acknowledged as handled
+        std::atomic<std::uint64_t> handled = 0;
+        std::atomic<std::uint64_t> waiting_bytes = 0;  // of packets in the inbox
+        Clock::time_point heard;
+    };
+
+    Receiver(const Endpoint& own, zmq::context_t& context, Bell& bell);
+
+    void bind(const std::string& place);  // throws zmq::error_t
+    bool is_open() const { return open_; }
+    zmq::socket_ref socket() { return socket_; }
+
+    // Takes what has arrived, up to a limit, so that others get their turn. False: nothing had.
+    bool receive();
+
+    // Tells senders what is handled. False: there was nothing to tell.
+    bool acknowledge();
+
+    // Says goodbye to all senders, and takes no more units. The socket stays open for a moment, until each
+    // has answered: what a sender has not read when the connection ends never reaches it.
+    void say_goodbye();
+    bool may_close() const;
+    void close();
+
+  private:
+    // Who is sent copies of what is taken, until it says no more or is silent.
+    struct Watcher {
+        struct OnItsWay {
+            std::uint64_t last;  // number of its last unit
+            std::uint64_t bytes;
+        };
+        std::string route;
+        std::uint64_t session = 0;
+        std::uint64_t taken = 0;  // units since it came
+        std::uint64_t window = 0;
+        std::uint64_t bytes = 0;  // of the copies on their way
+        std::deque<OnItsWay> copies;
+        Clock::time_point heard;
+    };
+
+    void receive(const std::string& route, zmq::message_t& message);
+    void hello(const std::string& route, const Hello& packet);
+    void data(const std::string& route, const Data& packet, zmq::message_t& message);
+    void ping(const std::string& route, const Ping& packet);
+    void ask(const std::string& route);
+    void watch(const std::string& route, const Watch& packet);
+    void copy_to_watchers(const Data& packet, zmq::message_t& message);
+    void damaged(const char* what);
+    Session* find(const std::string& route, std::uint64_t name);
+    void tell(Session& session, std::uint64_t sent);
+    void forget_the_silent();
+
+    template <class Packet>
+    void answer(const std::string& route, const Packet& packet);
+    void answer(const std::string& route, Bytes bytes);
+
+    const Endpoint own_;
+    Bell& bell_;
+    zmq::socket_t socket_;
+    bool open_ = false;
+    std::set<std::uint64_t> unanswered_;  // sessions that have not answered the goodbye
+    std::optional<Clock::time_point> closes_at_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<Session>> sessions_;  // by name
+    std::unordered_map<std::uint64_t, std::shared_ptr<Session>> by_incarnation_;
+    std::unordered_map<std::uint64_t, Watcher> watchers_;  // by name
+};
+
+}  // namespace vorn
+
+#endif

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: Apache-2.0
+// ipc:// and tcp:// by ZeroMQ. One thread of each bus owns all its sockets; senders and pollers meet it at
+// queues.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+#include <zmq.hpp>
+
+#include "vorn/zmq/zmq_link.h"
+#include "vorn/zmq/zmq_places.h"
+#include "vorn/zmq/zmq_receiver.h"
+
+namespace vorn {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::milliseconds kLongestSleep = 1s;
+constexpr std::chrono::milliseconds kClosingSleep = 10ms;
+
+class ZmqTransport final : public Transport {
+  public:
+    ZmqTransport(std::unique_ptr<Places> places, const Endpoint& own)
+        : places_(std::move(places)), own_(own), receiver_(own, context_, bell_) {}
+
+    ~ZmqTransport() override {
+        if (service_.joinable()) {
+            ends_ = true;
+            bell_.ring();
+            service_.join();
+        }
+        for (const auto& [destination, link] : links_) {
+            if (const std::uint32_t left = link->units(); left != 0) count(own_.counters.lost_units, left);
+        }
+    }
+
+    Result open() override {
+        const auto place = places_->endpoint(own_.address);
+        if (!place) return VORN_BUS_BAD_URL;
+        if (const Result result = places_->before_bind(own_.address, own_.log); result != VORN_BUS_OK)
+            return result;
+        try {
+            receiver_.bind(*place);
+        } catch (const zmq::error_t& error) {
+            places_->after_unbind(own_.address);
+            if (error.num() == EADDRINUSE) return VORN_BUS_ADDRESS_TAKEN;
+            own_.log.line(*place + ": " + error.what());
+            return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_TROUBLE;
+        }
+        places_->after_bind(own_.address);
+        service_ = start_thread([this] { serve(); });
+        return VORN_BUS_OK;
+    }
+
+    void stop_receiving() override {
+        if (!service_.joinable()) return;
+        receiver_closes_ = true;
+        bell_.ring();
+        receiver_closes_.wait(true);  // until the service thread has closed it
+    }
+
+    Result send(const Outgoing& unit, Patience& patience) override {
+        Link* const link = link_to(unit.header.destination);
+        return link == nullptr ? VORN_BUS_BAD_URL : link->send(unit, patience);
+    }
+
+    bool drain(Deadline deadline) override {
+        const auto all = links();
+        return std::all_of(all.begin(), all.end(),
+                           [deadline](Link* link) { return link->wait_until_empty(deadline); });
+    }
+
+    std::uint64_t units_on_their_way() override {
+        std::uint64_t units = 0;
+        for (Link* const link : links()) units += link->units();
+        return units;
+    }
+
+    std::string place() const override { return places_->endpoint(own_.address).value_or(""); }
+
+  private:
+    // Links are never removed while the bus is open, so that pointers to them stay good.
+    Link* link_to(std::uint32_t destination) {
+        const std::lock_guard locked(links_lock_);
+        if (const auto found = links_.find(destination); found != links_.end()) return found->second.get();
+        const auto place = places_->endpoint(destination);
+        if (!place) return nullptr;
+        auto link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, bell_);
+        Link* const made = link.get();
+        links_.emplace(destination, std::move(link));
+        ++links_version_;
+        return made;
+    }
+
+    std::vector<Link*> links() {
+        const std::lock_guard locked(links_lock_);
+        std::vector<Link*> all;
+        for (const auto& [destination, link] : links_) all.push_back(link.get());
+        return all;
+    }
+
+    void serve() {
+        std::vector<Link*> served;
+        std::vector<zmq::pollitem_t> items;
+        std::uint64_t version = UINT64_MAX;
+        while (!ends_) {
+            if (version != links_version_) {
+                version = links_version_;
+                served = links();
+            }
+            if (receiver_closes_) receiver_.say_goodbye();
+            if (receiver_closes_ && receiver_.may_close()) {
+                receiver_.close();
+                places_->after_unbind(own_.address);
+                receiver_closes_ = false;
+                receiver_closes_.notify_all();
+            }
+            bool busy = receiver_.receive();
+            busy |= receiver_.acknowledge();
+            auto wake = Clock::now() + (receiver_closes_ ? kClosingSleep : kLongestSleep);
+            for (Link* const link : served) wake = std::min(wake, link->serve());
+            if (busy || !bell_.may_sleep()) continue;
+
+            items.clear();
+            items.push_back({nullptr, bell_.descriptor(), ZMQ_POLLIN, 0});
+            if (receiver_.is_open()) items.push_back({receiver_.socket().handle(), 0, ZMQ_POLLIN, 0});
+            for (Link* const link : served) items.push_back({link->socket().handle(), 0, ZMQ_POLLIN, 0});
+            const auto sleep = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now());
+            zmq::poll(items, std::max(sleep, std::chrono::milliseconds(0)));
+            bell_.woken();
+        }
+    }
+
+    std::unique_ptr<Places> places_;
+    const Endpoint own_;
+    const std::uint64_t incarnation_ = random_name();
+    Bell bell_;
+    zmq::context_t context_{1};
+    Receiver receiver_;
+
+    std::mutex links_lock_;
+    std::map<std::uint32_t, std::unique_ptr<Link>> links_;
+    std::atomic<std::uint64_t> links_version_ = 0;
+
+    std::atomic<bool> ends_ = false;
+    std::atomic<bool> receiver_closes_ = false;
+    std::thread service_;
+};
+
+Result make(std::unique_ptr<Places> places, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    if (places == nullptr) return VORN_BUS_BAD_URL;
+    made = std::make_unique<ZmqTransport>(std::move(places), endpoint);
+    return VORN_BUS_OK;
+}
+
+Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadline deadline, Log& log,
+           vorn_bus_counters& counters) {
+    if (places == nullptr) return VORN_BUS_BAD_URL;
+    const auto place = places->endpoint(address);
+    if (!place) return VORN_BUS_BAD_URL;
+    try {
+        zmq::context_t context(1);
+        zmq::socket_t socket(context, zmq::socket_type::dealer);
+        socket.set(zmq::sockopt::linger, 0);
+        socket.set(zmq::sockopt::ipv6, true);
+        socket.set(zmq::sockopt::reconnect_ivl, 10);
+        socket.connect(*place);
+        std::array<std::uint8_t, kPreambleBytes> bytes;
+        put_preamble(bytes.data(), Kind::ask);
+        zmq::message_t question(bytes.data(), bytes.size());
+        socket.send(question, zmq::send_flags::dontwait);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        socket.set(zmq::sockopt::rcvtimeo, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+        zmq::message_t reply;
+        const BlockedSignals blocked;  // one of them would end the wait
+        if (!socket.recv(reply)) return VORN_BUS_NO_PEER;
+        std::array<std::uint64_t, kCounterNumbers> values = {};
+        if (!read_counters(Bytes(reply.data<std::uint8_t>(), reply.size()), values)) return VORN_BUS_TROUBLE;
+        counters = std::bit_cast<vorn_bus_counters>(values);
+        return VORN_BUS_OK;
+    } catch (const zmq::error_t& error) {
+        log.line(*place + ": " + error.what());
+        return VORN_BUS_BAD_URL;
+    }
+}
+
+}  // namespace
+
+Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    return make(ipc_places(rest), endpoint, made);
+}
+Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    return make(tcp_places(rest), endpoint, made);
+}
+Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+               vorn_bus_counters& counters) {
+    return ask(ipc_places(rest), address, deadline, log, counters);
+}
+Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+               vorn_bus_counters& counters) {
+    return ask(tcp_places(rest), address, deadline, log, counters);
+}
+
+}  // namespace vorn
