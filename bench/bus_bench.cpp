@@ -2,7 +2,7 @@
 // One end of a measurement of the bus, or of the bare client below it moving the same bytes.
 //
 // bus_bench bus|bare send|receive|ping|pong URL BYTES BATCH COUNT: send and receive move COUNT messages of
-// BYTES bytes, BATCH to a unit; ping and pong exchange COUNT units one by one. Each prints one line of
+// BYTES bytes, BATCH to a batch; ping and pong exchange COUNT batches one by one. Each prints one line of
 // JSON with clock readings in seconds that all processes of the machine share.
 #include <nats/nats.h>
 #include <sys/resource.h>
@@ -34,8 +34,8 @@ struct Plan {
     std::uint32_t bytes;
     std::uint32_t batch;
     std::uint64_t count;
-    std::uint64_t units() const { return count / batch; }
-    std::size_t unit_bytes() const { return std::size_t{bytes} * batch; }
+    std::uint64_t batches() const { return count / batch; }
+    std::size_t batch_bytes() const { return std::size_t{bytes} * batch; }
 };
 
 double now() { return std::chrono::duration<double>(Clock::now().time_since_epoch()).count(); }
@@ -62,7 +62,7 @@ void say_open() {
 class End {
   public:
     virtual ~End() = default;
-    virtual void send_unit() = 0;
+    virtual void send_batch() = 0;
     virtual std::uint64_t receive() = 0;  // waits; returns messages
     virtual void finish() {}
 };
@@ -79,19 +79,19 @@ class BusEnd final : public End {
         options.address = address;
         options.send_timeout_ms = 60000;
         options.linger_ms = 10000;
-        options.queue_units = plan.batch == 1 ? 32768 : 1024;
+        options.queue_batches = plan.batch == 1 ? 32768 : 1024;
         check(vorn_bus_open(&options, &bus_) == VORN_BUS_OK, "open");
         vorn_bus_handle_all(
             bus_, [](const vorn_bus_message*, void* arrived) { ++*static_cast<std::uint64_t*>(arrived); },
             &arrived_);
         static_cast<void>(receives);
-        buffer_.resize(plan.unit_bytes(), 0x5A);
+        buffer_.resize(plan.batch_bytes(), 0x5A);
         for (std::uint32_t i = 0; i < plan.batch; ++i) {
             descriptors_.push_back({buffer_.data() + std::size_t{i} * plan.bytes, kMessageId, plan.bytes});
         }
     }
     ~BusEnd() override { vorn_bus_close(bus_); }
-    void send_unit() override {
+    void send_batch() override {
         check(vorn_bus_send(bus_, to_, descriptors_.data(), static_cast<std::uint32_t>(descriptors_.size()),
                             0) == VORN_BUS_OK,
               "send");
@@ -119,14 +119,14 @@ class ZmqEnd final : public End {
           socket_(context_, !one_way           ? zmq::socket_type::pair
                             : address == kLeft ? zmq::socket_type::push
                                                : zmq::socket_type::pull),
-          buffer_(plan.unit_bytes(), 0x5A) {
+          buffer_(plan.batch_bytes(), 0x5A) {
         if (address == kRight) {
             socket_.bind(plan.url);
         } else {
             socket_.connect(plan.url);
         }
     }
-    void send_unit() override { check(socket_.send(zmq::buffer(buffer_)).has_value(), "send"); }
+    void send_batch() override { check(socket_.send(zmq::buffer(buffer_)).has_value(), "send"); }
     std::uint64_t receive() override {
         check(socket_.recv(message_).has_value(), "receive");
         return batch_;
@@ -146,7 +146,7 @@ class NatsEnd final : public End {
     NatsEnd(const Plan& plan, std::uint32_t address)
         : batch_(plan.batch),
           to_("bare." + std::to_string(address == kLeft ? kRight : kLeft)),
-          buffer_(plan.unit_bytes(), 0x5A) {
+          buffer_(plan.batch_bytes(), 0x5A) {
         check(natsConnection_ConnectTo(&connection_, plan.url.c_str()) == NATS_OK, "connect");
         check(natsConnection_JetStream(&jetstream_, connection_, nullptr) == NATS_OK, "JetStream");
         const std::string own = "bare." + std::to_string(address);
@@ -175,7 +175,7 @@ class NatsEnd final : public End {
         jsCtx_Destroy(jetstream_);
         natsConnection_Destroy(connection_);
     }
-    void send_unit() override {
+    void send_batch() override {
         const std::string id = std::to_string(getpid()) + "-" + std::to_string(++sent_);
         jsPubOptions options = {};
         jsPubOptions_Init(&options);
@@ -214,13 +214,13 @@ std::unique_ptr<End> make_end(bool bus, const Plan& plan, std::uint32_t address,
 }
 
 void send(End& end, const Plan& plan) {
-    end.send_unit();  // the connection stands, and what is made at first use is made
+    end.send_batch();  // the connection stands, and what is made at first use is made
     usleep(200000);
     const double begin = now();
     long after_first_tenth = 0;
-    for (std::uint64_t unit = 0; unit < plan.units(); ++unit) {
-        end.send_unit();
-        if (unit == plan.units() / 10) after_first_tenth = resident_kilobytes();
+    for (std::uint64_t batch = 0; batch < plan.batches(); ++batch) {
+        end.send_batch();
+        if (batch == plan.batches() / 10) after_first_tenth = resident_kilobytes();
     }
     end.finish();
     std::printf("{\"begin\": %.9f, \"rss_tenth\": %ld, \"rss\": %ld}\n", begin, after_first_tenth,
@@ -231,7 +231,7 @@ void receive(End& end, const Plan& plan) {
     say_open();
     std::uint64_t arrived = 0;
     long after_first_tenth = 0;
-    while (arrived < plan.units() * plan.batch + plan.batch) {
+    while (arrived < plan.batches() * plan.batch + plan.batch) {
         arrived += end.receive();
         if (after_first_tenth == 0 && arrived >= plan.count / 10) after_first_tenth = resident_kilobytes();
     }
@@ -245,7 +245,7 @@ void ping(End& end, const Plan& plan) {
     const std::uint64_t warm_up = plan.count / 10 + 1;
     for (std::uint64_t i = 0; i < plan.count + warm_up; ++i) {
         const double begin = now();
-        end.send_unit();
+        end.send_batch();
         while (end.receive() == 0) {
         }
         if (i >= warm_up) trips.push_back((now() - begin) * 1e6);
@@ -262,7 +262,7 @@ void pong(End& end, const Plan& plan) {
     say_open();
     for (std::uint64_t i = 0; i < plan.count + plan.count / 10 + 1;) {
         const std::uint64_t arrived = end.receive() / plan.batch;
-        for (std::uint64_t k = 0; k < arrived; ++k) end.send_unit();
+        for (std::uint64_t k = 0; k < arrived; ++k) end.send_batch();
         i += arrived;
     }
     end.finish();

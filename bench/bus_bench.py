@@ -77,7 +77,7 @@ def main() -> int:
         time.sleep(1)
         places = Places(folder, port)
         try:
-            lines += ["| transport | bytes | in a unit | bare, messages/s | bus, messages/s | bus / bare | aim |",
+            lines += ["| transport | bytes | in a batch | bare, messages/s | bus, messages/s | bus / bare | aim |",
                       "|---|--:|--:|--:|--:|--:|--:|"]
             for transport in ("ipc", "tcp", "nats"):
                 for batch in (1, 100):
@@ -92,8 +92,8 @@ def main() -> int:
                         lines.append(f"| {transport} | {size} | {batch} | {bare:,.0f} | {bus:,.0f} | {bus / bare:.2f} | "
                                      f"{AIMS[batch]:.2f} |")
                         print(lines[-1], flush=True)
-            lines += ["", "Round trips of a unit, one at a time, in microseconds, half below / 99 % / 99.9 %:", "",
-                      "| transport | bytes | in a unit | bare | bus | bus / bare, half |", "|---|--:|--:|--:|--:|--:|"]
+            lines += ["", "Round trips of a batch, one at a time, in microseconds, half below / 99 % / 99.9 %:", "",
+                      "| transport | bytes | in a batch | bare | bus | bus / bare, half |", "|---|--:|--:|--:|--:|--:|"]
             for transport in ("ipc", "tcp", "nats"):
                 for batch in (1, 100):
                     for size in (64, 256):
@@ -104,7 +104,7 @@ def main() -> int:
                         lines.append(f"| {transport} | {size} | {batch} | {cells[0]} | {cells[1]} | "
                                      f"{said['bus']['p50'] / said['bare']['p50']:.1f} |")
                         print(lines[-1], flush=True)
-            lines += ["", "The bus hands a unit from the sender to its own thread, and from there to the poller: two more "
+            lines += ["", "The bus hands a batch from the sender to its own thread, and from there to the poller: two more "
                       "changes of thread each way than ZeroMQ alone, in exchange for numbers and acknowledgements."]
             count = 1_000_000 if options.quick else 10_000_000
             sent, received = pair("bus", ("send", "receive"), places.urls("ipc")["bus"], 64, 1, count)

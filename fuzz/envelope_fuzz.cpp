@@ -2,7 +2,7 @@
 // Promise: no bytes make the reader of envelopes and packets look beyond them, and what it accepts is written
 // again the same.
 //
-// Input: the bytes of a packet, or of units.
+// Input: the bytes of a packet, or of batches.
 #include "vorn/core/envelope.h"
 
 #include <algorithm>
@@ -23,22 +23,22 @@ void check_packet(vorn::Bytes bytes, const std::optional<Packet>& packet) {
                   "a packet is written as it was read");
 }
 
-// One unit after the other, as a parcel is handled.
-void check_units(vorn::Bytes bytes) {
-    while (const auto unit = vorn::read_unit(bytes)) {
+// One batch after the other, as a delivery is handled.
+void check_batches(vorn::Bytes bytes) {
+    while (const auto batch = vorn::read_batch(bytes)) {
         std::vector<VORN_SendDescriptor> descriptors;
-        unit->each_message([&](const vorn::Message& message) {
+        batch->each_message([&](const vorn::Message& message) {
             const std::uint8_t* const from = message.bytes.data();
             fuzz::promise(from >= bytes.data() && from + message.bytes.size() <= bytes.data() + bytes.size(),
-                          "a message lies within its unit");
+                          "a message lies within its batch");
             descriptors.push_back({from, message.id, static_cast<std::uint32_t>(message.bytes.size())});
         });
-        fuzz::promise(descriptors.size() == unit->header().count, "a unit has as many messages as it says");
-        std::vector<std::uint8_t> written(unit->header().bytes);
-        vorn::write_unit(written.data(), unit->header(), descriptors.data());
+        fuzz::promise(descriptors.size() == batch->header().count, "a batch has as many messages as it says");
+        std::vector<std::uint8_t> written(batch->header().bytes);
+        vorn::write_batch(written.data(), batch->header(), descriptors.data());
         fuzz::promise(std::equal(written.begin(), written.end(), bytes.begin()),
-                      "a unit is written as it was read");
-        bytes = bytes.subspan(unit->header().bytes);
+                      "a batch is written as it was read");
+        bytes = bytes.subspan(batch->header().bytes);
     }
 }
 
@@ -58,8 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_packet(bytes, vorn::read_copy(bytes));
     const auto packet = vorn::read_data(bytes);
     check_packet(bytes, packet);
-    if (packet) check_units(vorn::Bytes(bytes).subspan(vorn::Data::kBytes));
-    check_units(bytes);
+    if (packet) check_batches(vorn::Bytes(bytes).subspan(vorn::Data::kBytes));
+    check_batches(bytes);
     std::array<std::uint64_t, 13> counters = {};
     vorn::read_counters(bytes, counters);
     return 0;

@@ -43,7 +43,7 @@ Result guarded(Call&& call) noexcept try {
 } catch (const std::bad_alloc&) {
     return VORN_BUS_NO_MEMORY;
 } catch (const std::exception&) {
-    return VORN_BUS_TROUBLE;
+    return VORN_BUS_SYSTEM_ERROR;
 }
 
 void remove(std::vector<vorn_bus*>& buses, const vorn_bus* bus) { std::erase(buses, bus); }
@@ -134,11 +134,11 @@ int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* conte
     });
 }
 
-int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_units, uint32_t* handled) {
+int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, uint32_t* handled) {
     if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] {
         uint32_t number = 0;
-        const Result result = bus->bus->poll(timeout_ms, max_units, number);
+        const Result result = bus->bus->poll(timeout_ms, max_batches, number);
         if (handled != nullptr) *handled = number;
         return result;
     });
@@ -205,12 +205,12 @@ int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watc
 
 void vorn_bus_watch_close(vorn_bus_watch* watch) { delete watch; }
 
-int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_units,
+int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_batches,
                             vorn_bus_watch_handler handler, void* context, uint32_t* handled) {
     if (watch == nullptr || handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] {
         uint32_t number = 0;
-        const Result result = watch->watch->poll(timeout_ms, max_units, handler, context, number);
+        const Result result = watch->watch->poll(timeout_ms, max_batches, handler, context, number);
         if (handled != nullptr) *handled = number;
         return result;
     });
@@ -220,7 +220,7 @@ void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters
     if (watch != nullptr && counters != nullptr) watch->watch->read_counters(*counters);
 }
 
-const char* vorn_bus_place(const vorn_bus* bus) { return bus == nullptr ? "" : bus->bus->place().c_str(); }
+const char* vorn_bus_endpoint(const vorn_bus* bus) { return bus == nullptr ? "" : bus->bus->place().c_str(); }
 
 const char* vorn_bus_usual_folder(void) {
     static const std::string folder = vorn::usual_folder();
@@ -246,20 +246,20 @@ const char* vorn_bus_result_text(int32_t result) {
         case VORN_BUS_FULL:
             return "the receiver did not make room in time";
         case VORN_BUS_TOO_LARGE:
-            return "larger than a unit may be";
+            return "larger than a batch may be";
         case VORN_BUS_LOST:
             return "some of what was accepted is lost";
         case VORN_BUS_TIMEOUT:
             return "some of what was accepted is still on its way";
-        case VORN_BUS_UNSURE:
-            return "the server did not say whether it has stored the unit";
+        case VORN_BUS_OUTCOME_UNKNOWN:
+            return "the server did not say whether it has stored the batch";
         case VORN_BUS_BUSY:
             return "polled from a handler, or by a thread already";
         case VORN_BUS_NO_TRANSPORT:
             return "built without the transport of this URL";
         case VORN_BUS_NO_MEMORY:
             return "out of memory";
-        case VORN_BUS_TROUBLE:
+        case VORN_BUS_SYSTEM_ERROR:
             return "the system refused";
         default:
             return "not a result of this bus";

@@ -6,8 +6,8 @@
  * (nac_fwm_..._recv_init), sets handlers, and either polls or lets the bus run a receiving thread. What it
  * sends with Nac_...__sendmsg goes through the bus that it opened first, or that it chose with vorn_bus_use.
  *
- * One call of VORN_SendMsg or VORN_SendToMsg is one unit: all its messages arrive, in order and together, or
- * none. Units from one thread to one address arrive in the order in which they were sent, and each at most
+ * One call of VORN_SendMsg or VORN_SendToMsg is one batch: all its messages arrive, in order and together, or
+ * none. Batches from one thread to one address arrive in the order in which they were sent, and each at most
  * once. A send waits for a peer and for room in its queue, at most send_timeout_ms; nothing is dropped in
  * silence. docs/bus.md says what holds when peers or servers come and go, and what is on the wire.
  *
@@ -31,16 +31,17 @@ enum {
     VORN_BUS_BAD_ARGUMENT = 2,  /* a null pointer, a count of 0, a number out of its range */
     VORN_BUS_BAD_URL = 3,       /* the URL is none of this bus, or cannot hold the address */
     VORN_BUS_ADDRESS_TAKEN = 4, /* another process, or another bus of this one, is open at the address */
-    VORN_BUS_NO_PEER = 5,   /* nobody was there to take the unit before the time was over; it was not sent */
+    VORN_BUS_NO_PEER = 5,   /* nobody was there to take the batch before the time was over; it was not sent */
     VORN_BUS_FULL = 6,      /* the receiver did not make room before the time was over; it was not sent */
-    VORN_BUS_TOO_LARGE = 7, /* the unit is larger than this bus or its receiver takes; it was not sent */
-    VORN_BUS_LOST = 8,      /* flush: units that were accepted since the last flush are counted as lost */
-    VORN_BUS_TIMEOUT = 9,   /* flush: units are on their way still */
-    VORN_BUS_UNSURE = 10, /* nats: the server did not say whether it has stored the unit; it counts as lost */
-    VORN_BUS_BUSY = 11,   /* a handler polls the bus that called it, or a receiving thread polls already */
+    VORN_BUS_TOO_LARGE = 7, /* the batch is larger than this bus or its receiver takes; it was not sent */
+    VORN_BUS_LOST = 8,      /* flush: batches that were accepted since the last flush are counted as lost */
+    VORN_BUS_TIMEOUT = 9,   /* flush: batches are on their way still */
+    VORN_BUS_OUTCOME_UNKNOWN =
+        10,             /* nats: the server did not say whether it has stored the batch; it counts as lost */
+    VORN_BUS_BUSY = 11, /* a handler polls the bus that called it, or a receiving thread polls already */
     VORN_BUS_NO_TRANSPORT = 12, /* built without the transport that the URL names */
     VORN_BUS_NO_MEMORY = 13,
-    VORN_BUS_TROUBLE = 14 /* the system refused; the log says what */
+    VORN_BUS_SYSTEM_ERROR = 14 /* the system refused; the log says what */
 };
 
 /* What a result means, in a few words. Constant text. */
@@ -53,24 +54,24 @@ typedef void (*vorn_bus_log)(const char* text, void* context);
 
 /* Zero stands for what is said in brackets. */
 typedef struct vorn_bus_options {
-    const char* url;      /* [VORN_BUS_URL of the environment, else "loop:"] see docs/bus.md */
-    uint32_t address;     /* where others send to; any number, also 0 */
-    uint32_t queue_units; /* [1024] units to one receiver that it has not handled yet */
-    uint32_t queue_bytes; /* [16 MiB] the same in bytes; one unit always fits */
+    const char* url;        /* [VORN_BUS_URL of the environment, else "loop:"] see docs/bus.md */
+    uint32_t address;       /* where others send to; any number, also 0 */
+    uint32_t queue_batches; /* [1024] batches to one receiver that it has not handled yet */
+    uint32_t queue_bytes;   /* [16 MiB] the same in bytes; one batch always fits */
     uint32_t
-        unit_bytes; /* [1,000,000] the largest unit to send or to take, with its envelope; up to 64 MiB */
+        batch_bytes; /* [1,000,000] the largest batch to send or to take, with its envelope; up to 64 MiB */
     int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for room; negative: not at all */
-    int32_t linger_ms;       /* [1000] how long closing waits for units on their way; negative: not at all */
-    vorn_bus_log log;        /* [lines on standard error] */
+    int32_t linger_ms; /* [1000] how long closing waits for batches on their way; negative: not at all */
+    vorn_bus_log log;  /* [lines on standard error] */
     void* log_context;
 } vorn_bus_options;
 
 /* Opens a bus. The first one that is open in a process is that of VORN_SendMsg. */
 int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus);
 
-/* Stops receiving, waits for units on their way (linger_ms), closes and frees. Units that have arrived and
- * are not handled by then are lost to their senders. Not from a handler, and not while other functions use
- * this bus. Null is allowed. */
+/* Stops receiving, waits for batches on their way (linger_ms), closes and frees. Batches that have arrived
+ * and are not handled by then are lost to their senders. Not from a handler, and not while other functions
+ * use this bus. Null is allowed. */
 void vorn_bus_close(vorn_bus* bus);
 
 /* From now on VORN_SendMsg and VORN_SendToMsg send through this bus. */
@@ -78,7 +79,7 @@ int32_t vorn_bus_use(vorn_bus* bus);
 
 /* ---- receiving ---------------------------------------------------------------------------------- */
 
-/* The unit had reached a process that was killed before it could say whether it had handled it (nats only).
+/* The batch had reached a process that was killed before it could say whether it had handled it (nats only).
  */
 #define VORN_BUS_REPEATED 1u
 
@@ -104,10 +105,10 @@ int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler han
 /* Sets the handler for all ids that have none of their own; null: they are counted and dropped. */
 int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* context);
 
-/* Handles units that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
- * ever), and at most max_units of them (0: all that are there). `handled` (may be null) is set to their
+/* Handles batches that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
+ * ever), and at most max_batches of them (0: all that are there). `handled` (may be null) is set to their
  * number. */
-int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_units, uint32_t* handled);
+int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, uint32_t* handled);
 
 /* A file descriptor for poll or epoll that is readable while vorn_bus_poll has something to do. It belongs to
  * the bus, and must not be read. Negative: the system refused. */
@@ -129,26 +130,26 @@ int32_t vorn_bus_send(vorn_bus* bus, uint32_t destination, const VORN_SendDescri
                       uint32_t count, uint64_t target);
 
 /* Waits until all that was accepted has been handled by its receivers (nats: is stored), at most timeout_ms
- * (negative: for ever). VORN_BUS_LOST tells once of units that were lost since the last flush. Not from a
+ * (negative: for ever). VORN_BUS_LOST tells once of batches that were lost since the last flush. Not from a
  * handler that handles what this bus has sent to itself. */
 int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms);
 
 /* ---- counters ----------------------------------------------------------------------------------- */
 
 typedef struct vorn_bus_counters {
-    uint64_t sent_units;        /* accepted: the send returned 0, or VORN_BUS_UNSURE */
-    uint64_t sent_messages;     /* the messages in them */
-    uint64_t refused_units;     /* the send returned something else */
-    uint64_t lost_units;        /* accepted, and not known to have been handled when their receiver ended */
-    uint64_t unhandled_units;   /* accepted, and on their way now: the depth of the queues to others */
-    uint64_t received_units;    /* handled */
-    uint64_t received_messages; /* given to a handler */
-    uint64_t waiting_units;     /* arrived, and not handled yet: the depth of the queue to this process */
-    uint64_t unknown_messages;  /* arrived, of an id that nobody registered */
-    uint64_t ignored_messages;  /* arrived, of an id that has no handler */
-    uint64_t damaged;           /* envelopes or packets that do not hold what they claim */
-    uint64_t redelivered_units; /* arrived again, and left out */
-    uint64_t missed_units;      /* gone from the server before they were handled (nats only) */
+    uint64_t sent_batches;        /* accepted: the send returned 0, or VORN_BUS_OUTCOME_UNKNOWN */
+    uint64_t sent_messages;       /* the messages in them */
+    uint64_t refused_batches;     /* the send returned something else */
+    uint64_t lost_batches;        /* accepted, and not known to have been handled when their receiver ended */
+    uint64_t unhandled_batches;   /* accepted, and on their way now: the depth of the queues to others */
+    uint64_t received_batches;    /* handled */
+    uint64_t received_messages;   /* given to a handler */
+    uint64_t waiting_batches;     /* arrived, and not handled yet: the depth of the queue to this process */
+    uint64_t unknown_messages;    /* arrived, of an id that nobody registered */
+    uint64_t ignored_messages;    /* arrived, of an id that has no handler */
+    uint64_t damaged;             /* envelopes or packets that do not hold what they claim */
+    uint64_t redelivered_batches; /* arrived again, and left out */
+    uint64_t missed_batches;      /* gone from the server before they were handled (nats only) */
 } vorn_bus_counters;
 
 void vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters);
@@ -164,14 +165,14 @@ const char* vorn_bus_chosen_url(const char* url);
 
 /* Where a bus takes what is sent to its address, for people: "tcp://127.0.0.1:7002". Valid while it is open.
  */
-const char* vorn_bus_place(const vorn_bus* bus);
+const char* vorn_bus_endpoint(const vorn_bus* bus);
 
 /* The folder of ipc:// without one: $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home. Constant text. */
 const char* vorn_bus_usual_folder(void);
 
 /* ---- watching ----------------------------------------------------------------------------------- */
 
-/* A watcher sees copies of the units that others take, and has no address of its own. It disturbs nobody: a
+/* A watcher sees copies of the batches that others take, and has no address of its own. It disturbs nobody: a
  * receiver never waits for it. Copies that a slow watcher has no room for are dropped, and counted. */
 typedef struct vorn_bus_watch vorn_bus_watch;
 
@@ -192,8 +193,8 @@ typedef struct vorn_bus_watched {
     uint32_t message_id;  /* whether anybody has registered it or not */
     uint32_t source;      /* the sender's address */
     uint32_t destination; /* the receiver's */
-    uint32_t position;    /* in its unit, from 0 */
-    uint32_t count;       /* of messages in the unit; the last has position count - 1 */
+    uint32_t position;    /* in its batch, from 0 */
+    uint32_t count;       /* of messages in the batch; the last has position count - 1 */
     uint32_t packed_bytes;
     const uint8_t* packed;
 } vorn_bus_watched;
@@ -201,9 +202,9 @@ typedef struct vorn_bus_watched {
 typedef void (*vorn_bus_watch_handler)(const vorn_bus_watched* message, void* context);
 
 typedef struct vorn_bus_watch_counters {
-    uint64_t units;         /* handled */
+    uint64_t batches;       /* handled */
     uint64_t messages;      /* in them */
-    uint64_t lost_units;    /* were taken by others, and their copies dropped on the way or here */
+    uint64_t lost_batches;  /* were taken by others, and their copies dropped on the way or here */
     uint64_t damaged;       /* packets or envelopes that do not hold what they claim */
     uint64_t receivers;     /* that send copies now; on nats 1 while the server is there */
     uint64_t interruptions; /* receivers or servers that were gone and came again: what others took before
@@ -217,9 +218,9 @@ int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watc
 void vorn_bus_watch_close(vorn_bus_watch* watch);
 
 /* Handles copies that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
- * ever), and at most max_units of them (0: all that are there). `handled` (may be null) is set to their
+ * ever), and at most max_batches of them (0: all that are there). `handled` (may be null) is set to their
  * number. One thread at a time, and not from the handler. */
-int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_units,
+int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_batches,
                             vorn_bus_watch_handler handler, void* context, uint32_t* handled);
 
 void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters);

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Two processes: one sends two records as one unit, the other prints them.
+# Two processes: one sends two records as one batch, the other prints them.
 import os, sys, tempfile
 from vorn_nac import Bus, Nac_SetPortMsg
 

@@ -18,7 +18,7 @@ def url(tmp_path: pathlib.Path) -> str:
     return f"ipc://{tmp_path}"
 
 
-def test_a_unit_arrives_in_order_and_together(url: str) -> None:
+def test_a_batch_arrives_in_order_and_together(url: str) -> None:
     with Bus(url, 1) as sender, Bus(url, 2) as receiver:
         sent = [Nac_SetPortMsg(f0=24, f1=1), Nac_UserTableHitMsg(f3=9), Nac_SetUserTableMsg(f15=[1, 2], f31=b"alice")]
         sender.send(2, sent, target=77)
@@ -29,8 +29,8 @@ def test_a_unit_arrives_in_order_and_together(url: str) -> None:
         assert [each.packed for each in arrived if each] == [vorn_nac.pack(each, "sent") for each in sent]
         assert receiver.receive(timeout=0.05) is None
         sender.flush(timeout=10)
-        assert (sender.counters.sent_units, sender.counters.sent_messages) == (1, 3)
-        assert (receiver.counters.received_units, receiver.counters.received_messages) == (1, 3)
+        assert (sender.counters.sent_batches, sender.counters.sent_messages) == (1, 3)
+        assert (receiver.counters.received_batches, receiver.counters.received_messages) == (1, 3)
 
 
 def test_all_types_arrive(url: str) -> None:

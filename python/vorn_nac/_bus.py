@@ -69,27 +69,27 @@ class Message:
 class Counters:
     """What a bus has counted. vorn/vorn_bus.h says when each counts."""
 
-    sent_units: int
+    sent_batches: int
     sent_messages: int
-    refused_units: int
-    lost_units: int
-    unhandled_units: int
-    received_units: int
+    refused_batches: int
+    lost_batches: int
+    unhandled_batches: int
+    received_batches: int
     received_messages: int
-    waiting_units: int
+    waiting_batches: int
     unknown_messages: int
     ignored_messages: int
     damaged: int
-    redelivered_units: int
-    missed_units: int
+    redelivered_batches: int
+    missed_batches: int
 
 
 _LogFunction = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 
 
 class _Options(ctypes.Structure):
-    _fields_ = [("url", ctypes.c_char_p), ("address", ctypes.c_uint32), ("queue_units", ctypes.c_uint32),
-                ("queue_bytes", ctypes.c_uint32), ("unit_bytes", ctypes.c_uint32),
+    _fields_ = [("url", ctypes.c_char_p), ("address", ctypes.c_uint32), ("queue_batches", ctypes.c_uint32),
+                ("queue_bytes", ctypes.c_uint32), ("batch_bytes", ctypes.c_uint32),
                 ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32),
                 ("log", _LogFunction), ("log_context", ctypes.c_void_p)]
 
@@ -125,7 +125,7 @@ def _declare() -> None:
         "vorn_bus_flush": (i32, [handle, i32]),
         "vorn_bus_read_counters": (None, [handle, ctypes.POINTER(_Counters)]),
         "vorn_bus_ask_counters": (i32, [ctypes.c_char_p, u32, i32, ctypes.POINTER(_Counters)]),
-        "vorn_bus_place": (ctypes.c_char_p, [handle]),
+        "vorn_bus_endpoint": (ctypes.c_char_p, [handle]),
         "vorn_bus_descriptor": (ctypes.c_int, [handle]),
         "VORN_RegIDLFuncHook": (i32, [u32, handle, handle]),
     }
@@ -171,15 +171,15 @@ class Bus:
     logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
     """
 
-    def __init__(self, url: Optional[str] = None, address: int = 0, *, queue_units: int = 0, queue_bytes: int = 0,
-                 unit_bytes: int = 0, send_timeout: Optional[float] = None, linger: Optional[float] = None) -> None:
+    def __init__(self, url: Optional[str] = None, address: int = 0, *, queue_batches: int = 0, queue_bytes: int = 0,
+                 batch_bytes: int = 0, send_timeout: Optional[float] = None, linger: Optional[float] = None) -> None:
         def wait(seconds: Optional[float]) -> int:  # 0 is the usual, and below it not at all
             return 0 if seconds is None else _milliseconds(seconds) or -1
 
-        for name, value in (("address", address), ("queue_units", queue_units), ("queue_bytes", queue_bytes),
-                            ("unit_bytes", unit_bytes)):
+        for name, value in (("address", address), ("queue_batches", queue_batches), ("queue_bytes", queue_bytes),
+                            ("batch_bytes", batch_bytes)):
             _within_32_bits(name, value)
-        options = _Options(None if url is None else url.encode(), address, queue_units, queue_bytes, unit_bytes,
+        options = _Options(None if url is None else url.encode(), address, queue_batches, queue_bytes, batch_bytes,
                            wait(send_timeout), wait(linger), _log_line, None)
         _register_types()
         handle = ctypes.c_void_p()
@@ -204,9 +204,9 @@ class Bus:
         return self._handle
 
     def send(self, to: int, records: Union[Record, Sequence[Record]], target: int = 0) -> None:
-        """Sends one record, or several as one unit: all of them arrive, in order and together, or none.
+        """Sends one record, or several as one batch: all of them arrive, in order and together, or none.
 
-        Waits for a peer and for room, at most send_timeout. Raises BusError if the unit was not sent. That it was sent
+        Waits for a peer and for room, at most send_timeout. Raises BusError if the batch was not sent. That it was sent
         does not say that it was handled: see flush.
         """
         _within_32_bits("to", to)
@@ -243,7 +243,7 @@ class Bus:
     def flush(self, timeout: Optional[float] = None) -> None:
         """Waits until all that was sent has been handled by its receivers (nats: is stored).
 
-        Raises BusError: LOST, once, if units were lost since the last flush; TIMEOUT if some are on their way still.
+        Raises BusError: LOST, once, if batches were lost since the last flush; TIMEOUT if some are on their way still.
         """
         self._check("flush", _library.bus.vorn_bus_flush(self._open(), _milliseconds(timeout)))
 
@@ -257,14 +257,14 @@ class Bus:
     @property
     def place(self) -> str:
         """Where this bus takes what is sent to its address, for people."""
-        return str(_library.bus.vorn_bus_place(self._open()).decode())
+        return str(_library.bus.vorn_bus_endpoint(self._open()).decode())
 
     def fileno(self) -> int:
         """A descriptor for select or a selector: readable while receive has something to do."""
         return int(_library.bus.vorn_bus_descriptor(self._open()))
 
     def close(self) -> None:
-        """Waits for units on their way, at most `linger`, and closes. A second call does nothing."""
+        """Waits for batches on their way, at most `linger`, and closes. A second call does nothing."""
         self._handle = None
         self._close()
 

@@ -25,8 +25,8 @@ Buffer from_hex(const std::string& text) {
     return bytes;
 }
 
-const Buffer kUnit = from_hex(
-    "56 4f 52 4e 01 01 00 00 "  // "VORN", version 1, a unit, zeros
+const Buffer kBatch = from_hex(
+    "56 4f 52 4e 01 01 00 00 "  // "VORN", version 1, a batch, zeros
     "02 00 00 00 "              // destination
     "01 00 00 00 "              // source
     "88 77 66 55 44 33 22 11 "  // target
@@ -37,27 +37,27 @@ const Buffer kUnit = from_hex(
     "aa bb cc "                 // the messages
     "dd ");
 
-TEST(Envelope, AUnitIsTheseBytes) {
+TEST(Envelope, ABatchIsTheseBytes) {
     const Buffer first = {0xAA, 0xBB, 0xCC};
     const Buffer second = {0xDD};
     const VORN_SendDescriptor descriptors[] = {{first.data(), 0x09B58155, 3}, {second.data(), 5, 1}};
-    const auto bytes = unit_bytes(descriptors, 2);
+    const auto bytes = batch_bytes(descriptors, 2);
     ASSERT_EQ(bytes, 52U);
     Buffer written(*bytes);
-    write_unit(written.data(), {2, 1, 0x1122334455667788, 2, *bytes}, descriptors);
-    EXPECT_EQ(written, kUnit);
+    write_batch(written.data(), {2, 1, 0x1122334455667788, 2, *bytes}, descriptors);
+    EXPECT_EQ(written, kBatch);
 }
 
-TEST(Envelope, AUnitIsReadAsItWasWritten) {
-    const auto unit = read_unit(kUnit);
-    ASSERT_TRUE(unit);
-    EXPECT_EQ(unit->header().destination, 2U);
-    EXPECT_EQ(unit->header().source, 1U);
-    EXPECT_EQ(unit->header().target, 0x1122334455667788U);
-    EXPECT_EQ(unit->header().count, 2U);
-    EXPECT_EQ(unit->header().bytes, 52U);
+TEST(Envelope, ABatchIsReadAsItWasWritten) {
+    const auto batch = read_batch(kBatch);
+    ASSERT_TRUE(batch);
+    EXPECT_EQ(batch->header().destination, 2U);
+    EXPECT_EQ(batch->header().source, 1U);
+    EXPECT_EQ(batch->header().target, 0x1122334455667788U);
+    EXPECT_EQ(batch->header().count, 2U);
+    EXPECT_EQ(batch->header().bytes, 52U);
     std::vector<std::pair<std::uint32_t, Buffer>> messages;
-    unit->each_message([&](const Message& message) {
+    batch->each_message([&](const Message& message) {
         messages.emplace_back(message.id, Buffer(message.bytes.begin(), message.bytes.end()));
     });
     ASSERT_EQ(messages.size(), 2U);
@@ -65,19 +65,19 @@ TEST(Envelope, AUnitIsReadAsItWasWritten) {
     EXPECT_EQ(messages[1], std::pair(5U, Buffer{0xDD}));
 }
 
-TEST(Envelope, WhatFollowsAUnitIsNotOfIt) {
-    Buffer two = kUnit;
-    two.insert(two.end(), kUnit.begin(), kUnit.end());
-    const auto unit = read_unit(two);
-    ASSERT_TRUE(unit);
-    EXPECT_EQ(unit->header().bytes, 52U);
-    EXPECT_TRUE(read_unit(Bytes(two).subspan(52)));
+TEST(Envelope, WhatFollowsABatchIsNotOfIt) {
+    Buffer two = kBatch;
+    two.insert(two.end(), kBatch.begin(), kBatch.end());
+    const auto batch = read_batch(two);
+    ASSERT_TRUE(batch);
+    EXPECT_EQ(batch->header().bytes, 52U);
+    EXPECT_TRUE(read_batch(Bytes(two).subspan(52)));
 }
 
 TEST(Envelope, CutAnywhereItIsDamaged) {
-    for (std::size_t size = 0; size < kUnit.size(); ++size) {
-        const Buffer cut(kUnit.begin(), kUnit.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_FALSE(read_unit(cut)) << size;
+    for (std::size_t size = 0; size < kBatch.size(); ++size) {
+        const Buffer cut(kBatch.begin(), kBatch.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_FALSE(read_batch(cut)) << size;
     }
 }
 
@@ -89,39 +89,39 @@ TEST(Envelope, EveryOtherValueOfAStructuralByteIsDamage) {
     for (std::size_t at = 44; at < 48; ++at) structural.push_back(at);
     for (const std::size_t at : structural) {
         for (unsigned value = 0; value < 256; ++value) {
-            if (value == kUnit[at]) continue;
-            Buffer damaged = kUnit;
+            if (value == kBatch[at]) continue;
+            Buffer damaged = kBatch;
             damaged[at] = static_cast<std::uint8_t>(value);
-            EXPECT_FALSE(read_unit(damaged)) << "byte " << at << " = " << value;
+            EXPECT_FALSE(read_batch(damaged)) << "byte " << at << " = " << value;
         }
     }
 }
 
 TEST(Envelope, SumsOfLengthsDoNotWrap) {
-    Buffer damaged = kUnit;
+    Buffer damaged = kBatch;
     for (const std::size_t at : {36U, 44U}) {
         put<std::uint32_t>(damaged.data() + at, 0xFFFFFFFE);
     }
-    EXPECT_FALSE(read_unit(damaged));
+    EXPECT_FALSE(read_batch(damaged));
     put<std::uint32_t>(damaged.data() + 36, 0xFFFFFFFF);
     put<std::uint32_t>(damaged.data() + 44, 5);  // 4 modulo 2^32
-    EXPECT_FALSE(read_unit(damaged));
+    EXPECT_FALSE(read_batch(damaged));
     put<std::uint32_t>(damaged.data() + 24, 0x20000002);  // times 8: 16 modulo 2^32
-    EXPECT_FALSE(read_unit(damaged));
+    EXPECT_FALSE(read_batch(damaged));
 }
 
-TEST(Envelope, AUnitWithoutMessagesIsDamaged) {
-    Buffer empty(kUnit.begin(), kUnit.begin() + 32);
+TEST(Envelope, ABatchWithoutMessagesIsDamaged) {
+    Buffer empty(kBatch.begin(), kBatch.begin() + 32);
     put<std::uint32_t>(empty.data() + 24, 0);
     put<std::uint32_t>(empty.data() + 28, 32);
-    EXPECT_FALSE(read_unit(empty));
+    EXPECT_FALSE(read_batch(empty));
 }
 
 TEST(Envelope, SizesAbove32BitsAreNone) {
     const VORN_SendDescriptor huge = {nullptr, 1, 0xFFFFFFFF};
     const VORN_SendDescriptor both[] = {huge, huge};
-    EXPECT_EQ(unit_bytes(both, 2), std::nullopt);
-    EXPECT_EQ(unit_bytes(&huge, 1), std::nullopt);
+    EXPECT_EQ(batch_bytes(both, 2), std::nullopt);
+    EXPECT_EQ(batch_bytes(&huge, 1), std::nullopt);
 }
 
 template <class Packet>
@@ -158,8 +158,8 @@ TEST(Packets, AreReadAsTheyWereWritten) {
     EXPECT_EQ(hello->incarnation, 3U);
     const auto welcome = read_welcome(written(Welcome{4, 5, 6, 8, 7}));
     ASSERT_TRUE(welcome);
-    EXPECT_EQ(welcome->units, 4U);
-    EXPECT_EQ(welcome->unit_bytes, 5U);
+    EXPECT_EQ(welcome->batches, 4U);
+    EXPECT_EQ(welcome->batch_bytes, 5U);
     EXPECT_EQ(welcome->session, 6U);
     EXPECT_EQ(welcome->received, 8U);
     EXPECT_EQ(welcome->handled, 7U);
@@ -227,7 +227,7 @@ TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
         }
         Buffer longer = all[kind];
         longer.push_back(0);
-        only[kind] = kind == 2;  // data is followed by its units
+        only[kind] = kind == 2;  // data is followed by its batches
         EXPECT_EQ(readers(longer), only);
     }
 }
@@ -237,7 +237,7 @@ TEST(Packets, ThatContradictThemselvesAreDamaged) {
     EXPECT_FALSE(read_welcome(written(Welcome{4, 5, 6, 7, 8})));  // handled, and not received
     EXPECT_FALSE(read_ack(written(Ack{1, 2, 3, 4})));
     EXPECT_FALSE(read_goodbye(written(Goodbye{1, 2, 3})));
-    EXPECT_FALSE(read_data(written(Data{1, 0, 3, 0})));  // units are numbered from 1
+    EXPECT_FALSE(read_data(written(Data{1, 0, 3, 0})));  // batches are numbered from 1
     EXPECT_FALSE(read_data(written(Data{1, 2, 0, 0})));
     Buffer data = written(Data{1, 2, 3, 0});
     data[28] = 1;
@@ -245,7 +245,7 @@ TEST(Packets, ThatContradictThemselvesAreDamaged) {
     EXPECT_FALSE(read_watch(written(Watch{0, 2, 3, 4, 0})));  // names are not 0
     EXPECT_FALSE(read_watching(written(Watching{1, 0, 3})));
     EXPECT_FALSE(read_copy(written(Copy{1, 0, 3, 4})));
-    EXPECT_FALSE(read_copy(written(Copy{1, 2, 0, 4})));  // units are numbered from 1
+    EXPECT_FALSE(read_copy(written(Copy{1, 2, 0, 4})));  // batches are numbered from 1
     Buffer watch = written(Watch{1, 2, 3, 4, 0});
     watch[36] = 1;
     EXPECT_FALSE(read_watch(watch));

@@ -81,10 +81,10 @@ class Kill(unittest.TestCase):
         self.assertEqual(told["accepted"], MESSAGES)
         self.assertEqual(told["left"], 0)
         missing = MESSAGES - came
-        # A unit that was handled just before the kill may count as lost; one that is missing must.
-        self.assertLessEqual(missing, told["lost_units"])
+        # A batch that was handled just before the kill may count as lost; one that is missing must.
+        self.assertLessEqual(missing, told["lost_batches"])
         print(f"count: {url.split(':')[0]}: {MESSAGES} messages, {kills} kills of the receiver, {missing} missing, "
-              f"{told['lost_units']} counted as lost, 0 doubled, 0 out of order")
+              f"{told['lost_batches']} counted as lost, 0 doubled, 0 out of order")
 
     def senders_are_killed(self, url: str) -> None:
         receiver = self.start("receive", url, 2, self.file)
@@ -102,7 +102,7 @@ class Kill(unittest.TestCase):
         last = self.start("send", url, 1, 2, kills, 1000)
         output, errors = last.communicate(timeout=60)
         self.assertEqual(last.returncode, 0, errors)
-        self.assertEqual(json.loads(output)["lost_units"], 0)
+        self.assertEqual(json.loads(output)["lost_batches"], 0)
         receiver.terminate()
         receiver.communicate(timeout=20)
         came = self.check_received()

@@ -46,7 +46,7 @@ class BareClient {
     BareClient& operator=(const BareClient&) = delete;
 
     void store(const std::vector<std::uint8_t>& packet) {
-        EXPECT_EQ(js_Publish(nullptr, jetstream_, "vorn.units.2", packet.data(),
+        EXPECT_EQ(js_Publish(nullptr, jetstream_, "vorn.batches.2", packet.data(),
                              static_cast<int>(packet.size()), nullptr, nullptr),
                   NATS_OK);
     }
@@ -67,24 +67,24 @@ class BareClient {
     jsCtx* jetstream_ = nullptr;
 };
 
-// A packet with one unit, which holds one Nac_SetPortMsg.
+// A packet with one batch, which holds one Nac_SetPortMsg.
 std::vector<std::uint8_t> packet_of(std::uint8_t session, std::uint8_t number, std::uint8_t port) {
     return {0x56,    0x4f, 0x52, 0x4e,
             1,       4,    0,    0,  // "VORN", version 1, data
             session, 0,    0,    0,
             0,       0,    0,    0,  //
             number,  0,    0,    0,
-            0,       0,    0,    0,  // of the unit in the session
+            0,       0,    0,    0,  // of the batch in the session
             1,       0,    0,    0,
-            0,       0,    0,    0,  // one unit
+            0,       0,    0,    0,  // one batch
             0x56,    0x4f, 0x52, 0x4e,
-            1,       1,    0,    0,  // "VORN", version 1, unit
+            1,       1,    0,    0,  // "VORN", version 1, batch
             2,       0,    0,    0,
             1,       0,    0,    0,  // destination, source
             0,       0,    0,    0,
             0,       0,    0,    0,  // no target
             1,       0,    0,    0,
-            64,      0,    0,    0,  // one message, bytes of the unit
+            64,      0,    0,    0,  // one message, bytes of the batch
             0x55,    0x81, 0xb5, 0x09,
             24,      0,    0,    0,  // Nac_SetPortMsg, its length
             12,      0,    0,    0,
@@ -133,12 +133,12 @@ TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
     server.kill();
     const auto begin = std::chrono::steady_clock::now();
     const std::uint32_t result = sender.send(kReceiver, {2, 0});
-    EXPECT_TRUE(result == VORN_BUS_NO_PEER || result == VORN_BUS_UNSURE) << result;
+    EXPECT_TRUE(result == VORN_BUS_NO_PEER || result == VORN_BUS_OUTCOME_UNKNOWN) << result;
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
     EXPECT_EQ(sender.send(kReceiver, {3, 0}), std::uint32_t{VORN_BUS_NO_PEER});
     const vorn_bus_counters counters = sender.counters();
-    EXPECT_EQ(counters.sent_units, 1 + counters.lost_units);  // of an unsure one it is not known
-    EXPECT_EQ(counters.sent_units + counters.refused_units, 3U);
+    EXPECT_EQ(counters.sent_batches, 1 + counters.lost_batches);  // of an unsure one it is not known
+    EXPECT_EQ(counters.sent_batches + counters.refused_batches, 3U);
     server.start();
 }
 
@@ -155,7 +155,7 @@ TEST_F(Nats, WhileTheServerIsAwayABusCloses) {
 
 TEST_F(Nats, WithoutAServerABusDoesNotOpen) {
     TestBus bus("nats://127.0.0.1:1", kSender);
-    EXPECT_EQ(bus.opened(), VORN_BUS_TROUBLE);
+    EXPECT_EQ(bus.opened(), VORN_BUS_SYSTEM_ERROR);
     ASSERT_FALSE(bus.log().empty());
     EXPECT_NE(bus.log()[0].find("no connection to nats://127.0.0.1:1"), std::string::npos) << bus.log()[0];
 }
@@ -170,8 +170,8 @@ TEST_F(Nats, WhatIsSentWhileTheReceiverIsAwayWaitsForIt) {
     for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(receiver.arrived()[i].port().f0, i);
 }
 
-// A receiver that is killed in its third handler: the next one begins with that unit, and is told.
-TEST_F(Nats, TheUnitInWhichAReceiverWasKilledComesAgainWithAMark) {
+// A receiver that is killed in its third handler: the next one begins with that batch, and is told.
+TEST_F(Nats, TheBatchInWhichAReceiverWasKilledComesAgainWithAMark) {
     NatsServer server;
     std::array<int, 2> pipes = {};
     ASSERT_EQ(pipe2(pipes.data(), O_CLOEXEC), 0);
@@ -209,7 +209,7 @@ TEST_F(Nats, ASecondProcessAtAnAddressChangesNothingOfTheFirst) {
     for (const char* const state : {"/state", "/another"}) {  // on this machine, and as on another one
         const std::string url =
             "nats://127.0.0.1:" + std::to_string(server.port()) + "?state=" + server.folder() + state;
-        TestBus second(url, kReceiver, [](vorn_bus_options& options) { options.unit_bytes = 100; });
+        TestBus second(url, kReceiver, [](vorn_bus_options& options) { options.batch_bytes = 100; });
         EXPECT_EQ(second.opened(), VORN_BUS_ADDRESS_TAKEN);
     }
     TestBus sender(url_of(server), kSender);
@@ -217,8 +217,8 @@ TEST_F(Nats, ASecondProcessAtAnAddressChangesNothingOfTheFirst) {
     EXPECT_TRUE(receiver.poll_until(20));
 }
 
-// A sender that did not hear that its unit was stored stores it again.
-TEST_F(Nats, AUnitThatIsStoredTwiceIsHandledOnce) {
+// A sender that did not hear that its batch was stored stores it again.
+TEST_F(Nats, ABatchThatIsStoredTwiceIsHandledOnce) {
     NatsServer server;
     BareClient client(server);
     TestBus receiver(url_of(server), kReceiver);
@@ -228,12 +228,12 @@ TEST_F(Nats, AUnitThatIsStoredTwiceIsHandledOnce) {
     ASSERT_TRUE(receiver.poll_until(4));
     const auto arrived = receiver.arrived();
     for (std::uint32_t i = 0; i < 4; ++i) EXPECT_EQ(arrived[i].port().f0, i + 1);
-    EXPECT_TRUE(eventually([&] { return receiver.counters().redelivered_units == 4; }));
+    EXPECT_TRUE(eventually([&] { return receiver.counters().redelivered_batches == 4; }));
     vorn_bus_poll(receiver.get(), 100, 0, nullptr);
     EXPECT_EQ(receiver.arrived().size(), 4U);
 }
 
-TEST_F(Nats, AUnitThatIsStoredTwiceIsKnownToTheNextReceiverToo) {
+TEST_F(Nats, ABatchThatIsStoredTwiceIsKnownToTheNextReceiverToo) {
     NatsServer server;
     BareClient client(server);
     {
@@ -246,18 +246,18 @@ TEST_F(Nats, AUnitThatIsStoredTwiceIsKnownToTheNextReceiverToo) {
     TestBus receiver(url_of(server), kReceiver);
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.arrived()[0].port().f0, 2U);
-    EXPECT_EQ(receiver.counters().redelivered_units, 1U);
+    EXPECT_EQ(receiver.counters().redelivered_batches, 1U);
 }
 
 TEST_F(Nats, WhatIsNoPacketIsCountedAndLeavesTheStream) {
     NatsServer server;
     BareClient client(server);
     TestBus receiver(url_of(server), kReceiver);
-    std::vector<std::uint8_t> two_units = packet_of(7, 1, 1);
-    two_units[24] = 2;
+    std::vector<std::uint8_t> two_batches = packet_of(7, 1, 1);
+    two_batches[24] = 2;
     std::vector<std::uint8_t> cut = packet_of(7, 2, 2);
     cut.pop_back();
-    for (const auto& packet : {std::vector<std::uint8_t>(31, 0xff), two_units, cut}) client.store(packet);
+    for (const auto& packet : {std::vector<std::uint8_t>(31, 0xff), two_batches, cut}) client.store(packet);
     client.store(packet_of(7, 3, 3));
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.arrived()[0].port().f0, 3U);
@@ -265,7 +265,7 @@ TEST_F(Nats, WhatIsNoPacketIsCountedAndLeavesTheStream) {
     EXPECT_TRUE(eventually([&] { return client.stored() == 0; }));
 }
 
-// Units come and go although the server delivers nothing, and forgets what it was told.
+// Batches come and go although the server delivers nothing, and forgets what it was told.
 TEST_F(Nats, WhatTheServerForgetsTheReceiverFinds) {
     NatsServer server;
     BareClient client(server);
@@ -304,12 +304,12 @@ TEST_F(Nats, PasswordsAndTokensOpenTheServer) {
     TestBus good(url_of(with_user, "device:secret@"), kSender);
     EXPECT_EQ(good.opened(), VORN_BUS_OK);
     TestBus bad(url_of(with_user, "device:guess@"), kReceiver);
-    EXPECT_EQ(bad.opened(), VORN_BUS_TROUBLE);
+    EXPECT_EQ(bad.opened(), VORN_BUS_SYSTEM_ERROR);
     for (const std::string& line : bad.log()) EXPECT_EQ(line.find("guess"), std::string::npos);
 
     NatsServer with_token({"--auth", "t0ken"});
     TestBus without(url_of(with_token), kSender);
-    EXPECT_EQ(without.opened(), VORN_BUS_TROUBLE);
+    EXPECT_EQ(without.opened(), VORN_BUS_SYSTEM_ERROR);
     setenv("VORN_NATS_TOKEN", "t0ken", 1);
     TestBus with(url_of(with_token), kSender);
     EXPECT_EQ(with.opened(), VORN_BUS_OK);
@@ -326,7 +326,7 @@ TEST_F(Nats, TlsTrustsOnlyItsAuthority) {
     ASSERT_EQ(std::system(make.c_str()), 0);
     NatsServer server({"--tls", "--tlscert", folder + "/cert.pem", "--tlskey", folder + "/key.pem"});
     TestBus untrusting(url_of(server, "", "nats+tls://"), kSender);
-    EXPECT_EQ(untrusting.opened(), VORN_BUS_TROUBLE);
+    EXPECT_EQ(untrusting.opened(), VORN_BUS_SYSTEM_ERROR);
     setenv("VORN_NATS_CA", (folder + "/cert.pem").c_str(), 1);
     TestBus receiver(url_of(server, "", "nats+tls://"), kReceiver);
     ASSERT_EQ(receiver.opened(), VORN_BUS_OK);

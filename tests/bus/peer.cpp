@@ -30,7 +30,7 @@ vorn_bus* open_bus(const char* url, const char* address) {
     vorn_bus_options options = {};
     options.url = url;
     options.address = static_cast<std::uint32_t>(std::strtoul(address, nullptr, 10));
-    options.queue_units = 256;
+    options.queue_batches = 256;
     options.linger_ms = 5000;
     if (std::strncmp(url, "nats", 4) == 0)
         options.send_timeout_ms = 120000;  // until the cluster has a leader again
@@ -63,7 +63,7 @@ int send(char** arguments) {
         const std::uint32_t result = Nac_SetPortMsg__sendmsg(destination, records.data(), count);
         if (result == VORN_BUS_OK) {
             next += count;
-        } else if (result == VORN_BUS_UNSURE) {
+        } else if (result == VORN_BUS_OUTCOME_UNKNOWN) {
             unsure += count;
             next += count;
         } else if (result == VORN_BUS_NO_PEER || result == VORN_BUS_FULL) {
@@ -77,11 +77,11 @@ int send(char** arguments) {
     vorn_bus_counters counters = {};
     vorn_bus_read_counters(bus, &counters);
     std::printf(
-        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unsure\": %llu, \"lost_units\": %llu, "
+        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unsure\": %llu, \"lost_batches\": %llu, "
         "\"left\": %llu, \"flush\": %d}\n",
         generation, next, static_cast<unsigned long long>(refused), static_cast<unsigned long long>(unsure),
-        static_cast<unsigned long long>(counters.lost_units),
-        static_cast<unsigned long long>(counters.unhandled_units), flushed);
+        static_cast<unsigned long long>(counters.lost_batches),
+        static_cast<unsigned long long>(counters.unhandled_batches), flushed);
     vorn_bus_close(bus);
     return 0;
 }
@@ -123,11 +123,11 @@ int receive(char** arguments) {
     vorn_bus_counters counters = {};
     vorn_bus_read_counters(bus, &counters);
     std::printf(
-        "{\"received_units\": %llu, \"redelivered_units\": %llu, \"missed_units\": %llu, \"damaged\": "
+        "{\"received_batches\": %llu, \"redelivered_batches\": %llu, \"missed_batches\": %llu, \"damaged\": "
         "%llu}\n",
-        static_cast<unsigned long long>(counters.received_units),
-        static_cast<unsigned long long>(counters.redelivered_units),
-        static_cast<unsigned long long>(counters.missed_units),
+        static_cast<unsigned long long>(counters.received_batches),
+        static_cast<unsigned long long>(counters.redelivered_batches),
+        static_cast<unsigned long long>(counters.missed_batches),
         static_cast<unsigned long long>(counters.damaged));
     vorn_bus_close(bus);
     return 0;

@@ -31,7 +31,7 @@ std::uint64_t now_in_nanoseconds() {
 void impatient(vorn_bus_options& options) { options.send_timeout_ms = 100; }
 
 void narrow(vorn_bus_options& options) {
-    options.queue_units = 4;
+    options.queue_batches = 4;
     options.send_timeout_ms = 1000;
 }
 
@@ -75,7 +75,7 @@ TEST_P(Semantics, ArraysAreUnpackedForTheHandlerAndFreedBehindIt) {
     EXPECT_EQ(services.live_blocks(), 0U);
 }
 
-TEST_P(Semantics, ABatchIsOneUnitAndComesInItsOrder) {
+TEST_P(Semantics, ABatchIsOneBatchAndComesInItsOrder) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     std::vector<Nac_SetPortMsg> batch;
@@ -88,24 +88,24 @@ TEST_P(Semantics, ABatchIsOneUnitAndComesInItsOrder) {
         EXPECT_EQ(arrived[i].port().f0, i);
         EXPECT_EQ(arrived[i].port().f1, 2 * i);
     }
-    EXPECT_EQ(sender.counters().sent_units, 1U);
+    EXPECT_EQ(sender.counters().sent_batches, 1U);
     EXPECT_EQ(sender.counters().sent_messages, 100U);
-    EXPECT_EQ(receiver.counters().received_units, 1U);
+    EXPECT_EQ(receiver.counters().received_batches, 1U);
     EXPECT_EQ(receiver.counters().received_messages, 100U);
 }
 
-TEST_P(Semantics, UnitsArriveInTheirOrderOnceEach) {
-    constexpr std::uint32_t kUnits = 3000;
+TEST_P(Semantics, BatchesArriveInTheirOrderOnceEach) {
+    constexpr std::uint32_t kBatches = 3000;
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     ASSERT_EQ(vorn_bus_start(receiver.get()), 0);
-    for (std::uint32_t i = 0; i < kUnits; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    for (std::uint32_t i = 0; i < kBatches; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
     ASSERT_EQ(vorn_bus_flush(sender.get(), 10000), 0);
-    ASSERT_TRUE(eventually([&] { return receiver.counters().received_units >= kUnits; }));
+    ASSERT_TRUE(eventually([&] { return receiver.counters().received_batches >= kBatches; }));
     const auto arrived = receiver.arrived();
-    ASSERT_EQ(arrived.size(), kUnits);
-    for (std::uint32_t i = 0; i < kUnits; ++i) ASSERT_EQ(arrived[i].port().f0, i);
-    EXPECT_EQ(receiver.counters().redelivered_units, 0U);
+    ASSERT_EQ(arrived.size(), kBatches);
+    for (std::uint32_t i = 0; i < kBatches; ++i) ASSERT_EQ(arrived[i].port().f0, i);
+    EXPECT_EQ(receiver.counters().redelivered_batches, 0U);
 }
 
 TEST_P(Semantics, SixtyFourThreadsSendAtOnceEachInItsOrder) {
@@ -127,7 +127,7 @@ TEST_P(Semantics, SixtyFourThreadsSendAtOnceEachInItsOrder) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(refused, 0U);
-    ASSERT_TRUE(eventually([&] { return receiver.counters().received_units >= kThreads * kEach; }, 30s));
+    ASSERT_TRUE(eventually([&] { return receiver.counters().received_batches >= kThreads * kEach; }, 30s));
     std::map<std::uint32_t, std::uint32_t> next;
     for (const Arrived& message : receiver.arrived()) {
         ASSERT_EQ(message.port().f1, next[message.port().f0]++) << "of thread " << message.port().f0;
@@ -143,7 +143,7 @@ TEST_P(Semantics, AFullQueueIsSaidToTheSenderAndNothingOfItIsLost) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(sender.send(kReceiver, {99, 0}), std::uint32_t{VORN_BUS_FULL});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 990ms);
-    EXPECT_EQ(sender.counters().refused_units, 1U);
+    EXPECT_EQ(sender.counters().refused_batches, 1U);
     ASSERT_TRUE(receiver.poll_until(4));
     ASSERT_TRUE(eventually([&] { return sender.send(kReceiver, {4, 0}) == 0; }));
     ASSERT_TRUE(receiver.poll_until(5));
@@ -154,7 +154,7 @@ TEST_P(Semantics, AFullQueueIsSaidToTheSenderAndNothingOfItIsLost) {
 
 TEST_P(Semantics, ASenderWaitsUntilThereIsRoom) {
     const auto patient = [](vorn_bus_options& options) {
-        options.queue_units = 4;
+        options.queue_batches = 4;
         options.send_timeout_ms = 20000;
     };
     TestBus receiver(url(), kReceiver, patient);
@@ -168,8 +168,8 @@ TEST_P(Semantics, ASenderWaitsUntilThereIsRoom) {
     EXPECT_EQ(receiver.arrived().size(), 12U);
 }
 
-TEST_P(Semantics, AUnitAboveTheLimitIsRefusedWhole) {
-    const auto small = [](vorn_bus_options& options) { options.unit_bytes = 1000; };
+TEST_P(Semantics, ABatchAboveTheLimitIsRefusedWhole) {
+    const auto small = [](vorn_bus_options& options) { options.batch_bytes = 1000; };
     TestBus receiver(url(), kReceiver, small);
     TestBus sender(url(), kSender, small);
     // 32 bytes of header, and 8 + 24 for each message: 30 messages are 992 bytes.
@@ -177,11 +177,11 @@ TEST_P(Semantics, AUnitAboveTheLimitIsRefusedWhole) {
     EXPECT_EQ(sender.send(kReceiver, std::vector<Nac_SetPortMsg>(30)), 0U);
     ASSERT_TRUE(receiver.poll_until(30));
     EXPECT_EQ(receiver.arrived().size(), 30U);
-    EXPECT_EQ(sender.counters().refused_units, 1U);
+    EXPECT_EQ(sender.counters().refused_batches, 1U);
 }
 
-TEST_P(Semantics, AUnitAboveTheReceiversLimitIsRefusedWhole) {
-    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.unit_bytes = 1000; });
+TEST_P(Semantics, ABatchAboveTheReceiversLimitIsRefusedWhole) {
+    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.batch_bytes = 1000; });
     TestBus sender(url(), kSender);
     EXPECT_EQ(sender.send(kReceiver, std::vector<Nac_SetPortMsg>(31)), std::uint32_t{VORN_BUS_TOO_LARGE});
     EXPECT_EQ(sender.send(kReceiver, {1, 2}), 0U);
@@ -209,7 +209,7 @@ TEST_P(Semantics, ABatchOfTheLargestAreaTravels) {
     EXPECT_EQ(alike, 12U);
 }
 
-TEST_P(Semantics, MessagesOfAnUnknownIdAreCountedAndTheOthersOfTheUnitArrive) {
+TEST_P(Semantics, MessagesOfAnUnknownIdAreCountedAndTheOthersOfTheBatchArrive) {
     TestBus receiver(url(), kReceiver);
     TestBus sender(url(), kSender);
     const std::array<std::uint8_t, 24> port = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0,
@@ -220,7 +220,7 @@ TEST_P(Semantics, MessagesOfAnUnknownIdAreCountedAndTheOthersOfTheUnitArrive) {
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.arrived().at(0).port().f0, 7U);
     EXPECT_EQ(receiver.counters().unknown_messages, 1U);
-    EXPECT_EQ(receiver.counters().received_units, 1U);
+    EXPECT_EQ(receiver.counters().received_batches, 1U);
     ASSERT_EQ(receiver.log().size(), 1U);
     EXPECT_NE(receiver.log()[0].find("unknown id 5"), std::string::npos);
 }
@@ -232,7 +232,7 @@ TEST_P(Semantics, MessagesWithoutAHandlerAreCounted) {
     ASSERT_EQ(sender.send(kReceiver, {1, 2}), 0U);
     ASSERT_TRUE(eventually([&] {
         vorn_bus_poll(receiver.get(), 10, 0, nullptr);
-        return receiver.counters().received_units == 1;
+        return receiver.counters().received_batches == 1;
     }));
     EXPECT_EQ(receiver.counters().ignored_messages, 1U);
     EXPECT_EQ(receiver.counters().received_messages, 0U);
@@ -314,8 +314,8 @@ TEST_P(Semantics, ToNobodyASendWaitsAndSaysSo) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(sender.send(9, {1, 2}), std::uint32_t{VORN_BUS_NO_PEER});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 90ms);
-    EXPECT_EQ(sender.counters().refused_units, 1U);
-    EXPECT_EQ(sender.counters().unhandled_units, 0U);
+    EXPECT_EQ(sender.counters().refused_batches, 1U);
+    EXPECT_EQ(sender.counters().unhandled_batches, 0U);
 }
 
 TEST_P(Semantics, ASendWaitsForAPeerThatComes) {
@@ -343,7 +343,7 @@ TEST_P(Semantics, AfterARestartOfTheReceiverNothingComesTwice) {
     }
     ASSERT_EQ(seen.size(), 40U);
     for (std::uint32_t i = 0; i < 40; ++i) EXPECT_EQ(seen[i], i);
-    EXPECT_EQ(sender.counters().lost_units, 0U);
+    EXPECT_EQ(sender.counters().lost_batches, 0U);
 }
 
 TEST_P(Semantics, ASenderThatComesAgainBeginsAnew) {
@@ -354,7 +354,7 @@ TEST_P(Semantics, ASenderThatComesAgainBeginsAnew) {
         ASSERT_TRUE(receiver.poll_until(round + 1));
     }
     EXPECT_EQ(receiver.arrived().size(), 3U);
-    EXPECT_EQ(receiver.counters().redelivered_units, 0U);
+    EXPECT_EQ(receiver.counters().redelivered_batches, 0U);
 }
 
 TEST_P(Semantics, AHandlerMaySend) {
@@ -410,27 +410,27 @@ TEST_P(Semantics, TheQueueIsTheSmallerOfTheTwo) {
     EXPECT_TRUE(receiver.poll_until(4));
 }
 
-TEST_P(Semantics, PollHandlesAsManyUnitsAsItIsAskedFor) {
+TEST_P(Semantics, PollHandlesAsManyBatchesAsItIsAskedFor) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     for (std::uint32_t i = 0; i < 5; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
-    ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_units == 5; }));
+    ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_batches == 5; }));
     std::uint32_t handled = 0;
     ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 2, &handled), 0);
     EXPECT_EQ(handled, 2U);
-    EXPECT_EQ(receiver.counters().waiting_units, 3U);
+    EXPECT_EQ(receiver.counters().waiting_batches, 3U);
     ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 0, &handled), 0);
     EXPECT_EQ(handled, 3U);
     ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 0, &handled), 0);
     EXPECT_EQ(handled, 0U);
 }
 
-TEST_P(Semantics, EachUnitArrivesAtOnceWhileNoneIsHandled) {
+TEST_P(Semantics, EachBatchArrivesAtOnceWhileNoneIsHandled) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     for (std::uint32_t i = 1; i <= 8; ++i) {
         ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
-        ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_units == i; })) << i;
+        ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_batches == i; })) << i;
     }
 }
 
@@ -441,7 +441,7 @@ TEST_P(Semantics, TheDescriptorIsReadableWhileThereIsSomethingToPoll) {
     ASSERT_GE(waiting.fd, 0);
     EXPECT_EQ(poll(&waiting, 1, 0), 0);
     for (std::uint32_t i = 0; i < 3; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
-    ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_units == 3; }));
+    ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_batches == 3; }));
     EXPECT_EQ(poll(&waiting, 1, 10000), 1);
     ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 2, nullptr), 0);
     EXPECT_EQ(poll(&waiting, 1, 0), 1);
@@ -464,10 +464,10 @@ TEST_P(Semantics, FlushWaitsForWhatIsOnItsWay) {
     TestBus sender(url(), kSender);
     ASSERT_EQ(sender.send(kReceiver, {1, 0}), 0U);
     EXPECT_EQ(vorn_bus_flush(sender.get(), 50), VORN_BUS_TIMEOUT);
-    EXPECT_EQ(sender.counters().unhandled_units, 1U);
+    EXPECT_EQ(sender.counters().unhandled_batches, 1U);
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(vorn_bus_flush(sender.get(), 10000), VORN_BUS_OK);
-    EXPECT_EQ(sender.counters().unhandled_units, 0U);
+    EXPECT_EQ(sender.counters().unhandled_batches, 0U);
 }
 
 TEST_P(Semantics, WhatAClosedReceiverHadNotHandledIsLostAndSaidOnce) {
@@ -486,9 +486,9 @@ TEST_P(Semantics, WhatAClosedReceiverHadNotHandledIsLostAndSaidOnce) {
     {
         TestBus receiver(url(), kReceiver);
         for (std::uint32_t i = 0; i < 3; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
-        ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_units == 3; }));
+        ASSERT_TRUE(eventually([&] { return receiver.counters().waiting_batches == 3; }));
         ASSERT_EQ(vorn_bus_poll(receiver.get(), 0, 1, nullptr), 0);
-        ASSERT_TRUE(eventually([&] { return sender.counters().unhandled_units == 2; }));
+        ASSERT_TRUE(eventually([&] { return sender.counters().unhandled_batches == 2; }));
     }
     TestBus receiver(url(), kReceiver);
     ASSERT_EQ(sender.send(kReceiver, {3, 0}), 0U);
@@ -496,7 +496,7 @@ TEST_P(Semantics, WhatAClosedReceiverHadNotHandledIsLostAndSaidOnce) {
     EXPECT_EQ(receiver.arrived().at(0).port().f0, 3U);
     EXPECT_EQ(vorn_bus_flush(sender.get(), 10000), VORN_BUS_LOST);
     EXPECT_EQ(vorn_bus_flush(sender.get(), 10000), VORN_BUS_OK);
-    EXPECT_EQ(sender.counters().lost_units, 2U);
+    EXPECT_EQ(sender.counters().lost_batches, 2U);
 }
 
 TEST_P(Semantics, CountersCanBeAskedOfOthers) {
@@ -506,10 +506,10 @@ TEST_P(Semantics, CountersCanBeAskedOfOthers) {
     ASSERT_TRUE(receiver.poll_until(1));
     vorn_bus_counters counters = {};
     ASSERT_EQ(vorn_bus_ask_counters(url().c_str(), kReceiver, 5000, &counters), VORN_BUS_OK);
-    EXPECT_EQ(counters.received_units, 1U);
-    EXPECT_EQ(counters.sent_units, 0U);
+    EXPECT_EQ(counters.received_batches, 1U);
+    EXPECT_EQ(counters.sent_batches, 0U);
     ASSERT_EQ(vorn_bus_ask_counters(url().c_str(), kSender, 5000, &counters), VORN_BUS_OK);
-    EXPECT_EQ(counters.sent_units, 1U);
+    EXPECT_EQ(counters.sent_batches, 1U);
     EXPECT_EQ(vorn_bus_ask_counters(url().c_str(), 9, 100, &counters), VORN_BUS_NO_PEER);
 }
 
@@ -534,13 +534,13 @@ TEST_P(Semantics, TheReceivingThreadStopsAndStartsAgain) {
         ASSERT_EQ(vorn_bus_start(receiver.get()), 0);
         EXPECT_EQ(vorn_bus_start(receiver.get()), VORN_BUS_BUSY);
         ASSERT_EQ(sender.send(kReceiver, {round, 0}), 0U);
-        ASSERT_TRUE(eventually([&] { return receiver.counters().received_units == round; }));
+        ASSERT_TRUE(eventually([&] { return receiver.counters().received_batches == round; }));
         ASSERT_EQ(vorn_bus_stop(receiver.get()), 0);
     }
 }
 
 TEST_P(Semantics, TwoBusesTalkBothWaysAtOnce) {
-    constexpr std::uint32_t kUnits = 500;
+    constexpr std::uint32_t kBatches = 500;
     TestBus left(url(), kSender);
     TestBus right(url(), kReceiver);
     ASSERT_EQ(vorn_bus_start(left.get()), 0);
@@ -549,14 +549,14 @@ TEST_P(Semantics, TwoBusesTalkBothWaysAtOnce) {
                                                8,  0, 0, 0, 7, 0, 0,  0, 1, 0, 0, 0};
     const VORN_SendDescriptor descriptor = {port.data(), kSetPortId, 24};
     const auto send_all = [&](vorn_bus* bus, std::uint32_t destination) {
-        for (std::uint32_t i = 0; i < kUnits; ++i)
+        for (std::uint32_t i = 0; i < kBatches; ++i)
             EXPECT_EQ(vorn_bus_send(bus, destination, &descriptor, 1, 0), 0);
     };
     std::thread other([&] { send_all(left.get(), kReceiver); });
     send_all(right.get(), kSender);
     other.join();
     EXPECT_TRUE(eventually([&] {
-        return left.counters().received_units == kUnits && right.counters().received_units == kUnits;
+        return left.counters().received_batches == kBatches && right.counters().received_batches == kBatches;
     }));
 }
 
@@ -589,9 +589,9 @@ TEST_P(Semantics, AWatchSeesWhatAnotherTakesAndWhatThatIs) {
         EXPECT_EQ(watch.seen()[i].packed, arrived[i].packed);
     }
     const vorn_bus_watch_counters counters = watch.counters();
-    EXPECT_EQ(counters.units, 2U);
+    EXPECT_EQ(counters.batches, 2U);
     EXPECT_EQ(counters.messages, 4U);
-    EXPECT_EQ(counters.lost_units + counters.damaged + counters.interruptions, 0U);
+    EXPECT_EQ(counters.lost_batches + counters.damaged + counters.interruptions, 0U);
 }
 
 TEST_P(Semantics, AWatchOfAnAddressSeesNoOther) {
@@ -621,8 +621,8 @@ TEST_P(Semantics, WatchesSeeReceiversThatOpenLater) {
     EXPECT_TRUE(receiver.poll_until(1));
 }
 
-TEST_P(Semantics, AllUnitsAreWatchedInTheirOrderAndNoneTwice) {
-    constexpr std::uint32_t kUnits = 3000;
+TEST_P(Semantics, AllBatchesAreWatchedInTheirOrderAndNoneTwice) {
+    constexpr std::uint32_t kBatches = 3000;
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     TestWatch one(url(), kBoth);
@@ -631,39 +631,39 @@ TEST_P(Semantics, AllUnitsAreWatchedInTheirOrderAndNoneTwice) {
     ASSERT_TRUE(other.wait_for_receivers(2));
     ASSERT_EQ(vorn_bus_start(receiver.get()), 0);
     std::thread sending([&] {
-        for (std::uint32_t i = 0; i < kUnits; ++i) EXPECT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+        for (std::uint32_t i = 0; i < kBatches; ++i) EXPECT_EQ(sender.send(kReceiver, {i, 0}), 0U);
     });
-    EXPECT_TRUE(one.poll_until(kUnits));
-    EXPECT_TRUE(other.poll_until(kUnits));
+    EXPECT_TRUE(one.poll_until(kBatches));
+    EXPECT_TRUE(other.poll_until(kBatches));
     sending.join();
     for (const TestWatch* const watch : {&one, &other}) {
-        ASSERT_EQ(watch->seen().size(), kUnits);
-        for (std::uint32_t i = 0; i < kUnits; ++i) {
+        ASSERT_EQ(watch->seen().size(), kBatches);
+        for (std::uint32_t i = 0; i < kBatches; ++i) {
             const std::vector<std::uint8_t>& packed = watch->seen()[i].packed;
             ASSERT_EQ(packed.size(), 24U);
             ASSERT_EQ(packed[8] + 256U * packed[9], i);  // f0 of the image
         }
     }
-    ASSERT_TRUE(eventually([&] { return receiver.counters().received_units == kUnits; }));
-    EXPECT_EQ(receiver.counters().redelivered_units, 0U);
+    ASSERT_TRUE(eventually([&] { return receiver.counters().received_batches == kBatches; }));
+    EXPECT_EQ(receiver.counters().redelivered_batches, 0U);
 }
 
 TEST_P(Semantics, ASlowWatchDelaysNobodyAndCountsWhatItMisses) {
-    constexpr std::uint32_t kUnits = 2000;
+    constexpr std::uint32_t kBatches = 2000;
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     TestWatch watch(url(), kBoth, 10000);
     ASSERT_TRUE(watch.wait_for_receivers(2));
     ASSERT_EQ(vorn_bus_start(receiver.get()), 0);
-    for (std::uint32_t i = 0; i < kUnits; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
-    ASSERT_TRUE(eventually([&] { return receiver.counters().received_units == kUnits; }));
-    EXPECT_EQ(receiver.arrived().size(), kUnits);
+    for (std::uint32_t i = 0; i < kBatches; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    ASSERT_TRUE(eventually([&] { return receiver.counters().received_batches == kBatches; }));
+    EXPECT_EQ(receiver.arrived().size(), kBatches);
     ASSERT_TRUE(eventually([&] {
         watch.poll_until(0);
-        return watch.counters().units + watch.counters().lost_units == kUnits;
+        return watch.counters().batches + watch.counters().lost_batches == kBatches;
     }));
-    EXPECT_GT(watch.counters().lost_units, 0U);
-    EXPECT_EQ(watch.seen().size(), watch.counters().units);
+    EXPECT_GT(watch.counters().lost_batches, 0U);
+    EXPECT_EQ(watch.seen().size(), watch.counters().batches);
     // And sees the next.
     const std::size_t before = watch.seen().size();
     ASSERT_EQ(sender.send(kReceiver, {1, 0}), 0U);
@@ -723,7 +723,7 @@ TEST_P(Semantics, DamagedAndUnknownMessagesAreWatchedAsTheyAre) {
     EXPECT_TRUE(receiver.poll_until(2));
 }
 
-TEST_P(Semantics, APollOfAWatchHandlesAsManyUnitsAsItIsAskedFor) {
+TEST_P(Semantics, APollOfAWatchHandlesAsManyBatchesAsItIsAskedFor) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     TestWatch watch(url(), kBoth);
@@ -792,13 +792,13 @@ TEST(Process, TheFirstOpenBusIsThatOfTheLibraryUntilAnotherIsChosen) {
     TestBus second("loop:process", 2);
     const Nac_SetPortMsg record = {1, 2};
     ASSERT_EQ(Nac_SetPortMsg__sendmsg(1, &record, 1), 0U);
-    EXPECT_EQ(first.counters().sent_units, 1U);
+    EXPECT_EQ(first.counters().sent_batches, 1U);
     vorn_bus_use(second.get());
     ASSERT_EQ(Nac_SetPortMsg__sendmsg(1, &record, 1), 0U);
-    EXPECT_EQ(second.counters().sent_units, 1U);
+    EXPECT_EQ(second.counters().sent_batches, 1U);
     second.close();
     ASSERT_EQ(Nac_SetPortMsg__sendmsg(1, &record, 1), 0U);
-    EXPECT_EQ(first.counters().sent_units, 2U);
+    EXPECT_EQ(first.counters().sent_batches, 2U);
 }
 
 TEST(Process, UrlsComeFromTheCallTheEnvironmentOrAreTheLoop) {
@@ -820,18 +820,18 @@ TEST(Process, WrongOptionsAreRefused) {
     vorn_bus_options options = {};
     EXPECT_EQ(vorn_bus_open(nullptr, &bus), VORN_BUS_BAD_ARGUMENT);
     EXPECT_EQ(vorn_bus_open(&options, nullptr), VORN_BUS_BAD_ARGUMENT);
-    options.unit_bytes = 10;
+    options.batch_bytes = 10;
     EXPECT_EQ(vorn_bus_open(&options, &bus), VORN_BUS_BAD_ARGUMENT);
-    options.unit_bytes = 65U << 20;
+    options.batch_bytes = 65U << 20;
     EXPECT_EQ(vorn_bus_open(&options, &bus), VORN_BUS_BAD_ARGUMENT);
 }
 
 TEST(Process, EveryResultHasItsWords) {
     std::map<std::string, int> words;
-    for (std::int32_t result = VORN_BUS_OK; result <= VORN_BUS_TROUBLE; ++result) {
+    for (std::int32_t result = VORN_BUS_OK; result <= VORN_BUS_SYSTEM_ERROR; ++result) {
         ++words[vorn_bus_result_text(result)];
     }
-    EXPECT_EQ(words.size(), std::size_t{VORN_BUS_TROUBLE} + 1);
+    EXPECT_EQ(words.size(), std::size_t{VORN_BUS_SYSTEM_ERROR} + 1);
     EXPECT_EQ(words.count(vorn_bus_result_text(-1)), 0U);
 }
 

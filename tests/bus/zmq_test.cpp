@@ -44,15 +44,16 @@ class Speaker {
         write_packet(bytes.data(), packet);
         say(bytes);
     }
-    // Units of one message each, with numbers from `first`.
-    void say_units(std::uint64_t session, std::uint64_t first, std::uint32_t units, std::uint32_t claimed) {
+    // Batches of one message each, with numbers from `first`.
+    void say_batches(std::uint64_t session, std::uint64_t first, std::uint32_t batches,
+                     std::uint32_t claimed) {
         const VORN_SendDescriptor descriptor = {kPort.data(), kSetPortId, 24};
-        const std::uint32_t bytes = *unit_bytes(&descriptor, 1);
-        Buffer packet(Data::kBytes + std::size_t{units} * bytes);
+        const std::uint32_t bytes = *batch_bytes(&descriptor, 1);
+        Buffer packet(Data::kBytes + std::size_t{batches} * bytes);
         write_packet(packet.data(), Data{session, first, claimed, 0});
-        for (std::uint32_t i = 0; i < units; ++i) {
-            write_unit(packet.data() + Data::kBytes + std::size_t{i} * bytes, {kReceiver, 1, 0, 1, bytes},
-                       &descriptor);
+        for (std::uint32_t i = 0; i < batches; ++i) {
+            write_batch(packet.data() + Data::kBytes + std::size_t{i} * bytes, {kReceiver, 1, 0, 1, bytes},
+                        &descriptor);
         }
         say(packet);
     }
@@ -108,10 +109,10 @@ TEST_P(Zmq, AnotherSpeakerOfTheProtocolIsUnderstood) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    EXPECT_EQ(welcome.units, 1024U);
-    EXPECT_EQ(welcome.unit_bytes, 1'000'000U);
+    EXPECT_EQ(welcome.batches, 1024U);
+    EXPECT_EQ(welcome.batch_bytes, 1'000'000U);
     EXPECT_EQ(welcome.received, 0U);
-    speaker.say_units(welcome.session, 1, 3, 3);
+    speaker.say_batches(welcome.session, 1, 3, 3);
     ASSERT_TRUE(receiver.poll_until(3));
     EXPECT_EQ(receiver.arrived()[0].port().f0, 7U);
     EXPECT_TRUE(eventually([&] {
@@ -120,27 +121,27 @@ TEST_P(Zmq, AnotherSpeakerOfTheProtocolIsUnderstood) {
     }));
 }
 
-TEST_P(Zmq, UnitsThatComeAgainAreLeftOut) {
+TEST_P(Zmq, BatchesThatComeAgainAreLeftOut) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    for (int i = 0; i < 3; ++i) speaker.say_units(welcome.session, 1, 2, 2);
-    speaker.say_units(welcome.session, 3, 1, 1);
+    for (int i = 0; i < 3; ++i) speaker.say_batches(welcome.session, 1, 2, 2);
+    speaker.say_batches(welcome.session, 3, 1, 1);
     ASSERT_TRUE(receiver.poll_until(3));
     EXPECT_EQ(receiver.arrived().size(), 3U);
-    EXPECT_EQ(receiver.counters().redelivered_units, 4U);
+    EXPECT_EQ(receiver.counters().redelivered_batches, 4U);
 }
 
 TEST_P(Zmq, AGapIsAnsweredAndNothingBehindItTaken) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    speaker.say_units(welcome.session, 2, 1, 1);
+    speaker.say_batches(welcome.session, 2, 1, 1);
     const auto ack = read_ack(speaker.hear());
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->received, 0U);
-    EXPECT_EQ(ack->sent, kUnitIsMissing);
-    speaker.say_units(welcome.session, 1, 2, 2);
+    EXPECT_EQ(ack->sent, kBatchIsMissing);
+    speaker.say_batches(welcome.session, 1, 2, 2);
     EXPECT_TRUE(receiver.poll_until(2));
 }
 
@@ -151,7 +152,7 @@ TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
         Speaker speaker(place());
         const Welcome welcome = speaker.greet();
         session = welcome.session;
-        speaker.say_units(session, 1, 2, 2);
+        speaker.say_batches(session, 1, 2, 2);
         ASSERT_TRUE(receiver.poll_until(2));
     }
     Speaker again(place());
@@ -164,21 +165,21 @@ TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
 TEST_P(Zmq, AnUnknownSessionIsReset) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(place());
-    speaker.say_units(99, 1, 1, 1);
+    speaker.say_batches(99, 1, 1, 1);
     const auto reset = read_reset(speaker.hear());
     ASSERT_TRUE(reset);
     EXPECT_EQ(reset->session, 99U);
-    EXPECT_EQ(receiver.counters().waiting_units, 0U);
+    EXPECT_EQ(receiver.counters().waiting_batches, 0U);
 }
 
-TEST_P(Zmq, MoreUnitsThanThereMayBeAreNotTaken) {
-    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 4; });
+TEST_P(Zmq, MoreBatchesThanThereMayBeAreNotTaken) {
+    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_batches = 4; });
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    EXPECT_EQ(welcome.units, 4U);
-    speaker.say_units(welcome.session, 1, 3, 3);
-    speaker.say_units(welcome.session, 4, 2, 2);        // above the window: they stay with the sender
-    speaker.say_units(welcome.session, 4, 1, 1000000);  // a count that the bytes cannot hold
+    EXPECT_EQ(welcome.batches, 4U);
+    speaker.say_batches(welcome.session, 1, 3, 3);
+    speaker.say_batches(welcome.session, 4, 2, 2);        // above the window: they stay with the sender
+    speaker.say_batches(welcome.session, 4, 1, 1000000);  // a count that the bytes cannot hold
     EXPECT_EQ(speaker.ask(welcome.session, 5).received, 3U);
     EXPECT_EQ(receiver.counters().damaged, 1U);
     ASSERT_TRUE(receiver.poll_until(3));
@@ -187,10 +188,10 @@ TEST_P(Zmq, MoreUnitsThanThereMayBeAreNotTaken) {
 
 // It was filled for a receiver that took more.
 TEST_P(Zmq, APacketAboveTheWindowIsTakenWhereNothingWaits) {
-    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 4; });
+    TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_batches = 4; });
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    speaker.say_units(welcome.session, 1, 9, 9);
+    speaker.say_batches(welcome.session, 1, 9, 9);
     EXPECT_EQ(speaker.ask(welcome.session, 9).received, 9U);
     ASSERT_TRUE(receiver.poll_until(9));
     EXPECT_EQ(receiver.counters().damaged, 0U);
@@ -201,11 +202,11 @@ TEST_P(Zmq, WhatWaitsForAReceiverGoesToOneThatTakesLess) {
     auto receiver = std::make_unique<TestBus>(url(), kReceiver);
     for (std::uint32_t i = 0; i < 500; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
     receiver.reset();  // some are lost with it, and counted
-    TestBus next(url(), kReceiver, [](vorn_bus_options& options) { options.queue_units = 8; });
-    const auto left = [&] { return 500 - sender.counters().lost_units; };
+    TestBus next(url(), kReceiver, [](vorn_bus_options& options) { options.queue_batches = 8; });
+    const auto left = [&] { return 500 - sender.counters().lost_batches; };
     EXPECT_TRUE(eventually([&] {
         vorn_bus_poll(next.get(), 10, 0, nullptr);
-        return sender.counters().unhandled_units == 0;
+        return sender.counters().unhandled_batches == 0;
     }));
     EXPECT_EQ(next.arrived().size(), left());
     EXPECT_EQ(next.counters().damaged, 0U);
@@ -235,20 +236,20 @@ TEST_P(Zmq, ADamagedEnvelopeEndsItsPacketAndNothingElse) {
     Buffer packet(Data::kBytes + 200, 0xEE);
     write_packet(packet.data(), Data{welcome.session, 1, 3, 0});
     speaker.say(packet);
-    speaker.say_units(welcome.session, 4, 1, 1);
+    speaker.say_batches(welcome.session, 4, 1, 1);
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.counters().damaged, 1U);
-    EXPECT_EQ(receiver.counters().waiting_units, 0U);
+    EXPECT_EQ(receiver.counters().waiting_batches, 0U);
     EXPECT_TRUE(eventually([&] { return speaker.ask(welcome.session, 4).handled == 4; }));
 }
 
-TEST_P(Zmq, MoreUnitsThanWereClaimedAreDamage) {
+TEST_P(Zmq, MoreBatchesThanWereClaimedAreDamage) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(place());
     const Welcome welcome = speaker.greet();
-    speaker.say_units(welcome.session, 1, 3, 1);
+    speaker.say_batches(welcome.session, 1, 3, 1);
     ASSERT_TRUE(receiver.poll_until(1));
-    speaker.say_units(welcome.session, 2, 1, 1);
+    speaker.say_batches(welcome.session, 2, 1, 1);
     ASSERT_TRUE(receiver.poll_until(2));
     EXPECT_EQ(receiver.arrived().size(), 2U);
     EXPECT_EQ(receiver.counters().damaged, 1U);
@@ -297,7 +298,7 @@ TEST_P(Zmq, AnotherSpeakerMayWatch) {
     const auto packet = read_data(data);
     ASSERT_TRUE(packet);
     EXPECT_EQ(packet->count, 1U);
-    EXPECT_TRUE(read_unit(Bytes(data).subspan(Data::kBytes)));
+    EXPECT_TRUE(read_batch(Bytes(data).subspan(Data::kBytes)));
     speaker.say(Watch{4711, watching->session, 1, 1 << 20, 0});
     EXPECT_EQ(read_watching(speaker.hear())->taken, 1U);
     EXPECT_TRUE(receiver.poll_until(1));
@@ -377,9 +378,9 @@ TEST_P(Zmq, AWatchSurvivesAnswersThatAreNone) {
     }
     Buffer head(Copy::kBytes);
     write_packet(head.data(), Copy{question->watcher, 5, 1, 1});
-    Buffer units(Data::kBytes + 100, 0xEE);  // no unit
-    write_packet(units.data(), Data{1, 1, 2, 0});
-    answer({head, units});
+    Buffer batches(Data::kBytes + 100, 0xEE);  // no batch
+    write_packet(batches.data(), Data{1, 1, 2, 0});
+    answer({head, batches});
     EXPECT_TRUE(eventually([&] {
         watch.poll_until(0);
         return watch.counters().damaged > 300;
@@ -472,7 +473,7 @@ TEST(Ipc, AFolderWhereOthersMayWriteIsRefused) {
     const auto at = make_place("ipc");
     ASSERT_EQ(chmod(at->url().substr(6).c_str(), 0770), 0);
     TestBus bus(at->url(), 5);
-    EXPECT_EQ(bus.opened(), VORN_BUS_TROUBLE);
+    EXPECT_EQ(bus.opened(), VORN_BUS_SYSTEM_ERROR);
     ASSERT_EQ(bus.log().size(), 1U);
     EXPECT_NE(bus.log()[0].find("others may write there"), std::string::npos);
 }
@@ -495,7 +496,7 @@ TEST(Tcp, AnAddressWithoutAPortIsRefusedAndTheBusCloses) {
     ASSERT_EQ(bus.opened(), VORN_BUS_OK);
     EXPECT_EQ(bus.send(70000, {1, 2}), std::uint32_t{VORN_BUS_BAD_URL});
     EXPECT_EQ(bus.send(70000, {1, 2}), std::uint32_t{VORN_BUS_BAD_URL});
-    EXPECT_EQ(bus.counters().unhandled_units, 0U);
+    EXPECT_EQ(bus.counters().unhandled_batches, 0U);
 }
 
 }  // namespace

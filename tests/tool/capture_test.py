@@ -127,7 +127,7 @@ class Record(CaptureTest):
         self.assertEqual(code, 0, words)
         summary = json.loads(out)
         jsonschema.validate(summary, schema_of("record"))
-        self.assertEqual((summary["messages"], summary["units"], summary["lost_units"]), (29, 29, 0))
+        self.assertEqual((summary["messages"], summary["batches"], summary["lost_batches"]), (29, 29, 0))
         blocks, messages = pcapng.read(file.read_bytes())
         self.assertEqual([kind for kind, _ in blocks[:2]] + [blocks[-1][0]],
                          [pcapng.SECTION, pcapng.INTERFACE, pcapng.STATISTICS])
@@ -135,7 +135,7 @@ class Record(CaptureTest):
         sent = [json.loads(line) for line in (ROOT / SESSION).read_text().splitlines()]
         self.assertEqual([message.id for message in messages], [TYPES[line["type"]] for line in sent])
         self.assertEqual({(m.source, m.destination, m.target, m.position, m.count) for m in messages}, {(7, 2, 99, 0, 1)})
-        self.assertEqual([message.unit for message in messages], list(range(1, 30)))
+        self.assertEqual([message.batch for message in messages], list(range(1, 30)))
         times = [message.time for message in messages]
         self.assertEqual(times, sorted(times))
         self.assertTrue(before <= times[0] <= times[-1] <= time.time_ns())
@@ -143,7 +143,7 @@ class Record(CaptureTest):
         self.assertEqual((decoded.returncode, decoded.stderr), (0, ""))
         self.assertEqual([json.loads(line)["type"] for line in decoded.stdout.splitlines()], [line["type"] for line in sent])
 
-    def test_a_batch_is_one_unit(self) -> None:
+    def test_a_batch_is_one_batch(self) -> None:
         lines = "".join(json.dumps({"type": "Nac_SetPortMsg", "record": {"f0": n}}) + "\n" for n in range(50))
         given = self.folder / "ports.jsonl"
         given.write_text(lines)
@@ -151,7 +151,7 @@ class Record(CaptureTest):
         code, _, words = self.record(["send", "--to", "2", "--batch", str(given)], "-o", str(file))
         self.assertEqual(code, 0, words)
         _, messages = pcapng.read(file.read_bytes())
-        self.assertEqual([(m.unit, m.position, m.count) for m in messages], [(1, n, 50) for n in range(50)])
+        self.assertEqual([(m.batch, m.position, m.count) for m in messages], [(1, n, 50) for n in range(50)])
 
     def test_filters_choose_by_type_field_and_address(self) -> None:
         for arguments, expected in {
@@ -180,10 +180,10 @@ class Record(CaptureTest):
         self.assertEqual(nac("send", "--to", "3", SESSION, bus=self.bus).returncode, 0)
         code, _, words = recorder.end()
         self.assertEqual(code, 0)
-        self.assertIn("1 messages of 29 units recorded", words)
+        self.assertIn("1 messages of 29 batches recorded", words)
         self.assertIn("28 left out", words)
 
-    def test_files_are_split_between_units(self) -> None:
+    def test_files_are_split_between_batches(self) -> None:
         file = self.folder / "out.pcapng"
         code, out, _ = self.record(["send", "--to", "2", SESSION], "-o", str(file), "--split-bytes", "2000", "--json")
         self.assertEqual(code, 0)
@@ -195,10 +195,10 @@ class Record(CaptureTest):
             data = pathlib.Path(name).read_bytes()
             self.assertLessEqual(len(data), 2100)
             messages += pcapng.read(data)[1]
-        self.assertEqual([message.unit for message in messages], list(range(1, 30)))
+        self.assertEqual([message.batch for message in messages], list(range(1, 30)))
         replayed = nac("replay", "--speed", "max", *files)
         self.assertEqual((replayed.returncode, replayed.stdout), (0, ""))
-        self.assertIn("29 messages in 29 units", replayed.stderr)
+        self.assertIn("29 messages in 29 batches", replayed.stderr)
 
     def test_large_messages_are_cut_and_said_to_be(self) -> None:
         given = self.folder / "large.jsonl"
@@ -234,7 +234,7 @@ class Record(CaptureTest):
         recorder = Running("record", "-o", str(file), bus=self.bus).wait_for("watching 1 receiver\n")
         code, _, words = recorder.end(interrupt=True)
         self.assertEqual(code, 0)
-        self.assertIn("0 messages of 0 units recorded", words)
+        self.assertIn("0 messages of 0 batches recorded", words)
         self.assertEqual(pcapng.read(file.read_bytes())[1], [])
 
     def test_what_does_not_come_is_3_and_wrong_usage_is_2(self) -> None:
@@ -257,23 +257,23 @@ class Record(CaptureTest):
 
 class Info(CaptureTest):
     def test_counts_and_rates(self) -> None:
-        messages = pcapng.units(session())
+        messages = pcapng.batches(session())
         done = nac("info", "--json", self.write(pcapng.capture(messages)))
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         info = json.loads(done.stdout)
         jsonschema.validate(info, schema_of("info"))
-        self.assertEqual((info["messages"], info["units"], info["damaged"]), (29, 29, 0))
+        self.assertEqual((info["messages"], info["batches"], info["damaged"]), (29, 29, 0))
         self.assertEqual(info["bytes"], sum(len(message.data) for message in messages))
         self.assertAlmostEqual(info["seconds"], 0.028)
         self.assertEqual(len(info["types"]), 25)
         self.assertEqual(info["addresses"], [{"from": 1, "to": 2, "messages": 29, "bytes": info["bytes"], "damaged": 0,
                                               "messages_per_second": info["messages_per_second"]}])
         text = nac("info", self.write(pcapng.capture(messages))).stdout
-        self.assertIn("29 messages in 29 units", text)
+        self.assertIn("29 messages in 29 batches", text)
         self.assertIn("from 2023-11-14 22:13:20.000000000 UTC", text)
 
     def test_damage_is_found(self) -> None:
-        messages = pcapng.units([(TYPES["Nac_SetPortMsg"], port(1)), (TYPES["Nac_SetPortMsg"], b"\xff\xff\xff\xff" + bytes(4)),
+        messages = pcapng.batches([(TYPES["Nac_SetPortMsg"], port(1)), (TYPES["Nac_SetPortMsg"], b"\xff\xff\xff\xff" + bytes(4)),
                                  (TYPES["Nac_SetPortMsg"], b"ab"), (77, b"abcd")])
         done = nac("info", "--json", self.write(pcapng.capture(messages)))
         self.assertEqual(done.returncode, 1)
@@ -295,9 +295,9 @@ class Info(CaptureTest):
         self.assertEqual(nac("info").returncode, 2)
 
     def test_a_capture_is_read_as_far_as_it_goes(self) -> None:
-        whole = pcapng.capture(pcapng.units(session()[:3]))
-        first = len(pcapng.capture(pcapng.units(session()[:1])))
-        second = len(pcapng.capture(pcapng.units(session()[:2])))
+        whole = pcapng.capture(pcapng.batches(session()[:3]))
+        first = len(pcapng.capture(pcapng.batches(session()[:1])))
+        second = len(pcapng.capture(pcapng.batches(session()[:2])))
         for end in range(first, len(whole)):
             done = nac("info", "--json", "-", given=whole[:end]) if end % 13 == 0 or end < first + 20 else None
             if done is None:
@@ -310,7 +310,7 @@ class Info(CaptureTest):
                 self.assertIn("ends within the block at byte", done.stderr)
 
     def test_damaged_files_are_told(self) -> None:
-        good = pcapng.capture(pcapng.units(session()[:2]))
+        good = pcapng.capture(pcapng.batches(session()[:2]))
         for what, data in {
             "claims 5 bytes": pcapng.start() + struct.pack("<II", 6, 5) + bytes(20),
             "claims 4294967292 bytes": pcapng.start() + struct.pack("<II", 6, 0xFFFFFFFC) + bytes(20),
@@ -336,7 +336,7 @@ class Info(CaptureTest):
         self.assertEqual(json.loads(nac("info", "--json", "-", given=strange).stdout)["foreign_packets"], 1)
 
     def test_no_bytes_do_harm(self) -> None:
-        good = bytearray(pcapng.capture(pcapng.units(session()[:4])))
+        good = bytearray(pcapng.capture(pcapng.batches(session()[:4])))
         for at in range(0, len(good), 7):
             damaged = bytearray(good)
             damaged[at] ^= 0x81
@@ -345,10 +345,10 @@ class Info(CaptureTest):
 
 
 class Replay(CaptureTest):
-    def test_units_are_sent_again_as_they_were(self) -> None:
-        units = [pcapng.Message(TYPES["Nac_SetPortMsg"], port(n), 5, 2, 77, n % 3, 3, 1 + n // 3) for n in range(9)]
-        strange = [pcapng.Message(99, b"abc", 6, 2, unit=9), pcapng.Message(TYPES["Nac_SetPortMsg"], b"\xff" * 9, 6, 2, unit=10)]
-        given = self.write(pcapng.capture(units + strange))
+    def test_batches_are_sent_again_as_they_were(self) -> None:
+        batches = [pcapng.Message(TYPES["Nac_SetPortMsg"], port(n), 5, 2, 77, n % 3, 3, 1 + n // 3) for n in range(9)]
+        strange = [pcapng.Message(99, b"abc", 6, 2, batch=9), pcapng.Message(TYPES["Nac_SetPortMsg"], b"\xff" * 9, 6, 2, batch=10)]
+        given = self.write(pcapng.capture(batches + strange))
         self.listener()
         file = self.folder / "again.pcapng"
         recorder = Running("record", "-o", str(file), "--count", "11", bus=self.bus).wait_for("watching 1 receiver\n")
@@ -356,15 +356,15 @@ class Replay(CaptureTest):
         self.assertEqual(done.returncode, 0, done.stderr)
         jsonschema.validate(json.loads(done.stdout), schema_of("replay"))
         self.assertEqual(recorder.end()[0], 0)
-        shape = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count) for m in units + strange]
+        shape = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count) for m in batches + strange]
         again = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count)
                  for m in pcapng.read(file.read_bytes())[1]]
         self.assertEqual(again, shape)
 
     def test_time_passes_as_it_did_or_faster(self) -> None:
-        messages = pcapng.units(session()[:11])  # ten milliseconds
+        messages = pcapng.batches(session()[:11])  # ten milliseconds
         for message in messages:
-            message.time = message.time + (message.unit - 1) * 99_000_000  # a second
+            message.time = message.time + (message.batch - 1) * 99_000_000  # a second
         given = self.write(pcapng.capture(messages))
         for speed, least, most in (("1", 1.0, 3), ("4", 0.25, 0.9), ("max", 0, 0.2)):
             done = nac("replay", "--json", "--speed", speed, given)
@@ -372,7 +372,7 @@ class Replay(CaptureTest):
             self.assertTrue(least <= seconds <= most * (5 if IS_SANITIZED else 1), (speed, seconds))
 
     def test_filters_addresses_and_repeats(self) -> None:
-        given = self.write(pcapng.capture(pcapng.units(session())))
+        given = self.write(pcapng.capture(pcapng.batches(session())))
         done = nac("replay", "--json", "--speed", "max", "--type", "Nac_SetPortMsg", "--repeat", "5", "--as", "9", "--redirect",
                    "4", given)
         summary = json.loads(done.stdout)
@@ -380,7 +380,7 @@ class Replay(CaptureTest):
                          (0, 10, 10, 135))
 
     def test_nobody_there_is_3_and_wrong_usage_is_2(self) -> None:
-        given = self.write(pcapng.capture(pcapng.units(session())))
+        given = self.write(pcapng.capture(pcapng.batches(session())))
         done = nac("replay", "--speed", "max", "--timeout", "0.1", given, bus=self.bus)
         self.assertEqual((done.returncode, done.stdout), (3, ""))
         self.assertIn("packet 1: to address 2: nobody is there at the address", done.stderr)
@@ -390,15 +390,15 @@ class Replay(CaptureTest):
         self.assertEqual((done.returncode, done.stdout), (1, ""))
 
     def test_a_capture_that_ends_early_is_sent_as_far_as_it_goes(self) -> None:
-        data = pcapng.capture(pcapng.units(session()))
+        data = pcapng.capture(pcapng.batches(session()))
         done = nac("replay", "--speed", "max", "--json", self.write(data[:-3]))
         summary = json.loads(done.stdout)
         self.assertEqual((done.returncode, summary["arrived_messages"], len(summary["complaints"])), (1, 28, 1))
 
     def test_on_a_terminal_a_bar_shows_rate_and_time_left(self) -> None:
-        messages = pcapng.units(session())
+        messages = pcapng.batches(session())
         for message in messages:
-            message.time += message.unit * 50_000_000
+            message.time += message.batch * 50_000_000
         given = self.write(pcapng.capture(messages))
         ours, theirs = pty.openpty()
         process = subprocess.Popen([NAC, "replay", given], stderr=theirs, env={**os.environ, "VORN_BUS_URL": "loop:"})
@@ -428,7 +428,7 @@ class Monitor(CaptureTest):
     def monitor(self, *arguments: str, given: str | None = None) -> tuple[int, str, str]:
         self.listener()
         running = Running("monitor", "--timeout", "1", *arguments, bus=self.bus).wait_for("watching 1 receiver\n")
-        given = given or self.write(pcapng.capture(pcapng.units(session())))
+        given = given or self.write(pcapng.capture(pcapng.batches(session())))
         self.assertEqual(nac("replay", "--speed", "max", given, bus=self.bus).returncode, 0)
         return running.end()
 
@@ -456,7 +456,7 @@ class Monitor(CaptureTest):
         self.assertEqual([line["record"] for line in lines], [{"f0": 24, "f1": 1}, {"f0": 31, "f1": 1}])
 
     def test_messages_in_lines_and_damage_is_1(self) -> None:
-        given = self.write(pcapng.capture(pcapng.units([(TYPES["Nac_SetPortMsg"], port(7)),
+        given = self.write(pcapng.capture(pcapng.batches([(TYPES["Nac_SetPortMsg"], port(7)),
                                                         (TYPES["Nac_SetPortMsg"], b"\xff" * 8), (99, b"abc")])))
         code, out, words = self.monitor("--messages", given=given)
         self.assertEqual(code, 1)
@@ -469,7 +469,7 @@ class Monitor(CaptureTest):
 
     def test_on_a_terminal_it_is_a_table(self) -> None:
         self.listener()
-        given = self.write(pcapng.capture(pcapng.units(session())))
+        given = self.write(pcapng.capture(pcapng.batches(session())))
         for colour in (True, False):
             environment = {**os.environ, "VORN_BUS_URL": self.bus, "TERM": "xterm"}
             environment.pop("NO_COLOR", None)
@@ -514,7 +514,7 @@ class Million(CaptureTest):
 
     def test_a_million_messages(self) -> None:
         messages = session()
-        given = self.write(pcapng.capture(pcapng.units((messages * 40)[:1000])))
+        given = self.write(pcapng.capture(pcapng.batches((messages * 40)[:1000])))
         file = self.folder / "million.pcapng"
         recorder = Running("record", "-o", str(file), "--count", str(MESSAGES), "--timeout", "60", "--json", bus=self.bus,
                            measured=True)
@@ -524,7 +524,7 @@ class Million(CaptureTest):
         code, out, words = recorder.end()
         self.assertEqual(code, 0, words)
         summary = json.loads(out)
-        self.assertEqual((summary["messages"], summary["lost_units"]), (MESSAGES, 0))
+        self.assertEqual((summary["messages"], summary["lost_batches"]), (MESSAGES, 0))
         if not IS_SANITIZED:
             self.assertLess(peak_kib(words), MOST_KIB)
         print(f"count: {MESSAGES} messages by nac record meanwhile, {peak_kib(words)} KiB at most")
@@ -539,7 +539,7 @@ class Million(CaptureTest):
 
 class Captures(CaptureTest):
     def test_all_readers_of_messages_take_captures(self) -> None:
-        given = self.write(pcapng.capture(pcapng.units(session())))
+        given = self.write(pcapng.capture(pcapng.batches(session())))
         for verb in ("decode", "verify", "hex"):
             done = nac(verb, given)
             self.assertEqual(done.returncode, 0, verb)
@@ -549,7 +549,7 @@ class Captures(CaptureTest):
             self.assertEqual(nac("decode", "--format", "pcapng", "-", given=capture.read()).stdout, nac("decode", given).stdout)
 
     def test_what_cannot_be_read_does_not_hide_the_rest(self) -> None:
-        given = self.write(pcapng.capture(pcapng.units([(5, b"abcd"), (TYPES["Nac_SetPortMsg"], b"ab"),
+        given = self.write(pcapng.capture(pcapng.batches([(5, b"abcd"), (TYPES["Nac_SetPortMsg"], b"ab"),
                                                         (TYPES["Nac_SetPortMsg"], port(3))]))[:-1] + b"x")
         done = nac("decode", given)
         self.assertEqual(done.returncode, 1)

@@ -136,7 +136,7 @@ class Dissector(unittest.TestCase):
         cls.describe = {entry["name"]: entry for entry in map(json.loads, nac("describe", "--json", *names).splitlines())}
 
     def compare(self, cases: list[tuple[str, bytes]]) -> None:
-        dissected = Dissected(pcapng.capture(pcapng.units([(TYPES[name]["id"], data) for name, data in cases])))
+        dissected = Dissected(pcapng.capture(pcapng.batches([(TYPES[name]["id"], data) for name, data in cases])))
         self.assertEqual((dissected.code, dissected.errors), (0, []))
         self.assertNotIn("Lua Error", dissected.text)
         self.assertNotIn("_ws.lua.error", dissected.text)
@@ -186,12 +186,12 @@ class Dissector(unittest.TestCase):
         given = {"f0": 2**64 - 1, "f1": 2**63 + 1, "f2": 2**53 + 1, "f3": 1}
         line = nac("encode", "-", given=json.dumps({"type": "Nac_UserDataFlowCfg", "record": given}))
         data = bytes.fromhex(json.loads(line)["hex"])
-        message = pcapng.Message(TYPES["Nac_UserDataFlowCfg"]["id"], data, target=2**64 - 2, unit=2**63 + 3)
+        message = pcapng.Message(TYPES["Nac_UserDataFlowCfg"]["id"], data, target=2**64 - 2, batch=2**63 + 3)
         packet = Dissected(pcapng.capture([message])).packets[0]
         header, shown = (packet.find(f"proto[@name='{name}']") for name in ("vorn", "nac"))
         self.assertEqual(record(shown, "Nac_UserDataFlowCfg", self.describe), given)
         fields = {each.get("name"): each.get("show") for each in header.findall("field")}
-        self.assertEqual((fields["vorn.target"], fields["vorn.unit"]), (str(2**64 - 2), str(2**63 + 3)))
+        self.assertEqual((fields["vorn.target"], fields["vorn.batch"]), (str(2**64 - 2), str(2**63 + 3)))
 
     def test_json_holds_the_script(self) -> None:
         made = json.loads(nac("dissector", "--json"))
@@ -201,7 +201,7 @@ class Dissector(unittest.TestCase):
 
     def test_messages_can_be_filtered_by_their_fields(self) -> None:
         lines = list(map(json.loads, nac("encode", "examples/access-session.jsonl").splitlines()))
-        capture = pcapng.capture(pcapng.units([(TYPES[line["type"]]["id"], bytes.fromhex(line["hex"])) for line in lines]))
+        capture = pcapng.capture(pcapng.batches([(TYPES[line["type"]]["id"], bytes.fromhex(line["hex"])) for line in lines]))
         ports = Dissected(capture, "-Y", "nac.Nac_SetPortMsg.f0 == 24 || nac.Nac_SetUserTableMsg.f5 == 00:1b:44:11:3a:b7")
         self.assertEqual(len(ports.packets), 3)
 

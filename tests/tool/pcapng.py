@@ -16,13 +16,13 @@ class Message:
     target: int = 0
     position: int = 0
     count: int = 1
-    unit: int = 1
+    batch: int = 1
     time: int = 1_700_000_000_000_000_000
     cut: int = 0  # bytes that the recorder left out
 
     def header(self) -> bytes:
         return struct.pack("<BBHIIIQIIQ", 1, 40, 0, self.id, self.source, self.destination, self.target, self.position,
-                           self.count, self.unit)
+                           self.count, self.batch)
 
 
 def block(kind: int, content: bytes, order: str = "<") -> bytes:
@@ -52,9 +52,9 @@ def capture(messages: list[Message]) -> bytes:
     return start() + b"".join(map(packet, messages))
 
 
-def units(messages: list[tuple[int, bytes]]) -> list[Message]:
-    """A unit for each, a millisecond apart."""
-    return [Message(id, data, unit=number + 1, time=1_700_000_000_000_000_000 + number * 1_000_000)
+def batches(messages: list[tuple[int, bytes]]) -> list[Message]:
+    """A batch for each, a millisecond apart."""
+    return [Message(id, data, batch=number + 1, time=1_700_000_000_000_000_000 + number * 1_000_000)
             for number, (id, data) in enumerate(messages)]
 
 
@@ -69,10 +69,10 @@ def read(data: bytes) -> tuple[list[tuple[int, bytes]], list[Message]]:
         if kind == PACKET:
             interface, high, low, captured, original = struct.unpack_from("<IIIII", content)
             bytes_ = content[20:20 + captured]
-            version, header, flags, id, source, destination, target, position, count, unit = struct.unpack_from(
+            version, header, flags, id, source, destination, target, position, count, batch = struct.unpack_from(
                 "<BBHIIIQIIQ", bytes_)
             assert (interface, version, header, flags) == (0, 1, 40, 0)
-            messages.append(Message(id, bytes_[40:], source, destination, target, position, count, unit, high << 32 | low,
+            messages.append(Message(id, bytes_[40:], source, destination, target, position, count, batch, high << 32 | low,
                                     original - captured))
         at += length
     return blocks, messages

@@ -153,7 +153,7 @@ class BusVerbs(VerbTest):
                 sent = nac("send", "--bus", url, "--to", "2", "--json", str(SESSION))
                 self.assertEqual(sent.returncode, 0, sent.stderr)
                 (summary,) = self.read("send", sent.stdout)
-                self.assertEqual((summary["to"], summary["sent_messages"], summary["lost_units"]), (2, 29, 0))
+                self.assertEqual((summary["to"], summary["sent_messages"], summary["lost_batches"]), (2, 29, 0))
                 stats = nac("bus", "stats", "--bus", url, "--json")
                 self.assertEqual(stats.returncode, 0, stats.stderr)
                 (counters,) = self.read("bus-stats", stats.stdout)

@@ -143,11 +143,11 @@ void CaptureWriter::write(const CapturedMessage& message) {
         std::min<std::size_t>(kCaptureHeaderBytes + message.bytes.size(), kLargestBlock / 2));
     const std::uint32_t kept = std::min(whole, std::max(snapshot_bytes_, kCaptureHeaderBytes));
     const std::uint64_t block = kBlockBytes + kPacketHeadBytes + kept;
-    if (split_bytes_ != 0 && message.unit != unit_ && unit_ != 0 && in_file_ + block > split_bytes_) {
+    if (split_bytes_ != 0 && message.batch != batch_ && batch_ != 0 && in_file_ + block > split_bytes_) {
         close();
         open();
     }
-    unit_ = message.unit;
+    batch_ = message.batch;
     last_time_ = message.time;
     if (kept < whole) ++cut_messages_;
     put(Block(packet_, kPacketBlock)
@@ -166,7 +166,7 @@ void CaptureWriter::write(const CapturedMessage& message) {
             .add(message.target)
             .add(message.position)
             .add(message.count)
-            .add(message.unit)
+            .add(message.batch)
             .add(message.bytes.first(kept - kCaptureHeaderBytes))
             .pad()
             .finish());
@@ -188,13 +188,13 @@ void CaptureWriter::close() {
     if (out_ != stdout && std::fclose(std::exchange(out_, nullptr)) != 0) throw file_error(files_.back());
 }
 
-void CaptureWriter::finish(std::uint64_t lost_units) {
+void CaptureWriter::finish(std::uint64_t lost_batches) {
     put(Block(packet_, kStatisticsBlock)
             .add(std::uint32_t{0})
             .add(high(last_time_))
             .add(low(last_time_))
             .option(kStatisticsReceived, messages_)
-            .option(kStatisticsDropped, lost_units)
+            .option(kStatisticsDropped, lost_batches)
             .end_options()
             .finish());
     close();
@@ -332,7 +332,7 @@ void CaptureReader::read_interface() {
 
 void CaptureReader::read_statistics() {
     each_option(12, [this](std::uint16_t code, std::size_t from, std::size_t length) {
-        if (code == kStatisticsDropped && length == 8) lost_units_ += at<std::uint64_t>(from);
+        if (code == kStatisticsDropped && length == 8) lost_batches_ += at<std::uint64_t>(from);
     });
 }
 
@@ -363,7 +363,7 @@ bool CaptureReader::read_packet(CapturedMessage& message) {
     message.target = vorn::get<std::uint64_t>(head + 16);
     message.position = vorn::get<std::uint32_t>(head + 24);
     message.count = vorn::get<std::uint32_t>(head + 28);
-    message.unit = vorn::get<std::uint64_t>(head + 32);
+    message.batch = vorn::get<std::uint64_t>(head + 32);
     message.bytes = {head + head_bytes, captured - head_bytes};
     message.bytes_on_bus = std::max(original, captured) - head_bytes;
     return true;

@@ -26,15 +26,15 @@ inline constexpr std::uint8_t kCaptureHeaderVersion = 1;
 inline constexpr std::uint32_t kUsualSnapshotBytes = 262144;
 
 struct CapturedMessage {
-    std::uint64_t time = 0;  // nanoseconds since 1970
-    std::uint64_t unit = 0;  // number of the unit in the capture, from 1
+    std::uint64_t time = 0;   // nanoseconds since 1970
+    std::uint64_t batch = 0;  // number of the batch in the capture, from 1
     std::uint64_t target = 0;
     std::uint32_t id = 0;
     std::uint32_t source = 0;
     std::uint32_t destination = 0;
     std::uint32_t flags = 0;     // none is defined yet
-    std::uint32_t position = 0;  // in the unit, from 0
-    std::uint32_t count = 0;     // of messages in the unit
+    std::uint32_t position = 0;  // in the batch, from 0
+    std::uint32_t count = 0;     // of messages in the batch
     std::uint32_t bytes_on_bus = 0;
     std::span<const std::uint8_t> bytes;  // fewer than bytes_on_bus where the packet was cut
     bool is_cut() const { return bytes.size() < bytes_on_bus; }
@@ -43,10 +43,10 @@ struct CapturedMessage {
 // What a capture says of itself when it ends.
 struct CaptureTotals {
     std::uint64_t messages = 0;
-    std::uint64_t lost_units = 0;
+    std::uint64_t lost_batches = 0;
 };
 
-// Writes one file, or several: OUT.pcapng, OUT-2.pcapng ... A unit is never divided between two.
+// Writes one file, or several: OUT.pcapng, OUT-2.pcapng ... A batch is never divided between two.
 class CaptureWriter {
   public:
     // "-" is standard output, which is not divided. Throws CommandError, here and later.
@@ -59,7 +59,7 @@ class CaptureWriter {
     // What has been written is in the file when it returns.
     void flush();
     // Ends the file with its totals. Called once.
-    void finish(std::uint64_t lost_units);
+    void finish(std::uint64_t lost_batches);
 
     std::uint64_t messages() const { return messages_; }
     std::uint64_t bytes() const { return bytes_; }
@@ -77,7 +77,7 @@ class CaptureWriter {
     std::FILE* out_ = nullptr;
     std::vector<std::uint8_t> packet_;
     std::vector<std::string> files_;
-    std::uint64_t unit_ = 0;
+    std::uint64_t batch_ = 0;
     std::uint64_t last_time_ = 0;
     std::uint64_t in_file_ = 0;
     std::uint64_t messages_ = 0;
@@ -111,7 +111,7 @@ class CaptureReader {
     std::uint64_t packets() const { return packets_; }  // so far, of any kind; from 1 for the last message
     std::uint64_t bytes() const { return position_; }
     std::uint64_t block_bytes() const { return block_.size() + 12; }    // of the last message's block
-    std::uint64_t lost_units() const { return lost_units_; }            // as the recorder counted them
+    std::uint64_t lost_batches() const { return lost_batches_; }        // as the recorder counted them
     std::uint64_t foreign_packets() const { return foreign_packets_; }  // that hold no message of the bus
     const std::string& recorder() const { return recorder_; }
 
@@ -145,7 +145,7 @@ class CaptureReader {
     std::string complaint_;
     std::string recorder_;
     std::uint64_t packets_ = 0;
-    std::uint64_t lost_units_ = 0;
+    std::uint64_t lost_batches_ = 0;
     std::uint64_t foreign_packets_ = 0;
 };
 

@@ -31,7 +31,7 @@ OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_time
     vorn_bus_options options = {};
     options.url = url_or_null(url);
     options.address = address;
-    options.unit_bytes = 0;
+    options.batch_bytes = 0;
     options.send_timeout_ms = milliseconds(send_timeout_s);
     options.log = write_log;
     const std::int32_t result = vorn_bus_open(&options, &bus_);

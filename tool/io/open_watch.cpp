@@ -63,7 +63,7 @@ void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
     auto now = Clock::now();
     while (!is_over(now)) {
         std::uint32_t handled = 0;
-        // One at a time where they are counted, so that it ends with the unit that is the last.
+        // One at a time where they are counted, so that it ends with the batch that is the last.
         vorn_bus_watch_poll(
             watch_, 100, options_.count != 0 ? 1 : 1000,
             [](const vorn_bus_watched* message, void* use_it) {

@@ -25,19 +25,19 @@ struct BusStatsOptions {
 };
 
 std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counters& counters) {
-    return {{"sent_units", counters.sent_units},
+    return {{"sent_batches", counters.sent_batches},
             {"sent_messages", counters.sent_messages},
-            {"refused_units", counters.refused_units},
-            {"lost_units", counters.lost_units},
-            {"unhandled_units", counters.unhandled_units},
-            {"received_units", counters.received_units},
+            {"refused_batches", counters.refused_batches},
+            {"lost_batches", counters.lost_batches},
+            {"unhandled_batches", counters.unhandled_batches},
+            {"received_batches", counters.received_batches},
             {"received_messages", counters.received_messages},
-            {"waiting_units", counters.waiting_units},
+            {"waiting_batches", counters.waiting_batches},
             {"unknown_messages", counters.unknown_messages},
             {"ignored_messages", counters.ignored_messages},
             {"damaged", counters.damaged},
-            {"redelivered_units", counters.redelivered_units},
-            {"missed_units", counters.missed_units}};
+            {"redelivered_batches", counters.redelivered_batches},
+            {"missed_batches", counters.missed_batches}};
 }
 
 // The addresses whose sockets are in an ipc folder.

@@ -268,11 +268,11 @@ local h = {
     source = ProtoField.uint32("vorn.source", "Source", base.DEC),
     destination = ProtoField.uint32("vorn.destination", "Destination", base.DEC),
     target = ProtoField.uint64("vorn.target", "Target", base.DEC),
-    position = ProtoField.uint32("vorn.position", "Position in the unit", base.DEC),
-    count = ProtoField.uint32("vorn.count", "Messages in the unit", base.DEC),
-    unit = ProtoField.uint64("vorn.unit", "Unit", base.DEC),
+    position = ProtoField.uint32("vorn.position", "Position in the batch", base.DEC),
+    count = ProtoField.uint32("vorn.count", "Messages in the batch", base.DEC),
+    batch = ProtoField.uint64("vorn.batch", "Batch", base.DEC),
 }
-bus.fields = {h.version, h.bytes, h.flags, h.id, h.source, h.destination, h.target, h.position, h.count, h.unit}
+bus.fields = {h.version, h.bytes, h.flags, h.id, h.source, h.destination, h.target, h.position, h.count, h.batch}
 
 function bus.dissector(tvb, pinfo, tree)
     local captured = tvb:captured_len()
@@ -291,7 +291,7 @@ function bus.dissector(tvb, pinfo, tree)
     item:add_le(h.target, tvb(16, 8))
     item:add_le(h.position, tvb(24, 4))
     item:add_le(h.count, tvb(28, 4))
-    item:add_le(h.unit, tvb(32, 8))
+    item:add_le(h.batch, tvb(32, 8))
     local source, destination, id = tvb(8, 4):le_uint(), tvb(12, 4):le_uint(), tvb(4, 4):le_uint()
     item:append_text(", from " .. source .. " to " .. destination)
     pinfo.cols.src = tostring(source)

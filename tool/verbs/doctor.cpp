@@ -115,7 +115,7 @@ ExitCode run_doctor(const DoctorOptions& options) {
     report.tell("bus", "bus:     ", vorn_bus_chosen_url(url_or_null(options.bus)),
                 options.bus.empty() ? ", by VORN_BUS_URL or for lack of it" : "");
     const OpenBus bus(options.bus, options.as);
-    const std::string place = vorn_bus_place(bus.get());
+    const std::string place = vorn_bus_endpoint(bus.get());
     report.tell("address", "address: ", options.as, ", free, at " + place);
     report.place(place);
     report.finish();

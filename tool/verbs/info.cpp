@@ -60,8 +60,8 @@ class Summary {
     void add(const CapturedMessage& message, std::uint64_t packet) {
         first_ = all_.messages == 0 ? message.time : std::min(first_, message.time);
         last_ = std::max(last_, message.time);
-        if (all_.messages == 0 || message.unit != unit_) ++units_;
-        unit_ = message.unit;
+        if (all_.messages == 0 || message.batch != batch_) ++batches_;
+        batch_ = message.batch;
         if (message.is_cut()) ++cut_;
         const bool whole = check(message, packet);
         for (Totals* const totals :
@@ -78,7 +78,7 @@ class Summary {
         Json object = {{"file", reader.name()},
                        {"recorder", reader.recorder()},
                        {"messages", all_.messages},
-                       {"units", units_},
+                       {"batches", batches_},
                        {"bytes", all_.bytes},
                        {"damaged", all_.damaged},
                        {"unknown", unknown_},
@@ -88,7 +88,7 @@ class Summary {
                        {"seconds", seconds()},
                        {"messages_per_second", rate(all_.messages)},
                        {"bytes_per_second", rate(all_.bytes)},
-                       {"lost_units", reader.lost_units()},
+                       {"lost_batches", reader.lost_batches()},
                        {"foreign_packets", reader.foreign_packets()},
                        {"complaint", reader.complaint().empty() ? Json(nullptr) : Json(reader.complaint())},
                        {"types", Json::array()},
@@ -112,13 +112,13 @@ class Summary {
 
     void print(const CaptureReader& reader) const {
         fmt::print("{}\n", reader.name());
-        fmt::print("  {} messages in {} units, {} bytes; {} damaged, {} of unknown types, {} cut\n",
-                   all_.messages, units_, all_.bytes, all_.damaged, unknown_, cut_);
+        fmt::print("  {} messages in {} batches, {} bytes; {} damaged, {} of unknown types, {} cut\n",
+                   all_.messages, batches_, all_.bytes, all_.damaged, unknown_, cut_);
         if (all_.messages != 0) {
             fmt::print("  from {} UTC\n  to   {} UTC, {:.3f} s; {:.0f} messages/s, {:.0f} bytes/s\n",
                        utc(first_), utc(last_), seconds(), rate(all_.messages), rate(all_.bytes));
         }
-        fmt::print("  {} units lost while recording", reader.lost_units());
+        fmt::print("  {} batches lost while recording", reader.lost_batches());
         if (reader.foreign_packets() != 0)
             fmt::print("; {} packets that are no messages", reader.foreign_packets());
         fmt::print("\n");
@@ -192,8 +192,8 @@ class Summary {
     std::vector<Damage> damages_;
     std::uint64_t first_ = 0;
     std::uint64_t last_ = 0;
-    std::uint64_t unit_ = 0;
-    std::uint64_t units_ = 0;
+    std::uint64_t batch_ = 0;
+    std::uint64_t batches_ = 0;
     std::uint64_t unknown_ = 0;
     std::uint64_t cut_ = 0;
 };

@@ -51,7 +51,7 @@ ExitCode run_listen(const ListenOptions& options) {
         last = Clock::now();
         print(message, options.json);
     });
-    fmt::print(stderr, "listening at address {}: {}\n", options.as, vorn_bus_place(bus.get()));
+    fmt::print(stderr, "listening at address {}: {}\n", options.as, vorn_bus_endpoint(bus.get()));
     if (!options.json) fmt::print("{:<7} {:<36} {:>6}  {}\n", "from", "type", "bytes", "record");
     static_cast<void>(std::fflush(stdout));
 
@@ -59,14 +59,14 @@ ExitCode run_listen(const ListenOptions& options) {
     while (!is_interrupted() && !silent && (options.count == 0 || arrived < options.count)) {
         std::uint32_t handled = 0;
         vorn_bus_poll(bus.get(), 100, 1, &handled);
-        if (handled != 0 && bus.counters().waiting_units != 0) continue;
+        if (handled != 0 && bus.counters().waiting_batches != 0) continue;
         if (std::fflush(stdout) != 0) throw CommandError(kTrouble, "standard output cannot be written");
         silent =
             options.timeout_s > 0 && Clock::now() - last > std::chrono::duration<double>(options.timeout_s);
     }
     const vorn_bus_counters counters = bus.counters();
-    fmt::print(stderr, "{} records in {} units arrived; {} of unknown ids, {} damaged, {} log lines\n",
-               arrived, counters.received_units, counters.unknown_messages, counters.damaged, log_lines());
+    fmt::print(stderr, "{} records in {} batches arrived; {} of unknown ids, {} damaged, {} log lines\n",
+               arrived, counters.received_batches, counters.unknown_messages, counters.damaged, log_lines());
     if (arrived < options.count) {
         throw CommandError(
             kTrouble, fmt::format("{} of {} records did not arrive", options.count - arrived, options.count));

@@ -62,8 +62,8 @@ class Monitor {
         if (!options_.messages && Clock::now() != shown_) show();
         const vorn_bus_watch_counters counters = watch_.counters();
         fmt::print(stderr,
-                   "{} messages seen, {} bytes, {} damaged; {} left out, {} units lost on the way here\n",
-                   all_.messages, all_.bytes, all_.damaged, left_out_, counters.lost_units);
+                   "{} messages seen, {} bytes, {} damaged; {} left out, {} batches lost on the way here\n",
+                   all_.messages, all_.bytes, all_.damaged, left_out_, counters.lost_batches);
         if (all_.messages < options_.watch.count) {
             throw CommandError(
                 kTrouble, fmt::format("{} of {} messages did not come", options_.watch.count - all_.messages,
@@ -205,7 +205,7 @@ class Monitor {
                        {"damaged", all_.damaged},
                        {"messages_per_second", rate(all_.messages, all_.messages_before, seconds)},
                        {"bytes_per_second", rate(all_.bytes, all_.bytes_before, seconds)},
-                       {"lost_units", counters.lost_units},
+                       {"lost_batches", counters.lost_batches},
                        {"types", Json::array()}};
         for (const auto& [id, row] : rows) {
             object["types"].push_back(
@@ -233,9 +233,9 @@ class Monitor {
         const vorn_bus_watch_counters counters = watch_.counters();
         const char* const strong = colour_ ? "\033[1m" : "";
         const char* const usual = colour_ ? "\033[0m" : "";
-        fmt::print("\033[H\033[J{}{} receivers, {:.0f} messages/s, {:.0f} bytes/s, {} units lost{}\n", strong,
-                   counters.receivers, rate(all_.messages, all_.messages_before, seconds),
-                   rate(all_.bytes, all_.bytes_before, seconds), counters.lost_units, usual);
+        fmt::print("\033[H\033[J{}{} receivers, {:.0f} messages/s, {:.0f} bytes/s, {} batches lost{}\n",
+                   strong, counters.receivers, rate(all_.messages, all_.messages_before, seconds),
+                   rate(all_.bytes, all_.bytes_before, seconds), counters.lost_batches, usual);
         print_heading();
         for (const auto& [id, row] : rows) print_row(type_name(id), row, seconds);
         fmt::print("\n");

@@ -40,25 +40,25 @@ class Recorder {
         watch_.run([this](const vorn_bus_watched& message) { take(message); },
                    [this] { return writer_.messages(); }, [this] { flush(); });
         const vorn_bus_watch_counters counters = watch_.counters();
-        writer_.finish(counters.lost_units);
+        writer_.finish(counters.lost_batches);
         tell(counters);
         if (writer_.messages() < options_.watch.count) {
             throw CommandError(kTrouble,
                                fmt::format("{} of {} messages did not come",
                                            options_.watch.count - writer_.messages(), options_.watch.count));
         }
-        return counters.lost_units == 0 ? kOk : kTrouble;
+        return counters.lost_batches == 0 ? kOk : kTrouble;
     }
 
   private:
     void take(const vorn_bus_watched& message) {
-        if (message.position == 0) ++unit_;
+        if (message.position == 0) ++batch_;
         const std::span bytes(message.packed, message.packed_bytes);
         if (!filter_.passes(message.message_id, message.source, message.destination, bytes)) {
             ++left_out_;
             return;
         }
-        writer_.write({message.time, unit_, message.target, message.message_id, message.source,
+        writer_.write({message.time, batch_, message.target, message.message_id, message.source,
                        message.destination, 0, message.position, message.count, message.packed_bytes, bytes});
     }
 
@@ -71,24 +71,25 @@ class Recorder {
     }
 
     void tell(const vorn_bus_watch_counters& counters) const {
-        fmt::print(stderr,
-                   "{} messages of {} units recorded, {} bytes in {} file{}; {} left out, {} cut, {} units "
-                   "lost, {} damaged envelopes\n",
-                   writer_.messages(), counters.units, writer_.bytes(), writer_.files().size(),
-                   writer_.files().size() == 1 ? "" : "s", left_out_, writer_.cut_messages(),
-                   counters.lost_units, counters.damaged);
+        fmt::print(
+            stderr,
+            "{} messages of {} batches recorded, {} bytes in {} file{}; {} left out, {} cut, {} batches "
+            "lost, {} damaged envelopes\n",
+            writer_.messages(), counters.batches, writer_.bytes(), writer_.files().size(),
+            writer_.files().size() == 1 ? "" : "s", left_out_, writer_.cut_messages(), counters.lost_batches,
+            counters.damaged);
         if (counters.interruptions != 0)
             fmt::print(stderr, "{} times a receiver or a server went and came again\n",
                        counters.interruptions);
         if (!options_.json) return;
         const Json summary = {{"messages", writer_.messages()},
-                              {"units", counters.units},
+                              {"batches", counters.batches},
                               {"bytes", writer_.bytes()},
                               {"files", writer_.files()},
                               {"seconds", watch_.seconds()},
                               {"left_out_messages", left_out_},
                               {"cut_messages", writer_.cut_messages()},
-                              {"lost_units", counters.lost_units},
+                              {"lost_batches", counters.lost_batches},
                               {"damaged_envelopes", counters.damaged},
                               {"interruptions", counters.interruptions}};
         fmt::print("{}\n", summary.dump());
@@ -98,7 +99,7 @@ class Recorder {
     const MessageFilter filter_;
     OpenWatch watch_;
     CaptureWriter writer_;
-    std::uint64_t unit_ = 0;
+    std::uint64_t batch_ = 0;
     std::uint64_t left_out_ = 0;
     Clock::time_point next_flush_;
 };
@@ -127,7 +128,7 @@ void add_record(CLI::App& app, Chosen& chosen) {
                     "Bytes of a packet that are kept; 262144, the most that Wireshark takes, if not given")
         ->check(CLI::Range(kCaptureHeaderBytes, 64U << 20));
     verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
-    verb.footer("Exit code 3 if copies of units were lost on the way.");
+    verb.footer("Exit code 3 if copies of batches were lost on the way.");
 }
 
 }  // namespace tool

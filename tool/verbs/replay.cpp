@@ -95,12 +95,12 @@ class Replay {
                 ++left_out_;
                 continue;
             }
-            if (!messages_.empty() && message.unit != unit_.unit) send();
+            if (!messages_.empty() && message.batch != batch_.batch) send();
             if (messages_.empty()) {
-                unit_ = message;
+                batch_ = message;
                 origin_ = fmt::format("{}: packet {}", reader.name(), reader.packets());
             }
-            if (message.is_cut()) unit_is_cut_ = true;
+            if (message.is_cut()) batch_is_cut_ = true;
             messages_.push_back(
                 {message.id, bytes_.size(), static_cast<std::uint32_t>(message.bytes.size())});
             bytes_.insert(bytes_.end(), message.bytes.begin(), message.bytes.end());
@@ -111,31 +111,31 @@ class Replay {
         fmt::print(stderr, "nac: {}\n", complaints_.back());
     }
 
-    // Sends the unit that is collected as one call.
+    // Sends the batch that is collected as one call.
     void send() {
         if (messages_.empty()) return;
-        if (unit_is_cut_) {
+        if (batch_is_cut_) {
             cut_ += messages_.size();
         } else {
-            const std::uint32_t destination = options_.redirect.value_or(unit_.destination);
+            const std::uint32_t destination = options_.redirect.value_or(batch_.destination);
             if (receives_) receiver(destination);
-            if (sent_units_ == 0) begin();
-            wait_for(unit_.time);
+            if (sent_batches_ == 0) begin();
+            wait_for(batch_.time);
             descriptors_.clear();
             for (const Place& place : messages_)
                 descriptors_.push_back({bytes_.data() + place.at, place.id, place.length});
             const std::int32_t result = vorn_bus_send(
-                sender(options_.as.value_or(unit_.source)).get(), destination, descriptors_.data(),
-                static_cast<std::uint32_t>(descriptors_.size()), unit_.target);
+                sender(options_.as.value_or(batch_.source)).get(), destination, descriptors_.data(),
+                static_cast<std::uint32_t>(descriptors_.size()), batch_.target);
             if (result != VORN_BUS_OK)
                 throw bus_error(fmt::format("{}: to address {}", origin_, destination), result);
-            ++sent_units_;
+            ++sent_batches_;
             sent_messages_ += messages_.size();
             sent_bytes_ += bytes_.size();
         }
         messages_.clear();
         bytes_.clear();
-        unit_is_cut_ = false;
+        batch_is_cut_ = false;
     }
 
     void begin() {
@@ -195,8 +195,8 @@ class Replay {
             for (const auto& [address, bus] : *buses) {
                 const std::int32_t result = vorn_bus_flush(bus->get(), milliseconds(options_.timeout_s));
                 const vorn_bus_counters counters = bus->counters();
-                lost_ += counters.lost_units;
-                if (result == VORN_BUS_TIMEOUT) on_their_way_ += counters.unhandled_units;
+                lost_ += counters.lost_batches;
+                if (result == VORN_BUS_TIMEOUT) on_their_way_ += counters.unhandled_batches;
             }
         }
         seconds_ = std::chrono::duration<double>(Clock::now() - begun_).count();
@@ -214,27 +214,28 @@ class Replay {
 
     void tell() const {
         const double rate = static_cast<double>(sent_messages_) / std::max(seconds_, 1e-9);
-        fmt::print(stderr,
-                   "{} messages in {} units, {} bytes, sent in {:.3f} s: {:.0f} messages/s; {} left out, {} "
-                   "cut, {} units lost, {} still on their way\n",
-                   sent_messages_, sent_units_, sent_bytes_, seconds_, rate, left_out_, cut_, lost_,
-                   on_their_way_);
+        fmt::print(
+            stderr,
+            "{} messages in {} batches, {} bytes, sent in {:.3f} s: {:.0f} messages/s; {} left out, {} "
+            "cut, {} batches lost, {} still on their way\n",
+            sent_messages_, sent_batches_, sent_bytes_, seconds_, rate, left_out_, cut_, lost_,
+            on_their_way_);
         if (receives_) fmt::print(stderr, "{} messages arrived within the tool\n", received_);
         if (options_.json) {
             const Json summary = {{"messages", sent_messages_},
-                                  {"units", sent_units_},
+                                  {"batches", sent_batches_},
                                   {"bytes", sent_bytes_},
                                   {"seconds", seconds_},
                                   {"messages_per_second", rate},
                                   {"left_out_messages", left_out_},
                                   {"cut_messages", cut_},
-                                  {"lost_units", lost_},
-                                  {"units_on_their_way", on_their_way_},
+                                  {"lost_batches", lost_},
+                                  {"batches_on_their_way", on_their_way_},
                                   {"arrived_messages", receives_ ? Json(received_) : Json(nullptr)},
                                   {"complaints", complaints_}};
             fmt::print("{}\n", summary.dump());
         }
-        if (lost_ + on_their_way_ != 0) throw CommandError(kTrouble, "not all units were handled");
+        if (lost_ + on_their_way_ != 0) throw CommandError(kTrouble, "not all batches were handled");
         if (receives_ && received_ != sent_messages_)
             throw CommandError(kTrouble,
                                fmt::format("{} messages did not arrive", sent_messages_ - received_));
@@ -252,15 +253,15 @@ class Replay {
     Clock::time_point begun_round_;
     std::optional<std::chrono::nanoseconds> offset_;  // the capture's time when the round began
 
-    // The unit that is collected.
-    CapturedMessage unit_;
-    bool unit_is_cut_ = false;
+    // The batch that is collected.
+    CapturedMessage batch_;
+    bool batch_is_cut_ = false;
     std::string origin_;
     std::vector<Place> messages_;
     std::vector<std::uint8_t> bytes_;
     std::vector<VORN_SendDescriptor> descriptors_;
 
-    std::uint64_t sent_units_ = 0;
+    std::uint64_t sent_batches_ = 0;
     std::uint64_t sent_messages_ = 0;
     std::uint64_t sent_bytes_ = 0;
     std::uint64_t left_out_ = 0;
@@ -278,7 +279,7 @@ ExitCode run_replay(const ReplayOptions& options) { return Replay(options).run()
 
 void add_replay(CLI::App& app, Chosen& chosen) {
     auto [verb, options] = add_verb(app, chosen, "replay",
-                                    "Send what captures hold over the bus again, unit by unit", run_replay);
+                                    "Send what captures hold over the bus again, batch by batch", run_replay);
     verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_option("--speed", options.speed,
@@ -297,7 +298,7 @@ void add_replay(CLI::App& app, Chosen& chosen) {
         ->check(CLI::PositiveNumber);
     add_filter_options(verb, options.filter);
     verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
-    verb.footer("Messages that were cut when they were recorded are left out, with their units.");
+    verb.footer("Messages that were cut when they were recorded are left out, with their batches.");
 }
 
 }  // namespace tool

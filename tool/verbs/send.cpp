@@ -73,14 +73,14 @@ class Sender {
         if (options_.json) {
             const Json object = {{"to", options_.to},
                                  {"sent_messages", counters.sent_messages},
-                                 {"sent_units", counters.sent_units},
-                                 {"lost_units", counters.lost_units},
-                                 {"unhandled_units", counters.unhandled_units}};
+                                 {"sent_batches", counters.sent_batches},
+                                 {"lost_batches", counters.lost_batches},
+                                 {"unhandled_batches", counters.unhandled_batches}};
             fmt::print("{}\n", object.dump());
         }
-        fmt::print(stderr, "{} records sent to address {} in {} units; {} lost, {} still on their way\n",
-                   counters.sent_messages, options_.to, counters.sent_units, counters.lost_units,
-                   counters.unhandled_units);
+        fmt::print(stderr, "{} records sent to address {} in {} batches; {} lost, {} still on their way\n",
+                   counters.sent_messages, options_.to, counters.sent_batches, counters.lost_batches,
+                   counters.unhandled_batches);
         if (flushed != VORN_BUS_OK) throw bus_error(fmt::format("address {}", options_.to), flushed);
         return kOk;
     }
@@ -88,7 +88,7 @@ class Sender {
   private:
     static constexpr int kReleaseAfter = 1000;
 
-    // Sends what is collected: one unit.
+    // Sends what is collected: one batch.
     void send() {
         if (type_ == nullptr) return;
         if (options_.rate > 0) {
@@ -115,7 +115,7 @@ class Sender {
     int since_release_ = 0;
     Clock::time_point next_ = Clock::now();
 
-    // The unit that is collected.
+    // The batch that is collected.
     const MessageType* type_ = nullptr;
     std::string origin_;
     std::vector<std::byte> records_;
@@ -139,7 +139,7 @@ void add_send(CLI::App& app, Chosen& chosen) {
     verb.add_option("--as", options.as, "Address of the sender, 0 if not given");
     verb.add_option("--target", options.target, "Target handed on with each message");
     verb.add_option("--bus", options.bus, kBusHelp);
-    verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one unit");
+    verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one batch");
     verb.add_flag("--json", options.json, "What was sent and what was lost, as a JSON object");
     verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
         ->check(CLI::PositiveNumber);

@@ -13,10 +13,10 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint32_t kUsualQueueUnits = 1024;
+constexpr std::uint32_t kUsualQueueBatches = 1024;
 constexpr std::uint32_t kUsualQueueBytes = 16U << 20;
-constexpr std::uint32_t kUsualUnitBytes = 1'000'000;
-constexpr std::uint32_t kLargestUnitBytes = 64U << 20;
+constexpr std::uint32_t kUsualBatchBytes = 1'000'000;
+constexpr std::uint32_t kLargestBatchBytes = 64U << 20;
 constexpr std::int32_t kUsualSendTimeout = 2000;
 constexpr std::int32_t kUsualLinger = 1000;
 
@@ -45,12 +45,12 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     vorn_bus_options options = given;
     const std::string url = chosen_url(given.url);
     options.url = nullptr;  // the host's text may go
-    default_to(options.queue_units, kUsualQueueUnits);
+    default_to(options.queue_batches, kUsualQueueBatches);
     default_to(options.queue_bytes, kUsualQueueBytes);
-    default_to(options.unit_bytes, kUsualUnitBytes);
+    default_to(options.batch_bytes, kUsualBatchBytes);
     default_to(options.send_timeout_ms, kUsualSendTimeout);
     default_to(options.linger_ms, kUsualLinger);
-    if (options.unit_bytes < kUnitHeaderBytes + kEntryBytes || options.unit_bytes > kLargestUnitBytes) {
+    if (options.batch_bytes < kBatchHeaderBytes + kEntryBytes || options.batch_bytes > kLargestBatchBytes) {
         return VORN_BUS_BAD_ARGUMENT;
     }
     const Scheme* const scheme = find_scheme(url);
@@ -59,9 +59,9 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
 
     std::unique_ptr<Bus> made(new Bus(options, "vorn " + std::to_string(options.address) + ": "));
     const Endpoint endpoint = {options.address,
-                               options.queue_units,
+                               options.queue_batches,
                                options.queue_bytes,
-                               options.unit_bytes,
+                               options.batch_bytes,
                                made->inbox_,
                                made->counters_,
                                made->log_,
@@ -86,15 +86,15 @@ Bus::~Bus() {
     transport_->stop_receiving();
     inbox_.close();
     transport_->drain(within_milliseconds(options_.linger_ms));
-    if (const std::uint64_t left = transport_->units_on_their_way(); left != 0) {
+    if (const std::uint64_t left = transport_->batches_on_their_way(); left != 0) {
         log_.line(std::to_string(left) +
-                  " units were on their way when the bus was closed; they count as lost");
+                  " batches were on their way when the bus was closed; they count as lost");
     }
     transport_.reset();
 }
 
 Result Bus::refuse(Result result) {
-    count(counters_.refused_units);
+    count(counters_.refused_batches);
     return result;
 }
 
@@ -105,13 +105,13 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
         if (descriptors[i].buffer == nullptr && descriptors[i].length != 0)
             return refuse(VORN_BUS_BAD_ARGUMENT);
     }
-    const auto bytes = unit_bytes(descriptors, count_of);
-    if (!bytes || *bytes > options_.unit_bytes) return refuse(VORN_BUS_TOO_LARGE);
-    const Outgoing unit = {{destination, options_.address, target, count_of, *bytes}, descriptors};
-    Patience patience(options_.send_timeout_ms);
-    const Result result = transport_->send(unit, patience);
-    if (result != VORN_BUS_OK && result != VORN_BUS_UNSURE) return refuse(result);
-    count(counters_.sent_units);
+    const auto bytes = batch_bytes(descriptors, count_of);
+    if (!bytes || *bytes > options_.batch_bytes) return refuse(VORN_BUS_TOO_LARGE);
+    const Outgoing batch = {{destination, options_.address, target, count_of, *bytes}, descriptors};
+    SendTimeout timeout(options_.send_timeout_ms);
+    const Result result = transport_->send(batch, timeout);
+    if (result != VORN_BUS_OK && result != VORN_BUS_OUTCOME_UNKNOWN) return refuse(result);
+    count(counters_.sent_batches);
     count(counters_.sent_messages, count_of);
     return result;
 }
@@ -119,21 +119,21 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
 Result Bus::flush(std::int32_t timeout_ms) {
     const bool drained = transport_->drain(in_milliseconds(timeout_ms));
     const std::lock_guard locked(flush_lock_);
-    const std::uint64_t lost = counters_.lost_units.load(std::memory_order_relaxed);
+    const std::uint64_t lost = counters_.lost_batches.load(std::memory_order_relaxed);
     if (std::exchange(lost_at_flush_, lost) != lost) return VORN_BUS_LOST;
     return drained ? VORN_BUS_OK : VORN_BUS_TIMEOUT;
 }
 
-Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t& handled) {
+Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32_t& handled) {
     handled = 0;
     Deadline deadline = in_milliseconds(timeout_ms);
     if (!begin_polling(deadline)) return VORN_BUS_BUSY;
     const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
-    while (max_units == 0 || handled < max_units) {
-        Parcel* const parcel = inbox_.front(deadline);
-        if (parcel == nullptr) break;
-        handled += handle_parcel(*parcel, max_units == 0 ? UINT32_MAX : max_units - handled);
-        if (parcel->bytes.empty()) inbox_.pop_front();
+    while (max_batches == 0 || handled < max_batches) {
+        Delivery* const delivery = inbox_.front(deadline);
+        if (delivery == nullptr) break;
+        handled += handle_delivery(*delivery, max_batches == 0 ? UINT32_MAX : max_batches - handled);
+        if (delivery->bytes.empty()) inbox_.pop_front();
         if (handled != 0) deadline = Deadline();  // only the first is waited for
     }
     return VORN_BUS_OK;
@@ -158,46 +158,46 @@ void Bus::end_polling() {
     polling_ended_.notify_one();
 }
 
-// Handles up to so many units of the parcel, and takes them off it.
-std::uint32_t Bus::handle_parcel(Parcel& parcel, std::uint32_t at_most) {
+// Handles up to so many batches of the delivery, and takes them off it.
+std::uint32_t Bus::handle_delivery(Delivery& delivery, std::uint32_t at_most) {
     std::uint32_t handled = 0;
-    while (handled < at_most && !parcel.bytes.empty()) {
-        const auto unit = read_unit(parcel.bytes);
-        if (!unit || parcel.units == 0) {
+    while (handled < at_most && !delivery.bytes.empty()) {
+        const auto batch = read_batch(delivery.bytes);
+        if (!batch || delivery.batches == 0) {
             count(counters_.damaged);
             log_.line_about_outside("a damaged envelope was left out, with what followed it in its packet");
-            parcel.bytes = {};
+            delivery.bytes = {};
             break;
         }
-        parcel.unit_begins();
-        handle_unit(*unit, std::exchange(parcel.repeated, false) ? VORN_BUS_REPEATED : 0);
-        parcel.unit_handled();
-        parcel.bytes = parcel.bytes.subspan(unit->header().bytes);
-        --parcel.units;
-        inbox_.units_left(1);
+        delivery.batch_begins();
+        handle_batch(*batch, std::exchange(delivery.repeated, false) ? VORN_BUS_REPEATED : 0);
+        delivery.batch_handled();
+        delivery.bytes = delivery.bytes.subspan(batch->header().bytes);
+        --delivery.batches;
+        inbox_.batches_left(1);
         ++handled;
     }
-    if (parcel.bytes.empty()) {
-        inbox_.units_left(std::exchange(parcel.units, 0));
-        parcel.finished();
+    if (delivery.bytes.empty()) {
+        inbox_.batches_left(std::exchange(delivery.batches, 0));
+        delivery.finished();
     } else {
-        parcel.left_for_later();
+        delivery.left_for_later();
     }
     return handled;
 }
 
-void Bus::handle_unit(const Unit& unit, std::uint32_t flags) {
-    if (unit.header().destination != options_.address) {
+void Bus::handle_batch(const Batch& batch, std::uint32_t flags) {
+    if (batch.header().destination != options_.address) {
         count(counters_.damaged);
-        log_.line_about_outside("a unit for address " + std::to_string(unit.header().destination) +
+        log_.line_about_outside("a batch for address " + std::to_string(batch.header().destination) +
                                 " was left out");
         return;
     }
-    unit.each_message([&](const Message& message) { handle_message(unit.header(), message, flags); });
-    count_alone(counters_.received_units);
+    batch.each_message([&](const Message& message) { handle_message(batch.header(), message, flags); });
+    count_alone(counters_.received_batches);
 }
 
-void Bus::handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags) {
+void Bus::handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags) {
     if (routes_registry_ != Registry::instance().version() ||
         routes_handlers_ != handlers_version_.load(std::memory_order_acquire)) {
         renew_routes();
@@ -292,19 +292,19 @@ void Bus::read_counters(vorn_bus_counters& counters) const {
     const auto now = [](const std::atomic<std::uint64_t>& counter) {
         return counter.load(std::memory_order_relaxed);
     };
-    counters.sent_units = now(counters_.sent_units);
+    counters.sent_batches = now(counters_.sent_batches);
     counters.sent_messages = now(counters_.sent_messages);
-    counters.refused_units = now(counters_.refused_units);
-    counters.lost_units = now(counters_.lost_units);
-    counters.unhandled_units = transport_ == nullptr ? 0 : transport_->units_on_their_way();
-    counters.received_units = now(counters_.received_units);
+    counters.refused_batches = now(counters_.refused_batches);
+    counters.lost_batches = now(counters_.lost_batches);
+    counters.unhandled_batches = transport_ == nullptr ? 0 : transport_->batches_on_their_way();
+    counters.received_batches = now(counters_.received_batches);
     counters.received_messages = now(counters_.received_messages);
-    counters.waiting_units = inbox_.units();
+    counters.waiting_batches = inbox_.batches();
     counters.unknown_messages = now(counters_.unknown_messages);
     counters.ignored_messages = now(counters_.ignored_messages);
     counters.damaged = now(counters_.damaged);
-    counters.redelivered_units = now(counters_.redelivered_units);
-    counters.missed_units = now(counters_.missed_units);
+    counters.redelivered_batches = now(counters_.redelivered_batches);
+    counters.missed_batches = now(counters_.missed_batches);
 }
 
 }  // namespace vorn

@@ -48,7 +48,7 @@ class Bus {
     Result send(std::uint32_t destination, const VORN_SendDescriptor* descriptors, std::uint32_t count,
                 std::uint64_t target);
     Result flush(std::int32_t timeout_ms);
-    Result poll(std::int32_t timeout_ms, std::uint32_t max_units, std::uint32_t& handled);
+    Result poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32_t& handled);
     Result start();
     Result stop();
     int descriptor() { return inbox_.descriptor(); }
@@ -72,9 +72,9 @@ class Bus {
     Result refuse(Result result);
     bool begin_polling(Deadline deadline);
     void end_polling();
-    std::uint32_t handle_parcel(Parcel& parcel, std::uint32_t at_most);
-    void handle_unit(const Unit& unit, std::uint32_t flags);
-    void handle_message(const UnitHeader& header, const Message& message, std::uint32_t flags);
+    std::uint32_t handle_delivery(Delivery& delivery, std::uint32_t at_most);
+    void handle_batch(const Batch& batch, std::uint32_t flags);
+    void handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags);
     void renew_routes();
 
     vorn_bus_options options_;

@@ -57,22 +57,22 @@ void put_preamble(std::uint8_t* at, Kind kind) {
 std::optional<Kind> kind_of(Bytes bytes) {
     if (bytes.size() < kPreambleBytes || get<std::uint32_t>(bytes.data()) != kMark) return std::nullopt;
     if (bytes[4] != kVersion || bytes[6] != 0 || bytes[7] != 0) return std::nullopt;
-    if (bytes[5] < static_cast<std::uint8_t>(Kind::unit)) return std::nullopt;
+    if (bytes[5] < static_cast<std::uint8_t>(Kind::batch)) return std::nullopt;
     if (bytes[5] > static_cast<std::uint8_t>(kLastKind)) return std::nullopt;
     return static_cast<Kind>(bytes[5]);
 }
 
-std::optional<std::uint32_t> unit_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count) {
-    std::uint64_t bytes = kUnitHeaderBytes + std::uint64_t{count} * kEntryBytes;
+std::optional<std::uint32_t> batch_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count) {
+    std::uint64_t bytes = kBatchHeaderBytes + std::uint64_t{count} * kEntryBytes;
     for (std::uint32_t i = 0; i < count; ++i) bytes += descriptors[i].length;
     if (bytes > UINT32_MAX) return std::nullopt;
     return static_cast<std::uint32_t>(bytes);
 }
 
-void write_unit(std::uint8_t* at, const UnitHeader& header, const VORN_SendDescriptor* descriptors) {
-    Writer(at, Kind::unit) << header.destination << header.source << header.target << header.count
-                           << header.bytes;
-    std::uint8_t* entry = at + kUnitHeaderBytes;
+void write_batch(std::uint8_t* at, const BatchHeader& header, const VORN_SendDescriptor* descriptors) {
+    Writer(at, Kind::batch) << header.destination << header.source << header.target << header.count
+                            << header.bytes;
+    std::uint8_t* entry = at + kBatchHeaderBytes;
     std::uint8_t* message = entry + std::size_t{header.count} * kEntryBytes;
     for (std::uint32_t i = 0; i < header.count; ++i, entry += kEntryBytes) {
         const VORN_SendDescriptor& descriptor = descriptors[i];
@@ -83,32 +83,32 @@ void write_unit(std::uint8_t* at, const UnitHeader& header, const VORN_SendDescr
     }
 }
 
-std::optional<Unit> read_unit(Bytes bytes) {
-    if (bytes.size() < kUnitHeaderBytes || kind_of(bytes) != Kind::unit) return std::nullopt;
-    Unit unit;
-    UnitHeader& header = unit.header_;
+std::optional<Batch> read_batch(Bytes bytes) {
+    if (bytes.size() < kBatchHeaderBytes || kind_of(bytes) != Kind::batch) return std::nullopt;
+    Batch batch;
+    BatchHeader& header = batch.header_;
     Reader(bytes) >> header.destination >> header.source >> header.target >> header.count >> header.bytes;
-    if (header.bytes > bytes.size() || header.bytes < kUnitHeaderBytes || header.count == 0)
+    if (header.bytes > bytes.size() || header.bytes < kBatchHeaderBytes || header.count == 0)
         return std::nullopt;
-    std::uint64_t left = header.bytes - kUnitHeaderBytes;
+    std::uint64_t left = header.bytes - kBatchHeaderBytes;
     if (header.count > left / kEntryBytes) return std::nullopt;
     left -= std::uint64_t{header.count} * kEntryBytes;
-    const std::uint8_t* entry = bytes.data() + kUnitHeaderBytes;
+    const std::uint8_t* entry = bytes.data() + kBatchHeaderBytes;
     for (std::uint32_t i = 0; i < header.count; ++i, entry += kEntryBytes) {
         const auto length = get<std::uint32_t>(entry + 4);
         if (length > left) return std::nullopt;
         left -= length;
     }
     if (left != 0) return std::nullopt;
-    unit.start_ = bytes.data();
-    return unit;
+    batch.start_ = bytes.data();
+    return batch;
 }
 
 void write_packet(std::uint8_t* at, const Hello& packet) {
     Writer(at, Kind::hello) << packet.source << packet.destination << packet.incarnation;
 }
 void write_packet(std::uint8_t* at, const Welcome& packet) {
-    Writer(at, Kind::welcome) << packet.units << packet.unit_bytes << packet.session << packet.received
+    Writer(at, Kind::welcome) << packet.batches << packet.batch_bytes << packet.session << packet.received
                               << packet.handled;
 }
 void write_packet(std::uint8_t* at, const Data& packet) {
@@ -147,8 +147,9 @@ std::optional<Hello> read_hello(Bytes bytes) {
 std::optional<Welcome> read_welcome(Bytes bytes) {
     if (!is_packet(bytes, Kind::welcome, Welcome::kBytes)) return std::nullopt;
     Welcome packet = {};
-    Reader(bytes) >> packet.units >> packet.unit_bytes >> packet.session >> packet.received >> packet.handled;
-    if (packet.units == 0 || packet.handled > packet.received) return std::nullopt;
+    Reader(bytes) >> packet.batches >> packet.batch_bytes >> packet.session >> packet.received >>
+        packet.handled;
+    if (packet.batches == 0 || packet.handled > packet.received) return std::nullopt;
     return packet;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the bus puts around messages: the envelope of a unit, and the packets in which processes exchange
-// units.
+// What the bus puts around messages: the envelope of a batch, and the packets in which processes exchange
+// batches.
 //
 // All numbers are little-endian, nothing is padded; docs/bus.md shows every byte. Reading never looks beyond
 // what it is given, and accepts only what the writers here write.
@@ -38,10 +38,10 @@ inline constexpr std::uint32_t kPreambleBytes = 8;
 inline constexpr std::uint8_t kVersion = 1;
 
 enum class Kind : std::uint8_t {
-    unit = 1,
+    batch = 1,
     hello = 2,      // sender to receiver: here I am
     welcome = 3,    // receiver to sender: your session
-    data = 4,       // sender to receiver: units
+    data = 4,       // sender to receiver: batches
     ping = 5,       // sender to receiver: what have you got?
     ack = 6,        // receiver to sender: this
     reset = 7,      // receiver to sender: I do not know your session
@@ -49,7 +49,7 @@ enum class Kind : std::uint8_t {
     ask = 9,        // anyone to receiver: your counters?
     counters = 10,  // receiver to anyone: these
     watch = 11,     // watcher to receiver: copies of what you take, please
-    watching = 12,  // receiver to watcher: so many units until now
+    watching = 12,  // receiver to watcher: so many batches until now
     copy = 13       // receiver to watcher: a data packet follows that was taken
 };
 inline constexpr Kind kLastKind = Kind::copy;
@@ -59,17 +59,17 @@ void put_preamble(std::uint8_t* at, Kind kind);
 // The kind of bytes that begin like an envelope or packet of this version.
 std::optional<Kind> kind_of(Bytes bytes);
 
-// ---- a unit ---------------------------------------------------------------------------------------
+// ---- a batch ---------------------------------------------------------------------------------------
 
-inline constexpr std::uint32_t kUnitHeaderBytes = 32;
+inline constexpr std::uint32_t kBatchHeaderBytes = 32;
 inline constexpr std::uint32_t kEntryBytes = 8;
 
-struct UnitHeader {
+struct BatchHeader {
     std::uint32_t destination;
     std::uint32_t source;
     std::uint64_t target;
     std::uint32_t count;
-    std::uint32_t bytes;  // of the whole unit, this header included
+    std::uint32_t bytes;  // of the whole batch, this header included
 };
 
 struct Message {
@@ -77,15 +77,15 @@ struct Message {
     Bytes bytes;
 };
 
-// A unit that has been read; refers to the bytes that it was read from.
-class Unit {
+// A batch that has been read; refers to the bytes that it was read from.
+class Batch {
   public:
-    const UnitHeader& header() const { return header_; }
+    const BatchHeader& header() const { return header_; }
 
     // Calls use(Message) for each message, in order.
     template <class Use>
     void each_message(Use&& use) const {
-        const std::uint8_t* entry = start_ + kUnitHeaderBytes;
+        const std::uint8_t* entry = start_ + kBatchHeaderBytes;
         const std::uint8_t* message = entry + std::size_t{header_.count} * kEntryBytes;
         for (std::uint32_t i = 0; i < header_.count; ++i, entry += kEntryBytes) {
             const auto length = get<std::uint32_t>(entry + 4);
@@ -95,19 +95,19 @@ class Unit {
     }
 
   private:
-    friend std::optional<Unit> read_unit(Bytes bytes);
-    UnitHeader header_ = {};
+    friend std::optional<Batch> read_batch(Bytes bytes);
+    BatchHeader header_ = {};
     const std::uint8_t* start_ = nullptr;
 };
 
-// The size of a unit; none where it exceeds 32 bits.
-std::optional<std::uint32_t> unit_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count);
+// The size of a batch; none where it exceeds 32 bits.
+std::optional<std::uint32_t> batch_bytes(const VORN_SendDescriptor* descriptors, std::uint32_t count);
 
 // Writes header.bytes bytes.
-void write_unit(std::uint8_t* at, const UnitHeader& header, const VORN_SendDescriptor* descriptors);
+void write_batch(std::uint8_t* at, const BatchHeader& header, const VORN_SendDescriptor* descriptors);
 
-// Reads the unit at the beginning of `bytes`; others may follow it. None: the envelope is damaged.
-std::optional<Unit> read_unit(Bytes bytes);
+// Reads the batch at the beginning of `bytes`; others may follow it. None: the envelope is damaged.
+std::optional<Batch> read_batch(Bytes bytes);
 
 // ---- packets --------------------------------------------------------------------------------------
 
@@ -120,17 +120,17 @@ struct Hello {
 
 struct Welcome {
     static constexpr std::uint32_t kBytes = 40;
-    std::uint32_t units;       // that the sender may have on their way
-    std::uint32_t unit_bytes;  // of the largest unit that is taken
-    std::uint64_t session;     // names sender and receiver in one incarnation of both
-    std::uint64_t received;    // number of the last unit that has arrived, and all before it; 0: none yet
-    std::uint64_t handled;     // the same for units that have been handled
+    std::uint32_t batches;      // that the sender may have on their way
+    std::uint32_t batch_bytes;  // of the largest batch that is taken
+    std::uint64_t session;      // names sender and receiver in one incarnation of both
+    std::uint64_t received;     // number of the last batch that has arrived, and all before it; 0: none yet
+    std::uint64_t handled;      // the same for batches that have been handled
 };
 
 struct Data {
-    static constexpr std::uint32_t kBytes = 32;  // and the units
+    static constexpr std::uint32_t kBytes = 32;  // and the batches
     std::uint64_t session;
-    std::uint64_t first;  // number of the first unit; they are numbered from 1 within the session
+    std::uint64_t first;  // number of the first batch; they are numbered from 1 within the session
     std::uint32_t count;
     std::uint32_t reserved;  // 0
 };
@@ -138,7 +138,7 @@ struct Data {
 struct Ping {
     static constexpr std::uint32_t kBytes = 24;
     std::uint64_t session;
-    std::uint64_t sent;  // number of the last unit sent before this packet
+    std::uint64_t sent;  // number of the last batch sent before this packet
 };
 
 struct Ack {
@@ -147,7 +147,7 @@ struct Ack {
     std::uint64_t received;
     std::uint64_t handled;
     std::uint64_t
-        sent;  // of the ping that is answered; all-ones: the unit after `received` is missing; 0: neither
+        sent;  // of the ping that is answered; all-ones: the batch after `received` is missing; 0: neither
 };
 
 struct Reset {
@@ -158,7 +158,7 @@ struct Reset {
 struct Goodbye {
     static constexpr std::uint32_t kBytes = 32;
     std::uint64_t session;
-    std::uint64_t received;  // no unit behind it was taken, or ever will be
+    std::uint64_t received;  // no batch behind it was taken, or ever will be
     std::uint64_t handled;   // those between this one and `received` are lost
 };
 
@@ -166,7 +166,7 @@ struct Watch {
     static constexpr std::uint32_t kBytes = 40;
     std::uint64_t watcher;   // another number for each watcher and receiver
     std::uint64_t session;   // of the last answer; 0: none yet
-    std::uint64_t seen;      // number of the last unit that is known of, copied or lost
+    std::uint64_t seen;      // number of the last batch that is known of, copied or lost
     std::uint32_t window;    // bytes of copies that may be on their way; 0: no more copies
     std::uint32_t reserved;  // 0
 };
@@ -175,18 +175,18 @@ struct Watching {
     static constexpr std::uint32_t kBytes = 32;
     std::uint64_t watcher;
     std::uint64_t session;  // begins with the first watch
-    std::uint64_t taken;    // units since then, copied or not
+    std::uint64_t taken;    // batches since then, copied or not
 };
 
 struct Copy {
     static constexpr std::uint32_t kBytes = 40;  // and the data packet as a second part
     std::uint64_t watcher;
     std::uint64_t session;
-    std::uint64_t first;  // number of the first unit, from 1 within the session
+    std::uint64_t first;  // number of the first batch, from 1 within the session
     std::uint64_t time;   // nanoseconds since 1970 by the receiver's clock
 };
 
-inline constexpr std::uint64_t kUnitIsMissing = UINT64_MAX;
+inline constexpr std::uint64_t kBatchIsMissing = UINT64_MAX;
 
 // Each writes kBytes, preamble included.
 void write_packet(std::uint8_t* at, const Hello& packet);

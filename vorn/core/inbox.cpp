@@ -13,33 +13,33 @@ Inbox::~Inbox() {
     if (descriptor_ >= 0) ::close(descriptor_);
 }
 
-bool Inbox::put(std::unique_ptr<Parcel> parcel) {
+bool Inbox::put(std::unique_ptr<Delivery> delivery) {
     bool was_empty = false;
     {
         const std::lock_guard locked(lock_);
         if (closed_) return false;
-        was_empty = parcels_.empty();
-        count_alone(come_, parcel->units);
-        parcels_.push_back(std::move(parcel));
+        was_empty = deliveries_.empty();
+        count_alone(come_, delivery->batches);
+        deliveries_.push_back(std::move(delivery));
         tell_descriptor();
     }
     if (was_empty) changed_.notify_one();
     return true;
 }
 
-Parcel* Inbox::front(Deadline deadline) {
+Delivery* Inbox::front(Deadline deadline) {
     std::unique_lock locked(lock_);
-    const auto ready = [this] { return !parcels_.empty() || interrupted_ || closed_; };
+    const auto ready = [this] { return !deliveries_.empty() || interrupted_ || closed_; };
     if (!ready()) changed_.wait_until(locked, deadline, ready);
-    return parcels_.empty() || interrupted_ ? nullptr : parcels_.front().get();
+    return deliveries_.empty() || interrupted_ ? nullptr : deliveries_.front().get();
 }
 
 void Inbox::pop_front() {
-    std::unique_ptr<Parcel> done;  // destroyed outside of the lock
+    std::unique_ptr<Delivery> done;  // destroyed outside of the lock
     const std::lock_guard locked(lock_);
-    if (parcels_.empty()) return;
-    done = std::move(parcels_.front());
-    parcels_.pop_front();
+    if (deliveries_.empty()) return;
+    done = std::move(deliveries_.front());
+    deliveries_.pop_front();
     tell_descriptor();
 }
 
@@ -52,11 +52,11 @@ void Inbox::interrupt(bool on) {
 }
 
 void Inbox::close() {
-    std::deque<std::unique_ptr<Parcel>> left;
+    std::deque<std::unique_ptr<Delivery>> left;
     {
         const std::lock_guard locked(lock_);
         closed_ = true;
-        left.swap(parcels_);
+        left.swap(deliveries_);
         gone_.store(come_.load(std::memory_order_relaxed), std::memory_order_relaxed);
         tell_descriptor();
     }
@@ -73,7 +73,7 @@ int Inbox::descriptor() {
 }
 
 void Inbox::tell_descriptor() {
-    if (descriptor_ < 0 || readable_ == !parcels_.empty()) return;
+    if (descriptor_ < 0 || readable_ == !deliveries_.empty()) return;
     readable_ = !readable_;
     eventfd_t value = 1;
     static_cast<void>(readable_ ? eventfd_write(descriptor_, value) : eventfd_read(descriptor_, &value));

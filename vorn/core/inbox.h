@@ -15,28 +15,28 @@
 
 namespace vorn {
 
-// Units that arrived together, one behind the other. Destroyed unfinished, they are lost to their sender.
-class Parcel {
+// Batches that arrived together, one behind the other. Destroyed unfinished, they are lost to their sender.
+class Delivery {
   public:
-    Parcel() = default;
-    virtual ~Parcel() = default;
-    Parcel(const Parcel&) = delete;
-    Parcel& operator=(const Parcel&) = delete;
+    Delivery() = default;
+    virtual ~Delivery() = default;
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
 
-    // Called in the polling thread: around each unit; where polling ends before the last; and after the last,
-    // or where the rest cannot be read.
-    virtual void unit_begins() {}
-    virtual void unit_handled() {}
+    // Called in the polling thread: around each batch; where polling ends before the last; and after the
+    // last, or where the rest cannot be read.
+    virtual void batch_begins() {}
+    virtual void batch_handled() {}
     virtual void left_for_later() {}
     virtual void finished() = 0;
 
-    Bytes bytes;              // begins with the unit that is next
-    std::uint32_t units = 0;  // those in `bytes`
-    bool repeated = false;    // the first of them may have been handled before
+    Bytes bytes;                // begins with the batch that is next
+    std::uint32_t batches = 0;  // those in `bytes`
+    bool repeated = false;      // the first of them may have been handled before
 };
 
-// Any number of threads put parcels in; one at a time takes them out. Room is the transports' concern: each
-// lets senders have so many units on their way.
+// Any number of threads put deliveries in; one at a time takes them out. Room is the transports' concern:
+// each lets senders have so many batches on their way.
 class Inbox {
   public:
     Inbox() = default;
@@ -44,16 +44,16 @@ class Inbox {
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
-    // False: closed, and nobody will handle the parcel.
-    bool put(std::unique_ptr<Parcel> parcel);
+    // False: closed, and nobody will handle the delivery.
+    bool put(std::unique_ptr<Delivery> delivery);
 
-    // The parcel that is next, which stays; null when the time is over, or interrupted.
-    Parcel* front(Deadline deadline);
+    // The delivery that is next, which stays; null when the time is over, or interrupted.
+    Delivery* front(Deadline deadline);
     void pop_front();
 
-    // Units that are there. The thread that takes parcels out says what it has handled of them.
-    void units_left(std::uint32_t units) { count_alone(gone_, units); }
-    std::uint64_t units() const {
+    // Batches that are there. The thread that takes deliveries out says what it has handled of them.
+    void batches_left(std::uint32_t batches) { count_alone(gone_, batches); }
+    std::uint64_t batches() const {
         const std::uint64_t gone = gone_.load(std::memory_order_relaxed);  // first: it never overtakes
         return come_.load(std::memory_order_relaxed) - gone;
     }
@@ -64,7 +64,7 @@ class Inbox {
     // Refuses what comes, and destroys what is there.
     void close();
 
-    // Readable while there is a parcel. Negative: the system refused.
+    // Readable while there is a delivery. Negative: the system refused.
     int descriptor();
 
   private:
@@ -72,7 +72,7 @@ class Inbox {
 
     std::mutex lock_;
     std::condition_variable changed_;
-    std::deque<std::unique_ptr<Parcel>> parcels_;
+    std::deque<std::unique_ptr<Delivery>> deliveries_;
     std::atomic<std::uint64_t> come_ = 0;
     std::atomic<std::uint64_t> gone_ = 0;
     bool interrupted_ = false;

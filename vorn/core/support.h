@@ -36,9 +36,9 @@ inline Deadline within_milliseconds(std::int32_t milliseconds) {
 
 // How long a send may wait. The clock is read when it begins to: most sends never do, and cost little more
 // than that reading.
-class Patience {
+class SendTimeout {
   public:
-    explicit Patience(std::int32_t milliseconds) : milliseconds_(milliseconds) {}
+    explicit SendTimeout(std::int32_t milliseconds) : milliseconds_(milliseconds) {}
     Deadline end() {
         if (!end_) end_ = within_milliseconds(milliseconds_);
         return *end_;
@@ -104,17 +104,17 @@ class Log {
 
 // The numbers of vorn_bus_counters that are counted; the depths of queues are asked of the queues.
 struct Counters {
-    std::atomic<std::uint64_t> sent_units = 0;
+    std::atomic<std::uint64_t> sent_batches = 0;
     std::atomic<std::uint64_t> sent_messages = 0;
-    std::atomic<std::uint64_t> refused_units = 0;
-    std::atomic<std::uint64_t> lost_units = 0;
-    std::atomic<std::uint64_t> received_units = 0;
+    std::atomic<std::uint64_t> refused_batches = 0;
+    std::atomic<std::uint64_t> lost_batches = 0;
+    std::atomic<std::uint64_t> received_batches = 0;
     std::atomic<std::uint64_t> received_messages = 0;
     std::atomic<std::uint64_t> unknown_messages = 0;
     std::atomic<std::uint64_t> ignored_messages = 0;
     std::atomic<std::uint64_t> damaged = 0;
-    std::atomic<std::uint64_t> redelivered_units = 0;
-    std::atomic<std::uint64_t> missed_units = 0;
+    std::atomic<std::uint64_t> redelivered_batches = 0;
+    std::atomic<std::uint64_t> missed_batches = 0;
 };
 
 inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What carries units to addresses: one implementation for each kind of URL.
+// What carries batches to addresses: one implementation for each kind of URL.
 #ifndef VORN_TRANSPORT_H
 #define VORN_TRANSPORT_H
 
@@ -16,9 +16,9 @@ namespace vorn {
 // What a transport is given by the bus that owns it.
 struct Endpoint {
     std::uint32_t address;
-    std::uint32_t queue_units;
+    std::uint32_t queue_batches;
     std::uint32_t queue_bytes;
-    std::uint32_t unit_bytes;
+    std::uint32_t batch_bytes;
     Inbox& inbox;
     Counters& counters;
     Log& log;
@@ -27,9 +27,9 @@ struct Endpoint {
     const void* bus;
 };
 
-// A send: all of the unit or nothing.
+// A send: all of the batch or nothing.
 struct Outgoing {
-    UnitHeader header;
+    BatchHeader header;
     const VORN_SendDescriptor* descriptors;
 };
 
@@ -40,18 +40,18 @@ class Transport {
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
-    // Takes the address; units may arrive from here on.
+    // Takes the address; batches may arrive from here on.
     virtual Result open() = 0;
 
-    // Lets no more units arrive. Those that are in the inbox by then can still be handled.
+    // Lets no more batches arrive. Those that are in the inbox by then can still be handled.
     virtual void stop_receiving() = 0;
 
-    virtual Result send(const Outgoing& unit, Patience& patience) = 0;
+    virtual Result send(const Outgoing& batch, SendTimeout& timeout) = 0;
 
     // Waits until nothing is on its way. False: something is still.
     virtual bool drain(Deadline deadline) = 0;
 
-    virtual std::uint64_t units_on_their_way() = 0;
+    virtual std::uint64_t batches_on_their_way() = 0;
 
     // Where the address is, for people.
     virtual std::string place() const = 0;

@@ -29,7 +29,7 @@ void CopyQueue::put(std::unique_ptr<Copies> copies) {
     {
         const std::lock_guard locked(lock_);
         if (bytes_ != 0 && bytes_ + bytes > most_bytes_) {
-            count(counters_.lost_units, copies->units);
+            count(counters_.lost_batches, copies->batches);
             return;
         }
         was_empty = copies_.empty();
@@ -74,24 +74,24 @@ BusWatch::BusWatch(const vorn_bus_watch_options& options)
     : log_(options.log, options.log_context, "vorn watch: "),
       queue_(options.queue_bytes == 0 ? kUsualQueueBytes : options.queue_bytes, counters_) {}
 
-Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_units, vorn_bus_watch_handler handler,
+Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_batches, vorn_bus_watch_handler handler,
                       void* context, std::uint32_t& handled) {
     handled = 0;
     Deadline deadline = in_milliseconds(timeout_ms);
-    while (max_units == 0 || handled < max_units) {
+    while (max_batches == 0 || handled < max_batches) {
         if (begun_ == nullptr) begun_ = queue_.take(deadline);
         if (begun_ == nullptr) break;
         deadline = Deadline();  // only the first is waited for
         Copies& copies = *begun_;
-        const auto unit = copies.units == 0 ? std::nullopt : read_unit(copies.bytes);
-        if (!unit) {
+        const auto batch = copies.batches == 0 ? std::nullopt : read_batch(copies.bytes);
+        if (!batch) {
             count(counters_.damaged);
             begun_.reset();
             continue;
         }
-        const UnitHeader& header = unit->header();
+        const BatchHeader& header = batch->header();
         std::uint32_t position = 0;
-        unit->each_message([&](const Message& message) {
+        batch->each_message([&](const Message& message) {
             const vorn_bus_watched seen = {
                 copies.time,         header.target,
                 message.id,          header.source,
@@ -100,10 +100,10 @@ Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_units, vorn_bus
                 message.bytes.data()};
             handler(&seen, context);
         });
-        count(counters_.units);
+        count(counters_.batches);
         count(counters_.messages, header.count);
         ++handled;
-        --copies.units;
+        --copies.batches;
         copies.bytes = copies.bytes.subspan(header.bytes);
         if (copies.bytes.empty()) begun_.reset();
     }
@@ -114,9 +114,9 @@ void BusWatch::read_counters(vorn_bus_watch_counters& counters) const {
     const auto now = [](const std::atomic<std::uint64_t>& counter) {
         return counter.load(std::memory_order_relaxed);
     };
-    counters.units = now(counters_.units);
+    counters.batches = now(counters_.batches);
     counters.messages = now(counters_.messages);
-    counters.lost_units = now(counters_.lost_units);
+    counters.lost_batches = now(counters_.lost_batches);
     counters.damaged = now(counters_.damaged);
     counters.receivers = watcher_->receivers();
     counters.interruptions = now(counters_.interruptions);

@@ -17,7 +17,7 @@
 
 namespace vorn {
 
-// Units that were taken together, one behind the other.
+// Batches that were taken together, one behind the other.
 class Copies {
   public:
     Copies() = default;
@@ -26,7 +26,7 @@ class Copies {
     Copies& operator=(const Copies&) = delete;
 
     Bytes bytes;
-    std::uint32_t units = 0;
+    std::uint32_t batches = 0;
     std::uint64_t time = 0;  // nanoseconds since 1970
 };
 
@@ -34,9 +34,9 @@ std::uint64_t nanoseconds_now();
 
 // The counters of vorn_bus_watch_counters.
 struct WatchCounters {
-    std::atomic<std::uint64_t> units = 0;
+    std::atomic<std::uint64_t> batches = 0;
     std::atomic<std::uint64_t> messages = 0;
-    std::atomic<std::uint64_t> lost_units = 0;
+    std::atomic<std::uint64_t> lost_batches = 0;
     std::atomic<std::uint64_t> damaged = 0;
     std::atomic<std::uint64_t> interruptions = 0;
 };
@@ -90,7 +90,7 @@ class BusWatch {
   public:
     static Result open(const vorn_bus_watch_options& options, std::unique_ptr<BusWatch>& watch);
 
-    Result poll(std::int32_t timeout_ms, std::uint32_t max_units, vorn_bus_watch_handler handler,
+    Result poll(std::int32_t timeout_ms, std::uint32_t max_batches, vorn_bus_watch_handler handler,
                 void* context, std::uint32_t& handled);
     void read_counters(vorn_bus_watch_counters& counters) const;
 
@@ -100,7 +100,7 @@ class BusWatch {
     Log log_;
     WatchCounters counters_;
     CopyQueue queue_;
-    std::unique_ptr<Copies> begun_;     // whose units are not all handled
+    std::unique_ptr<Copies> begun_;     // whose batches are not all handled
     std::unique_ptr<Watcher> watcher_;  // ends before what it fills
 };
 

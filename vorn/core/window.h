@@ -15,17 +15,17 @@ namespace vorn {
 // Shared by sender and receiver; outlives both.
 class Window {
   public:
-    Window(std::uint32_t units, std::uint32_t bytes, Counters& counters)
-        : most_units_(units), most_bytes_(bytes), counters_(&counters) {}
+    Window(std::uint32_t batches, std::uint32_t bytes, Counters& counters)
+        : most_batches_(batches), most_bytes_(bytes), counters_(&counters) {}
 
     // Waits for room. False: there was none in time.
-    bool take(std::uint32_t bytes, std::uint32_t peer_units, Patience& patience) {
+    bool take(std::uint32_t bytes, std::uint32_t peer_batches, SendTimeout& timeout) {
         std::unique_lock locked(lock_);
-        const auto fits = [this, bytes, most_units = std::min(most_units_, peer_units)] {
-            return units_ == 0 || (units_ < most_units && bytes_ + bytes <= most_bytes_);
+        const auto fits = [this, bytes, most_batches = std::min(most_batches_, peer_batches)] {
+            return batches_ == 0 || (batches_ < most_batches && bytes_ + bytes <= most_bytes_);
         };
-        if (!fits() && !changed_.wait_until(locked, patience.end(), fits)) return false;
-        ++units_;
+        if (!fits() && !changed_.wait_until(locked, timeout.end(), fits)) return false;
+        ++batches_;
         bytes_ += bytes;
         return true;
     }
@@ -33,21 +33,21 @@ class Window {
     void give_back(std::uint32_t bytes, bool lost) {
         {
             const std::lock_guard locked(lock_);
-            --units_;
+            --batches_;
             bytes_ -= bytes;
-            if (lost && counters_ != nullptr) count(counters_->lost_units);
+            if (lost && counters_ != nullptr) count(counters_->lost_batches);
         }
         changed_.notify_all();
     }
 
     bool wait_until_empty(Deadline deadline) {
         std::unique_lock locked(lock_);
-        return changed_.wait_until(locked, deadline, [this] { return units_ == 0; });
+        return changed_.wait_until(locked, deadline, [this] { return batches_ == 0; });
     }
 
-    std::uint32_t units() {
+    std::uint32_t batches() {
         const std::lock_guard locked(lock_);
-        return units_;
+        return batches_;
     }
 
     // The sender has gone, and its counters with it.
@@ -59,9 +59,9 @@ class Window {
   private:
     std::mutex lock_;
     std::condition_variable changed_;
-    std::uint32_t most_units_;
+    std::uint32_t most_batches_;
     std::uint64_t most_bytes_;
-    std::uint32_t units_ = 0;
+    std::uint32_t batches_ = 0;
     std::uint64_t bytes_ = 0;
     Counters* counters_;
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// loop:NAME carries units between the buses of one process, without a thread. NAME, which may be empty, keeps
-// loops apart.
+// loop:NAME carries batches between the buses of one process, without a thread. NAME, which may be empty,
+// keeps loops apart.
 #include <algorithm>
 #include <condition_variable>
 #include <map>
@@ -32,15 +32,15 @@ struct Hub {
     }
 };
 
-class LoopParcel final : public Parcel {
+class LoopDelivery final : public Delivery {
   public:
-    LoopParcel(const Outgoing& unit, std::shared_ptr<Window> window)
-        : storage_(unit.header.bytes), window_(std::move(window)) {
-        write_unit(storage_.data(), unit.header, unit.descriptors);
+    LoopDelivery(const Outgoing& batch, std::shared_ptr<Window> window)
+        : storage_(batch.header.bytes), window_(std::move(window)) {
+        write_batch(storage_.data(), batch.header, batch.descriptors);
         bytes = storage_;
-        units = 1;
+        batches = 1;
     }
-    ~LoopParcel() override { window_->give_back(static_cast<std::uint32_t>(storage_.size()), !finished_); }
+    ~LoopDelivery() override { window_->give_back(static_cast<std::uint32_t>(storage_.size()), !finished_); }
     void finished() override { finished_ = true; }
 
   private:
@@ -51,9 +51,9 @@ class LoopParcel final : public Parcel {
 
 class LoopCopies final : public Copies {
   public:
-    explicit LoopCopies(Bytes unit) : storage_(unit.begin(), unit.end()) {
+    explicit LoopCopies(Bytes batch) : storage_(batch.begin(), batch.end()) {
         bytes = storage_;
-        units = 1;
+        batches = 1;
         time = nanoseconds_now();
     }
 
@@ -86,12 +86,12 @@ class LoopWatcher final : public Watcher {
     }
 
     // Under the hub's lock. What has no room is not even copied.
-    void see(const std::string& name, std::uint32_t destination, Bytes unit) const {
+    void see(const std::string& name, std::uint32_t destination, Bytes batch) const {
         if (name != name_ || !watches(destination)) return;
-        if (own_.queue.has_room_for(unit.size())) {
-            own_.queue.put(std::make_unique<LoopCopies>(unit));
+        if (own_.queue.has_room_for(batch.size())) {
+            own_.queue.put(std::make_unique<LoopCopies>(batch));
         } else {
-            count(own_.counters.lost_units);
+            count(own_.counters.lost_batches);
         }
     }
 
@@ -128,26 +128,27 @@ class LoopTransport final : public Transport {
         if (found != hub.open.end() && found->second == this) hub.open.erase(found);
     }
 
-    Result send(const Outgoing& unit, Patience& patience) override {
-        const std::uint32_t destination = unit.header.destination;
-        const auto peer_units = wait_for_peer(destination, patience);
-        if (!peer_units) return VORN_BUS_NO_PEER;
+    Result send(const Outgoing& batch, SendTimeout& timeout) override {
+        const std::uint32_t destination = batch.header.destination;
+        const auto peer_batches = wait_for_peer(destination, timeout);
+        if (!peer_batches) return VORN_BUS_NO_PEER;
         std::shared_ptr<Window> window = window_to(destination);
-        if (!window->take(unit.header.bytes, *peer_units, patience)) return VORN_BUS_FULL;
-        auto parcel = std::make_unique<LoopParcel>(unit, window);
+        if (!window->take(batch.header.bytes, *peer_batches, timeout)) return VORN_BUS_FULL;
+        auto delivery = std::make_unique<LoopDelivery>(batch, window);
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto peer = hub.open.find({name_, destination});
         if (peer == hub.open.end()) {
-            parcel->finished();  // not lost: refused
+            delivery->finished();  // not lost: refused
             return VORN_BUS_NO_PEER;
         }
-        if (unit.header.bytes > peer->second->endpoint_.unit_bytes) {
-            parcel->finished();
+        if (batch.header.bytes > peer->second->endpoint_.batch_bytes) {
+            delivery->finished();
             return VORN_BUS_TOO_LARGE;
         }
-        for (const LoopWatcher* const watcher : hub.watchers) watcher->see(name_, destination, parcel->bytes);
-        peer->second->endpoint_.inbox.put(std::move(parcel));  // under the lock, so that the peer stays
+        for (const LoopWatcher* const watcher : hub.watchers)
+            watcher->see(name_, destination, delivery->bytes);
+        peer->second->endpoint_.inbox.put(std::move(delivery));  // under the lock, so that the peer stays
         return VORN_BUS_OK;
     }
 
@@ -157,10 +158,10 @@ class LoopTransport final : public Transport {
                            [deadline](const auto& window) { return window->wait_until_empty(deadline); });
     }
 
-    std::uint64_t units_on_their_way() override {
-        std::uint64_t units = 0;
-        for (const auto& window : windows()) units += window->units();
-        return units;
+    std::uint64_t batches_on_their_way() override {
+        std::uint64_t batches = 0;
+        for (const auto& window : windows()) batches += window->batches();
+        return batches;
     }
 
     std::string place() const override { return "loop:" + name_ + ", within this process"; }
@@ -169,12 +170,12 @@ class LoopTransport final : public Transport {
 
   private:
     // What its queue takes; none: nobody came.
-    std::optional<std::uint32_t> wait_for_peer(std::uint32_t destination, Patience& patience) const {
+    std::optional<std::uint32_t> wait_for_peer(std::uint32_t destination, SendTimeout& timeout) const {
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto there = [&] { return hub.open.contains({name_, destination}); };
-        if (!there() && !hub.opened.wait_until(locked, patience.end(), there)) return std::nullopt;
-        return hub.open.at({name_, destination})->endpoint_.queue_units;
+        if (!there() && !hub.opened.wait_until(locked, timeout.end(), there)) return std::nullopt;
+        return hub.open.at({name_, destination})->endpoint_.queue_batches;
     }
 
     std::shared_ptr<Window> window_to(std::uint32_t destination) {
@@ -182,7 +183,7 @@ class LoopTransport final : public Transport {
         auto& window = windows_[destination];
         if (window == nullptr) {
             window =
-                std::make_shared<Window>(endpoint_.queue_units, endpoint_.queue_bytes, endpoint_.counters);
+                std::make_shared<Window>(endpoint_.queue_batches, endpoint_.queue_bytes, endpoint_.counters);
         }
         return window;
     }

@@ -107,8 +107,8 @@ std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls) {
 }
 
 std::string limits_text(const Limits& limits) {
-    return "VORN 1: units=" + std::to_string(limits.units) + " bytes=" + std::to_string(limits.bytes) +
-           " unit_bytes=" + std::to_string(limits.unit_bytes);
+    return "VORN 1: batches=" + std::to_string(limits.batches) + " bytes=" + std::to_string(limits.bytes) +
+           " batch_bytes=" + std::to_string(limits.batch_bytes);
 }
 
 std::optional<Limits> read_limits(const char* text) {
@@ -124,8 +124,8 @@ std::optional<Limits> read_limits(const char* text) {
     };
     Limits limits = {};
     // Written by a receiver of this version; of a later one, more may follow.
-    if (!take("VORN 1: units=", limits.units) || !take(" bytes=", limits.bytes) ||
-        !take(" unit_bytes=", limits.unit_bytes)) {
+    if (!take("VORN 1: batches=", limits.batches) || !take(" bytes=", limits.bytes) ||
+        !take(" batch_bytes=", limits.batch_bytes)) {
         return std::nullopt;
     }
     return limits;

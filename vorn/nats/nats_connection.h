@@ -42,8 +42,10 @@ struct NatsUrl {
     std::string state;            // folder of the journals; empty: the usual one
 
     std::string stream(std::uint32_t address) const { return prefix + "-" + std::to_string(address); }
-    std::string units(std::uint32_t address) const { return prefix + ".units." + std::to_string(address); }
-    std::string all_units() const { return prefix + ".units.*"; }
+    std::string batches(std::uint32_t address) const {
+        return prefix + ".batches." + std::to_string(address);
+    }
+    std::string all_batches() const { return prefix + ".batches.*"; }
     std::string deliveries(std::uint32_t address) const {
         return prefix + ".deliveries." + std::to_string(address);
     }
@@ -52,9 +54,9 @@ struct NatsUrl {
 
 // What the receiver of an address takes. It stands in the stream's description, where senders read it.
 struct Limits {
-    std::uint32_t units;  // in the queue
+    std::uint32_t batches;  // in the queue
     std::uint32_t bytes;
-    std::uint32_t unit_bytes;
+    std::uint32_t batch_bytes;
 };
 std::string limits_text(const Limits& limits);
 std::optional<Limits> read_limits(const char* text);

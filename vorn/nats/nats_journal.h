@@ -11,8 +11,8 @@
 
 namespace vorn {
 
-// Units are handled one at a time, in the stream's order. So two numbers say how far the stream is handled,
-// and one for each session of a sender what is known of it: it may have stored its last unit twice.
+// Batches are handled one at a time, in the stream's order. So two numbers say how far the stream is handled,
+// and one for each session of a sender what is known of it: it may have stored its last batch twice.
 class Journal {
   public:
     // Beyond so many, those that were silent longest are forgotten.
@@ -29,14 +29,14 @@ class Journal {
     // Says which stream it is about; another one, or the same made anew, begins at 0.
     void begin(std::int64_t stream_created);
 
-    std::uint64_t finished() const;  // number of the last unit whose handler has returned
+    std::uint64_t finished() const;  // number of the last batch whose handler has returned
     std::uint64_t started() const;   // and of the last one whose handler was called
     void start(std::uint64_t number);
     void finish(std::uint64_t number);
 
     struct Session {
         std::uint64_t name;    // 0: none
-        std::uint64_t last;    // the session's number of the last unit that was handled
+        std::uint64_t last;    // the session's number of the last batch that was handled
         std::uint64_t number;  // the stream's number of it
     };
     std::vector<Session> sessions() const;

@@ -26,10 +26,10 @@ std::int64_t wait_of_attempt(Deadline end) {
 NatsSender::NatsSender(const NatsUrl& url, const Endpoint& own, natsConnection* connection, jsCtx* jetstream)
     : url_(url), own_(own), connection_(connection), jetstream_(jetstream) {}
 
-Result NatsSender::send(const Outgoing& unit, Patience& patience) {
-    const std::uint32_t destination = unit.header.destination;
+Result NatsSender::send(const Outgoing& batch, SendTimeout& timeout) {
+    const std::uint32_t destination = batch.header.destination;
     Queue& queue = queue_to(destination);
-    if (const Result result = take_room(queue, unit.header, patience); result != VORN_BUS_OK) return result;
+    if (const Result result = take_room(queue, batch.header, timeout); result != VORN_BUS_OK) return result;
 
     Session session;
     {
@@ -41,15 +41,15 @@ Result NatsSender::send(const Outgoing& unit, Patience& patience) {
             queue.idle.pop_back();
         }
     }
-    std::vector<std::uint8_t> packet(Data::kBytes + std::size_t{unit.header.bytes});
+    std::vector<std::uint8_t> packet(Data::kBytes + std::size_t{batch.header.bytes});
     write_packet(packet.data(), Data{session.name, ++session.sent, 1, 0});
-    write_unit(packet.data() + Data::kBytes, unit.header, unit.descriptors);
-    const Result result = publish(url_.units(destination), packet, patience.end());
+    write_batch(packet.data() + Data::kBytes, batch.header, batch.descriptors);
+    const Result result = publish(url_.batches(destination), packet, timeout.end());
     {
         const std::lock_guard locked(queue.lock);
         queue.idle.push_back(session);
     }
-    if (result == VORN_BUS_UNSURE) count(own_.counters.lost_units);
+    if (result == VORN_BUS_OUTCOME_UNKNOWN) count(own_.counters.lost_batches);
     return result;
 }
 
@@ -62,35 +62,35 @@ NatsSender::Queue& NatsSender::queue_to(std::uint32_t destination) {
 
 // The stream could refuse what is too much by itself. But each of its servers would count for itself, at its
 // own time, and what one of them stores and another refuses makes them different for ever.
-Result NatsSender::take_room(Queue& queue, const UnitHeader& unit, Patience& patience) {
+Result NatsSender::take_room(Queue& queue, const BatchHeader& batch, SendTimeout& timeout) {
     std::unique_lock locked(queue.lock);
-    while (queue.units == 0 || queue.bytes < unit.bytes) {
+    while (queue.batches == 0 || queue.bytes < batch.bytes) {
         if (queue.looked_at) {
-            queue.changed.wait_until(locked, patience.end());
-            if (queue.looked_at && Clock::now() >= patience.end()) return VORN_BUS_FULL;
+            queue.changed.wait_until(locked, timeout.end());
+            if (queue.looked_at && Clock::now() >= timeout.end()) return VORN_BUS_FULL;
             continue;
         }
         queue.looked_at = true;
         locked.unlock();
         Result result = VORN_BUS_NO_MEMORY;
         try {
-            result = look_for_room(queue, unit, patience.end());
+            result = look_for_room(queue, batch, timeout.end());
         } catch (const std::bad_alloc&) {  // the next one shall look again
         }
         locked.lock();
         queue.looked_at = false;
         queue.changed.notify_all();
         if (result == VORN_BUS_OK) continue;
-        if (result == VORN_BUS_TOO_LARGE || result == VORN_BUS_NO_MEMORY || Clock::now() >= patience.end())
+        if (result == VORN_BUS_TOO_LARGE || result == VORN_BUS_NO_MEMORY || Clock::now() >= timeout.end())
             return result;
-        queue.changed.wait_until(locked, std::min(patience.end(), Clock::now() + kBetweenAttempts));
+        queue.changed.wait_until(locked, std::min(timeout.end(), Clock::now() + kBetweenAttempts));
     }
-    --queue.units;
-    queue.bytes -= unit.bytes;
+    --queue.batches;
+    queue.bytes -= batch.bytes;
     return VORN_BUS_OK;
 }
 
-Result NatsSender::look_for_room(Queue& queue, const UnitHeader& unit, Deadline end) {
+Result NatsSender::look_for_room(Queue& queue, const BatchHeader& batch, Deadline end) {
     if (!is_connected(connection_)) return VORN_BUS_NO_PEER;
     jsOptions options = {};
     jsOptions_Init(&options);
@@ -98,27 +98,27 @@ Result NatsSender::look_for_room(Queue& queue, const UnitHeader& unit, Deadline 
     jsStreamInfo* made = nullptr;
     jsErrCode code = {};
     const natsStatus status =
-        js_GetStreamInfo(&made, jetstream_, url_.stream(unit.destination).c_str(), &options, &code);
+        js_GetStreamInfo(&made, jetstream_, url_.stream(batch.destination).c_str(), &options, &code);
     const StreamInfo info(made);
     if (status != NATS_OK) return VORN_BUS_NO_PEER;
     const auto limits = read_limits(info->Config->Description);
     if (!limits) {
-        own_.log.line_about_outside("stream " + url_.stream(unit.destination) + " is none of this bus");
+        own_.log.line_about_outside("stream " + url_.stream(batch.destination) + " is none of this bus");
         return VORN_BUS_NO_PEER;
     }
-    if (unit.bytes > limits->unit_bytes) return VORN_BUS_TOO_LARGE;
-    const std::uint64_t most_units = std::min(limits->units, own_.queue_units);
+    if (batch.bytes > limits->batch_bytes) return VORN_BUS_TOO_LARGE;
+    const std::uint64_t most_batches = std::min(limits->batches, own_.queue_batches);
     const std::uint64_t most_bytes = std::min(limits->bytes, own_.queue_bytes);
     const bool empty = info->State.Msgs == 0;
-    if (!empty && (info->State.Msgs >= most_units || info->State.Bytes + unit.bytes > most_bytes)) {
+    if (!empty && (info->State.Msgs >= most_batches || info->State.Bytes + batch.bytes > most_bytes)) {
         return VORN_BUS_FULL;
     }
     // Other senders look as well: none takes all that is left.
     const std::lock_guard locked(queue.lock);
-    queue.units = empty ? most_units : most_units - info->State.Msgs;
+    queue.batches = empty ? most_batches : most_batches - info->State.Msgs;
     queue.bytes = empty ? most_bytes : most_bytes - info->State.Bytes;
-    queue.units = std::max<std::uint64_t>(queue.units / 4, 1);
-    queue.bytes = std::max<std::uint64_t>(queue.bytes / 4, unit.bytes);
+    queue.batches = std::max<std::uint64_t>(queue.batches / 4, 1);
+    queue.bytes = std::max<std::uint64_t>(queue.bytes / 4, batch.bytes);
     return VORN_BUS_OK;
 }
 
@@ -128,9 +128,9 @@ Result NatsSender::publish(const std::string& subject, const std::vector<std::ui
     for (;;) {
         const Result result = attempt(subject, packet, end);
         if (result == VORN_BUS_OK || result == VORN_BUS_TOO_LARGE) return result;
-        unsure |= result == VORN_BUS_UNSURE;
+        unsure |= result == VORN_BUS_OUTCOME_UNKNOWN;
         const auto now = Clock::now();
-        if (now >= end) return unsure ? VORN_BUS_UNSURE : result;
+        if (now >= end) return unsure ? VORN_BUS_OUTCOME_UNKNOWN : result;
         std::this_thread::sleep_for(std::min<Clock::duration>(kBetweenAttempts, end - now));
     }
 }
@@ -149,7 +149,7 @@ Result NatsSender::attempt(const std::string& subject, const std::vector<std::ui
     if (status == NATS_NO_RESPONDERS) return VORN_BUS_NO_PEER;  // no stream, or no leader of it now
     if (status == NATS_MAX_PAYLOAD || code == JSStreamMessageExceedsMaximumErr) return VORN_BUS_TOO_LARGE;
     if (code == JSStreamStoreFailedErr || code == JSInsufficientResourcesErr) return VORN_BUS_FULL;
-    return VORN_BUS_UNSURE;
+    return VORN_BUS_OUTCOME_UNKNOWN;
 }
 
 }  // namespace vorn

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sending end on NATS: publishes units until the stream has stored them, and no more than there is room
+// The sending end on NATS: publishes batches until the stream has stored them, and no more than there is room
 // for.
 #ifndef VORN_NATS_SENDER_H
 #define VORN_NATS_SENDER_H
@@ -22,14 +22,14 @@ class NatsSender {
     // Refers to what it is given.
     NatsSender(const NatsUrl& url, const Endpoint& own, natsConnection* connection, jsCtx* jetstream);
 
-    Result send(const Outgoing& unit, Patience& patience);  // any thread
+    Result send(const Outgoing& batch, SendTimeout& timeout);  // any thread
 
   private:
-    // Units of one session are stored one after the other, so that the receiver can tell what it knows by
+    // Batches of one session are stored one after the other, so that the receiver can tell what it knows by
     // their numbers. Each thread that sends has one to itself meanwhile.
     struct Session {
         std::uint64_t name = 0;
-        std::uint64_t sent = 0;  // number of the last unit
+        std::uint64_t sent = 0;  // number of the last batch
     };
 
     // Of one destination.
@@ -37,14 +37,14 @@ class NatsSender {
         std::mutex lock;
         std::condition_variable changed;
         std::vector<Session> idle;
-        std::uint64_t units = 0;  // that may be sent until the stream is looked at again
+        std::uint64_t batches = 0;  // that may be sent until the stream is looked at again
         std::uint64_t bytes = 0;
         bool looked_at = false;  // by a thread, just now
     };
 
     Queue& queue_to(std::uint32_t destination);
-    Result take_room(Queue& queue, const UnitHeader& unit, Patience& patience);
-    Result look_for_room(Queue& queue, const UnitHeader& unit, Deadline end);
+    Result take_room(Queue& queue, const BatchHeader& batch, SendTimeout& timeout);
+    Result look_for_room(Queue& queue, const BatchHeader& batch, Deadline end);
     Result publish(const std::string& subject, const std::vector<std::uint8_t>& packet, Deadline end);
     Result attempt(const std::string& subject, const std::vector<std::uint8_t>& packet, Deadline end);
 

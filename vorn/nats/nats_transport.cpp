@@ -2,7 +2,7 @@
 // nats:// by JetStream. Each address has a stream, which keeps what is sent to it until it is handled; it is
 // made when the address is opened for the first time.
 //
-// A send is over when the stream has stored the unit; until then it is repeated. The receiver takes units
+// A send is over when the stream has stored the batch; until then it is repeated. The receiver takes batches
 // strictly in the stream's order: what the server delivers twice is left out, and what it does not deliver is
 // fetched. What was stored twice is known by its session and number, and left out too; the server's own list
 // of ids would forget those of messages that are gone when it starts again, and then its replicas differ. A
@@ -39,7 +39,7 @@ constexpr std::int64_t kAckWait = 60 * kNanoseconds;
 constexpr std::int64_t kMostUnacknowledged = 512;
 
 // After a kill, until the server has seen that the connection is gone.
-constexpr auto kOpenPatience = 1500ms;
+constexpr auto kOpenTimeout = 1500ms;
 
 // Without a delivery, after which the receiver looks for itself what the stream holds.
 constexpr auto kQuiet = 1s;
@@ -56,35 +56,35 @@ std::chrono::milliseconds left_until(Deadline deadline) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
 }
 
-// Shared by a transport and its parcels.
+// Shared by a transport and its deliveries.
 struct Handling {
     natsConnection* connection = nullptr;
     Journal journal;
     std::atomic<std::uint64_t> handled = 0;
 };
 
-class NatsParcel final : public Parcel {
+class NatsDelivery final : public Delivery {
   public:
-    // Without units, it only moves the journal and the server on when its turn has come.
-    NatsParcel(NatsMessage message, std::uint64_t number, std::shared_ptr<Handling> handling)
+    // Without batches, it only moves the journal and the server on when its turn has come.
+    NatsDelivery(NatsMessage message, std::uint64_t number, std::shared_ptr<Handling> handling)
         : message_(std::move(message)), number_(number), handling_(std::move(handling)) {}
 
     Bytes packet() const {
         return {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message_.get())),
                 static_cast<std::size_t>(natsMsg_GetDataLength(message_.get()))};
     }
-    void hold_unit(const Data& data) {
+    void hold_batch(const Data& data) {
         bytes = packet().subspan(Data::kBytes);
-        units = 1;
+        batches = 1;
         data_ = data;
     }
 
     // Not handled: the server shall deliver it again, and at once.
-    ~NatsParcel() override {
+    ~NatsDelivery() override {
         if (!finished_) answer("-NAK");
     }
 
-    void unit_begins() override { handling_->journal.start(number_); }
+    void batch_begins() override { handling_->journal.start(number_); }
     void finished() override {
         finished_ = true;
         if (data_) handling_->journal.remember({data_->session, data_->first, number_});
@@ -127,9 +127,9 @@ class NatsTransport final : public Transport {
         } catch (const std::system_error& error) {
             if (error.code().value() == EWOULDBLOCK) return VORN_BUS_ADDRESS_TAKEN;
             own_.log.line(error.what());
-            return VORN_BUS_TROUBLE;
+            return VORN_BUS_SYSTEM_ERROR;
         }
-        if (!client_.open(url_)) return VORN_BUS_TROUBLE;
+        if (!client_.open(url_)) return VORN_BUS_SYSTEM_ERROR;
         handling_->connection = client_.get();
         jsCtx* made = nullptr;
         natsStatus status = natsConnection_JetStream(&made, client_.get(), nullptr);
@@ -137,7 +137,7 @@ class NatsTransport final : public Transport {
         sender_.emplace(url_, own_, client_.get(), jetstream_.get());
         if (status != NATS_OK) return trouble("JetStream", status, {});
         Result result = VORN_BUS_OK;
-        const Deadline deadline = Clock::now() + kOpenPatience;
+        const Deadline deadline = Clock::now() + kOpenTimeout;
         do {
             if (result != VORN_BUS_OK) std::this_thread::sleep_for(100ms);
             result = take_address();
@@ -156,14 +156,16 @@ class NatsTransport final : public Transport {
         client_.end_subscriptions();  // they ask the bus, which is about to go
     }
 
-    Result send(const Outgoing& unit, Patience& patience) override { return sender_->send(unit, patience); }
+    Result send(const Outgoing& batch, SendTimeout& timeout) override {
+        return sender_->send(batch, timeout);
+    }
 
     // What is accepted is stored.
     bool drain(Deadline /*deadline*/) override { return true; }
-    std::uint64_t units_on_their_way() override { return 0; }
+    std::uint64_t batches_on_their_way() override { return 0; }
 
     std::string place() const override {
-        return "stream " + url_.stream(own_.address) + ", subject " + url_.units(own_.address);
+        return "stream " + url_.stream(own_.address) + ", subject " + url_.batches(own_.address);
     }
 
   private:
@@ -171,26 +173,26 @@ class NatsTransport final : public Transport {
         own_.log.line(
             what + ": " + natsStatus_GetText(status) +
             (code == jsErrCode{} ? "" : ", JetStream's error " + std::to_string(static_cast<int>(code))));
-        return VORN_BUS_TROUBLE;
+        return VORN_BUS_SYSTEM_ERROR;
     }
 
     // Makes the stream and its consumer, or finds them as they should be, and subscribes.
     Result take_address() {
         const std::string stream = url_.stream(own_.address);
-        const std::string subject = url_.units(own_.address);
+        const std::string subject = url_.batches(own_.address);
         const std::string deliveries = url_.deliveries(own_.address);
         const char* const subjects[] = {subject.c_str()};
         jsStreamConfig config = {};
         jsStreamConfig_Init(&config);
         if (is_taken(stream)) return VORN_BUS_ADDRESS_TAKEN;  // before the limits of its stream are changed
 
-        const std::string limits = limits_text({own_.queue_units, own_.queue_bytes, own_.unit_bytes});
+        const std::string limits = limits_text({own_.queue_batches, own_.queue_bytes, own_.batch_bytes});
         config.Name = stream.c_str();
         config.Description = limits.c_str();
         config.Subjects = const_cast<const char**>(subjects);
         config.SubjectsLen = 1;
         config.Retention = js_WorkQueuePolicy;
-        config.MaxMsgSize = static_cast<std::int32_t>(own_.unit_bytes + Data::kBytes);
+        config.MaxMsgSize = static_cast<std::int32_t>(own_.batch_bytes + Data::kBytes);
         config.Storage = js_FileStorage;
         config.Replicas = url_.replicas;
         jsErrCode code = {};
@@ -240,16 +242,16 @@ class NatsTransport final : public Transport {
         deliveries_.reset(subscription);
         delivered_before_ = consumer_info->Delivered.Stream;
         // From now on, not some time later when the server has noticed, others find the address taken.
-        const Deadline noticed = Clock::now() + kOpenPatience;
+        const Deadline noticed = Clock::now() + kOpenTimeout;
         while (!is_taken(stream) && Clock::now() < noticed) std::this_thread::sleep_for(5ms);
         return VORN_BUS_OK;
     }
 
     bool is_taken(const std::string& stream) {
         jsConsumerInfo* found = nullptr;
-        jsOptions patience = wait_options();
+        jsOptions timeout = wait_options();
         const natsStatus status =
-            js_GetConsumerInfo(&found, jetstream_.get(), stream.c_str(), kConsumer, &patience, nullptr);
+            js_GetConsumerInfo(&found, jetstream_.get(), stream.c_str(), kConsumer, &timeout, nullptr);
         const ConsumerInfo info(found);
         return status == NATS_OK && info->PushBound;
     }
@@ -298,8 +300,8 @@ class NatsTransport final : public Transport {
         const std::string stream = url_.stream(own_.address);
         jsConsumerInfo* made = nullptr;
         jsErrCode code = {};
-        jsOptions patience = wait_options();
-        if (js_GetConsumerInfo(&made, jetstream_.get(), stream.c_str(), kConsumer, &patience, &code) !=
+        jsOptions timeout = wait_options();
+        if (js_GetConsumerInfo(&made, jetstream_.get(), stream.c_str(), kConsumer, &timeout, &code) !=
             NATS_OK)
             return false;
         const ConsumerInfo info(made);
@@ -331,7 +333,7 @@ class NatsTransport final : public Transport {
         const std::unique_ptr<jsMsgMetaData, Destroy<jsMsgMetaData_Destroy>> numbers(made);
         const std::uint64_t number = numbers->Sequence.Stream;
         if (number < next_) {
-            count(own_.counters.redelivered_units);
+            count(own_.counters.redelivered_batches);
             // One that waits in the inbox is acknowledged from there.
             if (number <= handling_->handled.load(std::memory_order_acquire)) {
                 static_cast<void>(
@@ -342,7 +344,7 @@ class NatsTransport final : public Transport {
         if (!fetch_until(number)) return;
         if (number == next_) return put(std::move(message));
         count(own_.counters.damaged);
-        own_.log.line_about_outside("a delivery of a unit that the stream does not have was left out");
+        own_.log.line_about_outside("a delivery of a batch that the stream does not have was left out");
     }
 
     // Takes from the stream what was not delivered, up to but without `number`. False: not now.
@@ -378,8 +380,8 @@ class NatsTransport final : public Transport {
         number = std::min(number, info->State.LastSeq + 1);
         if (next_ >= number) return true;
         const std::uint64_t first = std::clamp(info->State.FirstSeq, next_ + 1, number);
-        count(own_.counters.missed_units, first - next_);
-        own_.log.line_about_outside(std::to_string(first - next_) + " units from " + std::to_string(next_) +
+        count(own_.counters.missed_batches, first - next_);
+        own_.log.line_about_outside(std::to_string(first - next_) + " batches from " + std::to_string(next_) +
                                     " on are gone from the server");
         next_ = first;
         return true;
@@ -387,23 +389,23 @@ class NatsTransport final : public Transport {
 
     void put(NatsMessage message) {
         // Of the largest queue, no more are in memory than the server delivers ahead.
-        while (!ends_ && own_.inbox.units() >= kMostUnacknowledged) std::this_thread::sleep_for(1ms);
-        auto parcel = std::make_unique<NatsParcel>(std::move(message), next_, handling_);
-        const auto data = read_data(parcel->packet());
+        while (!ends_ && own_.inbox.batches() >= kMostUnacknowledged) std::this_thread::sleep_for(1ms);
+        auto delivery = std::make_unique<NatsDelivery>(std::move(message), next_, handling_);
+        const auto data = read_data(delivery->packet());
         if (!data || data->count != 1) {
             count(own_.counters.damaged);
             own_.log.line_about_outside("something arrived damaged, and was left out");
         } else if (is_known(*data)) {
-            count(own_.counters.redelivered_units);
+            count(own_.counters.redelivered_batches);
         } else {
-            parcel->hold_unit(*data);
-            parcel->repeated = next_ == interrupted_;
+            delivery->hold_batch(*data);
+            delivery->repeated = next_ == interrupted_;
         }
         ++next_;
-        own_.inbox.put(std::move(parcel));
+        own_.inbox.put(std::move(delivery));
     }
 
-    // Whether the unit was taken before; from now on it was.
+    // Whether the batch was taken before; from now on it was.
     bool is_known(const Data& data) {
         if (taken_.size() >= 2 * Journal::kSessions) forget_the_silent();
         Taken& taken = taken_[data.session];
@@ -428,11 +430,11 @@ class NatsTransport final : public Transport {
     std::optional<NatsSender> sender_;
     NatsSubscription deliveries_;
 
-    std::uint64_t next_ = 1;              // number of the unit that is taken next
+    std::uint64_t next_ = 1;              // number of the batch that is taken next
     std::uint64_t interrupted_ = 0;       // of one that a killed process may have handled
     std::uint64_t delivered_before_ = 0;  // to processes before this one
     struct Taken {
-        std::uint64_t last = 0;    // the session's number of its last unit
+        std::uint64_t last = 0;    // the session's number of its last batch
         std::uint64_t number = 0;  // the stream's number of it
     };
     std::unordered_map<std::uint64_t, Taken> taken_;  // by session
@@ -453,20 +455,20 @@ Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline de
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
     const NatsConnection connection = connect(*url, log);
-    if (connection == nullptr) return VORN_BUS_TROUBLE;
+    if (connection == nullptr) return VORN_BUS_SYSTEM_ERROR;
     std::array<std::uint8_t, kPreambleBytes> question;
     put_preamble(question.data(), Kind::ask);
     natsMsg* answered = nullptr;
-    const std::int64_t patience = std::max<std::int64_t>(left_until(deadline).count(), 1);
+    const std::int64_t timeout = std::max<std::int64_t>(left_until(deadline).count(), 1);
     if (natsConnection_Request(&answered, connection.get(), url->questions(address).c_str(), question.data(),
-                               static_cast<int>(question.size()), patience) != NATS_OK) {
+                               static_cast<int>(question.size()), timeout) != NATS_OK) {
         return VORN_BUS_NO_PEER;
     }
     const NatsMessage answer(answered);
     std::array<std::uint64_t, kCounterNumbers> values = {};
     const Bytes bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(answered)),
                       static_cast<std::size_t>(natsMsg_GetDataLength(answered)));
-    if (!read_counters(bytes, values)) return VORN_BUS_TROUBLE;
+    if (!read_counters(bytes, values)) return VORN_BUS_SYSTEM_ERROR;
     counters = std::bit_cast<vorn_bus_counters>(values);
     return VORN_BUS_OK;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Watching nats:. Whoever subscribes to the units' subjects sees what is published there, without a part in
+// Watching nats:. Whoever subscribes to the batches' subjects sees what is published there, without a part in
 // the streams.
 #include <atomic>
 #include <deque>
@@ -18,10 +18,10 @@ namespace {
 
 class NatsCopies final : public Copies {
   public:
-    // Of the unit in a packet; of what is no packet, all bytes, which are no unit either.
+    // Of the batch in a packet; of what is no packet, all bytes, which are no batch either.
     NatsCopies(NatsMessage message, bool is_packet) : message_(std::move(message)) {
         bytes = bytes_of(message_).subspan(is_packet ? Data::kBytes : 0);
-        units = 1;
+        batches = 1;
         time = nanoseconds_now();
     }
 
@@ -35,7 +35,7 @@ class NatsCopies final : public Copies {
 };
 
 // A send that heard nothing from the stream is repeated under its number.
-class SeenUnits {
+class SeenBatches {
   public:
     // False: it was seen before.
     bool add(const Data& data) {
@@ -62,20 +62,20 @@ class NatsWatcher final : public Watcher {
     NatsWatcher(NatsUrl url, WatchEndpoint own) : url_(std::move(url)), own_(std::move(own)) {}
 
     Result open() override {
-        if (!client_.open(url_)) return VORN_BUS_TROUBLE;
+        if (!client_.open(url_)) return VORN_BUS_SYSTEM_ERROR;
         std::vector<std::string> subjects;
-        for (const std::uint32_t address : own_.addresses) subjects.push_back(url_.units(address));
-        if (subjects.empty()) subjects.push_back(url_.all_units());
+        for (const std::uint32_t address : own_.addresses) subjects.push_back(url_.batches(address));
+        if (subjects.empty()) subjects.push_back(url_.all_batches());
         for (const std::string& subject : subjects) {
             natsSubscription* const made = client_.subscribe(subject, on_message, this);
-            if (made == nullptr) return VORN_BUS_TROUBLE;
+            if (made == nullptr) return VORN_BUS_SYSTEM_ERROR;
             // The queue is the limit, and counts what it drops.
             static_cast<void>(natsSubscription_SetPendingLimits(made, -1, -1));
         }
         // The server knows of the subscriptions when this returns.
         if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
             own_.log.line(std::string("the server does not answer: ") + natsStatus_GetText(status));
-            return VORN_BUS_TROUBLE;
+            return VORN_BUS_SYSTEM_ERROR;
         }
         return VORN_BUS_OK;
     }
@@ -102,7 +102,7 @@ class NatsWatcher final : public Watcher {
     const NatsUrl url_;
     const WatchEndpoint own_;
     std::mutex lock_;
-    SeenUnits seen_;
+    SeenBatches seen_;
     // The last member: its callbacks, which use the others, end with it.
     NatsClient client_{own_.log, [this] { count(own_.counters.interruptions); }};
 };

@@ -12,13 +12,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Units join a packet until it has this size. Each packet wakes four threads on its road, which costs more
+// Batches join a packet until it has this size. Each packet wakes four threads on its road, which costs more
 // than to copy hundreds of bytes.
 constexpr std::size_t kPacketBytes = 262144;
 
-// While so many packets are on their way, one that is not full waits for more units, or for the answer to the
-// others: the receiver has enough to do, and the fewer the packets, the less the cost of each unit. It waits
-// so long at most, since a handler may take its time.
+// While so many packets are on their way, one that is not full waits for more batches, or for the answer to
+// the others: the receiver has enough to do, and the fewer the packets, the less the cost of each batch. It
+// waits so long at most, since a handler may take its time.
 constexpr std::size_t kEnoughPackets = 4;
 constexpr auto kMostHeld = 1ms;
 
@@ -32,7 +32,7 @@ constexpr auto kHelloAgain =
     10ms;  // where a sender waits; each try is one small packet, or none if not connected
 constexpr auto kHelloIdle = 200ms;
 constexpr auto kWelcomeWait = 50ms;
-constexpr auto kPing = 200ms;  // while units are on their way
+constexpr auto kPing = 200ms;  // while batches are on their way
 constexpr auto kPingIdle = 1s;
 constexpr auto kSilence = 3s;  // after which the receiver counts as away
 constexpr auto kSendAgain = 50ms;
@@ -40,12 +40,12 @@ constexpr auto kSendAgain = 50ms;
 }  // namespace
 
 Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string place,
-           zmq::context_t& context, Bell& bell)
+           zmq::context_t& context, Notifier& notifier)
     : own_(own),
       destination_(destination),
       incarnation_(incarnation),
       place_(std::move(place)),
-      bell_(bell),
+      notifier_(notifier),
       socket_(context, zmq::socket_type::dealer) {
     // Only to a connection that stands, so that a packet that is not sent is known not to be.
     socket_.set(zmq::sockopt::immediate, true);
@@ -62,43 +62,43 @@ Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarna
 
 // ---- any thread -----------------------------------------------------------------------------------
 
-Result Link::send(const Outgoing& unit, Patience& patience) {
-    const std::uint32_t bytes = unit.header.bytes;
+Result Link::send(const Outgoing& batch, SendTimeout& timeout) {
+    const std::uint32_t bytes = batch.header.bytes;
     std::unique_lock locked(lock_);
     const auto fits = [&] {
-        return units_ == 0 ||
-               (units_ < std::min(own_.queue_units, peer_units_) && bytes_ + bytes <= own_.queue_bytes);
+        return batches_ == 0 ||
+               (batches_ < std::min(own_.queue_batches, peer_batches_) && bytes_ + bytes <= own_.queue_bytes);
     };
-    const auto ready = [&] { return up_ && (fits() || bytes > peer_unit_bytes_); };
+    const auto ready = [&] { return up_ && (fits() || bytes > peer_batch_bytes_); };
     if (!ready()) {
         ++waiting_senders_;
-        bell_.ring();
-        changed_.wait_until(locked, patience.end(), ready);
+        notifier_.notify();
+        changed_.wait_until(locked, timeout.end(), ready);
         --waiting_senders_;
         if (!up_) return VORN_BUS_NO_PEER;
     }
-    if (bytes > peer_unit_bytes_) return VORN_BUS_TOO_LARGE;
+    if (bytes > peer_batch_bytes_) return VORN_BUS_TOO_LARGE;
     if (!fits()) return VORN_BUS_FULL;
 
     if (waiting_.empty() || waiting_.back().capacity - waiting_.back().size < bytes) {
         waiting_.push_back(make_packet(bytes));
     }
     Packet& packet = waiting_.back();
-    write_unit(packet.bytes.data() + packet.size, unit.header, unit.descriptors);
+    write_batch(packet.bytes.data() + packet.size, batch.header, batch.descriptors);
     packet.size += bytes;
     ++packet.count;
-    ++units_;
+    ++batches_;
     bytes_ += bytes;
     const bool ring = !held_ || packet.count == 1;
     locked.unlock();
-    if (ring) bell_.ring();
+    if (ring) notifier_.notify();
     return VORN_BUS_OK;
 }
 
-Link::Packet Link::make_packet(std::uint32_t unit_bytes) {
+Link::Packet Link::make_packet(std::uint32_t batch_bytes) {
     Packet packet;
     packet.size = Data::kBytes;
-    packet.capacity = std::max<std::size_t>(Data::kBytes + unit_bytes, kPacketBytes);
+    packet.capacity = std::max<std::size_t>(Data::kBytes + batch_bytes, kPacketBytes);
     packet.begun = Clock::now();
     if (packet.capacity == kPacketBytes && !spares_.empty()) {
         packet.bytes = std::move(spares_.back());
@@ -112,14 +112,14 @@ Link::Packet Link::make_packet(std::uint32_t unit_bytes) {
 bool Link::wait_until_empty(Deadline deadline) {
     std::unique_lock locked(lock_);
     ++waiting_senders_;
-    const bool empty = changed_.wait_until(locked, deadline, [this] { return units_ == 0; });
+    const bool empty = changed_.wait_until(locked, deadline, [this] { return batches_ == 0; });
     --waiting_senders_;
     return empty;
 }
 
-std::uint32_t Link::units() {
+std::uint32_t Link::batches() {
     const std::lock_guard locked(lock_);
-    return units_;
+    return batches_;
 }
 
 // ---- the service thread ---------------------------------------------------------------------------
@@ -195,38 +195,38 @@ void Link::begin_session(const Welcome& packet) {
     session_ = packet.session;
     next_ = packet.received + 1;
     handled_ = packet.handled;
-    window_ = packet.units;
-    drop_larger_than(packet.unit_bytes);
+    window_ = packet.batches;
+    drop_larger_than(packet.batch_bytes);
     {
         const std::lock_guard locked(lock_);
-        peer_units_ = packet.units;
-        peer_unit_bytes_ = packet.unit_bytes;
+        peer_batches_ = packet.batches;
+        peer_batch_bytes_ = packet.batch_bytes;
     }
     set_up(true);
 }
 
-// A unit was accepted for a receiver that took larger ones than this one, which would close the connection.
-void Link::drop_larger_than(std::uint32_t unit_bytes) {
+// A batch was accepted for a receiver that took larger ones than this one, which would close the connection.
+void Link::drop_larger_than(std::uint32_t batch_bytes) {
     std::uint64_t lost = 0;
     std::uint64_t lost_bytes = 0;
     {
         const std::lock_guard locked(lock_);
         std::erase_if(waiting_, [&](const Packet& packet) {
-            if (packet.count != 1 || packet.unit_bytes() <= unit_bytes) return false;
+            if (packet.count != 1 || packet.batch_bytes() <= batch_bytes) return false;
             ++lost;
-            lost_bytes += packet.unit_bytes();
+            lost_bytes += packet.batch_bytes();
             return true;
         });
     }
     if (lost == 0) return;
-    count(own_.counters.lost_units, lost);
-    own_.log.line(std::to_string(lost) + " units to address " + std::to_string(destination_) +
+    count(own_.counters.lost_batches, lost);
+    own_.log.line(std::to_string(lost) + " batches to address " + std::to_string(destination_) +
                   " are lost: its new receiver takes none of their size");
     give_back(lost, lost_bytes);
 }
 
-// The receiver's incarnation has ended, or forgotten us. It took units up to `received`, and nobody will say
-// what became of those that are not acknowledged; those behind wait for the next incarnation.
+// The receiver's incarnation has ended, or forgotten us. It took batches up to `received`, and nobody will
+// say what became of those that are not acknowledged; those behind wait for the next incarnation.
 void Link::end_session(std::uint64_t received) {
     if (session_ == 0) return;
     std::uint64_t lost = 0;
@@ -234,7 +234,7 @@ void Link::end_session(std::uint64_t received) {
     while (!unhandled_.empty() && unhandled_.front().first <= received) {
         const Packet& packet = unhandled_.front();
         lost += packet.last() - std::max(handled_, packet.first - 1);
-        lost_bytes += packet.unit_bytes();
+        lost_bytes += packet.batch_bytes();
         unhandled_.pop_front();
     }
     session_ = 0;
@@ -247,8 +247,8 @@ void Link::end_session(std::uint64_t received) {
         unhandled_.clear();
     }
     if (lost != 0) {
-        count(own_.counters.lost_units, lost);
-        own_.log.line(std::to_string(lost) + " units to address " + std::to_string(destination_) +
+        count(own_.counters.lost_batches, lost);
+        own_.log.line(std::to_string(lost) + " batches to address " + std::to_string(destination_) +
                       " are lost: their receiver ended before it said that it had handled them");
     }
     set_up(false);
@@ -261,7 +261,7 @@ void Link::acknowledge(std::uint64_t handled) {
     std::vector<SharedBuffer> spares;
     while (!unhandled_.empty() && unhandled_.front().last() <= handled) {
         Packet& packet = unhandled_.front();
-        bytes += packet.unit_bytes();
+        bytes += packet.batch_bytes();
         if (packet.capacity == kPacketBytes && !packet.bytes.is_lent())
             spares.push_back(std::move(packet.bytes));
         unhandled_.pop_front();
@@ -269,7 +269,7 @@ void Link::acknowledge(std::uint64_t handled) {
     give_back(handled - std::exchange(handled_, handled), bytes, std::move(spares));
 }
 
-void Link::give_back(std::uint64_t units, std::uint64_t bytes, std::vector<SharedBuffer> spares) {
+void Link::give_back(std::uint64_t batches, std::uint64_t bytes, std::vector<SharedBuffer> spares) {
     bool tell = false;
     {
         const std::lock_guard locked(lock_);
@@ -277,7 +277,7 @@ void Link::give_back(std::uint64_t units, std::uint64_t bytes, std::vector<Share
             spares_.push_back(std::move(spares.back()));
             spares.pop_back();
         }
-        units_ -= static_cast<std::uint32_t>(units);
+        batches_ -= static_cast<std::uint32_t>(batches);
         bytes_ -= bytes;
         tell = waiting_senders_ != 0;
     }
@@ -375,7 +375,7 @@ void Link::say_hello() {
     bool wanted = false;
     {
         const std::lock_guard locked(lock_);
-        wanted = waiting_senders_ != 0 || units_ != 0;
+        wanted = waiting_senders_ != 0 || batches_ != 0;
     }
     next_hello_ = Clock::now() + (sent ? kWelcomeWait : wanted ? kHelloAgain : kHelloIdle);
 }

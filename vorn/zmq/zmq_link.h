@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sending end between two addresses: numbers units, and keeps them until the receiver has handled them.
+// The sending end between two addresses: numbers batches, and keeps them until the receiver has handled them.
 //
-// Units go to one incarnation of the receiver, named by a session. What the same incarnation missed is sent
+// Batches go to one incarnation of the receiver, named by a session. What the same incarnation missed is sent
 // again; what an incarnation took and did not handle before it ended is lost, and counted.
 #ifndef VORN_ZMQ_LINK_H
 #define VORN_ZMQ_LINK_H
@@ -24,22 +24,22 @@ namespace vorn {
 class Link {
   public:
     Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string place,
-         zmq::context_t& context, Bell& bell);
+         zmq::context_t& context, Notifier& notifier);
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
 
     // Any thread.
-    Result send(const Outgoing& unit, Patience& patience);
+    Result send(const Outgoing& batch, SendTimeout& timeout);
     bool wait_until_empty(Deadline deadline);
-    std::uint32_t units();
+    std::uint32_t batches();
 
     // The service thread. Serve returns when it wants to be called again, if nothing arrives meanwhile.
     zmq::socket_ref socket() { return socket_; }
     Clock::time_point serve();
 
   private:
-    // Units that travel together; in front, room for the packet's head. The bytes are lent to the socket, and
-    // kept to be sent again.
+    // Batches that travel together; in front, room for the packet's head. The bytes are lent to the socket,
+    // and kept to be sent again.
     struct Packet {
         SharedBuffer bytes;
         std::size_t size = 0;
@@ -48,7 +48,7 @@ class Link {
         std::uint64_t first = 0;
         std::uint32_t count = 0;
         std::uint64_t last() const { return first + count - 1; }
-        std::size_t unit_bytes() const { return size - Data::kBytes; }
+        std::size_t batch_bytes() const { return size - Data::kBytes; }
     };
 
     void receive();
@@ -56,11 +56,11 @@ class Link {
     void welcome(const Welcome& packet);
     void acknowledge(std::uint64_t handled);
     void begin_session(const Welcome& packet);
-    void drop_larger_than(std::uint32_t unit_bytes);
+    void drop_larger_than(std::uint32_t batch_bytes);
     void end_session(std::uint64_t received);
     void send_again_behind(std::uint64_t received);
     void send_waiting();
-    Packet make_packet(std::uint32_t unit_bytes);
+    Packet make_packet(std::uint32_t batch_bytes);
     std::deque<Packet> take_waiting();
     void number(Packet& packet) const;
     bool transmit(const Packet& packet);
@@ -68,13 +68,13 @@ class Link {
     void say_hello();
     void ping();
     void set_up(bool up);
-    void give_back(std::uint64_t units, std::uint64_t bytes, std::vector<SharedBuffer> spares = {});
+    void give_back(std::uint64_t batches, std::uint64_t bytes, std::vector<SharedBuffer> spares = {});
 
     const Endpoint own_;
     const std::uint32_t destination_;
     const std::uint64_t incarnation_;
     const std::string place_;
-    Bell& bell_;
+    Notifier& notifier_;
 
     // Of the service thread.
     zmq::socket_t socket_;
@@ -83,7 +83,7 @@ class Link {
     std::uint64_t handled_ = 0;
     std::deque<Packet> unhandled_;  // sent, and not known to be handled
     bool serving_ = false;          // up_, without the lock
-    std::uint64_t window_ = 0;      // units that the receiver takes before it has handled any
+    std::uint64_t window_ = 0;      // batches that the receiver takes before it has handled any
     Clock::time_point next_hello_;
     Clock::time_point next_ping_;
     Clock::time_point heard_;
@@ -95,12 +95,12 @@ class Link {
     std::condition_variable changed_;
     bool up_ = false;
     std::uint32_t waiting_senders_ = 0;
-    std::uint32_t peer_units_ = 0;
-    std::uint32_t peer_unit_bytes_ = 0;
-    std::uint32_t units_ = 0;  // waiting and unhandled
+    std::uint32_t peer_batches_ = 0;
+    std::uint32_t peer_batch_bytes_ = 0;
+    std::uint32_t batches_ = 0;  // waiting and unhandled
     std::uint64_t bytes_ = 0;
     std::deque<Packet> waiting_;
-    bool held_ = false;                 // the service thread wants no bell for units that join a packet
+    bool held_ = false;                 // the service thread wants no notifier for batches that join a packet
     std::vector<SharedBuffer> spares_;  // of kPacketBytes
 };
 

@@ -64,7 +64,7 @@ class IpcPlaces final : public Places {
         if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
             (status.st_uid != geteuid() && status.st_uid != 0)) {
             log.line(folder_ + ": others may write there; a bus keeps its sockets in a folder of its own");
-            return VORN_BUS_TROUBLE;
+            return VORN_BUS_SYSTEM_ERROR;
         }
         const std::string path = file(address, ".lock");
         lock_ = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -91,7 +91,7 @@ class IpcPlaces final : public Places {
     }
     static Result trouble(Log& log, const std::string& path) {
         log.line(path + ": " + why());
-        return VORN_BUS_TROUBLE;
+        return VORN_BUS_SYSTEM_ERROR;
     }
 
     std::string folder_;

@@ -19,7 +19,7 @@ constexpr std::size_t kMostSessions = 4096;
 constexpr auto kForgetAfter = 10min;
 constexpr auto kGoodbyeWait = 300ms;
 constexpr auto kPresent = 3s;     // senders that are there ping more often
-constexpr auto kTellAfter = 5ms;  // where handlers are slow, and a parcel holds many units
+constexpr auto kTellAfter = 5ms;  // where handlers are slow, and a delivery holds many batches
 
 // Watchers. A copy costs the socket some memory beside its bytes; the socket's own limit is above.
 constexpr std::size_t kMostWatchers = 64;
@@ -29,7 +29,7 @@ constexpr std::uint64_t kCopyCost = 256;
 constexpr std::size_t kMostCopies = 8000;
 constexpr int kMostAnswers = 10000;
 
-// The time of the kernel's last tick, a few milliseconds old: this is read for each unit.
+// The time of the kernel's last tick, a few milliseconds old: this is read for each batch.
 struct CoarseClock {
     using duration = std::chrono::nanoseconds;
     using rep = duration::rep;
@@ -42,55 +42,55 @@ struct CoarseClock {
     }
 };
 
-constexpr std::uint32_t kSmallestUnit = kUnitHeaderBytes + kEntryBytes;
+constexpr std::uint32_t kSmallestBatch = kBatchHeaderBytes + kEntryBytes;
 
-class ZmqParcel final : public Parcel {
+class ZmqDelivery final : public Delivery {
   public:
-    ZmqParcel(zmq::message_t&& message, std::shared_ptr<Receiver::Session> session, const Data& data,
-              Bell& bell)
+    ZmqDelivery(zmq::message_t&& message, std::shared_ptr<Receiver::Session> session, const Data& data,
+                Notifier& notifier)
         : message_(std::move(message)),
           session_(std::move(session)),
           number_(data.first - 1),
           last_(data.first - 1 + data.count),
-          bell_(bell) {
+          notifier_(notifier) {
         session_->waiting_bytes.fetch_add(message_.size(), std::memory_order_relaxed);
         bytes = Bytes(message_.data<std::uint8_t>(), message_.size()).subspan(Data::kBytes);
-        units = data.count;
+        batches = data.count;
     }
 
-    ~ZmqParcel() override { session_->waiting_bytes.fetch_sub(message_.size(), std::memory_order_relaxed); }
+    ~ZmqDelivery() override { session_->waiting_bytes.fetch_sub(message_.size(), std::memory_order_relaxed); }
 
-    void unit_handled() override {
+    void batch_handled() override {
         session_->handled.store(++number_, std::memory_order_release);
         const auto now = CoarseClock::now();
         if (now - told_ < kTellAfter) return;
         told_ = now;
-        bell_.ring();
+        notifier_.notify();
     }
-    void left_for_later() override { bell_.ring(); }
+    void left_for_later() override { notifier_.notify(); }
     void finished() override {
         session_->handled.store(last_, std::memory_order_release);
-        bell_.ring();
+        notifier_.notify();
     }
 
   private:
     zmq::message_t message_;
     std::shared_ptr<Receiver::Session> session_;
-    std::uint64_t number_;  // of the unit handled last
+    std::uint64_t number_;  // of the batch handled last
     std::uint64_t last_;
-    Bell& bell_;
+    Notifier& notifier_;
     CoarseClock::time_point told_ = CoarseClock::now();
 };
 
 }  // namespace
 
-Receiver::Receiver(const Endpoint& own, zmq::context_t& context, Bell& bell)
-    : own_(own), bell_(bell), socket_(context, zmq::socket_type::router) {
+Receiver::Receiver(const Endpoint& own, zmq::context_t& context, Notifier& notifier)
+    : own_(own), notifier_(notifier), socket_(context, zmq::socket_type::router) {
     socket_.set(zmq::sockopt::linger, 500);  // for the goodbyes
     socket_.set(zmq::sockopt::ipv6, true);
     socket_.set(zmq::sockopt::sndhwm, kMostAnswers);
     socket_.set(zmq::sockopt::handshake_ivl, 5000);  // connections that never speak are closed
-    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.unit_bytes} + (1 << 20));
+    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.batch_bytes} + (1 << 20));
 }
 
 void Receiver::bind(const std::string& place) {
@@ -130,7 +130,7 @@ void Receiver::receive(const std::string& route, zmq::message_t& message) {
     }
     if (kind == Kind::data) {
         const auto packet = read_data(bytes);
-        return packet ? data(route, *packet, message) : damaged("units");
+        return packet ? data(route, *packet, message) : damaged("batches");
     }
     if (kind == Kind::hello) {
         const auto packet = read_hello(bytes);
@@ -171,7 +171,7 @@ void Receiver::hello(const std::string& route, const Hello& packet) {
     session->heard = Clock::now();
     const std::uint64_t handled = session->handled.load(std::memory_order_acquire);
     session->told = handled;
-    answer(route, Welcome{own_.queue_units, own_.unit_bytes, session->name, session->received, handled});
+    answer(route, Welcome{own_.queue_batches, own_.batch_bytes, session->name, session->received, handled});
     forget_the_silent();
 }
 
@@ -190,27 +190,27 @@ Receiver::Session* Receiver::find(const std::string& route, std::uint64_t name) 
 void Receiver::data(const std::string& route, const Data& packet, zmq::message_t& message) {
     Session* const session = find(route, packet.session);
     if (session == nullptr) return;
-    if (packet.first > session->received + 1) return tell(*session, kUnitIsMissing);
+    if (packet.first > session->received + 1) return tell(*session, kBatchIsMissing);
     if (packet.first <= session->received) {
-        count(own_.counters.redelivered_units, packet.count);
+        count(own_.counters.redelivered_batches, packet.count);
         return;  // the next ping tells
     }
-    if (packet.count > (message.size() - Data::kBytes) / kSmallestUnit) {
-        return damaged("more units than there may be");
+    if (packet.count > (message.size() - Data::kBytes) / kSmallestBatch) {
+        return damaged("more batches than there may be");
     }
     // What has no room stays with the sender, which asks again. One packet is always taken: it may be one
     // that was filled for a receiver that took more.
     const std::uint64_t waiting = session->received - session->handled.load(std::memory_order_acquire);
     const std::uint64_t waiting_bytes = session->waiting_bytes.load(std::memory_order_relaxed);
     if (waiting != 0 &&
-        (waiting + packet.count > own_.queue_units ||
-         waiting_bytes + message.size() > std::uint64_t{own_.queue_bytes} + own_.unit_bytes)) {
+        (waiting + packet.count > own_.queue_batches ||
+         waiting_bytes + message.size() > std::uint64_t{own_.queue_bytes} + own_.batch_bytes)) {
         return;
     }
     zmq::message_t copied;
     if (!watchers_.empty()) copied.copy(message);  // of its reference
-    if (!own_.inbox.put(
-            std::make_unique<ZmqParcel>(std::move(message), sessions_[packet.session], packet, bell_))) {
+    if (!own_.inbox.put(std::make_unique<ZmqDelivery>(std::move(message), sessions_[packet.session], packet,
+                                                      notifier_))) {
         return;
     }
     session->received += packet.count;
@@ -248,7 +248,7 @@ void Receiver::watch(const std::string& route, const Watch& packet) {
     answer(route, Watching{packet.watcher, watcher.session, watcher.taken});
 }
 
-// Units keep their numbers where there is no room for the copy, so that the watcher knows what it misses.
+// Batches keep their numbers where there is no room for the copy, so that the watcher knows what it misses.
 void Receiver::copy_to_watchers(const Data& packet, zmq::message_t& message) {
     const auto now = Clock::now();
     const std::uint64_t time = nanoseconds_now();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The receiving end of an address: takes each sender's units in their order, once each, and says what is
+// The receiving end of an address: takes each sender's batches in their order, once each, and says what is
 // handled.
 #ifndef VORN_ZMQ_RECEIVER_H
 #define VORN_ZMQ_RECEIVER_H
@@ -19,7 +19,7 @@
 
 namespace vorn {
 
-// All of it runs in the service thread, but for what parcels say of their units.
+// All of it runs in the service thread, but for what deliveries say of their batches.
 class Receiver {
   public:
     // A sender's incarnation, in this one of ours.
@@ -28,14 +28,14 @@ class Receiver {
         std::uint64_t incarnation = 0;
         std::uint32_t source = 0;
         std::string route;           // of the sender's present connection
-        std::uint64_t received = 0;  // number of the last unit taken
+        std::uint64_t received = 0;  // number of the last batch taken
         std::uint64_t told = 0;      // what was last acknowledged as handled
         std::atomic<std::uint64_t> handled = 0;
         std::atomic<std::uint64_t> waiting_bytes = 0;  // of packets in the inbox
         Clock::time_point heard;
     };
 
-    Receiver(const Endpoint& own, zmq::context_t& context, Bell& bell);
+    Receiver(const Endpoint& own, zmq::context_t& context, Notifier& notifier);
 
     void bind(const std::string& place);  // throws zmq::error_t
     bool is_open() const { return open_; }
@@ -47,7 +47,7 @@ class Receiver {
     // Tells senders what is handled. False: there was nothing to tell.
     bool acknowledge();
 
-    // Says goodbye to all senders, and takes no more units. The socket stays open for a moment, until each
+    // Says goodbye to all senders, and takes no more batches. The socket stays open for a moment, until each
     // has answered: what a sender has not read when the connection ends never reaches it.
     void say_goodbye();
     bool may_close() const;
@@ -57,12 +57,12 @@ class Receiver {
     // Who is sent copies of what is taken, until it says no more or is silent.
     struct Watcher {
         struct OnItsWay {
-            std::uint64_t last;  // number of its last unit
+            std::uint64_t last;  // number of its last batch
             std::uint64_t bytes;
         };
         std::string route;
         std::uint64_t session = 0;
-        std::uint64_t taken = 0;  // units since it came
+        std::uint64_t taken = 0;  // batches since it came
         std::uint64_t window = 0;
         std::uint64_t bytes = 0;  // of the copies on their way
         std::deque<OnItsWay> copies;
@@ -86,7 +86,7 @@ class Receiver {
     void answer(const std::string& route, Bytes bytes);
 
     const Endpoint own_;
-    Bell& bell_;
+    Notifier& notifier_;
     zmq::socket_t socket_;
     bool open_ = false;
     std::set<std::uint64_t> unanswered_;  // sessions that have not answered the goodbye

@@ -12,17 +12,17 @@
 
 namespace vorn {
 
-class Bell {
+class Notifier {
   public:
-    Bell() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    Notifier() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
         if (descriptor_ < 0) throw std::system_error(errno, std::generic_category());
     }
-    ~Bell() { ::close(descriptor_); }
-    Bell(const Bell&) = delete;
-    Bell& operator=(const Bell&) = delete;
+    ~Notifier() { ::close(descriptor_); }
+    Notifier(const Notifier&) = delete;
+    Notifier& operator=(const Notifier&) = delete;
 
     // There is work. A call of the system only where the thread sleeps.
-    void ring() {
+    void notify() {
         work_.store(true);
         if (asleep_.load() && asleep_.exchange(false)) eventfd_write(descriptor_, 1);
     }

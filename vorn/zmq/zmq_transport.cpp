@@ -29,16 +29,17 @@ constexpr std::chrono::milliseconds kClosingSleep = 10ms;
 class ZmqTransport final : public Transport {
   public:
     ZmqTransport(std::unique_ptr<Places> places, const Endpoint& own)
-        : places_(std::move(places)), own_(own), receiver_(own, context_, bell_) {}
+        : places_(std::move(places)), own_(own), receiver_(own, context_, notifier_) {}
 
     ~ZmqTransport() override {
         if (service_.joinable()) {
             ends_ = true;
-            bell_.ring();
+            notifier_.notify();
             service_.join();
         }
         for (const auto& [destination, link] : links_) {
-            if (const std::uint32_t left = link->units(); left != 0) count(own_.counters.lost_units, left);
+            if (const std::uint32_t left = link->batches(); left != 0)
+                count(own_.counters.lost_batches, left);
         }
     }
 
@@ -53,7 +54,7 @@ class ZmqTransport final : public Transport {
             places_->after_unbind(own_.address);
             if (error.num() == EADDRINUSE) return VORN_BUS_ADDRESS_TAKEN;
             own_.log.line(*place + ": " + error.what());
-            return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_TROUBLE;
+            return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_SYSTEM_ERROR;
         }
         places_->after_bind(own_.address);
         service_ = start_thread([this] { serve(); });
@@ -63,13 +64,13 @@ class ZmqTransport final : public Transport {
     void stop_receiving() override {
         if (!service_.joinable()) return;
         receiver_closes_ = true;
-        bell_.ring();
+        notifier_.notify();
         receiver_closes_.wait(true);  // until the service thread has closed it
     }
 
-    Result send(const Outgoing& unit, Patience& patience) override {
-        Link* const link = link_to(unit.header.destination);
-        return link == nullptr ? VORN_BUS_BAD_URL : link->send(unit, patience);
+    Result send(const Outgoing& batch, SendTimeout& timeout) override {
+        Link* const link = link_to(batch.header.destination);
+        return link == nullptr ? VORN_BUS_BAD_URL : link->send(batch, timeout);
     }
 
     bool drain(Deadline deadline) override {
@@ -78,10 +79,10 @@ class ZmqTransport final : public Transport {
                            [deadline](Link* link) { return link->wait_until_empty(deadline); });
     }
 
-    std::uint64_t units_on_their_way() override {
-        std::uint64_t units = 0;
-        for (Link* const link : links()) units += link->units();
-        return units;
+    std::uint64_t batches_on_their_way() override {
+        std::uint64_t batches = 0;
+        for (Link* const link : links()) batches += link->batches();
+        return batches;
     }
 
     std::string place() const override { return places_->endpoint(own_.address).value_or(""); }
@@ -93,7 +94,7 @@ class ZmqTransport final : public Transport {
         if (const auto found = links_.find(destination); found != links_.end()) return found->second.get();
         const auto place = places_->endpoint(destination);
         if (!place) return nullptr;
-        auto link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, bell_);
+        auto link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, notifier_);
         Link* const made = link.get();
         links_.emplace(destination, std::move(link));
         ++links_version_;
@@ -127,22 +128,22 @@ class ZmqTransport final : public Transport {
             busy |= receiver_.acknowledge();
             auto wake = Clock::now() + (receiver_closes_ ? kClosingSleep : kLongestSleep);
             for (Link* const link : served) wake = std::min(wake, link->serve());
-            if (busy || !bell_.may_sleep()) continue;
+            if (busy || !notifier_.may_sleep()) continue;
 
             items.clear();
-            items.push_back({nullptr, bell_.descriptor(), ZMQ_POLLIN, 0});
+            items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
             if (receiver_.is_open()) items.push_back({receiver_.socket().handle(), 0, ZMQ_POLLIN, 0});
             for (Link* const link : served) items.push_back({link->socket().handle(), 0, ZMQ_POLLIN, 0});
             const auto sleep = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now());
             zmq::poll(items, std::max(sleep, std::chrono::milliseconds(0)));
-            bell_.woken();
+            notifier_.woken();
         }
     }
 
     std::unique_ptr<Places> places_;
     const Endpoint own_;
     const std::uint64_t incarnation_ = random_name();
-    Bell bell_;
+    Notifier notifier_;
     zmq::context_t context_{1};
     Receiver receiver_;
 
@@ -183,7 +184,8 @@ Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadlin
         const BlockedSignals blocked;  // one of them would end the wait
         if (!socket.recv(reply)) return VORN_BUS_NO_PEER;
         std::array<std::uint64_t, kCounterNumbers> values = {};
-        if (!read_counters(Bytes(reply.data<std::uint8_t>(), reply.size()), values)) return VORN_BUS_TROUBLE;
+        if (!read_counters(Bytes(reply.data<std::uint8_t>(), reply.size()), values))
+            return VORN_BUS_SYSTEM_ERROR;
         counters = std::bit_cast<vorn_bus_counters>(values);
         return VORN_BUS_OK;
     } catch (const zmq::error_t& error) {

@@ -35,7 +35,7 @@ class ZmqCopies final : public Copies {
     ZmqCopies(zmq::message_t&& message, const Data& data, std::uint64_t taken_at)
         : message_(std::move(message)) {
         bytes = Bytes(message_.data<std::uint8_t>(), message_.size()).subspan(Data::kBytes);
-        units = data.count;
+        batches = data.count;
         time = taken_at;
     }
 
@@ -140,10 +140,10 @@ class Watched {
         return true;
     }
 
-    // The next unit, if there is one, has this number; those between are lost.
+    // The next batch, if there is one, has this number; those between are lost.
     void see(std::uint64_t next) {
         if (next <= seen_ + 1) return;
-        count(own_.counters.lost_units, next - 1 - seen_);
+        count(own_.counters.lost_batches, next - 1 - seen_);
         seen_ = next - 1;
     }
 
@@ -173,7 +173,7 @@ class ZmqWatcher final : public Watcher {
     ~ZmqWatcher() override {
         if (!service_.joinable()) return;
         ends_ = true;
-        bell_.ring();
+        notifier_.notify();
         service_.join();
     }
 
@@ -232,20 +232,20 @@ class ZmqWatcher final : public Watcher {
                 if (watched->is_present(now)) ++present;
             }
             receivers_.store(present, std::memory_order_relaxed);
-            if (busy || !bell_.may_sleep()) continue;
+            if (busy || !notifier_.may_sleep()) continue;
             items.clear();
-            items.push_back({nullptr, bell_.descriptor(), ZMQ_POLLIN, 0});
+            items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
             for (const auto& [address, watched] : watched_)
                 items.push_back({watched->socket().handle(), 0, ZMQ_POLLIN, 0});
             zmq::poll(items, kTurn);
-            bell_.woken();
+            notifier_.woken();
         }
         watched_.clear();  // in the thread that uses their sockets
     }
 
     std::unique_ptr<Places> places_;
     const WatchEndpoint own_;
-    Bell bell_;
+    Notifier notifier_;
     zmq::context_t context_{1};
     std::map<std::uint32_t, std::unique_ptr<Watched>> watched_;
     std::atomic<std::uint64_t> receivers_ = 0;
