@@ -17,8 +17,16 @@ struct Registration {
     VORN_IDLFreeFunc free_unpacked;
 };
 
-// The bus knows every record as a void pointer, in C's way: it calls the two functions with storage of the
-// registered type, so the pointers that it passes are the ones that they take.
+// The bus knows every record as a void pointer, and is given the exported functions themselves, whose
+// addresses a host may compare. It calls them with storage of the registered type; on all supported machines
+// a pointer to void is passed as any other. A bus marks the function that makes the call, for clang's check
+// of function types.
+#ifdef __clang__
+#define KAPLO_CALLS_REGISTERED __attribute__((no_sanitize("function")))
+#else
+#define KAPLO_CALLS_REGISTERED
+#endif
+
 template <class Record>
 Registration registration(std::uint32_t (*unpack)(const std::uint8_t*, std::uint32_t, Record*),
                           void (*free_unpacked)(Record*)) {

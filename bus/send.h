@@ -55,9 +55,10 @@ class SendBlock {
 // byte of the sender's memory reaches the bus.
 template <class Record>
 void pack_to_send(Unit& unit, const Record* record, std::uint8_t* buffer, std::uint32_t bytes,
-                  std::uint32_t capacity) {
+                  std::uint32_t capacity, const char* caller) {
     KaploMemHooksInit(unit);
     const std::uint32_t written = write_message(unit, record, buffer, bytes, capacity);
+    if (written > bytes) end_by_long_message(caller);
     memset_s(buffer + written, bytes - written, 0, bytes - written);
 }
 
@@ -76,7 +77,7 @@ std::uint32_t send_single(Unit& unit, std::uint32_t destination, const Record* r
         if (bytes == 0) return kRefusal;
         const SendBlock block(unit, bytes, send_single_name<Record>.c_str());
         if (block.start() == nullptr) return kRefusal;
-        pack_to_send(unit, record, block.start(), bytes, bytes);
+        pack_to_send(unit, record, block.start(), bytes, bytes, send_single_name<Record>.c_str());
         const VORN_SendDescriptor descriptor = {block.start(), message_id<Record>, bytes};
         return hand_to_bus(destination, &descriptor, 1, target);
     }
@@ -125,7 +126,7 @@ std::uint32_t send_batch_compact(Unit& unit, std::uint32_t destination, const Re
         const std::uint32_t bytes = message_bytes(records + i);
         const std::uint32_t room = kBatchAreaBytes - offset;
         if (bytes == 0 || room < bytes) return kRefusal;
-        pack_to_send(unit, records + i, block.start() + offset, bytes, room);
+        pack_to_send(unit, records + i, block.start() + offset, bytes, room, send_batch_name<Record>.c_str());
         put_descriptor(descriptors, i, {block.start() + offset, message_id<Record>, bytes});
         offset += bytes;
         if (i + 1 != count && offset > kBatchAreaBytes - 1) return kRefusal;

@@ -12,11 +12,8 @@ target_compile_options(nac_compile_options INTERFACE
   $<$<BOOL:${NAC_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(NAC_SANITIZERS)
-  # The bus calls registered functions through pointers to void, as C libraries do; clang's check of
-  # function types, part of "undefined" for C++ only, does not know that convention.
   target_compile_options(nac_compile_options INTERFACE
-    -fsanitize=${NAC_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer
-    $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
+    -fsanitize=${NAC_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(nac_compile_options INTERFACE -fsanitize=${NAC_SANITIZERS})
 endif()
 
@@ -44,10 +41,6 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   target_link_options(nac_library_options INTERFACE -Wl,-z,shstk)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
   target_compile_options(nac_library_options INTERFACE -mbranch-protection=standard)
-endif()
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
-  # g++ 12 adds up the size of a list of records wrongly there when it makes vectors of the sum. Everywhere, as below.
-  target_compile_options(nac_compile_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-tree-slp-vectorize>)
 endif()
 if(NAC_BYTE_SWAP)
   # Everywhere, since tests instantiate units of their own.

@@ -6,6 +6,8 @@
 #include <array>
 #include <utility>
 
+#include "bus/registration.h"
+
 namespace host {
 
 LoopbackBus& LoopbackBus::instance() {
@@ -93,7 +95,7 @@ std::int32_t LoopbackBus::send(std::uint32_t destination, const VORN_SendDescrip
     return result;
 }
 
-std::int32_t LoopbackBus::deliver(const Sent& sent) {
+KAPLO_CALLS_REGISTERED std::int32_t LoopbackBus::deliver(const Sent& sent) {
     // Whoever registers an id again replaces the pair, so the last one counts.
     const auto find = [this](std::uint32_t id) {
         return std::find_if(registered_.rbegin(), registered_.rend(),

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace kaplo {
@@ -128,6 +129,12 @@ void log_failed_allocation(Unit& unit, const char* function, AllocationComplaint
                   : "[KAPLO]:Malloc unpack data unsuccess,                size(%u)",
               size);
     }
+}
+
+void end_by_long_message(const char* caller) {
+    static_cast<void>(
+        std::fprintf(stderr, "%s: the message is longer than its size; the process ends\n", caller));
+    std::abort();
 }
 
 }  // namespace kaplo

@@ -115,6 +115,10 @@ enum class AllocationComplaint : bool { sixteen_blanks, one_blank };
 void log_failed_allocation(Unit& unit, const char* function, AllocationComplaint wording, std::uint32_t size,
                            std::uint32_t line = __builtin_LINE());
 
+// Ends the process, with a word on stderr: a message became longer than the size that it was given memory
+// for.
+[[noreturn]] void end_by_long_message(const char* caller);
+
 }  // namespace kaplo
 
 #endif

@@ -47,8 +47,11 @@ template <Counting counting = Counting::written, class Record>
     std::array<std::uint64_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
     each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar) {
-            scalars[std::countr_zero(sizeof(typename F::Member))] +=
-                counting == Counting::all || F::in(record) != 0;
+            if constexpr (counting == Counting::all) {
+                bytes += sizeof(typename F::Member);
+            } else {
+                count_if(F::in(record) != 0, scalars[std::countr_zero(sizeof(typename F::Member))]);
+            }
         } else if constexpr (F::kind == Kind::fixed_array) {
             bytes += kReferenceBytes + fixed_array_bytes<F>;
         } else if constexpr (F::kind == Kind::nested_table) {
@@ -89,7 +92,7 @@ template <class Record>
 std::uint32_t message_bytes(const Record* record) {
     if (record == nullptr) return 0;
     const std::uint64_t bytes = kReferenceBytes + table_bytes(*record);
-    return bytes <= kLargestMessage ? static_cast<std::uint32_t>(bytes) : 0;
+    return !owns_memory<Record> || bytes <= kLargestMessage ? static_cast<std::uint32_t>(bytes) : 0;
 }
 
 // Bytes that the message would have if no scalar were 0: a bound that costs no walk over elements.

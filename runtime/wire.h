@@ -63,6 +63,13 @@ constexpr std::size_t mask_if(bool condition) {
     return mask;
 }
 
+// Adds 1 if the condition holds. Comparisons are never added up in view of the compiler: g++ 12 makes vectors
+// of such sums, whose lanes are 0 and -1, and gives some of them the wrong sign.
+constexpr void count_if(bool condition, std::uint64_t& count) {
+    if (!std::is_constant_evaluated()) asm("" : "+r"(count));
+    count += static_cast<std::uint64_t>(condition);
+}
+
 // Numbers of a vtable as they stand in memory. A reversing writer keeps only the low byte of field offsets
 // and of the lengths of tables without vectors; all its other numbers it reverses in full. Peers that
 // reverse do the same, and without reversal it does not show.

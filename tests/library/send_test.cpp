@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "bus/send.h"
+#include "nac/catalogue.h"
 #include "runtime/size.h"
 #include "tests/support/message.h"
 
@@ -420,6 +422,17 @@ TEST_F(SentBytes, PaddingOfAnImageIsZeroOnADirtyStackAndInADirtyBlock) {
         const Bytes message = bus.sends().back().messages[0];
         for (const std::size_t padding : {18U, 19U, 30U, 31U}) EXPECT_EQ(message[padding], 0) << padding;
     }
+}
+
+TEST(SendDeathTest, EndsTheProcessWhereAMessageIsLongerThanItsSize) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    kaplo::Unit unit;
+    const Nac_IpsecAuthenReqMsg record = {};
+    std::array<std::uint8_t, 256> buffer = {};
+    const std::uint32_t bytes = kaplo::message_bytes(&record);
+    kaplo::pack_to_send(unit, &record, buffer.data(), bytes, bytes, "sender");
+    EXPECT_DEATH(kaplo::pack_to_send(unit, &record, buffer.data(), bytes - 1, bytes, "sender"),
+                 "^sender: the message is longer than its size; the process ends\n$");
 }
 
 TEST(SendDescriptor, IsSixteenBytesOfAddressIdAndLength) {

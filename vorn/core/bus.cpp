@@ -10,6 +10,8 @@
 #include <system_error>
 #include <utility>
 
+#include "bus/registration.h"
+
 namespace vorn {
 namespace {
 
@@ -197,7 +199,8 @@ void Bus::handle_batch(const Batch& batch, std::uint32_t flags) {
     count_alone(counters_.received_batches);
 }
 
-void Bus::handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags) {
+KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const Message& message,
+                                                std::uint32_t flags) {
     if (routes_registry_ != Registry::instance().version() ||
         routes_handlers_ != handlers_version_.load(std::memory_order_acquire)) {
         renew_routes();
