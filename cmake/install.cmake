@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# What is installed, and where. packaging/debian sorts the same files into packages.
+# What is installed, and where; of Python and the manual, see python/ and docs/. packaging/debian sorts the same files into
+# packages.
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/vorn_nac)
-set(NAC_INSTALL_PYTHONDIR lib/python3/dist-packages CACHE PATH "Where the Python package goes")
 set(NAC_INSTALL_WIRESHARKDIR ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins CACHE PATH "Where Wireshark looks for plugins")
 
 # A pkg-config file finds the others from where it is, so that the whole prefix can be moved.
@@ -43,7 +43,7 @@ if(NAC_BUILD_BUS)
   install_pkg_config(vorn_host_static)
 endif()
 
-# The tool, and what it says of itself.
+# The tool, and what is generated from it.
 if(NAC_BUILD_TOOL)
   file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(nac PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
@@ -53,24 +53,3 @@ if(NAC_BUILD_TOOL)
   install(FILES ${NAC_GENERATED}/nac.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   install(FILES ${NAC_GENERATED}/vorn_nac.lua DESTINATION ${NAC_INSTALL_WIRESHARKDIR})
 endif()
-
-# Python, and the manual.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vorn_nac DESTINATION ${NAC_INSTALL_PYTHONDIR}
-  PATTERN __pycache__ EXCLUDE)
-file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9].scd)
-find_program(SCDOC scdoc)
-if(pages AND NOT SCDOC)
-  message(WARNING "Without scdoc the manual is not installed")
-  set(pages "")
-endif()
-foreach(page IN LISTS pages)
-  get_filename_component(name ${page} NAME_WLE)
-  string(REGEX REPLACE ".*\\." "" section ${name})
-  add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/man/${name}
-    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
-    COMMAND ${SCDOC} < ${page} > ${PROJECT_BINARY_DIR}/man/${name}
-    DEPENDS ${page} VERBATIM)
-  list(APPEND made_pages ${PROJECT_BINARY_DIR}/man/${name})
-  install(FILES ${PROJECT_BINARY_DIR}/man/${name} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-endforeach()
-add_custom_target(nac_manual ALL DEPENDS ${made_pages})

@@ -27,7 +27,7 @@ fi | tar --create --null --files-from=- --ignore-failed-read 2>/dev/null | tar -
 cd "$source"
 cp -r packaging/debian debian
 
-# What is written down elsewhere already: version, the list of exported functions, the pages of the manual.
+# Made of other files: the changelog of the package, of CMakeLists.txt's version; the symbols file.
 version=$(sed -n 's/^project(vorn_nac VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 maintainer=$(sed -n 's/^Maintainer: //p' debian/control)
 cat > debian/changelog <<TEXT
@@ -41,15 +41,6 @@ TEXT
     echo 'libvorn_nac_user.so.1 libvorn-nac1 #MINVER#'
     sed 's/.*/ &@Base 1.0.0/' tests/library/exported_symbols.txt
 } > debian/libvorn-nac1.symbols
-for page in man/*.[1-9].scd; do
-    page=${page%.scd}
-    case $page in
-        *.1) package=vorn-nac-tools ;;
-        man/vorn_*) package=libvorn-bus-dev ;;
-        *) package=libvorn-nac-dev ;;
-    esac
-    echo "usr/share/man/man${page##*.}/${page##*/}" >> "debian/$package.install"
-done
 find . -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
 
 if ! DEB_BUILD_OPTIONS="noautodbgsym parallel=${NAC_PACKAGE_JOBS:-$(nproc)}" \

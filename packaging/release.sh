@@ -28,9 +28,9 @@ newest=$(sed -n 's/^## //p' CHANGELOG.md | head -n 1)
 holds "version $version, soname .so.$major"
 
 point "the binary interface is the one on record, or has grown"
-for library in vorn_nac_user vorn_bus; do
-    [ -e "tests/lib$library.abi" ] || refuse "tests/lib$library.abi is missing"
-    grep -q "soname='lib$library.so.$major'" "tests/lib$library.abi" || refuse "tests/lib$library.abi is of another soname"
+for record in tests/library/libvorn_nac_user.abi tests/bus/libvorn_bus.abi; do
+    [ -e "$record" ] || refuse "$record is missing"
+    grep -q "soname='$(basename "$record" .abi).so.$major'" "$record" || refuse "$record is of another soname"
 done
 python3 tests/library/interface_test.py
 ./dev bus-interface

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# The record types as data, for whatever is made from them: layouts as `nac types` and `nac describe` tell them, words as
-# they stand in nac/nac_messages.h.
+# The record types as data, for the manual, the site and the Python package: layouts as `nac types` and `nac describe`
+# print them, text from the comments of nac/nac_messages.h.
 #
 # NAC names the tool.
 import json
@@ -8,7 +8,7 @@ import os
 import pathlib
 import re
 import subprocess
-from typing import Any, Callable
+from typing import Any
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
@@ -23,7 +23,7 @@ def nac(*arguments: str, given: str = "") -> str:
 
 
 def types() -> list[Type]:
-    """All types, each behind the tables in it. A table that is no message has no id and no module."""
+    """All types, each after the tables in it. A table that is no message has no id and no module."""
     messages = {each["name"]: each for each in map(json.loads, nac("types", "--json").splitlines())}
     found: dict[str, Type] = {}
 
@@ -74,8 +74,8 @@ def functions() -> list[tuple[str, str]]:
     return [(re.findall(r"(\w+)\(", each)[0], each + ";") for each in prototypes if each]
 
 
-def promises() -> list[str]:
-    """What these functions promise, a paragraph each."""
+def function_descriptions() -> list[str]:
+    """What these functions do, a paragraph each."""
     comment = re.search(r"/\* The seven functions of a message type\.\n \*\n(.*?)\*/", _header(), re.S)
     assert comment is not None
     return paragraphs_of(re.sub(r"^ \* ", "", comment[1]))
@@ -103,11 +103,3 @@ def module_functions() -> list[tuple[str, str, str]]:
         for prototype, name in re.findall(r"NAC_API (.*?(\w+)\(void\);)", block):
             found.append((prototype, name, _unwrapped(comment)))
     return found
-
-
-def check_or_write(path: pathlib.Path, text: str, write: bool, complain: Callable[[str], None]) -> None:
-    """Renews a file that is made and kept, or complains that it is not what would be made now."""
-    if write:
-        path.write_text(text)
-    elif not path.exists() or path.read_text() != text:
-        complain(f"{path.relative_to(ROOT)} is not what {path.name}'s generator makes: run it with --write")

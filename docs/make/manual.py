@@ -1,21 +1,21 @@
 # SPDX-License-Identifier: Apache-2.0
-# Makes the manual pages in man/, for scdoc: those of section 3 from the headers and the descriptions, the options in those
-# of section 1 from what the tool says of itself. Only what a group of verbs is for is written here.
+# Makes the manual: pages of section 1 from `nac --help`, pages of section 3 from the headers and the descriptions.
+# Only what a group of verbs is for is written here. The build runs this, and installs what it makes:
 #
-#     python3 docs/make/manual.py            # complains if man/ is not up to date
-#     python3 docs/make/manual.py --write
+#     NAC=build/release/nac python3 docs/make/manual.py FOLDER    # writes FOLDER/man1 and FOLDER/man3; needs scdoc
 import os
+import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import textwrap
 from typing import Iterable, NamedTuple
 
-from described_types import (NAC, ROOT, Type, check_or_write, conventions, functions, module_functions, nac,
-                             paragraphs_of, promises, purposes, sizes, struct_of, types)
+from described_types import (HEADER, NAC, ROOT, Type, conventions, functions, module_functions, nac, paragraphs_of,
+                             function_descriptions, purposes, sizes, struct_of, types)
 
-MADE = "; SPDX-License-Identifier: Apache-2.0\n; Made by docs/make/manual.py; not to be edited.\n"
-EXIT_CODES = "0: all is well. 1: the data was read and found bad, or differs. 2: the command line is wrong. " \
+EXIT_CODES = "0: success. 1: the data was read, and is damaged or differs. 2: the command line is wrong. " \
              "3: a file or the bus failed."
 
 
@@ -30,11 +30,11 @@ class Group(NamedTuple):
 
 
 GROUPS = [
-    Group("nac-types", "what message types there are, and how their records lie",
-          "Lists the message types, and tells one field by field: kinds, sizes, places in the record and on the wire.",
+    Group("nac-types", "list and describe message types",
+          "Lists the message types, and describes one field by field: kind, size, offset in the record and on the wire.",
           ["types", "describe"], "nac describe Nac_SetPortMsg"),
     Group("nac-messages", "read, write, verify and compare messages",
-          "Turns bytes into records and records into bytes, as the library does, and says what is wrong with bytes.",
+          "Converts bytes to records and records to bytes, as the library does, and reports what is wrong with bytes.",
           ["decode", "encode", "verify", "hex", "assemble", "diff", "random"],
           "echo '{\"f0\": 7, \"f1\": 1}' | nac encode --type Nac_SetPortMsg --format hex - | "
           "nac decode --format hex --type Nac_SetPortMsg -"),
@@ -42,12 +42,12 @@ GROUPS = [
           "Sends records to an address of a bus and prints those that arrive at one. Without a URL the bus is the one that "
           "VORN_BUS_URL names.",
           ["exchange", "send", "listen", "bus stats", "doctor"], "nac exchange access-session.jsonl | tail -n 1"),
-    Group("nac-capture", "watch, record and replay what passes over the bus",
-          "Shows what passes over the bus without disturbing it, keeps it in pcapng files, sends it again, and prints a "
-          "dissector with which Wireshark shows it.",
+    Group("nac-capture", "watch, record and replay messages of the bus",
+          "Shows the messages on a bus without disturbing it, records them into pcapng files, sends them again, and "
+          "prints a dissector with which Wireshark shows them.",
           ["monitor", "record", "replay", "info", "dissector"], "nac info port-move.pcapng | tail -n 1"),
-    Group("nac-machine", "time this machine, and complete the command line",
-          "Times how long records take here, and prints completion scripts for shells.",
+    Group("nac-machine", "measure this machine, and complete the command line",
+          "Measures how long packing and unpacking take on this machine, and prints completion scripts for shells.",
           ["bench", "completion"], "nac completion bash | head -n 1"),
 ]
 
@@ -73,7 +73,7 @@ def literal(text: str) -> str:
 
 
 def page(name: str, section: int, title: str, parts: Iterable[tuple[str, str]]) -> str:
-    made = f"{name}({section})\n\n{MADE}\n# NAME\n\n{escaped(name)} - {title}\n"
+    made = f"{name}({section})\n\n# NAME\n\n{escaped(name)} - {title}\n"
     for heading, text in parts:
         made += f"\n# {heading}\n\n{text.strip(chr(10))}\n"
     return made
@@ -84,25 +84,27 @@ def see_also(*pages: tuple[str, int]) -> str:
 
 
 def example(command: str) -> str:
-    """A command and its output, as the tests will find it."""
+    """A command and what it prints."""
     path = {**os.environ, "PATH": os.path.dirname(NAC) + ":" + os.environ["PATH"]}
     done = subprocess.run(["bash", "-c", command], capture_output=True, text=True, env=path, cwd=ROOT / "examples")
+    if done.returncode != 0 or not done.stdout:
+        sys.exit(f"manual: the example {command!r} fails with {done.returncode}: {done.stderr}")
     return literal("$ " + command + "\n" + done.stdout)
 
 
 # ---- section 1 --------------------------------------------------------------------------------------
 
 
-def first_sentence(verb: str) -> str:
-    return nac(*verb.split(), "--help").splitlines()[0].strip()
+def description(verb: str) -> str:
+    """What --help says before the usage."""
+    return " ".join(nac(*verb.split(), "--help").split("Usage:")[0].split())
 
 
 def option_list(verb: str) -> str:
-    """A verb's synopsis and options, as --help tells them."""
+    """A verb's synopsis and options, as --help prints them."""
     lines = nac(*verb.split(), "--help").splitlines()
     usage = next(line for line in lines if line.startswith("Usage:")).removeprefix("Usage: ")
-    described = " ".join(line.strip() for line in lines[:lines.index("Usage: " + usage)])
-    made = f"## {escaped(usage)}\n\n" + paragraph(described + ".") + "\n"
+    made = f"## {escaped(usage)}\n\n" + paragraph(description(verb) + ".") + "\n"
     entry = ""
     section = ""
     footer = ""
@@ -138,16 +140,15 @@ def verb_pages() -> dict[str, str]:
                  ("EXIT STATUS", paragraph(EXIT_CODES)),
                  ("EXAMPLE", example(group.example)),
                  ("SEE ALSO", see_also(*(each for each in others if each[0] != group.page)))]
-        pages[f"{group.page}.1.scd"] = page(group.page, 1, group.title, parts)
-    table = "".join(f"*{escaped(group.page)}*(1)\n" +
-                    "".join(paragraph(f"{verb}: {first_sentence(verb)}." + ("" if verb == group.verbs[-1] else "\0"), "\t")
-                            .replace("\0", "++") for verb in group.verbs) + "\n" for group in GROUPS)
-    pages["nac.1.scd"] = page("nac", 1, "messages of the Nac package, as bytes, as records, and on a bus", [
+        pages[group.page] = page(group.page, 1, group.title, parts)
+    table = "\n".join(f"## {group.page}(1)\n\n" + "".join(
+        f"*{verb}*\n{paragraph(description(verb) + '.', chr(9))}\n" for verb in group.verbs) for group in GROUPS)
+    pages["nac"] = page("nac", 1, "messages of the Nac package, as bytes, as records, and on a bus", [
         ("SYNOPSIS", "*nac* _verb_ [options] ...\n"),
         ("DESCRIPTION", paragraph(
             "nac reads and writes messages of the Nac package exactly as libvorn_nac_user does. Data goes to standard "
-            "output, words to standard error; - is standard input. Every verb has --help, and --json for output with "
-            "stable keys, one object a line.")),
+            "output, errors and progress go to standard error; - is standard input. Every verb has --help. With --json a "
+            "verb prints one JSON object a line, with stable keys.")),
         ("VERBS", table),
         ("ENVIRONMENT", "*VORN\\_BUS\\_URL*\n" + paragraph("The bus, where no --bus names one.", "\t") +
          "\n*NO\\_COLOR*\n" + paragraph("If it is set, output has no colours.", "\t")),
@@ -160,12 +161,26 @@ def verb_pages() -> dict[str, str]:
 # ---- section 3 --------------------------------------------------------------------------------------
 
 
-def modules(all_types: list[Type]) -> list[str]:
-    return list(dict.fromkeys(each["module"] for each in all_types if each["module"]))
+def folded(prototype: str) -> str:
+    """A prototype, broken between parameters."""
+    if "\n" in prototype:
+        return prototype
+    unbroken = re.sub(r"(?<!,) ", "\0", prototype)
+    return "\n".join(textwrap.wrap(unbroken, 78, subsequent_indent="    ", break_long_words=False)).replace("\0", " ")
 
 
-def initialiser(module: str) -> str:
+def synopsis(header: str, prototypes: Iterable[str]) -> tuple[str, str]:
+    return "SYNOPSIS", literal(f'#include "{header}"\n\n' + "\n".join(map(folded, prototypes)))
+
+
+def prefix_of(module: str) -> str:
+    """What the names of a module's functions begin with."""
     return next(name for _, name, _ in module_functions() if name.endswith(f"{module}_recv_init")).removesuffix("_recv_init")
+
+
+def own_functions(module: str) -> list[tuple[str, str, str]]:
+    names = re.compile(prefix_of(module) + "(_recv_init|_send_init|__send_resource_clean)")
+    return [each for each in module_functions() if names.fullmatch(each[1])]
 
 
 def field_table(each: Type) -> str:
@@ -175,77 +190,138 @@ def field_table(each: Type) -> str:
     return literal("\n".join(lines))
 
 
-def module_pages(all_types: list[Type]) -> dict[str, str]:
-    purpose, size = purposes(), sizes()
-    by_name = {each["name"]: each for each in all_types}
-    pages = {}
-    for module in modules(all_types):
-        prefix = initialiser(module)
-        messages = [each for each in all_types if each["module"] == module]
-        inner = [by_name[field["table"]] for each in messages for field in each["fields"] if field["table"]]
-        shown = {each["name"]: each for each in inner if each["id"] is None} | {each["name"]: each for each in messages}
-        own = [(prototype, words) for prototype, name, words in module_functions() if name.startswith(prefix)]
-        parts = [("SYNOPSIS", literal('#include "nac/nac_messages.h"\n\n' + "\n".join(each for each, _ in own))),
-                 ("DESCRIPTION", "".join(f"*{escaped(prototype)}*\n{paragraph(words, chr(9))}\n" for prototype, words in own) +
-                  paragraph("The functions of each message type are told in nac_messages(3)."))]
-        text = ""
-        for each in shown.values():
-            number = f"Message id 0x{each['id']:08X}. " if each["id"] is not None else ""
-            text += f"## {escaped(each['name'])}\n\n{paragraph(purpose[each['name']])}\n"
-            text += paragraph(number + size[each["name"]]) + "\n"
-            text += literal(struct_of(each["name"])) + "\n" + field_table(each) + "\n"
-        parts += [("TYPES", text), ("SEE ALSO", see_also(("nac_messages", 3), ("vorn_bus", 3), ("nac-types", 1)))]
-        pages[f"{prefix}.3.scd"] = page(prefix, 3, f"the message types of module {escaped(module)}", parts)
-    names = [(initialiser(module), module) for module in modules(all_types)]
-    listed = "".join(f"*{escaped(prefix)}*(3)\n" + "".join(
-        f"\t{escaped(each['name'])}{'' if each is last else '++'}\n"
-        for group in [[each for each in all_types if each["module"] == module]] for last in group[-1:] for each in group) +
-        "\n" for prefix, module in names)
-    pages["nac_messages.3.scd"] = page("nac_messages", 3, "pack, unpack, free and send the messages of the Nac package", [
-        ("SYNOPSIS", literal('#include "nac/nac_messages.h"\n\n' + "\n".join(text for _, text in functions()))),
+def layout(each: Type) -> str:
+    return literal(struct_of(each["name"])) + "\n" + field_table(each) + "\n"
+
+
+def functions_of(name: str) -> list[tuple[str, str]]:
+    return [(function.replace("Message", name), prototype.replace("Message", name)) for function, prototype in functions()]
+
+
+def nested(each: Type, by_name: dict[str, Type]) -> list[Type]:
+    return [by_name[name] for name in dict.fromkeys(field["table"] for field in each["fields"]) if name]
+
+
+def type_page(each: Type, by_name: dict[str, Type]) -> str:
+    """One message type: its seven functions and its record."""
+    name = each["name"]
+    inner = nested(each, by_name)
+    purpose = purposes()
+    record = paragraph(f"{sizes()[name]} The table gives each field's offset in the record and in the fixed image, in bytes.")
+    record += "\n" + layout(each)
+    for other in inner:
+        if other["id"] is None:
+            record += f"## {escaped(other['name'])}\n\n{paragraph(purpose[other['name']] + ' ' + sizes()[other['name']])}\n"
+            record += layout(other)
+    shown = purpose[name].rstrip(".")
+    return page(name, 3, escaped(shown[0].lower() + shown[1:]), [
+        synopsis(HEADER, (prototype for _, prototype in functions_of(name))),
+        ("DESCRIPTION", paragraph(f"{purpose[name]} Message id 0x{each['id']:08X}, module {each['module']}.") + "\n" +
+         "\n".join(paragraph(each.replace("Message", name)) for each in function_descriptions())),
+        ("RECORD", record),
+        ("SEE ALSO", see_also(("nac_messages", 3), (prefix_of(each["module"]), 3),
+                              *((other["name"], 3) for other in inner if other["id"] is not None), ("nac-types", 1)))])
+
+
+def type_list(messages: Iterable[Type]) -> str:
+    return "".join(f"*{escaped(each['name'])}*(3)\n{paragraph(purposes()[each['name']], chr(9))}\n" for each in messages)
+
+
+def module_page(module: str, messages: list[Type]) -> str:
+    prefix = prefix_of(module)
+    own = own_functions(module)
+    return page(prefix, 3, f"register the message types of module {escaped(module)}", [
+        synopsis(HEADER, (prototype for prototype, _, _ in own)),
+        ("DESCRIPTION", "".join(f"*{escaped(name)}*\n{paragraph(text, chr(9))}\n" for _, name, text in own)),
+        ("MESSAGE TYPES", type_list(messages)),
+        ("SEE ALSO", see_also(("nac_messages", 3), ("vorn_bus_api", 3), ("vorn_bus", 3)))])
+
+
+def messages_page(prefixes: list[str], messages: list[Type]) -> str:
+    return page("nac_messages", 3, "pack, unpack, free and send the messages of the Nac package", [
+        synopsis(HEADER, (prototype for _, prototype in functions())),
         ("DESCRIPTION", paragraph("Each message type has these seven functions; Message stands for its name. Link with "
-                                  "-lvorn_nac_user and a VORN bus, as libvorn_bus is one.") + "\n" +
-         "\n".join(paragraph(each) for each in promises())),
+                                  "-lvorn_nac_user and a VORN bus, for example -lvorn_bus.") + "\n" +
+         "\n".join(paragraph(each) for each in function_descriptions())),
         ("CONVENTIONS", "\n".join(paragraph(each) for each in conventions()[1:])),
-        ("MESSAGE TYPES", listed),
-        ("SEE ALSO", see_also(*((prefix, 3) for prefix, _ in names), ("vorn_bus", 3), ("nac", 1)))])
-    return pages
+        ("MESSAGE TYPES", type_list(messages)),
+        ("SEE ALSO", see_also(*((prefix, 3) for prefix in prefixes), ("vorn_bus_api", 3), ("zeb_osal_api", 3),
+                              ("vorn_bus", 3), ("nac", 1)))])
 
 
-def bus_page() -> dict[str, str]:
-    """vorn_bus(3), from its header."""
-    header = (ROOT / "vorn/vorn_bus.h").read_text()
-    body = header.split("#include \"bus/vorn_bus_api.h\"")[1].split('extern "C" {\n#endif')[1].split("#ifdef __cplusplus")[0]
-    intro = re.search(r"\*/\n/\* (.*?)\*/", header, re.S)
-    assert intro is not None
-    about = paragraphs_of(intro[1])
-    text = "\n".join(paragraph(each) for each in about) + "\n"
+def header_page(name: str, header: str, title: str, others: list[tuple[str, int]]) -> tuple[str, list[str]]:
+    """A page for a header, and the names of the functions and structs that it declares."""
+    text = (ROOT / header).read_text()
+    intro = re.search(r"\*/\n/\* (.*?) ?\*/", text, re.S)
+    assert intro is not None, header
+    body = text.split('extern "C" {\n#endif')[1].rsplit("#ifdef __cplusplus", 1)[0]
+    described = "\n".join(paragraph(each) for each in paragraphs_of(intro[1])) + "\n"
     for block in re.split(r"\n\n(?=/\*|[a-z])", body.strip()):
         if found := re.match(r"/\* ---- (\w+) -+ \*/\s*", block):
-            text += f"## {found[1]}\n\n"
+            described += f"## {found[1]}\n\n"
             block = block[found.end():]
         comment = re.match(r"/\* ((?:(?!\*/).)*?)\s*\*/\n", block, re.S)
         if comment:
-            text += paragraph(re.sub(r"\s*\n \* ?", " ", comment[1])) + "\n"
+            described += paragraph(re.sub(r"\s*\n \* ?", " ", comment[1])) + "\n"
             block = block[comment.end():]
         if block.strip():
-            text += literal(block.strip()) + "\n"
-    names = re.findall(r"^[a-z].*?\b(vorn_bus_\w+)\(", body, re.M)
-    return {"vorn_bus.3.scd": page("vorn_bus", 3, "a VORN bus for machines that have none", [
-        ("SYNOPSIS", literal('#include "vorn/vorn_bus.h"\n\n' + "\n".join(f"{name}(...)" for name in dict.fromkeys(names)))),
-        ("DESCRIPTION", text), ("SEE ALSO", see_also(("nac_messages", 3), ("nac-bus", 1)))])}
+            described += literal(block.strip()) + "\n"
+    uncommented = re.sub(r"/\*.*?\*/", "", body, flags=re.S)
+    prototypes = re.findall(r"^((?!typedef)[a-z][^;{}#]*?\b(\w+)\([^;{}]*\)[ \w]*;)", uncommented, re.M)
+    structs = re.findall(r"^typedef struct (\w+)", body, re.M)
+    return page(name, 3, title, [synopsis(header, (prototype for prototype, _ in prototypes)), ("DESCRIPTION", described),
+                                 ("SEE ALSO", see_also(*others))]), [*(each for _, each in prototypes), *structs]
+
+
+HEADER_PAGES = [
+    ("vorn_bus", "vorn/vorn_bus.h", "a VORN bus for machines that have none",
+     [("vorn_bus_api", 3), ("nac_messages", 3), ("nac-bus", 1)]),
+    ("vorn_bus_api", "bus/vorn_bus_api.h", "what libvorn_nac_user needs of a VORN bus",
+     [("nac_messages", 3), ("vorn_bus", 3), ("zeb_osal_api", 3)]),
+    ("zeb_osal_api", "runtime/zeb_osal_api.h", "services of a host process that libvorn_nac_user uses",
+     [("nac_messages", 3), ("vorn_bus_api", 3)]),
+]
+
+
+def library_pages() -> tuple[dict[str, str], dict[str, str]]:
+    """The pages of section 3, and for every other name the page that describes it."""
+    all_types = types()
+    by_name = {each["name"]: each for each in all_types}
+    messages = [each for each in all_types if each["id"] is not None]
+    pages, aliases = {}, {}
+    for each in messages:
+        pages[each["name"]] = type_page(each, by_name)
+        aliases |= {name: each["name"] for name, _ in functions_of(each["name"])}
+        for other in nested(each, by_name):
+            if other["id"] is None:
+                aliases.setdefault(other["name"], each["name"])
+    modules = list(dict.fromkeys(each["module"] for each in messages))
+    for module in modules:
+        pages[prefix_of(module)] = module_page(module, [each for each in messages if each["module"] == module])
+    aliases |= {name: prefix_of(module) for module in modules for _, name, _ in own_functions(module)}
+    pages["nac_messages"] = messages_page([prefix_of(module) for module in modules], messages)
+    for name, header, title, others in HEADER_PAGES:
+        pages[name], declared = header_page(name, header, title, others)
+        aliases |= {each: name for each in declared if each != name}
+    return pages, aliases
+
+
+def write(folder: pathlib.Path, name: str, section: int, text: bytes) -> None:
+    (folder / f"man{section}/{name}.{section}").write_bytes(text)
 
 
 def main() -> int:
-    write = sys.argv[1:] == ["--write"]
-    all_types = types()
-    pages = {**verb_pages(), **module_pages(all_types), **bus_page()}
-    complaints: list[str] = []
-    for name, text in pages.items():
-        check_or_write(ROOT / "man" / name, text, write, complaints.append)
-    complaints += [f"man/{path.name} is made by nobody" for path in (ROOT / "man").glob("*.scd") if path.name not in pages]
-    print("\n".join(complaints) or f"count: {len(pages)} manual pages are what the headers and the tool say")
-    return 1 if complaints else 0
+    folder = pathlib.Path(sys.argv[1])
+    library, aliases = library_pages()
+    for section, pages in ((3, library), (1, verb_pages())):
+        shutil.rmtree(folder / f"man{section}", ignore_errors=True)
+        (folder / f"man{section}").mkdir(parents=True)
+        for name, text in pages.items():
+            made = subprocess.run(["scdoc"], input=text.encode(), stdout=subprocess.PIPE, check=True)
+            write(folder, name, section, made.stdout)
+    for name, leads_to in aliases.items():
+        write(folder, name, 3, f".so man3/{leads_to}.3\n".encode())
+    return 0
 
 
 if __name__ == "__main__":

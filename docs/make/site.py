@@ -15,7 +15,7 @@ import sys
 from described_types import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
 
 DOCS = ROOT / "docs"
-MADE_HERE = ("make",)
+LEFT_OUT = ("make", "CMakeLists.txt")
 # Names of types are longer than the theme's sidebar is wide, and what the tool prints is wider than its pages.
 STYLE = """\
 .bs-sidebar a { overflow-wrap: anywhere; }
@@ -36,7 +36,7 @@ class Site:
     def collect(self) -> None:
         for path in sorted(DOCS.rglob("*")):
             name = path.relative_to(DOCS)
-            if path.is_dir() or name.parts[0] in MADE_HERE:
+            if path.is_dir() or name.parts[0] in LEFT_OUT:
                 continue
             place = self.pages / name
             place.parent.mkdir(parents=True, exist_ok=True)

@@ -11,7 +11,7 @@ import pytest
 import vorn_nac
 from support import NAC, ROOT
 
-PACKAGE = ROOT / "python"
+PACKAGE = pathlib.Path(vorn_nac.__file__).parents[1]
 LIBRARIES = pathlib.Path(NAC).parent
 
 
@@ -39,6 +39,16 @@ def test_finds_the_libraries_where_the_loader_looks() -> None:
     assert str(LIBRARIES) in done.stdout
 
 
+def test_finds_the_libraries_of_the_build_tree_in_which_it_lies(tmp_path: pathlib.Path) -> None:
+    (tmp_path / "python").mkdir()
+    shutil.copytree(PACKAGE / "vorn_nac", tmp_path / "python/vorn_nac")
+    for name in ("libvorn_bus.so.1", "libvorn_nac_user.so.1"):
+        shutil.copy(LIBRARIES / name, tmp_path)
+    done = python(USE + "; print(open('/proc/self/maps').read())", PYTHONPATH=str(tmp_path / "python"))
+    assert (done.returncode, done.stderr) == (0, "")
+    assert f"{tmp_path}/libvorn_nac_user.so.1" in done.stdout
+
+
 def test_says_where_it_looked_in_vain(tmp_path: pathlib.Path) -> None:
     done = python("import vorn_nac", VORN_NAC_LIBRARY_DIR=str(tmp_path))
     assert done.returncode == 1
@@ -49,8 +59,9 @@ def test_says_where_it_looked_in_vain(tmp_path: pathlib.Path) -> None:
 def test_type_checks_strictly() -> None:
     if shutil.which("mypy") is None:
         pytest.fail("mypy is not installed")
-    done = subprocess.run(["mypy", "--strict", "--cache-dir", os.devnull, "vorn_nac", "examples", "tests"], cwd=PACKAGE,
-                          capture_output=True, text=True, timeout=300, env={**os.environ, "MYPYPATH": "tests"})
+    done = subprocess.run(["mypy", "--strict", "--cache-dir", os.devnull, PACKAGE / "vorn_nac", "examples", "tests"],
+                          cwd=ROOT / "python", capture_output=True, text=True, timeout=300,
+                          env={**os.environ, "MYPYPATH": f"{PACKAGE}:tests"})
     assert done.returncode == 0, done.stdout
 
 

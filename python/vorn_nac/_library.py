@@ -15,15 +15,13 @@ _FOLDER_VARIABLE = "VORN_NAC_LIBRARY_DIR"
 
 
 def _folders() -> Iterator[Optional[pathlib.Path]]:
-    """Where to look, one after the other. None: where the loader looks."""
+    """Where to look, in this order. None: where the loader looks."""
     chosen = os.environ.get(_FOLDER_VARIABLE)
     if chosen:
         yield pathlib.Path(chosen)
         return
     yield None
-    build = pathlib.Path(__file__).resolve().parent.parent.parent / "build"
-    yield build / "release"
-    yield from sorted(each.parent for each in build.glob("*/" + _NAMES[1]) if each.parent.name != "release")
+    yield pathlib.Path(__file__).absolute().parents[2]  # build/<preset> has the libraries and python/vorn_nac
 
 
 def _load() -> tuple[ctypes.CDLL, ctypes.CDLL]:

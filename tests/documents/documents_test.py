@@ -15,7 +15,6 @@ from typing import Iterator, NamedTuple
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 NAC = pathlib.Path(os.environ.get("NAC", str(ROOT / "build/release/nac")))
 PAGES = sorted(path for path in ROOT.rglob("*.md") if path.relative_to(ROOT).parts[0] not in ("build", ".git"))
-MANUAL = sorted((ROOT / "man").glob("*.scd"))
 
 # Commands that are shown and not run, each with the reason.
 NOT_RUN = {
@@ -26,7 +25,6 @@ NOT_RUN = {
     ("tests/reference/README.md", "python3 make_corpus.py"): "writes into the sources; reference/check_corpus compares",
     ("docs/performance/README.md", "./dev bench "): "times the machine, for minutes, and writes into docs/",
     ("docs/performance/README.md", "./dev bench-instructions"): "is the test instructions",
-    ("man/nac-messages.1.scd", "nac assemble reads the text back"): "is a sentence",
     ("docs/captures.md", "nac monitor"): "runs until it is stopped; tool/capture_test runs it",
     ("docs/captures.md", "nac record"): "runs until it is stopped; tool/capture_test runs it",
     ("docs/captures.md", "nac replay"): "needs what the line before it records; tool/capture_test runs it",
@@ -50,14 +48,13 @@ def blocks(path: pathlib.Path) -> Iterator[tuple[str, str]]:
     """The fenced blocks of a document: language and text. Those indented by four blanks have no language."""
     text = path.read_text()
     yield from re.findall(r"^```(\w*)\n(.*?)^```", text, re.M | re.S)
-    if path.suffix == ".md":
-        for block in re.findall(r"(?:^    \S.*\n)+", re.sub(r"^```.*?^```", "", text, flags=re.M | re.S), re.M):
-            yield "", re.sub(r"^    ", "", block, flags=re.M)
+    for block in re.findall(r"(?:^    \S.*\n)+", re.sub(r"^```.*?^```", "", text, flags=re.M | re.S), re.M):
+        yield "", re.sub(r"^    ", "", block, flags=re.M)
 
 
 def consoles(path: pathlib.Path) -> Iterator[Shown]:
     for language, text in blocks(path):
-        if language == "console" or path.suffix == ".scd" and text.startswith("$ "):
+        if language == "console":
             yield from commands_of(text)
 
 
@@ -131,7 +128,7 @@ def without_code(text: str) -> str:
 class Commands(unittest.TestCase):
     def test_every_command_prints_what_is_shown(self) -> None:
         count = 0
-        for path in PAGES + MANUAL:
+        for path in PAGES:
             shown = list(consoles(path))
             if not shown:
                 continue
@@ -149,9 +146,9 @@ class Commands(unittest.TestCase):
 
     def test_what_is_not_run_is_listed_with_a_reason(self) -> None:
         found = set()
-        for path in PAGES + MANUAL:
+        for path in PAGES:
             for language, text in blocks(path):
-                if language == "console" or language in PROGRAM_LANGUAGES or text.startswith("$ "):
+                if language == "console" or language in PROGRAM_LANGUAGES:
                     continue
                 for line in filter(COMMAND.match, text.splitlines()):
                     listed = [key for key in NOT_RUN if key[0] == str(path.relative_to(ROOT)) and line.startswith(key[1])]

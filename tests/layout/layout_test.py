@@ -24,7 +24,7 @@ def files(*patterns: str) -> list[str]:
 
 SOURCES = files("*.c", "*.cpp", "*.h")
 SCRIPTS = files("*.py", "*.cmake", "*CMakeLists.txt", "dev", ".ci/run", "*.sh", "*Makefile", "*.cjs", "*.lua", "*.map", "*.in",
-                "*.list", "*.supp", "man/*.scd", "packaging/debian/rules", "packaging/debian/control")
+                "*.list", "*.supp", "packaging/debian/rules", "packaging/debian/control")
 
 
 def own_includes(path: str) -> list[str]:

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
-SPOKEN = {"share/bash-completion/completions/nac": ["completion", "bash"],
+GENERATED = {"share/bash-completion/completions/nac": ["completion", "bash"],
           "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
           "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
           "wireshark/plugins/vorn_nac.lua": ["dissector"]}
@@ -46,12 +46,28 @@ class Installed(unittest.TestCase):
         include = self.prefix / "include/vorn_nac"
         self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h")}, HEADERS)
 
-    def test_what_the_tool_says_of_itself_is_installed(self) -> None:
-        for suffix, words in SPOKEN.items():
+    def test_what_the_tool_generates_is_installed(self) -> None:
+        for suffix, words in GENERATED.items():
             with self.subTest(suffix=suffix):
                 said = subprocess.run([self.prefix / "bin/nac", *words], check=True, capture_output=True).stdout
                 self.assertGreater(len(said), 100)
                 self.assertEqual(self.one(suffix).read_bytes(), said)
+
+    def test_the_python_package_runs(self) -> None:
+        package = self.one("dist-packages/vorn_nac")
+        self.assertEqual([path for path in package.iterdir() if path.is_symlink()], [])
+        done = subprocess.run(["/usr/bin/python3", "-c", "import vorn_nac as v; print(v.unpack(v.Nac_SetPortMsg, v.pack("
+                               "v.Nac_SetPortMsg(f0=7))))"], capture_output=True, text=True, env={
+                                   "PYTHONPATH": str(package.parent), "PYTHONDONTWRITEBYTECODE": "1",
+                                   "VORN_NAC_LIBRARY_DIR": str(self.one("libvorn_bus.so.1").parent)})
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "Nac_SetPortMsg(f0=7, f1=0)\n", ""))
+
+    def test_the_manual_is_that_of_the_build(self) -> None:
+        installed = self.one("man3").parent
+        made = pathlib.Path(os.environ["BUILD"]) / "man"
+        pages = {str(path.relative_to(made)): path.read_bytes() for path in made.rglob("*.?")}
+        self.assertIn("man3/vorn_bus_open.3", pages)
+        self.assertEqual({str(path.relative_to(installed)): path.read_bytes() for path in installed.rglob("*.?")}, pages)
 
     def test_no_file_names_the_build(self) -> None:
         build = os.environ["BUILD"].encode()
