@@ -2,10 +2,12 @@
 # Runs the fuzzers of a build for a while, one a processor, and prints what they did.
 #
 # The engine is libFuzzer, under sanitizers, or AFL++, which knows other ways to new code; the programs are the same.
-# Inputs that reach new code go to the corpus when --keep is given, reduced to those that matter (libFuzzer only). A
-# finding is left in the build's folder findings/, and makes the exit code 1.
+# The engines take the stored inputs, fuzz/corpus and fuzz/regressions, from the build's folder seeds/. Inputs that reach
+# new code go to the corpus when --keep is given, reduced to those that matter (libFuzzer only). A finding is left in the
+# build's folder findings/, and makes the exit code 1.
 import argparse
 import concurrent.futures
+import hashlib
 import os
 import pathlib
 import re
@@ -19,6 +21,31 @@ SHARES = {"decode_fuzz": 4, "damage_fuzz": 4, "round_trip_fuzz": 2, "batch_fuzz"
           "walk_fuzz": 2}
 
 
+CORPUS_HEADER = "# Inputs that reach code, one a line; ./dev fuzz --keep renews them.\n"
+
+
+def stored_inputs(*paths: pathlib.Path) -> list[bytes]:
+    return [bytes.fromhex(line) for path in paths for line in path.read_text().splitlines() if not line.startswith("#")]
+
+
+def unpack(name: str, build: pathlib.Path) -> pathlib.Path:
+    """Writes the stored inputs of a promise as a file each, as the engines take them."""
+    folder = build / "seeds" / name
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    for data in stored_inputs(*(ROOT / "fuzz/corpus").glob(f"{name}.hex"),
+                              *(ROOT / "fuzz/regressions" / name).glob("*.hex")):
+        (folder / hashlib.sha1(data).hexdigest()).write_bytes(data)
+    return folder
+
+
+def pack(name: str, folder: pathlib.Path) -> None:
+    """Makes the files of a folder the corpus of a promise; regressions stay where they are."""
+    named = stored_inputs(*(ROOT / "fuzz/regressions" / name).glob("*.hex"))
+    lines = sorted({path.read_bytes().hex() for path in folder.iterdir()} - {data.hex() for data in named})
+    (ROOT / f"fuzz/corpus/{name}.hex").write_text(CORPUS_HEADER + "".join(f"{line}\n" for line in lines))
+
+
 Result = tuple[str, int, int, list[str]]  # name, executions, features reached, findings' paths
 
 
@@ -27,8 +54,7 @@ def run_libfuzzer(name: str, build: pathlib.Path, seconds: int, keep: bool) -> R
     working = build / "corpus" / name
     for folder in (findings, working):
         folder.mkdir(parents=True, exist_ok=True)
-    stored = ROOT / "fuzz/corpus" / name
-    stored.mkdir(parents=True, exist_ok=True)
+    stored = unpack(name, build)
     program = build / "fuzz" / name
     command = [program, working, stored, f"-max_total_time={seconds}", "-print_final_stats=1", "-max_len=4096",
                "-timeout=10", "-rss_limit_mb=4096", f"-artifact_prefix={findings}/"]
@@ -39,6 +65,7 @@ def run_libfuzzer(name: str, build: pathlib.Path, seconds: int, keep: bool) -> R
         print(done.stderr[-3000:], file=sys.stderr)
     elif keep:
         subprocess.run([program, "-merge=1", "-max_len=4096", stored, working], capture_output=True, check=True)
+        pack(name, stored)
     found = sorted(str(path) for path in findings.iterdir())
     if done.returncode != 0 and not found:
         found = [f"{name} ended with {done.returncode}"]
@@ -52,7 +79,7 @@ def run_afl(name: str, build: pathlib.Path, seconds: int, _keep: bool) -> Result
     # No screen, and no demands on the machine's settings: speed is not at stake.
     settings = {name: "1" for name in ("AFL_NO_UI", "AFL_SKIP_CPUFREQ", "AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES",
                                        "AFL_NO_AFFINITY")}
-    command = ["afl-fuzz", "-V", str(seconds), "-i", ROOT / "fuzz/corpus" / name, "-o", output, "--", build / "fuzz" / name]
+    command = ["afl-fuzz", "-V", str(seconds), "-i", unpack(name, build), "-o", output, "--", build / "fuzz" / name]
     done = subprocess.run(command, capture_output=True, text=True, errors="replace", env={**os.environ, **settings})
     statistics = output / "default/fuzzer_stats"
     if done.returncode != 0 or not statistics.exists():

@@ -7,7 +7,7 @@ import subprocess
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
 CORPUS = ROOT / "tests/reference/corpus"
-FUZZ_CORPUS = ROOT / "fuzz/corpus"
+FUZZ = ROOT / "fuzz"
 
 
 def nac(*arguments: str) -> subprocess.CompletedProcess[str]:

@@ -6,7 +6,7 @@ from typing import Any, Iterator
 
 import pytest
 import vorn_nac
-from support import CORPUS, FUZZ_CORPUS, nac
+from support import CORPUS, FUZZ, nac
 from vorn_nac import BadRecord, Damaged, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_SrvCar, UnknownType
 
 TYPE_NAMES = list(vorn_nac.TYPES)
@@ -85,10 +85,10 @@ def test_unpack_and_verify_agree_on_the_corpus_of_the_reference(tmp_path: pathli
 
 def test_unpack_and_verify_agree_on_the_inputs_of_fuzzers(tmp_path: pathlib.Path) -> None:
     messages = []
-    for path in sorted(FUZZ_CORPUS.glob("*_fuzz/*")):
-        data = path.read_bytes()
-        # As the fuzzers that read take it: the type, options, and then the message.
-        messages.append((TYPE_NAMES[data[0] % len(TYPE_NAMES)] if data else TYPE_NAMES[0], data[2:]))
+    for path in sorted(FUZZ.rglob("*.hex")):
+        for data in (bytes.fromhex(line) for line in path.read_text().splitlines() if not line.startswith("#")):
+            # As the fuzzers that read take it: the type, options, and then the message.
+            messages.append((TYPE_NAMES[data[0] % len(TYPE_NAMES)] if data else TYPE_NAMES[0], data[2:]))
     damaged = agree(messages, tmp_path)
     assert len(messages) > 2000 and damaged > 500
     print(f"count: {len(messages)} inputs of fuzzers, {damaged} damaged, are the same in Python")

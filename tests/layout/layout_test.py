@@ -64,7 +64,7 @@ class Layout(unittest.TestCase):
         seen: dict[str, str] = {}
         for path in FILES:
             name = path.split("/")[-1]
-            if name in repeated or path.startswith(("docs/performance/", "fuzz/corpus/")):
+            if name in repeated or path.startswith("docs/performance/"):
                 continue
             self.assertFalse(name in seen, f"{path} and {seen.get(name)}")
             seen[name] = path

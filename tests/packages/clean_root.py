@@ -150,7 +150,8 @@ class CleanRoot:
         """Documents and tests, but none of what the packages bring."""
         tree = self.root / "tmp/tree"
         listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "-z", "docs", "examples",
-                                 "fuzz/corpus", "nac", "python", "tests/reference", "tests/documents/documents_test.py"],
+                                 "fuzz/corpus", "fuzz/regressions", "nac", "python", "tests/reference",
+                                 "tests/documents/documents_test.py"],
                                 check=True, capture_output=True, text=True, cwd=ROOT).stdout
         names = [name for name in listed.rstrip("\0").split("\0")
                  if not name.startswith("python/vorn_nac/") and (ROOT / name).is_file()]

@@ -173,12 +173,10 @@ class Dissector(unittest.TestCase):
     def test_the_corpora_of_the_fuzzers(self) -> None:
         names = list(TYPES)
         cases = []
-        for path in sorted((ROOT / "fuzz/corpus").glob("*/*")):
-            data = path.read_bytes()
-            if len(data) < 6:
-                continue
-            # As the decoder's fuzzer reads them: type, options, message.
-            cases.append((names[data[0] % len(names)], data[2:]))
+        for path in sorted((ROOT / "fuzz").rglob("*.hex")):
+            for data in (bytes.fromhex(line) for line in path.read_text().splitlines() if not line.startswith("#")):
+                if len(data) >= 6:  # as the decoder's fuzzer reads them: type, options, message
+                    cases.append((names[data[0] % len(names)], data[2:]))
         self.assertGreater(len(cases), 1000)
         self.compare(cases)
 
