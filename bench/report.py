@@ -1,10 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
-# Tables and pictures of benchmark results. Alone: report.py results.json writes them anew beside that file.
+# Tables and diagrams of benchmark results. Alone, report.py results.json writes results.md and the first diagram beside
+# that file again. docs/make/site.py draws the others for the site.
+import functools
 import json
 import math
 import pathlib
 import statistics
 import sys
+from collections.abc import Iterable
 
 import matplotlib
 
@@ -134,11 +137,7 @@ def markdown(results: Results) -> str:
     text = ("# Results\n\nWritten by `./dev bench`; [the page above](../README.md) says what is measured and how to read "
             "it.\n\n" if results.raw["repetitions"] > 3 else "# Results of a quick run\n\nGood for trying only.\n\n")
     text += facts_of_machine(results)
-    for content, words in CONTENTS.items():
-        text += f"\n![Time over memcpy's, {words}](ratio-{content}.svg)\n"
-    for content, words in CONTENTS.items():
-        text += f"\n![Time by the number of elements, {words}](growth-{content}.svg)\n"
-    text += "\n![Bytes on the wire](bytes.svg)\n"
+    text += f"\n{diagram_line(FIRST_DIAGRAM)}\n{MORE_DIAGRAMS}\n"
     for direction, heading in (("encode", "Write: a record to bytes"), ("decode", "Read: bytes to a record, and release")):
         text += f"\n## {heading}\n"
         for content, words in CONTENTS.items():
@@ -152,7 +151,7 @@ def markdown(results: Results) -> str:
     return text
 
 
-# ---- pictures --------------------------------------------------------------------------------------------
+# ---- diagrams --------------------------------------------------------------------------------------------
 
 
 def short(message: str) -> str:
@@ -300,15 +299,34 @@ def bytes_picture(results: Results, path: pathlib.Path) -> None:
     save(figure, path, results)
 
 
-def write_all(raw: dict, folder: pathlib.Path) -> None:
+# What each shows, and how it is drawn.
+DIAGRAMS = {
+    **{f"ratio-{content}.svg": (f"Time over memcpy's, {words}", functools.partial(ratio_picture, content=content))
+       for content, words in CONTENTS.items()},
+    **{f"growth-{content}.svg": (f"Time by the number of elements, {words}", functools.partial(growth_picture, content=content))
+       for content, words in CONTENTS.items()},
+    "bytes.svg": ("Bytes on the wire", bytes_picture),
+}
+FIRST_DIAGRAM = "ratio-same.svg"
+MORE_DIAGRAMS = "<!-- The site, which ./dev docs builds, has four more diagrams here. -->"
+
+
+def diagram_line(name: str) -> str:
+    return f"![{DIAGRAMS[name][0]}]({name})\n"
+
+
+def draw(raw: dict, names: Iterable[str], folder: pathlib.Path) -> None:
     plot.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "vorn", "font.family": "sans-serif",
                           "font.sans-serif": ["DejaVu Sans", "Verdana", "sans-serif"], "font.size": 9})
     results = Results(raw)
-    (folder / "results.md").write_text(markdown(results))
-    for content in CONTENTS:
-        ratio_picture(results, content, folder / f"ratio-{content}.svg")
-        growth_picture(results, content, folder / f"growth-{content}.svg")
-    bytes_picture(results, folder / "bytes.svg")
+    for name in names:
+        _, picture = DIAGRAMS[name]
+        picture(results, path=folder / name)
+
+
+def write_all(raw: dict, folder: pathlib.Path) -> None:
+    (folder / "results.md").write_text(markdown(Results(raw)))
+    draw(raw, [FIRST_DIAGRAM], folder)
 
 
 if __name__ == "__main__":

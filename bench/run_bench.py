@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Runs the benchmarks of a build and writes results.json, results.md and the pictures.
+# Runs the benchmarks of a build and writes results.json, results.md and the first diagram.
 #
 # All candidates run in one process, pinned to one core; Google Benchmark repeats each 21 times and mixes the
 # repetitions of all of them at random, so that a slow minute of the machine meets every candidate alike.

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Builds the site from docs/: with pictures made by `nac hex --html`, a reference made from the descriptions, and the sources
-# that pages refer to.
+# Builds the site from docs/, and adds pictures made by `nac hex --html`, diagrams of the benchmarks' results, a reference
+# made from the descriptions, and the sources that pages refer to.
 #
 #     python3 docs/make/site.py                 # into build/site
 #     python3 docs/make/site.py --into FOLDER   # into FOLDER/site
@@ -12,7 +12,9 @@ import shutil
 import subprocess
 import sys
 
-from described_types import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
+import report  # noqa: E402
+from described_types import HEADER, ROOT, Type, nac, purposes, sizes, struct_of, types  # noqa: E402
 
 DOCS = ROOT / "docs"
 LEFT_OUT = ("make", "CMakeLists.txt")
@@ -41,7 +43,7 @@ class Site:
             place = self.pages / name
             place.parent.mkdir(parents=True, exist_ok=True)
             if path.suffix == ".md":
-                place.write_text(self.with_pictures(self.with_links(path), name))
+                place.write_text(self.with_diagrams(self.with_pictures(self.with_links(path), name), path, place.parent))
             else:
                 shutil.copy(path, place)
 
@@ -78,6 +80,15 @@ class Site:
                     f'style="width: 100%; height: {lines * 1.3 + 6:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
                     f"A click on a byte or on a meaning marks the other.")
         return PICTURE.sub(picture, text)
+
+    @staticmethod
+    def with_diagrams(text: str, path: pathlib.Path, folder: pathlib.Path) -> str:
+        """The page of results with all diagrams, drawn from the results beside it."""
+        if report.MORE_DIAGRAMS not in text:
+            return text
+        names = [name for name in report.DIAGRAMS if name != report.FIRST_DIAGRAM]
+        report.draw(json.loads((path.parent / "results.json").read_text()), names, folder)
+        return text.replace(report.MORE_DIAGRAMS, "\n".join(map(report.diagram_line, names)))
 
     def reference(self) -> None:
         all_types = types()

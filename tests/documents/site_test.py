@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# The site: it builds without a warning, each link in it leads to a place in it, and nothing is loaded from elsewhere.
+# The site: it builds without a warning, each link in it leads to a page or an anchor of it, and nothing is loaded from elsewhere.
 import html.parser
 import pathlib
 import subprocess
@@ -49,7 +49,7 @@ class Site(unittest.TestCase):
         self.assertEqual((self.done.returncode, self.done.stderr), (0, ""), self.done.stdout)
         self.assertGreater(len(self.pages), 15)
 
-    def test_links_lead_to_places_in_the_site(self) -> None:
+    def test_links_lead_to_pages_and_anchors_of_the_site(self) -> None:
         count = 0
         for path, page in self.pages.items():
             for link in page.links + page.loads:
@@ -64,7 +64,15 @@ class Site(unittest.TestCase):
                     if parts.fragment and place in self.pages:
                         self.assertIn(urllib.parse.unquote(parts.fragment), self.pages[place].anchors)
         self.assertGreater(count, 200)
-        print(f"count: {count} links of the site lead to a place in it")
+        print(f"count: {count} links of the site lead to a page or an anchor of it")
+
+    def test_results_have_their_diagrams(self) -> None:
+        for compiler in ("gcc", "clang"):
+            page = self.pages[self.site / f"performance/{compiler}/results.html"]
+            diagrams = [link for link in page.loads if link.endswith(".svg")]
+            self.assertEqual(len(diagrams), 5)
+            for name in diagrams:
+                self.assertIn("<svg", (self.site / "performance" / compiler / name).read_text())
 
     def test_nothing_is_loaded_from_elsewhere(self) -> None:
         for path, page in self.pages.items():
