@@ -3,17 +3,33 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "tool/commands.h"
 
 namespace tool {
 namespace {
 
-// In the order in which --help lists them.
-constexpr auto kVerbs = {
-    add_types,  add_describe, add_decode,    add_encode,    add_verify, add_hex,     add_assemble,
-    add_diff,   add_random,   add_exchange,  add_send,      add_listen, add_monitor, add_record,
-    add_replay, add_info,     add_dissector, add_bus_stats, add_doctor, add_bench,   add_completion};
+struct ListedVerb {
+    const char* words;
+    const char* heading;
+    const char* purpose;
+    void (*add)(CLI::App& verb, Chosen& chosen);
+};
+
+#define NAC_LIST_VERB(function, words, heading, purpose) ListedVerb{words, heading, purpose, add_##function},
+constexpr auto kVerbs = {NAC_VERBS(NAC_LIST_VERB)};
+#undef NAC_LIST_VERB
+
+// "bus stats" is a verb of "bus", which is listed before it.
+void add(CLI::App& app, Chosen& chosen, const ListedVerb& verb) {
+    const std::string words = verb.words;
+    const std::size_t blank = words.find(' ');
+    CLI::App* const parent = blank == std::string::npos ? &app : app.get_subcommand(words.substr(0, blank));
+    CLI::App* const command = parent->add_subcommand(words.substr(blank + 1), verb.purpose);
+    if (parent == &app) command->group(verb.heading);
+    verb.add(*command, chosen);
+}
 
 ExitCode run(int argc, char** argv) {
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");
@@ -22,7 +38,7 @@ ExitCode run(int argc, char** argv) {
     app.footer(
         "Exit codes: 0 all is well, 1 data found bad or different, 2 wrong usage, 3 file or bus trouble.");
     Chosen chosen;
-    for (const auto add : kVerbs) add(app, chosen);
+    for (const ListedVerb& verb : kVerbs) add(app, chosen, verb);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -18,14 +18,12 @@ struct Verb {
     Options& options;
 };
 
-// Adds a verb; once parsed, it makes `run` the chosen one.
+// Gives a verb its options; once parsed, it makes `run` the chosen one.
 template <class Options>
-Verb<Options> add_verb(CLI::App& parent, Chosen& chosen, const std::string& name, const std::string& purpose,
-                       ExitCode (*run)(const Options&)) {
+Verb<Options> add_verb(CLI::App& command, Chosen& chosen, ExitCode (*run)(const Options&)) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = parent.add_subcommand(name, purpose);
-    command->callback([&chosen, run, options] { chosen = [run, options] { return run(*options); }; });
-    return {*command, *options};
+    command.callback([&chosen, run, options] { chosen = [run, options] { return run(*options); }; });
+    return {command, *options};
 }
 
 inline constexpr const char* kJsonHelp = "One JSON object a line";

@@ -3,6 +3,7 @@
 # Only what a group of verbs is for is written here. The build runs this, and installs what it makes:
 #
 #     NAC=build/release/nac python3 docs/make/manual.py FOLDER    # writes FOLDER/man1 and FOLDER/man3; needs scdoc
+import functools
 import os
 import pathlib
 import re
@@ -20,35 +21,38 @@ EXIT_CODES = "0: success. 1: the data was read, and is damaged or differs. 2: th
 
 
 class Group(NamedTuple):
-    """Verbs that share a page."""
+    """Verbs that share a page: those that `nac --help` lists under its heading."""
 
+    heading: str
     page: str
     title: str
     about: str
-    verbs: list[str]
     example: str
+
+    @property
+    def verbs(self) -> list[str]:
+        return listed_verbs()[self.heading]
 
 
 GROUPS = [
-    Group("nac-types", "list and describe message types",
+    Group("Message types", "nac-types", "list and describe message types",
           "Lists the message types, and describes one field by field: kind, size, offset in the record and on the wire.",
-          ["types", "describe"], "nac describe Nac_SetPortMsg"),
-    Group("nac-messages", "read, write, verify and compare messages",
+          "nac describe Nac_SetPortMsg"),
+    Group("Messages", "nac-messages", "read, write, verify and compare messages",
           "Converts bytes to records and records to bytes, as the library does, and reports what is wrong with bytes.",
-          ["decode", "encode", "verify", "hex", "assemble", "diff", "random"],
           "echo '{\"f0\": 7, \"f1\": 1}' | nac encode --type Nac_SetPortMsg --format hex - | "
           "nac decode --format hex --type Nac_SetPortMsg -"),
-    Group("nac-bus", "send and receive records over the bus",
+    Group("Bus", "nac-bus", "send and receive records over the bus",
           "Sends records to an address of a bus and prints those that arrive at one. Without a URL the bus is the one that "
           "VORN_BUS_URL names.",
-          ["exchange", "send", "listen", "bus stats", "doctor"], "nac exchange access-session.jsonl | tail -n 1"),
-    Group("nac-capture", "watch, record and replay messages of the bus",
+          "nac exchange access-session.jsonl | tail -n 1"),
+    Group("Captures", "nac-capture", "watch, record and replay messages of the bus",
           "Shows the messages on a bus without disturbing it, records them into pcapng files, sends them again, and "
           "prints a dissector with which Wireshark shows them.",
-          ["monitor", "record", "replay", "info", "dissector"], "nac info port-move.pcapng | tail -n 1"),
-    Group("nac-machine", "measure this machine, and complete the command line",
+          "nac info port-move.pcapng | tail -n 1"),
+    Group("This machine", "nac-machine", "measure this machine, and complete the command line",
           "Measures how long packing and unpacking take on this machine, and prints completion scripts for shells.",
-          ["bench", "completion"], "nac completion bash | head -n 1"),
+          "nac completion bash | head -n 1"),
 ]
 
 
@@ -95,6 +99,20 @@ def example(command: str) -> str:
 # ---- section 1 --------------------------------------------------------------------------------------
 
 
+@functools.cache
+def listed_verbs() -> dict[str, list[str]]:
+    """The verbs by heading, as --help lists them; "bus stats" for "bus"."""
+    headings: dict[str, list[str]] = {}
+    for heading, rows in re.findall(r"^(\S.*):\n((?:  .*\n)+)", nac("--help"), re.M):
+        if heading == "Options":
+            continue
+        headings[heading] = []
+        for verb in re.findall(r"^  ([a-z]+)", rows, re.M):
+            inner = re.findall(r"^  ([a-z]+)", nac(verb, "--help"), re.M)
+            headings[heading] += [f"{verb} {name}" for name in inner] or [verb]
+    return headings
+
+
 def description(verb: str) -> str:
     """What --help says before the usage."""
     return " ".join(nac(*verb.split(), "--help").split("Usage:")[0].split())
@@ -132,6 +150,7 @@ def entry_text(entry: str) -> str:
 
 def verb_pages() -> dict[str, str]:
     pages = {}
+    assert list(listed_verbs()) == [group.heading for group in GROUPS], "a heading of nac --help has no manual page"
     others = [("nac", 1), *((group.page, 1) for group in GROUPS)]
     for group in GROUPS:
         parts = [("SYNOPSIS", "".join(f"*nac {verb}* [options] ...\n\n" for verb in group.verbs)),

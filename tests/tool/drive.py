@@ -5,6 +5,7 @@
 import json
 import os
 import pathlib
+import re
 import subprocess
 import unittest
 
@@ -26,6 +27,15 @@ def run(*arguments: str, given: bytes = b"", **more: object) -> Done[bytes]:
 def nac(*arguments: str, given: str = "", **more: object) -> Done[str]:
     done = run(*arguments, given=given.encode(), **more)
     return Done(done.args, done.returncode, done.stdout.decode(), done.stderr.decode())
+
+
+def verbs() -> list[str]:
+    """Every verb that --help lists; "bus stats" for "bus"."""
+    listed = []
+    for verb in re.findall(r"^  ([a-z]+)", nac("--help").stdout, re.M):
+        inner = re.findall(r"^  ([a-z]+)", nac(verb, "--help").stdout, re.M)
+        listed += [f"{verb} {name}" for name in inner] or [verb]
+    return listed
 
 
 def peak_kib(*arguments: str) -> int:

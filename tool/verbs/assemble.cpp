@@ -133,9 +133,8 @@ ExitCode run_assemble(const AssembleOptions& options) {
 
 }  // namespace
 
-void add_assemble(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(app, chosen, "assemble",
-                                    "Turn the text of nac hex back into bytes, edited or not", run_assemble);
+void add_assemble(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_assemble);
     verb.add_option("FILE", options.files, "Text as nac hex prints it; - is standard input")->required();
     add_format_option(verb, options.format, "What to write");
     verb.add_option("--type", options.type, "Name or id of the type, where no line tells it")

@@ -130,9 +130,8 @@ ExitCode run_bench(const BenchOptions& options) {
 
 }  // namespace
 
-void add_bench(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(app, chosen, "bench",
-                                    "Time how long this machine takes to pack and unpack records", run_bench);
+void add_bench(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_bench);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--runs", options.runs, "Runs of which the median is told, 11 if not given")
         ->check(CLI::Range(1U, 10001U));

@@ -89,11 +89,10 @@ ExitCode run_bus_stats(const BusStatsOptions& options) {
 
 }  // namespace
 
-void add_bus_stats(CLI::App& app, Chosen& chosen) {
-    CLI::App* const bus_command = app.add_subcommand("bus", "Ask the bus");
-    bus_command->require_subcommand(1);
-    auto [verb, options] =
-        add_verb(*bus_command, chosen, "stats", "The counters of open buses", run_bus_stats);
+void add_bus(CLI::App& command, Chosen& /*chosen*/) { command.require_subcommand(1); }
+
+void add_bus_stats(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_bus_stats);
     verb.add_option("ADDRESS", options.addresses, "Whose; on ipc: all that are open if not given");
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, kJsonHelp);

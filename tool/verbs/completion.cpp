@@ -231,11 +231,9 @@ ExitCode run_completion(const CompletionOptions& options) {
 
 }  // namespace
 
-void add_completion(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "completion", "Print a script that completes this command line in a shell",
-                 run_completion);
-    options.app = &app;
+void add_completion(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_completion);
+    options.app = command.get_parent();
     verb.add_option("SHELL", options.shell, "bash, zsh or fish")
         ->required()
         ->check(CLI::IsMember({"bash", "zsh", "fish"}).description("{bash,zsh,fish}"));

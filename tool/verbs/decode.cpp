@@ -46,10 +46,8 @@ ExitCode run_decode(const DecodeOptions& options) {
 
 }  // namespace
 
-void add_decode(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "decode",
-                 "Read received bytes as the library does; print the records as JSON lines", run_decode);
+void add_decode(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_decode);
     add_message_options(verb, options.messages);
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, kAlwaysJsonHelp);

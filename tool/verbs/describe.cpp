@@ -119,11 +119,8 @@ ExitCode run_describe(const DescribeOptions& options) {
 
 }  // namespace
 
-void add_describe(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "describe",
-                 "Tell one type field by field: kinds, sizes, places in the record and in the fixed image",
-                 run_describe);
+void add_describe(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_describe);
     verb.add_option("TYPE", options.types, "Name or id of a message; name of a table in one")->required();
     verb.add_flag("--json", options.json, kJsonHelp);
 }

@@ -282,9 +282,8 @@ ExitCode run_diff(const DiffOptions& options) {
 
 }  // namespace
 
-void add_diff(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "diff", "Compare the messages of two files, field by field", run_diff);
+void add_diff(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_diff);
     add_message_options(verb, options.messages);
     verb.get_option("FILE")->expected(2)->description("Two files, whose messages are compared in pairs");
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");

@@ -91,10 +91,8 @@ ExitCode run_dissector(const DissectorOptions& options) {
 
 }  // namespace
 
-void add_dissector(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(
-        app, chosen, "dissector",
-        "Print a dissector in Lua, with which Wireshark shows captures field by field", run_dissector);
+void add_dissector(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_dissector);
     verb.add_flag("--json", options.json, "The script in a JSON object");
     verb.footer("tshark -X lua_script:nac.lua -r capture.pcapng -V");
 }

@@ -124,10 +124,8 @@ ExitCode run_doctor(const DoctorOptions& options) {
 
 }  // namespace
 
-void add_doctor(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(
-        app, chosen, "doctor",
-        "Tell which host services and which bus a process gets, and whether an address is free", run_doctor);
+void add_doctor(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_doctor);
     verb.add_option("PROGRAM", options.program, "A program's file; this process if not given");
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_option("--as", options.as, "The address, 0 if not given");

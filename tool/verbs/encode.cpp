@@ -74,9 +74,8 @@ const std::map<std::string, Written>& layouts() {
 
 }  // namespace
 
-void add_encode(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "encode", "Write records as messages, as the library does", run_encode);
+void add_encode(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_encode);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--layout", options.layout,
                     "compact (if not given), image: the fixed image, sent: the one in which it is sent")

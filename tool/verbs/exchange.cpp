@@ -177,15 +177,12 @@ ExitCode run_exchange(const ExchangeOptions& options) {
 
 }  // namespace
 
-void add_exchange(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "exchange",
-                 "Send records over a bus within the tool, singly and as one batch a type, receive them,\n"
-                 "and compare what arrives with what was sent",
-                 run_exchange);
+void add_exchange(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_exchange);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_flag("--json", options.json, "What arrives as one JSON object a line");
     verb.footer(
+        "Each record is sent singly, and all records of a type as one batch.\n"
         R"(A line: {"type": "Nac_SetPortMsg", "record": {"f0": 7, "f1": 1}}. Fields left out are zero.)");
 }
 

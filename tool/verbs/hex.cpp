@@ -169,9 +169,8 @@ const std::map<std::string, Colour>& colours() {
 
 }  // namespace
 
-void add_hex(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(
-        app, chosen, "hex", "Print the bytes of messages beside their meanings, damaged ones too", run_hex);
+void add_hex(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_hex);
     add_message_options(verb, options.messages);
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     CLI::Option* const html = verb.add_flag(

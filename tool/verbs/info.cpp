@@ -225,10 +225,8 @@ ExitCode run_info(const InfoOptions& options) {
 
 }  // namespace
 
-void add_info(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "info",
-                 "Tell what captures hold: counts by type and address, rates, damaged messages", run_info);
+void add_info(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_info);
     verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
     add_filter_options(verb, options.filter);
     verb.add_flag("--json", options.json, "One JSON object a capture");

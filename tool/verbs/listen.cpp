@@ -76,9 +76,8 @@ ExitCode run_listen(const ListenOptions& options) {
 
 }  // namespace
 
-void add_listen(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "listen", "Print the records that arrive at an address", run_listen);
+void add_listen(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_listen);
     verb.add_option("--as", options.as, "The address")->required();
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, "One JSON object a line, as nac send reads them");

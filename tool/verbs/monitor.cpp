@@ -269,9 +269,8 @@ ExitCode run_monitor(const MonitorOptions& options) { return Monitor(options).ru
 
 }  // namespace
 
-void add_monitor(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(
-        app, chosen, "monitor", "Show what passes over the bus: rates by type, or each message", run_monitor);
+void add_monitor(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_monitor);
     add_watch_options(verb, options.watch);
     add_filter_options(verb, options.filter);
     verb.add_option("--interval", options.interval_s, "Seconds between two views, 1 if not given")

@@ -137,9 +137,8 @@ const std::map<std::string, Filling>& fillings() {
 
 }  // namespace
 
-void add_random(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "random", "Print random records as JSON lines, by seed", run_random);
+void add_random(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_random);
     verb.add_option("--type", options.types, "Name or id of a type; all in turn if not given")
         ->type_name("TYPE")
         ->allow_extra_args(false);

@@ -114,10 +114,8 @@ ExitCode run_record(const RecordOptions& options) {
 
 }  // namespace
 
-void add_record(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "record", "Record what passes over the bus into a capture that Wireshark opens",
-                 run_record);
+void add_record(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_record);
     verb.add_option("-o,--output", options.output, "The file; - is standard output")->required();
     add_watch_options(verb, options.watch);
     add_filter_options(verb, options.filter);

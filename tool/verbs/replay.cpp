@@ -277,9 +277,8 @@ ExitCode run_replay(const ReplayOptions& options) { return Replay(options).run()
 
 }  // namespace
 
-void add_replay(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(app, chosen, "replay",
-                                    "Send what captures hold over the bus again, batch by batch", run_replay);
+void add_replay(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_replay);
     verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_option("--speed", options.speed,

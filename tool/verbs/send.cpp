@@ -132,8 +132,8 @@ ExitCode run_send(const SendOptions& options) {
 
 }  // namespace
 
-void add_send(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(app, chosen, "send", "Send records to an address of the bus", run_send);
+void add_send(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_send);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--to", options.to, "Address of the receiver")->required();
     verb.add_option("--as", options.as, "Address of the sender, 0 if not given");

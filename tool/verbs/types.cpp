@@ -57,9 +57,8 @@ ExitCode run_types(const TypesOptions& options) {
 
 }  // namespace
 
-void add_types(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] =
-        add_verb(app, chosen, "types", "List the message types: ids, sizes, fields", run_types);
+void add_types(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_types);
     verb.add_flag("--json", options.json, kJsonHelp);
 }
 

@@ -51,11 +51,8 @@ ExitCode run_verify(const VerifyOptions& options) {
 
 }  // namespace
 
-void add_verify(CLI::App& app, Chosen& chosen) {
-    auto [verb, options] = add_verb(
-        app, chosen, "verify",
-        "Say what is wrong with messages: at which offset, in which table and field, and what is logged",
-        run_verify);
+void add_verify(CLI::App& command, Chosen& chosen) {
+    auto [verb, options] = add_verb(command, chosen, run_verify);
     add_message_options(verb, options.messages);
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("-q,--quiet", options.quiet, "Only the damaged ones");
