@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A process that receives: receiver ADDRESS COUNT prints so many port settings, then ends. VORN_BUS_URL names
- * the bus. */
+/* A process that receives: receiver ADDRESS COUNT prints COUNT messages, then ends. VORN_BUS_URL names the
+ * bus. */
 #include <inttypes.h>
 #include <poll.h>
 #include <stdio.h>
@@ -13,10 +13,10 @@ static uint32_t arrived = 0;
 
 /* Runs inside vorn_bus_poll. The record is valid until it returns. */
 static void on_set_port(const vorn_bus_message* message, void* context) {
-    const Nac_SetPortMsg* port = message->record;
+    const Nac_SetPortMsg* record = message->record;
     (void)context;
     ++arrived;
-    printf("port %" PRIu32 " set to %" PRIu32 " by address %" PRIu32 "\n", port->f0, port->f1,
+    printf("Nac_SetPortMsg f0=%" PRIu32 " f1=%" PRIu32 " from address %" PRIu32 "\n", record->f0, record->f1,
            message->source);
 }
 
@@ -26,7 +26,7 @@ static int fail(const char* what, int32_t result) {
 }
 
 int main(int argc, char** argv) {
-    vorn_bus_options options = {0}; /* all usual */
+    vorn_bus_options options = {0}; /* all defaults */
     vorn_bus* bus = NULL;
     struct pollfd waiting;
     uint32_t expected;
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     if (result != VORN_BUS_OK) return fail("open", result);
     vorn_bus_handle(bus, 162890069, on_set_port, NULL); /* the id of Nac_SetPortMsg */
 
-    /* The process's own loop: other descriptors could wait beside the bus. */
+    /* The process's own loop: it could wait for other descriptors too. */
     waiting.fd = vorn_bus_descriptor(bus);
     waiting.events = POLLIN;
     while (arrived < expected) {

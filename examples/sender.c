@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* A process that sends: sender ADDRESS sets four ports, one singly and three as a batch. VORN_BUS_URL names
- * the bus. */
+/* A process that sends: sender ADDRESS sends four messages, one singly and three as a batch. VORN_BUS_URL
+ * names the bus. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -58,6 +58,6 @@ int main(int argc, char** argv) {
     result = (uint32_t)vorn_bus_flush(bus, 10000);
     vorn_bus_close(bus);
     if (result != VORN_BUS_OK) return fail("flush", result);
-    printf("4 records handled; the host's allocator was asked %lu times\n", allocations);
+    printf("4 records handled; the host's allocator was called %lu times\n", allocations);
     return 0;
 }

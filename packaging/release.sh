@@ -2,13 +2,13 @@
 # SPDX-License-Identifier: Apache-2.0
 # The checklist of a release: packaging/release.sh [--quick]
 #
-# Every point is checked, none can be ticked by hand; the first that does not hold ends it. It changes nothing but
-# build/, and ends by saying what is left to do. --quick leaves out the tests that take long.
+# Checks every point, stops at the first that fails, and at the end prints what is left to do. It changes nothing but
+# build/. --quick leaves out the tests that take long.
 set -eu
 cd "$(dirname "$0")/.."
 
 point() { printf '\n[ ] %s\n' "$*"; }
-holds() { printf '[x] %s\n' "$*"; }
+passed() { printf '[x] %s\n' "$*"; }
 refuse() {
     printf 'release: %s\n' "$*" >&2
     exit 1
@@ -19,13 +19,13 @@ major=${version%%.*}
 
 point "the tree is what was committed"
 [ -z "$(git status --porcelain)" ] || refuse "there are changes that are not committed: $(git status --porcelain | head -n 5)"
-holds "commit $(git rev-parse --short HEAD), of $(git log -1 --format=%cs)"
+passed "commit $(git rev-parse --short HEAD), of $(git log -1 --format=%cs)"
 
-point "the version is new and told"
+point "the version is new and in the changelog"
 ! git rev-parse -q --verify "refs/tags/v$version" >/dev/null || refuse "v$version is released already"
 newest=$(sed -n 's/^## //p' CHANGELOG.md | head -n 1)
 [ "${newest%%,*}" = "$version" ] || refuse "CHANGELOG.md begins with $newest, CMakeLists.txt says $version"
-holds "version $version, soname .so.$major"
+passed "version $version, soname .so.$major"
 
 point "the binary interface is the one on record, or has grown"
 for record in tests/library/libvorn_nac_user.abi tests/bus/libvorn_bus.abi; do
@@ -34,7 +34,7 @@ for record in tests/library/libvorn_nac_user.abi tests/bus/libvorn_bus.abi; do
 done
 python3 tests/library/interface_test.py
 ./dev bus-interface
-holds "a program that was linked with .so.$major runs"
+passed "a program that was linked with .so.$major runs"
 
 point "all tests"
 if [ "${1:-}" = --quick ]; then
@@ -43,12 +43,12 @@ else
     ./dev test
     ./dev test-long
 fi
-holds "all passed"
+passed "all passed"
 
 point "packages: built, without lintian errors, used in a clean root, the same bytes twice"
 ./dev test-packages
 [ -z "$(git status --porcelain)" ] || refuse "the tests have changed files of the tree"
-holds "build/packages"
+passed "build/packages"
 
 printf '\n'
 (cd build/packages && sha256sum ./*)

@@ -19,7 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 OTHER_USER = "nobody"
 
 
-def say(text: str) -> None:
+def log(text: str) -> None:
     print(f"{datetime.datetime.now():%H:%M:%S} {text}", flush=True)
 
 
@@ -29,34 +29,34 @@ def last_commit() -> str:
 
 def build_here(folder: pathlib.Path) -> pathlib.Path:
     user = pwd.getpwuid(os.getuid()).pw_name
-    say(f"building in {folder / 'one'} as {user}")
+    log(f"building in {folder / 'one'} as {user}")
     (folder / "one").mkdir()
     subprocess.run([ROOT / "packaging/build.sh", folder / "packages", folder / "one"], check=True)
     return folder / "packages"
 
 
 def build_elsewhere(folder: pathlib.Path) -> pathlib.Path:
-    """From a copy without git, in a folder with a longer name, by another user in another place of the world."""
-    place = folder / "some/other/place"
-    source = place / "source"
+    """From a copy without git, in a folder with a longer name, by another user, with another time zone and umask."""
+    elsewhere = folder / "some/other/folder"
+    source = elsewhere / "source"
     listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "-z"], check=True,
                             capture_output=True, text=True, cwd=ROOT).stdout
     for name in listed.rstrip("\0").split("\0"):
         if (ROOT / name).is_file():
             (source / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(ROOT / name, source / name)
-    (place / "work").mkdir()
+    (elsewhere / "work").mkdir()
     settings: dict[str, object] = {"umask": 0o077}
     user = pwd.getpwuid(os.getuid())
     if os.geteuid() == 0:
         user = pwd.getpwnam(OTHER_USER)
         settings |= {"user": user.pw_uid, "group": user.pw_gid, "extra_groups": []}
-        subprocess.run(["chown", "-R", f"{user.pw_uid}:{user.pw_gid}", place], check=True)
-    say(f"building in {place / 'work'} as {user.pw_name}")
-    subprocess.run([source / "packaging/build.sh", place / "packages", place / "work"], check=True, cwd=place,
+        subprocess.run(["chown", "-R", f"{user.pw_uid}:{user.pw_gid}", elsewhere], check=True)
+    log(f"building in {elsewhere / 'work'} as {user.pw_name}")
+    subprocess.run([source / "packaging/build.sh", elsewhere / "packages", elsewhere / "work"], check=True, cwd=elsewhere,
                    env={"PATH": os.environ["PATH"], "HOME": "/nonexistent", "USER": user.pw_name, "TZ": "Asia/Tokyo",
                         "LC_ALL": "C", "SOURCE_DATE_EPOCH": last_commit()}, **settings)
-    return place / "packages"
+    return elsewhere / "packages"
 
 
 def hashes(packages: pathlib.Path, unpacked: pathlib.Path) -> dict[str, str]:
@@ -91,7 +91,7 @@ def main() -> int:
     if different:
         print(f"reproducible: not the same in both builds: {', '.join(different)}", file=sys.stderr)
         return 1
-    say(f"{len(one)} files, the same in both builds")
+    log(f"{len(one)} files, the same in both builds")
     return 0
 
 

@@ -82,7 +82,7 @@ def function_descriptions() -> list[str]:
 
 
 def conventions() -> list[str]:
-    """What the header says of all of it, a paragraph each."""
+    """The conventions of the header, a paragraph each."""
     comment = re.search(r"\*/\n/\* (.*?)\*/", _header(), re.S)
     assert comment is not None
     return paragraphs_of(comment[1])

@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-# Walks through the tutorial as a newcomer does, and times it: a fresh copy of the sources, then the first commands of
-# docs/tutorial.md up to the first decoded message, which must be at most three and take at most five minutes. What else
-# keeps the machine busy counts too, so the processor's time is told beside it.
+# Runs the first commands of docs/tutorial.md in a fresh copy of the sources, and measures the time to the first decoded
+# message: at most three commands and five minutes. Other work of the machine is part of that time, so the processor time
+# is printed too.
 #
 #     python3 docs/make/newcomer.py [--bare] [--json]
 #
-# --bare walks in a new Debian 12 without a compiler, where the first command installs all that is needed; as root, with
-# debootstrap.
+# --bare runs them in a new Debian 12 without a compiler, where the first command installs what is needed. It needs root
+# and debootstrap.
 import argparse
 import json
 import os
@@ -28,7 +28,7 @@ LEFT_OUT = shutil.ignore_patterns("build", ".git", "__pycache__")
 
 
 def walk() -> list[tuple[str, str]]:
-    """The commands up to the first heading behind the title, and what each shall print; empty: anything."""
+    """The commands before the second heading, and what each must print; empty: anything."""
     text = (ROOT / "docs/tutorial.md").read_text().split("\n## ")[0]
     commands = []
     for language, block in re.findall(r"^```(\w*)\n(.*?)^```", text, re.M | re.S):
@@ -43,25 +43,25 @@ class Machine:
     """This one, or a bare Debian in `folder`; with the sources in a folder."""
 
     def __init__(self, folder: pathlib.Path, bare: bool) -> None:
-        self.place = folder / "sources"
+        self.sources = folder / "sources"
         self.enter: Sequence[str | os.PathLike[str]] = ["bash", "-c"]
         self.environment = dict(os.environ)
         if bare:
             root = folder / "debian"
             subprocess.run(["debootstrap", "--variant=minbase", "bookworm", root, MIRROR], check=True, stdout=subprocess.DEVNULL)
             shutil.copy("/etc/resolv.conf", root / "etc/resolv.conf")
-            self.place = root / "root/sources"
+            self.sources = root / "root/sources"
             self.enter = ["unshare", "--mount", "--pid", "--fork", f"--mount-proc={root}/proc", "chroot", root,
                           "bash", "-c", 'cd /root/sources; eval "$0"']
             self.environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root"}
-        shutil.copytree(ROOT, self.place, ignore=LEFT_OUT)
+        shutil.copytree(ROOT, self.sources, ignore=LEFT_OUT)
 
     def run(self, command: str) -> subprocess.CompletedProcess[str]:
-        return subprocess.run([*self.enter, command], capture_output=True, text=True, cwd=self.place, env=self.environment)
+        return subprocess.run([*self.enter, command], capture_output=True, text=True, cwd=self.sources, env=self.environment)
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description="Walks through the tutorial as a newcomer does, and times it.")
+    parser = argparse.ArgumentParser(description="Runs the tutorial's first commands in a fresh copy of the sources, and times them.")
     parser.add_argument("--bare", action="store_true", help="in a new Debian 12, as root, with debootstrap")
     parser.add_argument("--json", action="store_true")
     options = parser.parse_args()

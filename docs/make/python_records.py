@@ -34,7 +34,7 @@ def identifier(each: Type) -> str:
 
 
 def attribute(field: dict[str, object]) -> tuple[str, str, str]:
-    """Annotation, default, and what the annotation does not say."""
+    """Annotation, default, and a comment on what the annotation leaves out."""
     kind, form, display = str(field["kind"]), field["form"], field["display"]
     if form == "scalar":
         return "int", "0", kind

@@ -40,15 +40,15 @@ class Site:
             name = path.relative_to(DOCS)
             if path.is_dir() or name.parts[0] in LEFT_OUT:
                 continue
-            place = self.pages / name
-            place.parent.mkdir(parents=True, exist_ok=True)
+            copy = self.pages / name
+            copy.parent.mkdir(parents=True, exist_ok=True)
             if path.suffix == ".md":
-                place.write_text(self.with_diagrams(self.with_pictures(self.with_links(path), name), path, place.parent))
+                copy.write_text(self.with_diagrams(self.with_pictures(self.with_links(path), name), path, copy.parent))
             else:
-                shutil.copy(path, place)
+                shutil.copy(path, copy)
 
     def with_links(self, path: pathlib.Path) -> str:
-        """The page, with what it links to outside of docs/ beside it."""
+        """The page; what it links to outside of docs/ is copied into the site."""
         def link(found: re.Match[str]) -> str:
             text, target = found[1], found[2]
             name, _, _ = target.partition("#")
@@ -71,12 +71,12 @@ class Site:
         def picture(found: re.Match[str]) -> str:
             self.pictures += 1
             record = json.dumps(json.loads(found[1]))
-            place = f"pictures/{name.stem}-{self.pictures}.html"
+            page = f"pictures/{name.stem}-{self.pictures}.html"
             (self.pages / "pictures").mkdir(exist_ok=True)
             message = nac("encode", "--layout", found[2] or "compact", "-", given=record)
-            (self.pages / place).write_text(nac("hex", "--html", "-", given=message))
+            (self.pages / page).write_text(nac("hex", "--html", "-", given=message))
             lines = nac("hex", "-", given=message).count("\n")
-            return (f'<iframe src="{place}" title="The bytes of this message and their meanings" '
+            return (f'<iframe src="{page}" title="The bytes of this message and their meanings" '
                     f'style="width: 100%; height: {lines * 1.3 + 6:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
                     f"A click on a byte or on a meaning marks the other.")
         return PICTURE.sub(picture, text)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# What the tests of the Python package share. NAC names the tool, which tells what the library does.
+# What the tests of the Python package share. NAC names the tool, which shows what the library does.
 import os
 import pathlib
 import subprocess
@@ -11,7 +11,7 @@ FUZZ = ROOT / "fuzz"
 
 
 def nac(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Runs the tool; 1 says that some message is damaged."""
+    """Runs the tool; its exit code is 1 if a message is damaged."""
     done = subprocess.run([NAC, *arguments], capture_output=True, text=True, cwd=ROOT, timeout=120)
     assert done.returncode in (0, 1), done.stderr
     return done

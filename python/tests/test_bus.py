@@ -44,7 +44,7 @@ def test_all_types_arrive(url: str) -> None:
             assert message.record == record
 
 
-def test_refusals_are_exceptions_with_words(url: str) -> None:
+def test_refusals_are_exceptions_that_name_the_reason(url: str) -> None:
     with Bus(url, 1, send_timeout=0) as bus:
         with pytest.raises(BusError, match="sending to 9: ") as caught:
             bus.send(9, Nac_SetPortMsg())
@@ -101,17 +101,17 @@ def test_the_descriptor_is_readable_when_something_has_come(url: str) -> None:
         assert message is not None and message.record == Nac_SetPortMsg(f0=5)
 
 
-def test_the_tool_hears_what_python_sends(url: str) -> None:
+def test_the_tool_receives_what_python_sends(url: str) -> None:
     listener = subprocess.Popen([NAC, "listen", "--bus", url, "--as", "2", "--count", "1", "--timeout", "20", "--json"],
                                 stdout=subprocess.PIPE, text=True)
     with Bus(url, 1, send_timeout=10) as bus:
         bus.send(2, Nac_SetPortMsg(f0=24, f1=1))
         bus.flush(timeout=10)
-    told = json.loads(listener.communicate(timeout=20)[0])
-    assert told["type"] == "Nac_SetPortMsg" and told["record"] == {"f0": 24, "f1": 1}
+    printed = json.loads(listener.communicate(timeout=20)[0])
+    assert printed["type"] == "Nac_SetPortMsg" and printed["record"] == {"f0": 24, "f1": 1}
 
 
-def test_python_hears_what_the_tool_sends_and_counts_it(url: str) -> None:
+def test_python_receives_what_the_tool_sends_and_counts_it(url: str) -> None:
     with Bus(url, 2) as bus:
         sender = subprocess.Popen([NAC, "send", "--bus", url, "--to", "2", str(ROOT / "examples/access-session.jsonl")],
                                   stderr=subprocess.DEVNULL)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# pack, unpack and verify make what the library makes of the same records and bytes, as `nac` tells it.
+# pack, unpack and verify give the results that `nac` prints for the same records and bytes.
 import json
 import pathlib
 from typing import Any, Iterator
@@ -38,18 +38,18 @@ def emptied(shape: vorn_nac.Shape, value: dict[str, Any]) -> dict[str, Any]:
 
 
 def agree(messages: list[tuple[str, bytes]], tmp_path: pathlib.Path) -> int:
-    """Holds unpack and verify against `nac decode` and `nac verify`; returns how many messages are damaged."""
-    def told_by(verb: str, some: list[tuple[str, bytes]]) -> list[dict[str, Any]]:
+    """Compares unpack and verify with `nac decode` and `nac verify`; returns how many messages are damaged."""
+    def printed_by(verb: str, some: list[tuple[str, bytes]]) -> list[dict[str, Any]]:
         given = tmp_path / verb
         given.write_text("".join(json.dumps({"type": name, "hex": data.hex()}) + "\n" for name, data in some))
-        told = [json.loads(line) for line in nac(verb, "--json", str(given)).stdout.splitlines()]
-        assert len(told) == len(some)
-        return told
+        printed = [json.loads(line) for line in nac(verb, "--json", str(given)).stdout.splitlines()]
+        assert len(printed) == len(some)
+        return printed
 
     # The tool reads no message of a size that none can have; it verifies them.
-    decoded = iter(told_by("decode", [message for message in messages if len(message[1]) >= 4]))
+    decoded = iter(printed_by("decode", [message for message in messages if len(message[1]) >= 4]))
     damaged = 0
-    for (name, data), told in zip(messages, told_by("verify", messages)):
+    for (name, data), printed in zip(messages, printed_by("verify", messages)):
         lost: dict[str, int] = {}
         try:
             record = vorn_nac.unpack(name, data)
@@ -58,17 +58,17 @@ def agree(messages: list[tuple[str, bytes]], tmp_path: pathlib.Path) -> int:
             record, verdict, lost = error.record, error.verdict, error.lost
             damaged += 1
         shape = vorn_nac.TYPES[name].shape
-        assert verdict == told["verdict"], (name, data.hex())
+        assert verdict == printed["verdict"], (name, data.hex())
         found = vorn_nac.inspect(name, data)
         if verdict == "argument":
-            assert len(found.faults) == 1 and told["faults"] == [] and record == vorn_nac.TYPES[name]()
+            assert len(found.faults) == 1 and printed["faults"] == [] and record == vorn_nac.TYPES[name]()
             continue
         read = next(decoded)
         assert verdict == read["verdict"], (name, data.hex())
         assert vorn_nac.to_json(record) == emptied(shape, read["record"]), (name, data.hex())
         assert lost == dict(lost_in(read["record"])), (name, data.hex())
-        assert found.layout == told["layout"] and found.more_faults == told["more_faults"], (name, data.hex())
-        assert [fault._asdict() for fault in vorn_nac.verify(name, data)] == told["faults"], (name, data.hex())
+        assert found.layout == printed["layout"] and found.more_faults == printed["more_faults"], (name, data.hex())
+        assert [fault._asdict() for fault in vorn_nac.verify(name, data)] == printed["faults"], (name, data.hex())
     return damaged
 
 
@@ -117,7 +117,7 @@ def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> 
             assert vorn_nac.verify(type(record), bytes.fromhex(packed)) == []
 
 
-@pytest.mark.parametrize(("record", "words"), [
+@pytest.mark.parametrize(("record", "text"), [
     (Nac_SetPortMsg(f0=1 << 32), "Nac_SetPortMsg.f0: 4294967296 does not fit into 32 bits"),
     (Nac_SetPortMsg(f1=-1), "Nac_SetPortMsg.f1: -1 does not fit into 32 bits"),
     (Nac_SetPortMsg(f0="24"), "Nac_SetPortMsg.f0: '24' is no integer"),  # type: ignore[arg-type]
@@ -127,14 +127,14 @@ def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> 
     (Nac_SetUserTableMsg(f31="alice"), "Nac_SetUserTableMsg.f31: 'alice' is no bytes"),  # type: ignore[arg-type]
     (Nac_SetUserTableMsg(f32=[7]), "Nac_SetUserTableMsg.f32[0]: 7 is no Nac_RadiusDaclRule"),  # type: ignore[list-item]
 ])
-def test_a_value_that_does_not_fit_is_named(record: vorn_nac.Record, words: str) -> None:
+def test_a_value_that_does_not_fit_is_named(record: vorn_nac.Record, text: str) -> None:
     with pytest.raises(BadRecord) as caught:
         vorn_nac.pack(record)
-    assert str(caught.value) == words
+    assert str(caught.value) == text
     if record.shape.image_bytes is not None:
         with pytest.raises(BadRecord) as caught:
             vorn_nac.pack(record, "image")
-        assert str(caught.value) == words
+        assert str(caught.value) == text
 
 
 def test_what_is_no_message_is_refused_in_words() -> None:

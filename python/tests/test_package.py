@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-# The package as such: it finds its libraries, type-checks, and explains itself.
+# The package: it finds its libraries, type-checks, and describes itself.
 import os
 import pathlib
 import pydoc
+import re
 import shutil
 import subprocess
 import sys
@@ -65,15 +66,24 @@ def test_type_checks_strictly() -> None:
     assert done.returncode == 0, done.stdout
 
 
-def test_help_tells_every_public_name() -> None:
+def test_help_describes_every_public_name() -> None:
     text = pydoc.plain(pydoc.render_doc(vorn_nac))
     for name in vorn_nac.__all__:
         assert name in text
         each = getattr(vorn_nac, name)
         if callable(each) and name != "Layout":
-            assert pydoc.getdoc(each).strip(), f"{name} has no words"
+            assert pydoc.getdoc(each).strip(), f"{name} has no description"
     assert text.index("from vorn_nac import Bus") < 1500
     assert {getattr(vorn_nac, name).__module__ for name in ("Bus", "Damaged", "Fault", "pack")} == {"vorn_nac"}
+
+
+def test_results_and_counters_are_those_of_the_header() -> None:
+    header = (ROOT / "vorn/vorn_bus.h").read_text()
+    results = re.findall(r"^    VORN_BUS_(\w+) =\s+(\d+)", header, re.M)
+    assert {name: int(number) for name, number in results} == {each.name: each.value for each in vorn_nac.Result}
+    counters = re.search(r"typedef struct vorn_bus_counters \{(.*?)\}", header, re.S)
+    assert counters is not None
+    assert re.findall(r"uint64_t (\w+);", counters[1]) == list(vorn_nac.Counters.__dataclass_fields__)
 
 
 def test_every_name_of_the_header_has_a_class() -> None:

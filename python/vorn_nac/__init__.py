@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Typed access-control messages for the VORN bus.
 
-Each message type is a dataclass. pack makes bytes of a record, unpack a record of bytes, verify tells what is wrong
-with bytes, and Bus sends and receives records between processes:
+Each message type is a dataclass. pack makes bytes of a record, unpack makes a record of bytes, verify lists the faults
+of bytes, and Bus sends and receives records between processes:
 
     from vorn_nac import Bus, Nac_SetPortMsg, pack, unpack, verify
 
@@ -14,10 +14,10 @@ with bytes, and Bus sends and receives records between processes:
         bus.send(2, Nac_SetPortMsg(f0=24, f1=1))    # to the process at address 2
         bus.flush()                                 # until it is handled there
 
-All work is done by libvorn_nac_user and libvorn_bus. They are looked for in the folder that VORN_NAC_LIBRARY_DIR names;
-without it where the loader looks, and then in the build tree in which this package lies.
+libvorn_nac_user and libvorn_bus do the work. They are loaded from the folder that VORN_NAC_LIBRARY_DIR names. If it is
+not set, they are loaded from where the dynamic loader looks, else from the build tree that contains this package.
 
-What goes wrong is an exception under Error: BadRecord, Damaged, BusError, UnknownType, LibraryNotFound.
+Every exception of this package derives from Error: BadRecord, Damaged, BusError, UnknownType, LibraryNotFound.
 """
 from . import records
 from ._bus import Bus, BusError, Counters, Message, Result, ask_counters
@@ -35,7 +35,7 @@ __all__ = [
 ]
 __all__ += records.__all__
 
-# In help and in tracebacks they are where users import them from.
+# So that help and tracebacks name the module from which users import them.
 for _name in __all__:
     if getattr(globals()[_name], "__module__", "").startswith("vorn_nac._"):
         globals()[_name].__module__ = __name__

@@ -32,15 +32,15 @@ class Result(enum.IntEnum):
     TOO_LARGE = 7
     LOST = 8
     TIMEOUT = 9
-    UNSURE = 10
+    OUTCOME_UNKNOWN = 10
     BUSY = 11
     NO_TRANSPORT = 12
     NO_MEMORY = 13
-    TROUBLE = 14
+    SYSTEM_ERROR = 14
 
 
 class BusError(Error):
-    """The bus refused. `result` tells why."""
+    """The bus refused. `result` is the reason."""
 
     def __init__(self, doing: str, result: int) -> None:
         self.result: Union[Result, int] = Result(result) if result in list(Result) else result
@@ -56,18 +56,18 @@ class Message:
     source: int  # the sender's address
     destination: int
     target: int  # what the sender gave, or 0
-    repeated: bool  # it had reached a process that was killed before it could say whether it had handled it
+    repeated: bool  # it had reached a process that was killed before it acknowledged it
     packed: bytes
 
     @property
     def faults(self) -> list[Fault]:
-        """What is wrong with it; an empty list if nothing is."""
+        """Its faults; an empty list if it is valid."""
         return _codec.verify(type(self.record), self.packed)
 
 
 @dataclass(frozen=True)
 class Counters:
-    """What a bus has counted. vorn/vorn_bus.h says when each counts."""
+    """What a bus has counted. vorn/vorn_bus.h defines each counter."""
 
     sent_batches: int
     sent_messages: int
@@ -160,20 +160,20 @@ def _milliseconds(seconds: Optional[float]) -> int:
 
 
 class Bus:
-    """An open bus at an address, to which others send. docs/bus.md says what it promises.
+    """An open bus at an address, to which others send. docs/bus.md lists its guarantees.
 
         with Bus("ipc://", 1) as bus:
             bus.send(2, Nac_SetPortMsg(f0=24, f1=1))
             bus.flush()
 
     url: "ipc://", "tcp://...", "nats://..." or "loop:"; None: VORN_BUS_URL of the environment, else "loop:".
-    The options are those of vorn_bus_options, times in seconds; 0 stands for the usual. Lines of the bus go to the
+    The options are those of vorn_bus_options, times in seconds; 0 means the default. Log lines of the bus go to the
     logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
     """
 
     def __init__(self, url: Optional[str] = None, address: int = 0, *, queue_batches: int = 0, queue_bytes: int = 0,
                  batch_bytes: int = 0, send_timeout: Optional[float] = None, linger: Optional[float] = None) -> None:
-        def wait(seconds: Optional[float]) -> int:  # 0 is the usual, and below it not at all
+        def wait(seconds: Optional[float]) -> int:  # 0 is the default, negative: do not wait
             return 0 if seconds is None else _milliseconds(seconds) or -1
 
         for name, value in (("address", address), ("queue_batches", queue_batches), ("queue_bytes", queue_bytes),
@@ -206,8 +206,8 @@ class Bus:
     def send(self, to: int, records: Union[Record, Sequence[Record]], target: int = 0) -> None:
         """Sends one record, or several as one batch: all of them arrive, in order and together, or none.
 
-        Waits for a peer and for room, at most send_timeout. Raises BusError if the batch was not sent. That it was sent
-        does not say that it was handled: see flush.
+        Waits for a peer and for capacity in its queue, at most send_timeout. Raises BusError if the batch was not sent.
+        A batch that was sent may not have been handled yet: see flush.
         """
         _within_32_bits("to", to)
         if not 0 <= target < 1 << 64:
@@ -226,7 +226,7 @@ class Bus:
         with self._receiving:
             while not self._arrived:
                 left = None if end is None else max(0.0, end - time.monotonic())
-                # Waits in pieces, so that an interrupt from the keyboard is heard.
+                # Waits in pieces, so that an interrupt from the keyboard ends it.
                 piece = 0.2 if left is None else min(left, 0.2)
                 self._check("receiving", _library.bus.vorn_bus_poll(self._open(), _milliseconds(piece), 1, None))
                 if not self._arrived and left is not None and left <= piece:
@@ -255,8 +255,8 @@ class Bus:
         return _to_counters(counters)
 
     @property
-    def place(self) -> str:
-        """Where this bus takes what is sent to its address, for people."""
+    def endpoint(self) -> str:
+        """Where this bus receives, for people: "tcp://127.0.0.1:7002"."""
         return str(_library.bus.vorn_bus_endpoint(self._open()).decode())
 
     def fileno(self) -> int:
@@ -276,7 +276,7 @@ class Bus:
 
 
 def _handler_for(arrived: collections.deque[Message]) -> Any:
-    """What the bus calls; it holds the queue and not the Bus, which may so be collected."""
+    """What the bus calls. It refers to the queue and not to the Bus, so that the Bus can be collected."""
     def handle(pointer: Any, context: int) -> None:
         message = pointer.contents
         arrived.append(Message(_codec.record_at(_codec.type_of(message.message_id), message.record), message.source,

@@ -22,10 +22,10 @@ _REFUSED = 0xFFFFFFFF
 
 
 class Damaged(Error, ValueError):
-    """The bytes are no whole message of their type.
+    """The bytes are not a valid message of their type.
 
-    record: what unpack left of it; verdict: "header", "field" or "argument"; faults: all that is wrong, of which unpack
-    stopped at the first; lost: the counts of vectors whose arrays it gave up, by path.
+    record: what unpack read before the first fault; verdict: "header", "field" or "argument"; faults: all faults that
+    were found; lost: the counts of vectors whose arrays unpack gave up, by path.
     """
 
     def __init__(self, record: Record, inspection: Inspection, lost: dict[str, int]) -> None:
@@ -67,7 +67,7 @@ def pack(record: Record, layout: Layout = "compact") -> bytes:
     memory = _memory.Memory(record, _RECORDS)
     function = _library.codec[f"{shape.name}__pack"]
     function.restype = ctypes.c_uint32
-    # Without a buffer it tells the size.
+    # Without a buffer it returns the size.
     length = ctypes.c_uint32(_REFUSED)
     if function(memory.record, None, ctypes.byref(length)) == _REFUSED:
         raise Error(f"{shape.name} cannot be packed: it is larger than 32 bits can count")
@@ -86,7 +86,7 @@ def unpack(message_type: str | int, data: Bytes) -> Record: ...
 def unpack(message_type: type[Record] | str | int, data: Bytes) -> Record:
     """The record that a message holds; the type is a class, a name or an id.
 
-    Raises Damaged if the bytes are no whole message; what could be read is in the exception.
+    Raises Damaged if the bytes are not a valid message; the exception has what could be read.
     """
     record_type = _message_type(message_type)
     received = bytes(data)
@@ -108,14 +108,14 @@ def unpack(message_type: type[Record] | str | int, data: Bytes) -> Record:
 
 
 def inspect(message_type: type[Record] | str | int, data: Bytes) -> Inspection:
-    """Verdict, layout and faults of a message, as `nac verify` tells them."""
+    """Verdict, layout and faults of a message, as `nac verify` prints them."""
     return _walk.inspect(_message_type(message_type).shape, bytes(data))
 
 
 def verify(message_type: type[Record] | str | int, data: Bytes) -> list[Fault]:
-    """All that is wrong with a message; an empty list if nothing is.
+    """The faults of a message; an empty list if it is valid.
 
-    unpack stops at the first fault; those behind it are found as far as they can be.
+    unpack stops at the first fault; verify finds later ones too, where it can.
     """
     return inspect(message_type, data).faults
 
@@ -141,7 +141,7 @@ def to_json(record: Record) -> dict[str, Any]:
 
 
 def from_json(message_type: type[R], given: dict[str, Any]) -> R:
-    """The record that the tool prints so; fields left out are zero."""
+    """The record of which the tool prints this; fields that are left out are zero."""
     known = {field.name: field for field in message_type.shape.fields}
     values: dict[str, Any] = {}
     for name, value in given.items():

@@ -8,7 +8,7 @@ from . import _memory
 from ._record import BadRecord, Record
 
 _CODES = {1: "B", 2: "H", 4: "I", 8: "Q"}
-_TABLE = 4  # where a root table stands, behind its reference
+_TABLE = 4  # offset of a root table, after its reference
 
 
 def image(record: Record, types: _memory.RecordTypes) -> bytes:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Records as the library's functions take and give them: structs in memory, by the offsets of their shapes.
+# Records as structs in memory, which the library's functions read and write, by the offsets of their shapes.
 from __future__ import annotations
 
 import ctypes
@@ -16,7 +16,7 @@ RecordTypes = dict[str, type[Record]]
 
 
 def number(value: Any, width: int, path: str) -> int:
-    """The value, if it is a number of so many bytes."""
+    """The value, if it is a number of `width` bytes."""
     if not isinstance(value, int):
         raise BadRecord(f"{path}: {value!r} is no integer")
     if not 0 <= value < 1 << 8 * width:
@@ -61,7 +61,7 @@ def table(value: Any, record_type: type[Record], path: str) -> Record:
 
 
 class Memory:
-    """A record in memory, with the arrays that it points to. It holds them as long as it lives."""
+    """A record in memory, with the arrays that it points to. It owns them."""
 
     def __init__(self, record: Record, types: RecordTypes) -> None:
         self._types = types
@@ -111,7 +111,7 @@ Lose = Callable[[str, int], None]
 
 
 def read(record_type: type[Record], address: int, types: RecordTypes, lose: Lose, path: str = "") -> Record:
-    """Copies a record out of memory. `lose` hears of vectors whose arrays unpack gave up: path and count."""
+    """Copies a record out of memory. Calls `lose` with path and count of each vector whose array unpack gave up."""
     raw = ctypes.string_at(address, record_type.shape.record_bytes)
     values: dict[str, Any] = {}
     for field in record_type.shape.fields:

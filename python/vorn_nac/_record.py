@@ -23,7 +23,7 @@ class LibraryNotFound(Error, ImportError):
 
 
 class BadRecord(Error, ValueError):
-    """A record holds what its type cannot: the words name the field."""
+    """A value does not fit its field; the text names the field."""
 
 
 class UnknownType(Error, LookupError):

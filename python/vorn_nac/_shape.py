@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# How records lie in memory and on the wire. The shapes themselves are in _shapes.py.
+# The layout of records in memory and on the wire. The shapes are in _shapes.py, which the build makes.
 from dataclasses import dataclass
 from typing import Optional
 
@@ -13,7 +13,7 @@ class Field:
     form: str  # "scalar", "fixed array", "nested table", "scalar vector", "table vector"
     display: str  # "number", "hardware address", "IPv6 address", "hexadecimal", "numbers", "table", "tables"
     element_bytes: int  # of a scalar or an element on the wire; of a table: of its reference
-    count: int  # elements that the record holds in itself; 0: a vector
+    count: int  # elements inside the record; 0: a vector
     table: Optional[str]  # the type of nested records
     record_offset: int  # in the record; of a vector: of its pointer
     count_offset: Optional[int]  # of a vector: of its count

@@ -23,7 +23,7 @@ _32_BITS = 0xFFFFFFFF
 class Fault(NamedTuple):
     """What unpack stops at, or would if it came there."""
 
-    at: int  # of the bytes that are wrong, or behind whose end something lacks
+    at: int  # offset of the wrong bytes, or of the bytes after whose end something is missing
     bytes: int
     table: str  # the type of the table in which they stand
     field: Optional[str]  # None: the table's header
@@ -31,8 +31,8 @@ class Fault(NamedTuple):
     what: str
 
     def __str__(self) -> str:
-        place = self.path if self.field else f"{self.path} header".strip()
-        return f"at {self.at}, {place} of {self.table}: {self.what}"
+        path = self.path if self.field else f"{self.path} header".strip()
+        return f"at {self.at}, {path} of {self.table}: {self.what}"
 
 
 @dataclass(frozen=True)
@@ -91,12 +91,12 @@ class _Walker:
         if depth == 0:
             self.layout = self.root_layout(shape, at, vtable, length)
         for field in shape.fields:
-            if field.slot + _SLOT <= length and (place := self.u16(vtable + field.slot)) != 0:
-                self.field(shape, field, at + place, vtable + field.slot, f"{path}.{field.name}" if path else field.name,
+            if field.slot + _SLOT <= length and (offset := self.u16(vtable + field.slot)) != 0:
+                self.field(shape, field, at + offset, vtable + field.slot, f"{path}.{field.name}" if path else field.name,
                            depth)
 
     def vtable(self, shape: Shape, at: int, path: str, reference: int) -> Optional[tuple[int, int]]:
-        """A table's vtable and its length, if its header is good."""
+        """A table's vtable and its length, if its header is valid."""
         last = self.size - _REFERENCE
         if not self.holds_table(at):
             self.fault(reference, _REFERENCE, shape, None, path, f"the table would be at {at}, outside of 4 to {last}")

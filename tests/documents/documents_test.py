@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# The documents: every command that they show is run and prints what they show; every link leads somewhere.
+# The documents: every command that they show runs and prints what they show; every link has a target.
 #
-# A block marked console holds commands behind "$ ", continued behind "> ", and what each prints; "..." stands for any
-# lines. The commands of a document run in one folder, which looks like this one. NAC names the tool.
+# A block marked console has commands after "$ ", continued after "> ", and what each prints; "..." stands for any lines.
+# The commands of a document run in one folder, which looks like the root of the sources. NAC names the tool.
 import os
 import pathlib
 import re
@@ -63,7 +63,7 @@ def matches(printed: str, shown: str) -> bool:
     return re.fullmatch("".join(r"(?:.*\n)*" if part is None else part for part in parts), printed) is not None
 
 
-class Place:
+class Sandbox:
     """A folder that looks like the root of the sources, and a home, for the commands of one document."""
 
     def __init__(self, folder: pathlib.Path) -> None:
@@ -97,9 +97,9 @@ class Place:
         if re.match(r"(build/release/)?nac listen [^|]*$", shown.command):
             self.listening.append((shown, started))
             return []
-        return [(shown, self.printed(started))] + self.heard(shown)
+        return [(shown, self.printed(started))] + self.received(shown)
 
-    def heard(self, shown: Shown) -> list[tuple[Shown, str]]:
+    def received(self, shown: Shown) -> list[tuple[Shown, str]]:
         if " send " not in shown.command:
             return []
         ended, self.listening = self.listening, []
@@ -108,11 +108,11 @@ class Place:
     @staticmethod
     def printed(started: "subprocess.Popen[str]") -> str:
         try:
-            output, words = started.communicate(timeout=60)
+            output, errors = started.communicate(timeout=60)
         except subprocess.TimeoutExpired:
             started.kill()
             return "(does not end)\n"
-        return output + "".join(line + "\n" for line in words.splitlines() if "Running as user" not in line)
+        return output + "".join(line + "\n" for line in errors.splitlines() if "Running as user" not in line)
 
 
 def slug(heading: str) -> str:
@@ -133,14 +133,14 @@ class Commands(unittest.TestCase):
             if not shown:
                 continue
             with tempfile.TemporaryDirectory() as folder:
-                place = Place(pathlib.Path(folder))
+                sandbox = Sandbox(pathlib.Path(folder))
                 for each in shown:
                     count += 1
-                    for command, printed in place.run(each):
+                    for command, printed in sandbox.run(each):
                         with self.subTest(document=str(path.relative_to(ROOT)), command=command.command):
                             self.assertTrue(matches(printed, command.output),
                                             f"\n{command.command}shown:\n{command.output}\nprinted:\n{printed}")
-                self.assertEqual(place.listening, [], f"{path}: nobody sends to what listens")
+                self.assertEqual(sandbox.listening, [], f"{path}: a command listens, and none sends to it")
         self.assertGreater(count, 40)
         print(f"count: {count} commands of the documents print what is shown")
 
@@ -174,25 +174,25 @@ class Links(unittest.TestCase):
                     continue
                 count += 1
                 name, _, anchor = target.partition("#")
-                place = path.parent / name if name else path
+                target_path = path.parent / name if name else path
                 with self.subTest(document=str(path.relative_to(ROOT)), link=target):
-                    self.assertTrue(place.exists())
+                    self.assertTrue(target_path.exists())
                     if anchor:
-                        self.assertEqual(place.suffix, ".md")
-                        headings = re.findall(r"^#+ (.*)$", re.sub(r"^```.*?^```", "", place.read_text(),
+                        self.assertEqual(target_path.suffix, ".md")
+                        headings = re.findall(r"^#+ (.*)$", re.sub(r"^```.*?^```", "", target_path.read_text(),
                                                                   flags=re.M | re.S), re.M)
                         self.assertIn(anchor, [slug(heading) for heading in headings])
         self.assertGreater(count, 60)
 
 
 def write() -> None:
-    """Puts what commands print behind those behind which nothing is shown. For whoever writes a page."""
+    """Adds its output to every command without one, for the author of a page."""
     for path in map(pathlib.Path, sys.argv[2:]):
         text = path.read_text()
         with tempfile.TemporaryDirectory() as folder:
-            place = Place(pathlib.Path(folder))
+            sandbox = Sandbox(pathlib.Path(folder))
             for each in consoles(path):
-                for command, printed in place.run(each):
+                for command, printed in sandbox.run(each):
                     if not command.output:
                         text = text.replace("$ " + command.command + "```", "$ " + command.command + printed + "```", 1)
         path.write_text(text)

@@ -58,11 +58,11 @@ class Site(unittest.TestCase):
                     continue
                 count += 1
                 with self.subTest(page=path.name, link=link):
-                    place = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
-                    place = place / "index.html" if place.is_dir() else place
-                    self.assertTrue(place.exists())
-                    if parts.fragment and place in self.pages:
-                        self.assertIn(urllib.parse.unquote(parts.fragment), self.pages[place].anchors)
+                    found = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
+                    found = found / "index.html" if found.is_dir() else found
+                    self.assertTrue(found.exists())
+                    if parts.fragment and found in self.pages:
+                        self.assertIn(urllib.parse.unquote(parts.fragment), self.pages[found].anchors)
         self.assertGreater(count, 200)
         print(f"count: {count} links of the site lead to a page or an anchor of it")
 

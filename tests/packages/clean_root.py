@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # The packages in a clean Debian 12: installed, used as others use them, and removed without leftovers.
 #
-# As root: clean_root.py PACKAGES makes the system with debootstrap (kept beside PACKAGES for the next time), installs
-# every package of the folder there, and says each step's result and time.
+# As root: clean_root.py PACKAGES makes the system with debootstrap (kept next to PACKAGES for the next run), installs
+# every package of the folder there, and prints each step's result and time.
 import argparse
 import hashlib
 import os
@@ -25,10 +25,10 @@ RESTLESS = ("dev/", "etc/ld.so.cache", "proc/", "run/", "sys/", "tmp/", "var/cac
 SESSION = "/usr/share/doc/vorn-nac-tools/examples/access-session.jsonl"
 TWO_PROCESSES = f"""
     folder=$(mktemp -d); export VORN_BUS_URL=ipc://$folder/bus
-    nac listen --as 2 --count 29 --timeout 30 --json > $folder/heard & listener=$!
+    nac listen --as 2 --count 29 --timeout 30 --json > $folder/received & listener=$!
     nac send --to 2 {SESSION}
     wait $listener
-    wc -l < $folder/heard"""
+    wc -l < $folder/received"""
 
 
 # The tutorial's commands, in their order, with the installed tool where the page has that of the build.
@@ -38,10 +38,10 @@ sys.path.insert(0, "tests/documents")
 import documents_test as documents
 wrong, count = [], 0
 with tempfile.TemporaryDirectory() as folder:
-    place = documents.Place(pathlib.Path(folder))
-    del place.environment["VORN_NAC_LIBRARY_DIR"]
+    sandbox = documents.Sandbox(pathlib.Path(folder))
+    del sandbox.environment["VORN_NAC_LIBRARY_DIR"]
     for shown in documents.consoles(pathlib.Path("docs/tutorial.md")):
-        for command, printed in place.run(shown):
+        for command, printed in sandbox.run(shown):
             count += 1
             if not documents.matches(printed, command.output):
                 wrong.append(f"{command.command}: {printed!r}")
@@ -123,8 +123,8 @@ class CleanRoot:
         target.mkdir()
         shutil.copy(here / "consumers.py", target)
         shutil.copytree(here / "consumer", target / "consumer")
-        said = self.inside("python3 /tmp/consumers/consumers.py", "nobody")
-        return said.replace("count: ", "").replace("\n", "; ").rstrip("; ")
+        printed = self.inside("python3 /tmp/consumers/consumers.py", "nobody")
+        return printed.replace("count: ", "").replace("\n", "; ").rstrip("; ")
 
     def tool(self) -> str:
         self.expect("nac types --json | wc -l", "25")
@@ -133,7 +133,7 @@ class CleanRoot:
 
     def two_processes(self) -> str:
         self.expect(TWO_PROCESSES + " | grep -x 29", "29")
-        return "29 records sent by one and heard by the other"
+        return "29 records sent by one and received by the other"
 
     def completions(self) -> str:
         self.expect("source /usr/share/bash-completion/bash_completion; _completion_loader nac || true; complete -p nac",
@@ -168,9 +168,9 @@ class CleanRoot:
 
     def python(self) -> str:
         """The package's tests, but for those of the source tree as such, on what is installed."""
-        said = self.inside("cd /tmp/tree && NAC=/usr/bin/nac PYTHONDONTWRITEBYTECODE=1 python3 -m pytest -q -p no:cacheprovider "
+        printed = self.inside("cd /tmp/tree && NAC=/usr/bin/nac PYTHONDONTWRITEBYTECODE=1 python3 -m pytest -q -p no:cacheprovider "
                            "python/tests/test_codec.py python/tests/test_bus.py", "nobody")
-        return said.strip().splitlines()[-1]
+        return printed.strip().splitlines()[-1]
 
     def manual(self) -> str:
         pages = self.inside("dpkg -L " + " ".join(self.names) + " | grep -E '^/usr/share/man/.*[.]gz$'").split()
@@ -187,7 +187,7 @@ class CleanRoot:
             raise Failure(f"still there: {sorted(more)}")
         after = self.files()
         if after != self.before:
-            raise Failure(f"left behind: {sorted(after - self.before)[:20]}, gone: {sorted(self.before - after)[:20]}")
+            raise Failure(f"left over: {sorted(after - self.before)[:20]}, gone: {sorted(self.before - after)[:20]}")
         return f"all {len(after)} files of the system are as before, and no other"
 
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Consumers of the installed libraries, in C and C++, by CMake and by pkg-config, shared and static: compiled, run, and
-# looked at by nac doctor. It needs nothing but what is installed, in the system or in --prefix, and says each step's
+# looked at by nac doctor. It needs nothing but what is installed, in the system or in --prefix, and prints each step's
 # result.
 import argparse
 import os
@@ -66,9 +66,9 @@ def compile_by_pkg_config(folder: pathlib.Path, environment: dict[str, str]) -> 
 
 
 def check_programs(folder: pathlib.Path, nac: str) -> None:
-    for name, (says, libraries) in PROGRAMS.items():
+    for name, (output, libraries) in PROGRAMS.items():
         program = folder / name
-        expect(f"output of {name}", run(program), says)
+        expect(f"output of {name}", run(program), output)
         needed = re.findall(r"\(NEEDED\).*\[(libvorn.*)\]", run("readelf", "--dynamic", program))
         expect(f"libraries of {name}", set(needed), libraries)
     for name in ("host_shared", "host_static", "host_hidden"):

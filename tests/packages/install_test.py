@@ -47,11 +47,11 @@ class Installed(unittest.TestCase):
         self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h")}, HEADERS)
 
     def test_what_the_tool_generates_is_installed(self) -> None:
-        for suffix, words in GENERATED.items():
+        for suffix, arguments in GENERATED.items():
             with self.subTest(suffix=suffix):
-                said = subprocess.run([self.prefix / "bin/nac", *words], check=True, capture_output=True).stdout
-                self.assertGreater(len(said), 100)
-                self.assertEqual(self.one(suffix).read_bytes(), said)
+                printed = subprocess.run([self.prefix / "bin/nac", *arguments], check=True, capture_output=True).stdout
+                self.assertGreater(len(printed), 100)
+                self.assertEqual(self.one(suffix).read_bytes(), printed)
 
     def test_the_python_package_runs(self) -> None:
         package = self.one("dist-packages/vorn_nac")
