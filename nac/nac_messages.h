@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* libvorn_nac_user: the typed messages of the Nac package (network access control) on the VORN bus.
  *
- * Every message type has a record, a plain struct with its fields in field-id order, and the same seven
- * functions, declared behind the record by NAC_MESSAGE_FUNCTIONS. Every module has three functions, at
- * the end of this file. A record that no message function names travels only inside other records.
+ * Every message type has a record, a plain struct, followed by its seven functions (NAC_MESSAGE_FUNCTIONS).
+ * Every module has three functions, at the end of this file. Other records travel only inside records.
  *
- * Fields are named by field id. Integers are in the host's byte order. A vector is a pair: f<N>_count
+ * Fields are named by field id. Where no comment says more, only their width is known here: sender and
+ * receiver agree on what a value means. Integers are in the host's byte order. A vector is f<N>_count
  * elements in the array at f<N>; empty is count 0 with a null pointer. Arrays are held inline.
  *
  * Threads: every function may be called from any thread at any time; none keeps a pointer to a record or

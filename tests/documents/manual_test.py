@@ -68,8 +68,8 @@ class Manual(unittest.TestCase):
 
     def test_every_verb_has_its_options_in_a_page(self) -> None:
         tool = shown(FOLDER / "man1/nac.1")
-        verbs = re.findall(r"^ {2}([a-z]\S*)", subprocess.run([FOLDER.parent / "nac", "--help"], capture_output=True, text=True,
-                                                             check=True).stdout.split("Subcommands:")[1], re.M)
+        text = subprocess.run([FOLDER.parent / "nac", "--help"], capture_output=True, text=True, check=True).stdout
+        verbs = re.findall(r"^ {2}([a-z]+)", text, re.M)
         self.assertIn("decode", verbs)
         for verb in verbs:
             self.assertRegex(tool, rf"(?m)^ +{verb}\b")
