@@ -131,7 +131,12 @@ def main() -> None:
     parser = argparse.ArgumentParser(
         prog="./dev bench-instructions", description="Holds the library's instructions against the table.")
     parser.add_argument("--update", action="store_true", help="write what is counted into the table")
+    parser.add_argument("--build", type=pathlib.Path, help="a build whose program `instructions` to count")
     options = parser.parse_args()
+    if options.build:
+        cache = (options.build / "CMakeCache.txt").read_text()
+        os.environ.update(CXX=re.findall(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.M)[0], VALGRIND="valgrind",
+                          PROGRAM=str(options.build / "bench/instructions"))
     version = subprocess.run([os.environ["CXX"], "--version"], check=True, capture_output=True,
                              text=True).stdout.splitlines()[0]
     compiler = "clang" if "clang" in version else "g++"

@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: Apache-2.0
+# Programs that tests call. A test whose programs are missing is left out, and the configuration says so; with
+# NAC_REQUIRE_TEST_TOOLS, as in ./dev test, that is an error.
+
+# Sets `result` to whether all of them are there: names of programs, paths of files, or `python:MODULE` for a module of
+# Debian's python.
+function(nac_find_test_tools result test)
+  set(missing "")
+  foreach(tool IN LISTS ARGN)
+    if(tool MATCHES "^python:(.*)")
+      execute_process(COMMAND /usr/bin/python3 -c "import ${CMAKE_MATCH_1}" RESULT_VARIABLE absent OUTPUT_QUIET ERROR_QUIET)
+    elseif(IS_ABSOLUTE ${tool})
+      set(absent 0)
+      if(NOT EXISTS ${tool})
+        set(absent 1)
+      endif()
+    else()
+      string(MAKE_C_IDENTIFIER "NAC_TOOL_${tool}" variable)
+      find_program(${variable} ${tool})
+      mark_as_advanced(${variable})
+      set(absent 0)
+      if(NOT ${variable})
+        set(absent 1)
+      endif()
+    endif()
+    if(absent)
+      list(APPEND missing ${tool})
+    endif()
+  endforeach()
+  set(${result} ON PARENT_SCOPE)
+  if(missing)
+    set(${result} OFF PARENT_SCOPE)
+    list(JOIN missing ", " missing)
+    set(kind STATUS)
+    if(NAC_REQUIRE_TEST_TOOLS)
+      set(kind SEND_ERROR)
+    endif()
+    message(${kind} "left out: ${test}, which needs ${missing}")
+  endif()
+endfunction()
+
+# For a test of this folder: CTest lists it as disabled where a tool is missing.
+function(nac_test_needs test)
+  nac_find_test_tools(found ${test} ${ARGN})
+  if(NOT found)
+    set_tests_properties(${test} PROPERTIES DISABLED ON)
+  endif()
+endfunction()
