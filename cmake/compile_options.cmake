@@ -27,7 +27,7 @@ if(NAC_COVERAGE)
   target_link_options(nac_counted_options INTERFACE --coverage)
 endif()
 
-# The library's own sources: no exceptions, no RTTI, no C++ runtime behind them.
+# The library's own sources: no exceptions, no RTTI, no C++ runtime.
 add_library(nac_library_options INTERFACE)
 target_link_libraries(nac_library_options INTERFACE nac_compile_options nac_counted_options)
 target_compile_options(nac_library_options INTERFACE

@@ -8,7 +8,7 @@ known=tests/bus/libvorn_bus.abi
 if [ "${1:-}" = --update ]; then
     abidw --exported-interfaces-only --drop-private-types --headers-dir vorn --no-corpus-path --no-comp-dir-path \
         --no-show-locs --no-elf-needed --type-id-style hash --out-file "$known" build/debug/libvorn_bus.so
-    sed -i "s|path='$PWD/|path='./|" "$known"
+    sed -i -e "s|path='$PWD/|path='./|" -e "1a <!-- Made by abidw: ./dev bus-interface, with its option update -->" "$known"
 else
     abidiff --headers-dir2 vorn "$known" build/debug/libvorn_bus.so
 fi

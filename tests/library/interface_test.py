@@ -12,6 +12,7 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 KNOWN = ROOT / "tests/library/libvorn_nac_user.abi"
+MADE = "<!-- Made by abidw: python3 tests/library/interface_test.py, with its option write -->"
 
 
 def build(library: pathlib.Path) -> None:
@@ -32,6 +33,8 @@ def main() -> int:
             subprocess.run(["abidw", "--exported-interfaces-only", "--drop-private-types", "--headers-dir", ROOT / "nac",
                             "--no-corpus-path", "--no-comp-dir-path", "--no-show-locs", "--no-elf-needed",
                             "--type-id-style", "hash", "--out-file", KNOWN, library], check=True)
+            first, rest = KNOWN.read_text().split("\n", 1)
+            KNOWN.write_text(f"{first}\n{MADE}\n{rest}")
             return 0
         compared = subprocess.run(["abidiff", "--headers-dir2", ROOT / "nac", KNOWN, library], capture_output=True, text=True)
     if compared.returncode != 0:
