@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::size_t kLargestBlock = 1 << 20;  // larger requests fail, as on a device with little memory
-constexpr std::size_t kRecordRoom = 8 << 20;    // enough records for any block that is granted
+constexpr std::size_t kRecordBytes = 8 << 20;   // enough records for any block that is granted
 
 struct Bus {
     std::size_t calls = 0;
@@ -37,7 +37,7 @@ std::int32_t take(const VORN_SendDescriptor* descriptors, std::uint32_t count, b
 
 template <class Record>
 void send(fuzz::Supply& supply, std::uint8_t options) {
-    static std::vector<std::uint64_t> room(kRecordRoom / sizeof(std::uint64_t));
+    static std::vector<std::uint64_t> storage(kRecordBytes / sizeof(std::uint64_t));
     fuzz::CheckedUnit unit(fuzz::order_from(options));
     unit.state.general_allocate = allocate_little;
     fuzz::account.clear();
@@ -49,7 +49,7 @@ void send(fuzz::Supply& supply, std::uint8_t options) {
         case 1:
             count %= 16;
             break;
-        case 2:  // near a place where the size of the block wraps
+        case 2:  // near a number at which the size of the block wraps
             count =
                 static_cast<std::uint32_t>((std::uint64_t{1 + count % 40} << 32) / 16) + count % 8192 - 4200;
             break;
@@ -58,7 +58,7 @@ void send(fuzz::Supply& supply, std::uint8_t options) {
     }
     const auto target = supply.take<std::uint16_t>();
     fuzz::RecordSource source(supply);
-    auto* const records = reinterpret_cast<Record*>(room.data());
+    auto* const records = reinterpret_cast<Record*>(storage.data());
     std::memset(static_cast<void*>(records), 0, sizeof(Record));
     source.fill(*records);
 

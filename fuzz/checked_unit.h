@@ -89,8 +89,8 @@ inline constexpr std::uint64_t kMostHeapPerByte = 37 + 4 + 6;
 inline constexpr std::uint64_t kMostStepsPerByte = 16;
 inline constexpr std::uint64_t kStepsOfAnyMessage = 128;
 
-// Unpacks the bytes, with the library and with the plain reader, and holds the two against each other and
-// against the promises made to a host. Returns whether nothing went wrong in the bytes.
+// Unpacks the bytes, with the library and with the plain reader, and compares the two, and checks the
+// promises made to a host. Returns whether nothing went wrong in the bytes.
 template <class Record>
 bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, std::endian order,
                         std::optional<std::size_t> failing_allocation = std::nullopt) {
@@ -117,7 +117,7 @@ bool unpack_and_compare(const std::uint8_t* bytes, std::uint32_t length, std::en
     for (const auto& [size, caller] : account.allocations) heap += size;
     promise(heap <= kMostHeapPerByte * length, "the memory asked for is at most 47 times the length");
 
-    // Whatever unpack left behind can be packed and freed.
+    // What unpack left can be packed and freed.
     std::vector<std::uint8_t> packed(kaplo::message_bytes(&record));
     auto packed_length = static_cast<std::uint32_t>(packed.size());
     promise(kaplo::pack(unit, &record, packed.data(), &packed_length) == 0,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: a good message with a few of its bytes changed, or cut short, is read as the plain reader reads
+// Promise: a valid message with a few of its bytes changed, or cut short, is read as the plain reader reads
 // it.
 //
 // Most random bytes fail at the first check; these fail deep inside.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Good messages with a few of their bytes changed, or cut short, made from a fuzzer's input.
+// Valid messages with a few of their bytes changed, or cut short, made from a fuzzer's input.
 //
 // Input: options with layout and byte order, the changes, then the record.
 #ifndef FUZZ_DAMAGED_H
@@ -34,7 +34,7 @@ std::vector<std::uint8_t> packed(kaplo::Unit& unit, const Record& record, bool a
     return bytes;
 }
 
-// The damaged message of this type; `options` tell the layout, the byte order and how much changes.
+// The damaged message of this type; `options` hold the layout, the byte order and how much changes.
 template <class Record>
 std::vector<std::uint8_t> damaged_message(Supply& supply, std::uint8_t options) {
     std::vector<Change> changes(1 + (options >> 2 & 3));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: no received bytes make unpack misbehave, and what it says of them is what the plain reader says.
+// Promise: no received bytes make unpack misbehave, and its result is the plain reader's.
 //
 // Input: message type, byte order and failing allocation, then the received bytes.
 #include "fuzz/checked_unit.h"

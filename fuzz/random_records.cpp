@@ -77,7 +77,7 @@ template <class Record>
 void unpack_whole_and_damaged(const Bytes& message, std::endian order, tests::Random& random) {
     const auto size = static_cast<std::uint32_t>(message.size());
     fuzz::promise(fuzz::unpack_and_compare<Record>(guarded_copy(message), size, order),
-                  "a whole message is good");
+                  "a whole message is valid");
     for (std::uint32_t i = 0; i < kDamages; ++i) {
         const std::uint32_t length = random.one_in(4) ? random.below(size + 1) : size;
         std::uint8_t* const bytes = guarded.last(length);
@@ -109,10 +109,10 @@ void run_record(std::uint64_t seed, std::endian order) {
         std::uint8_t* const buffer = guarded_copy(Bytes(size + more, 0xEE));
         std::uint32_t length = size + more;
         fuzz::promise(kaplo::pack(unit, &record, buffer, &length) == 0 && length == size,
-                      "pack tells the size");
+                      "pack returns the size");
         expect_same(expected, buffer, "pack writes what the plain writer writes");
         ++written_messages;
-        expect_same(untouched, buffer + size, "pack writes nothing behind the message");
+        expect_same(untouched, buffer + size, "pack writes nothing after the message");
     }
     unpack_whole_and_damaged<Record>(expected, order, random);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: what is packed unpacks to the same record, in both layouts and byte orders, and its size is told
-// to the byte.
+// Promise: what is packed unpacks to the same record, in both layouts and byte orders, and its size is
+// reported to the byte.
 //
 // Input: message type and byte order, then the record.
 #include "fuzz/checked_unit.h"
@@ -33,19 +33,19 @@ void round_trip(fuzz::Supply& supply, std::endian order) {
     fuzz::promise(bytes == std::vector<std::uint8_t>(size, 0xEE), "a refusal writes nothing");
     length = size;
     fuzz::promise(kaplo::pack(unit, &record, bytes.data(), &length) == 0 && length == size,
-                  "the size that is told is enough");
+                  "the reported size is enough");
     fuzz::promise(kaplo::write_message(unit, &record, bytes.data(), size, size) == size,
-                  "the bytes written are the size that is told");
+                  "the bytes written are the reported size");
     fuzz::promise(bytes == tests::PlainWriter(order).compact(record), "the bytes are the plain writer's");
     unpacks_to(record, unit, bytes);
-    fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, order), "what was packed is good");
+    fuzz::promise(fuzz::unpack_and_compare<Record>(bytes, order), "what was packed is valid");
 
     if constexpr (!kaplo::owns_memory<Record>) {
         std::vector<std::uint8_t> image(kaplo::Image<Record>::bytes);
         kaplo::write_image(unit, record, image.data());
         fuzz::promise(image == tests::PlainWriter(order).image(record), "the image is the plain writer's");
         unpacks_to(record, unit, image);
-        fuzz::promise(fuzz::unpack_and_compare<Record>(image, order), "an image is good");
+        fuzz::promise(fuzz::unpack_and_compare<Record>(image, order), "an image is valid");
     }
 }
 

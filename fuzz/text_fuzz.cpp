@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             fuzz::promise(tool::from_address(tool::to_address(address), bytes) == address,
                           "an address is read as it was written");
         } catch (const std::invalid_argument&) {
-            // said what is wrong, as promised
+            // refused, as promised
         }
     }
     const auto object = tool::Json::parse(text, nullptr, false);

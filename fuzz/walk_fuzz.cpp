@@ -41,7 +41,7 @@ void check(const tool::MessageType& type, const std::vector<std::uint8_t>& bytes
     const tool::Walk& walk = annotated.walk;
     const tool::Decoded decoded = type.decode(bytes);
     fuzz::promise(walk.outcome == decoded.outcome, "the walk ends as unpack ends");
-    fuzz::promise((walk.outcome == kaplo::Outcome::whole) == walk.faults.empty(), "a fault has a place");
+    fuzz::promise((walk.outcome == kaplo::Outcome::whole) == walk.faults.empty(), "a fault has a position");
     if (!walk.faults.empty()) {
         fuzz::promise((walk.faults.front().field == nullptr) == !decoded.faults.empty(),
                       "unpack logs what is a header's fault");

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/services.h"
 #include "nac/nac_messages.h"
+#include "tests/support/recording_services.h"
 #include "vorn/vorn_bus.h"
 
 namespace tests {
@@ -128,7 +128,7 @@ class BusTest : public testing::TestWithParam<std::string> {
 
     const std::string& url() const { return url_; }
     const std::string& transport() const { return GetParam(); }
-    host::Services& services = host::Services::instance();
+    tests::RecordingServices& services = tests::RecordingServices::instance();
 
   private:
     std::unique_ptr<Place> place_;

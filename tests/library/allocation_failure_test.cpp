@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every allocation of every message type made to fail: what is said, what is left, and that nothing leaks.
+// Every allocation of every message type made to fail: what is logged, what is left, and that nothing leaks.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -59,7 +59,7 @@ TEST_P(AllocationFailure, UnpackAsksForOneArrayForEachVectorThatIsNotEmpty) {
             for (std::size_t i = 0; i < sizes.size(); ++i) {
                 EXPECT_EQ(allocations[i].size, sizes[i]);
                 EXPECT_EQ(allocations[i].caller, decoder());
-                EXPECT_EQ(allocations[i].allocator, host::Allocator::cache);
+                EXPECT_EQ(allocations[i].allocator, Allocator::cache);
                 EXPECT_EQ(allocations[i].owner_code, 12U);
             }
         }

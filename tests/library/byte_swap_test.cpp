@@ -27,7 +27,7 @@ struct Numbers {
     std::uint16_t f7[2];
 };
 
-// A field behind a nested image of 256 bytes, so at a place above 255.
+// A field after a nested image of 256 bytes, so at an offset above 255.
 struct FarField {
     Nac_UserDataFlowInfo f0;
     std::uint32_t f1;
@@ -71,7 +71,7 @@ using namespace tests;
 
 class ByteSwap : public MessageTest {
   protected:
-    // The first resolution of the hooks resets the flag, so it is set behind that.
+    // The first resolution of the hooks resets the flag, so it is set after that.
     ByteSwap() {
         kaplo::KaploMemHooksInit(unit);
         unit.byte_swap = 1;
@@ -143,7 +143,7 @@ constexpr Nac_UserDataFlowCfg kCfg = {0x0102030405060708, 0x1112131415161718, 0x
 constexpr std::string_view kReversedCfg =
     "00000010 "             // root reference
     "000c 0024 "            // vtable length, table length
-    "0004 000c 0014 001c "  // places of f0 to f3
+    "0004 000c 0014 001c "  // offsets of f0 to f3
     "0000000c "             // soffset
     "0102030405060708 "     // f0, reversed as a whole
     "1112131415161718 "     // f1
@@ -158,7 +158,7 @@ constexpr std::string_view kReversedCfgImage =
     "2122232425262728 "     // f2
     "3132333435363738 "     // f3
     "000c 0024 "            // vtable length, table length
-    "0004 000c 0014 001c "  // places
+    "0004 000c 0014 001c "  // offsets
     "00000000";             // padding
 
 TEST_F(ByteSwap, ReversesEveryNumberOfTheCompactLayout) { expect_reversed(packed(kCfg), kReversedCfg); }
@@ -176,8 +176,8 @@ TEST_F(ByteSwap, UnpacksBothReversedLayouts) {
 constexpr std::string_view kReversedNumbers =
     "00000018 "                    // root reference: table at 24
     "0014 0046 "                   // vtable length; table length 70, which counts the vectors
-    "0004 0005 0007 000b "         // places of f0 to f3
-    "0013 0017 001b 001f "         // places of f4 to f7
+    "0004 0005 0007 000b "         // offsets of f0 to f3
+    "0013 0017 001b 001f "         // offsets of f4 to f7
     "00000014 "                    // soffset
     "11 "                          // f0
     "1234 "                        // f1
@@ -237,8 +237,8 @@ TEST_F(ByteSwap, ReversesFixedArraysOfTheImageToo) {
                     "00000006 "             // f6
                     "00000007 "             // f7
                     "0014 002c "            // vtable length, table length
-                    "0004 0008 000c 0010 "  // places of f0 to f3
-                    "0012 0020 0024 0028 "  // places of f4 to f7
+                    "0004 0008 000c 0010 "  // offsets of f0 to f3
+                    "0012 0020 0024 0028 "  // offsets of f4 to f7
                     "00000000");            // padding
 }
 
@@ -249,13 +249,13 @@ TEST_F(ByteSwap, KeepsOnlyTheLowByteOfTheLengthOfATableWithoutVectors) {
     expect_reversed(Bytes(answer.begin() + 268, answer.end()),
                     "0008 "       // vtable length
                     "0008 "       // table length 264 = 0x0108
-                    "0004 0008 "  // places of f0 and f1
+                    "0004 0008 "  // offsets of f0 and f1
                     "00000000");  // padding
     const Bytes rule = image(Nac_RadiusDaclRule{});
     expect_reversed(Bytes(rule.begin() + 272, rule.end()),
                     "0012 "                                // vtable length
                     "0009 "                                // table length 265 = 0x0109
-                    "0004 0005 0009 000d 0011 0015 0019 "  // places of f0 to f6
+                    "0004 0005 0009 000d 0011 0015 0019 "  // offsets of f0 to f6
                     "00 00 00 00 00 00");                  // padding
 }
 
@@ -266,7 +266,7 @@ TEST_F(ByteSwap, ReversesTheLengthOfATableWithVectorsInFull) {
                     "0000000a "   // root reference
                     "0006 "       // vtable length
                     "019c "       // table length 412
-                    "0004 "       // place of f0
+                    "0004 "       // offset of f0
                     "00000006 "   // soffset
                     "00000004 "   // f0
                     "00000064");  // its count
@@ -297,8 +297,8 @@ TEST_F(ByteSwap, KeepsOnlyTheLowByteOfAFieldOffset) {
     expect_reversed(Bytes(bytes.begin() + 268, bytes.begin() + 276),
                     "0008 "   // vtable length
                     "0008 "   // table length 264
-                    "0004 "   // place of f0
-                    "0004");  // place of f1: 260 = 0x0104
+                    "0004 "   // offset of f0
+                    "0004");  // offset of f1: 260 = 0x0104
 }
 
 TEST_F(ByteSwap, ShowsNoneOfThisWithoutTheFlag) {

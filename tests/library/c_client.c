@@ -71,7 +71,7 @@ static void check(int holds, const char* what, int line) {
 static void a_scalar_record_packs_and_unpacks(void) {
     static const uint8_t expected[24] = {
         12,   0,    0,    0,                /* root reference: table at 12 */
-        8,    0,    12,   0,    4, 0, 8, 0, /* vtable: length, table length, places of f0 and f1 */
+        8,    0,    12,   0,    4, 0, 8, 0, /* vtable: length, table length, offsets of f0 and f1 */
         8,    0,    0,    0,                /* soffset */
         0x78, 0x56, 0x34, 0x12,             /* f0 */
         9,    0,    0,    0,                /* f1 */

@@ -128,7 +128,7 @@ std::string formatted(const std::string& format, const json& values) {
     return text;
 }
 
-// The part of a line that says what must happen, each log line with its text.
+// The part of a line that states what must happen, each log line with its text.
 json expected_outcome(const json& line) {
     json log = json::array();
     for (const json& each : line.at("log")) {
@@ -151,7 +151,7 @@ class Corpus : public MessageTest, public testing::WithParamInterface<MessageTyp
         if (line.contains("fail_allocation")) services.fail_allocation(line.at("fail_allocation"));
         GuardedBuffer buffer(hex(line.at("hex").get<std::string>()));
         const json nulls = line.value("null", json::array());
-        alignas(std::max_align_t) std::array<std::uint8_t, host::LoopbackBus::kRecordRoom> record;
+        alignas(std::max_align_t) std::array<std::uint8_t, RecordingBus::kRecordCapacity> record;
         record.fill(kUntouched);
 
         EXPECT_EQ(
@@ -180,7 +180,7 @@ class Corpus : public MessageTest, public testing::WithParamInterface<MessageTyp
   private:
     json log() const {
         json lines = json::array();
-        for (const host::LogLine& each : services.log_lines()) {
+        for (const LogLine& each : services.log_lines()) {
             lines.push_back({{"category", each.category},
                              {"function", each.function},
                              {"format", each.format},
@@ -191,7 +191,7 @@ class Corpus : public MessageTest, public testing::WithParamInterface<MessageTyp
 
     json allocations() const {
         json list = json::array();
-        for (const host::Allocation& each : services.allocations()) list.push_back({each.size, each.caller});
+        for (const Allocation& each : services.allocations()) list.push_back({each.size, each.caller});
         return list;
     }
 
@@ -208,7 +208,7 @@ TEST_P(Corpus, UnpackAgreesWithTheReference) {
     int cases = 0;
     for (std::string text; std::getline(file, text); ++cases) {
         const json line = json::parse(text);
-        SCOPED_TRACE(line.at("name").get<std::string>() + ", where the reference says " +
+        SCOPED_TRACE(line.at("name").get<std::string>() + ", where the reference expects " +
                      line.at("verdict").get<std::string>());
         ASSERT_EQ(line.at("type"), type.name);
         EXPECT_EQ(outcome(line), expected_outcome(line));

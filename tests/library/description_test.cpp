@@ -103,7 +103,7 @@ struct FullLease {
 constexpr std::string_view kFullLease =
     "16 00 00 00"                                      // root reference: table at 22
     "12 00 45 00"                                      // vtable length; table length 69 with the vectors
-    "04 00 05 00 0d 00 11 00 15 00 19 00 1d 00"        // places of f0 to f6
+    "04 00 05 00 0d 00 11 00 15 00 19 00 1d 00"        // offsets of f0 to f6
     "12 00 00 00"                                      // soffset
     "11"                                               // f0
     "08 07 06 05 04 03 02 01"                          // f1
@@ -205,8 +205,8 @@ TEST_F(Described, AllocatesAndReleasesUnderItsOwnNames) {
     EXPECT_EQ(allocations[0].size, 6U);
     EXPECT_EQ(allocations[1].size, 2 * sizeof(Route));
     EXPECT_EQ(allocations[2].size, 2U);
-    for (const host::Allocation& allocation : allocations) {
-        EXPECT_EQ(allocation.allocator, host::Allocator::cache);
+    for (const Allocation& allocation : allocations) {
+        EXPECT_EQ(allocation.allocator, Allocator::cache);
         EXPECT_EQ(allocation.owner_code, 12U);
         EXPECT_EQ(allocation.caller, "Nac_Lease_unpack");
     }
@@ -315,9 +315,9 @@ TEST_F(Described, ImageHoldsNestedImagesAndArrays) {
                  "34 12"                    // its f1
                  "00 00"                    // up to its vtable
                  "08 00 12 00"              // its vtable length, table length 18
-                 "04 00 10 00"              // places of its fields
+                 "04 00 10 00"              // offsets of its fields
                  "08 00 28 00"              // vtable length, table length 40
-                 "04 00 08 00"              // places of f0 and f1
+                 "04 00 08 00"              // offsets of f0 and f1
                  "00 00 00 00");            // padding
     Route read;
     unpack(image, read);
@@ -334,7 +334,7 @@ TEST_F(Described, PackWithoutABufferLogsUnderItsOwnName) {
     EXPECT_EQ(logged(), Lines{"Nac_Lease_pack: [KAPLO]:Param invalid(null, 100, nonNull)"});
 }
 
-// ---- the writer behind pack, which trusts nobody -----------------------------------------------------
+// ---- the writer that pack calls, which trusts nobody -----------------------------------------------------
 
 TEST_F(Described, WriterLogsANullRecord) {
     std::uint8_t byte = 0xEE;
@@ -404,7 +404,7 @@ TEST_F(NestedDecoder, OfTheDataFlowSettingsRefusesANullBuffer) {
               Lines{"Nac_UserDataFlowCfg_unpack_non_root: [KAPLO]:Param invalid(null, 64, nonNull)"});
 }
 
-TEST_F(NestedDecoder, ReadsAGoodTable) {
+TEST_F(NestedDecoder, ReadsAValidTable) {
     const Bytes bytes =
         hex("00 00 00 00"    // unused
             "00 00 00 00"    // unused
@@ -433,7 +433,7 @@ class WithoutLogWriter : public Described {
     }
 };
 
-TEST_F(WithoutLogWriter, UnpackFailsAsUsualAndSaysNothing) {
+TEST_F(WithoutLogWriter, UnpackFailsAsUsualAndLogsNothing) {
     Nac_Lease lease;
     unpack(hex("ff 00 00 00"), lease);
     EXPECT_EQ(lease.f1, 0U);
@@ -447,7 +447,7 @@ TEST_F(WithoutLogWriter, UnpackFailsAsUsualAndSaysNothing) {
     EXPECT_EQ(logged(), Lines{});
 }
 
-TEST_F(WithoutLogWriter, PackStillTellsTheSizeWithoutABuffer) {
+TEST_F(WithoutLogWriter, PackStillReturnsTheSizeWithoutABuffer) {
     const Nac_Lease lease = {};
     std::uint32_t length = 100;
     EXPECT_EQ(kaplo::pack(unit, &lease, nullptr, &length), 0U);

@@ -48,7 +48,7 @@ class DigestOfAllOutputs : public MessageTest {
         bus.reset();
         EXPECT_EQ(type.send_to(1, *records, 1, 0), 0U);
         EXPECT_EQ(type.send_to(2, *records, records.size(), 7), 0U);
-        for (const host::Sent& sent : bus.sends()) {
+        for (const Sent& sent : bus.sends()) {
             for (const Bytes& message : sent.messages) digest.add(message);
         }
     }
@@ -59,7 +59,7 @@ class DigestOfAllOutputs : public MessageTest {
         EXPECT_EQ(type.unpack(message.data(), static_cast<std::uint32_t>(message.size()), record.data()),
                   type.record_bytes);
         for (const std::string& line : logged()) digest.add(line);
-        for (const host::Allocation& allocation : services.allocations()) {
+        for (const Allocation& allocation : services.allocations()) {
             digest.add(allocation.size);
             digest.add(allocation.caller);
         }

@@ -74,7 +74,7 @@ TEST_F(Threads, FirstSendAndFirstUnpackOfOneModuleMeet) {
 
 constexpr std::uint32_t kRounds = 50;
 
-// What tells the records of one thread and round from all others; never 0.
+// What differs between the records of one thread and round and all others; never 0.
 std::uint32_t mark_of(std::uint32_t thread, std::uint32_t round) {
     return 0x01000000U * (thread + 1) + round + 1;
 }
@@ -85,7 +85,7 @@ TEST_F(Threads, PackDifferentRecordsAtOnce) {
             const Nac_SetPortMsg port = {mark_of(thread, round), ~mark_of(thread, round)};
             Bytes expected =
                 hex("0c 00 00 00"              // root reference: table at 12
-                    "08 00 0c 00 04 00 08 00"  // vtable: length, table length, places of f0 and f1
+                    "08 00 0c 00 04 00 08 00"  // vtable: length, table length, offsets of f0 and f1
                     "08 00 00 00"              // soffset
                     "00 00 00 00"              // f0, below
                     "00 00 00 00");            // f1, below
@@ -104,13 +104,13 @@ TEST_F(Threads, UnpackDifferentListsAtOnce) {
         for (std::uint32_t round = 0; round < kRounds; ++round) {
             Bytes message =
                 hex("0a 00 00 00"        // root reference: table at 10
-                    "06 00 14 00 04 00"  // vtable: length, table length, place of f0
+                    "06 00 14 00 04 00"  // vtable: length, table length, offset of f0
                     "06 00 00 00"        // soffset
                     "04 00 00 00"        // reference of f0: vector at 18
                     "02 00 00 00"        // two elements
                     "0e 00 00 00"        // the first one's table at 22 + 14 = 36
                     "0a 00 00 00"        // the second one's, the same, at 26 + 10 = 36
-                    "06 00 08 00 04 00"  // vtable at 30: length, table length, place of f0
+                    "06 00 08 00 04 00"  // vtable at 30: length, table length, offset of f0
                     "06 00 00 00"        // soffset
                     "00 00 00 00");      // f0, below
             put32(message, 40, mark_of(thread, round));
@@ -133,7 +133,7 @@ Bytes image_of_port(std::uint32_t f0, std::uint32_t f1) {
             "f4 ff ff ff"                // soffset -12: vtable at 16
             "00 00 00 00"                // f0, below
             "00 00 00 00"                // f1, below
-            "08 00 0c 00 04 00 08 00");  // vtable: length, table length, places of f0 and f1
+            "08 00 0c 00 04 00 08 00");  // vtable: length, table length, offsets of f0 and f1
     put32(image, 8, f0);
     put32(image, 12, f1);
     return image;
@@ -147,9 +147,9 @@ TEST_F(Threads, SendImagesAtOnceSinglyAndInBatches) {
             ASSERT_EQ(Nac_SetPortMsg__sendmsg(mark, ports, 1 + round % 2), 0U);
         }
     });
-    const std::vector<host::Sent> sends = bus.sends();
+    const std::vector<Sent> sends = bus.sends();
     ASSERT_EQ(sends.size(), kThreads * kRounds);
-    for (const host::Sent& sent : sends) {
+    for (const Sent& sent : sends) {
         const std::uint32_t round = (sent.destination & 0xFFFFFF) - 1;
         ASSERT_EQ(sent.messages.size(), 1 + round % 2);
         for (std::uint32_t i = 0; i < sent.messages.size(); ++i) {
@@ -158,17 +158,8 @@ TEST_F(Threads, SendImagesAtOnceSinglyAndInBatches) {
     }
 }
 
-TEST_F(Threads, ExchangeListsOverTheBusAtOnce) {
+TEST_F(Threads, SendListsAndUnpackThemAtOnce) {
     ASSERT_EQ(nac_fwm_uclgroup_recv_init(), 0);
-    std::vector<std::uint32_t> arrived;  // the bus hands over one at a time
-    bus.deliver_to([&](const host::Arrival& arrival) {
-        const auto& list = *static_cast<const Nac_UclGroupIpArray*>(arrival.record);
-        ASSERT_EQ(list.f1_count, 1U);
-        ASSERT_NE(list.f1, nullptr);
-        EXPECT_EQ(list.f0, arrival.destination);
-        EXPECT_EQ(list.f1[0].f1.f3, ~arrival.destination);
-        arrived.push_back(arrival.destination);
-    });
     at_once(kThreads, [](std::uint32_t thread) {
         for (std::uint32_t round = 0; round < kRounds; ++round) {
             const std::uint32_t mark = mark_of(thread, round);
@@ -177,7 +168,22 @@ TEST_F(Threads, ExchangeListsOverTheBusAtOnce) {
             ASSERT_EQ(Nac_UclGroupIpArray__sendmsg(mark, lists, 1 + round % 2), 0U);
         }
     });
-    EXPECT_EQ(arrived.size(), kThreads * (kRounds + kRounds / 2));
+    const std::vector<Sent> sends = bus.take_sends();
+    ASSERT_EQ(sends.size(), kThreads * kRounds);
+    std::atomic<std::uint32_t> arrived = 0;
+    at_once(kThreads, [&](std::uint32_t thread) {
+        for (std::size_t i = thread; i < sends.size(); i += kThreads) {
+            bus.deliver(sends[i], [&](const void* record, std::uint32_t /*record_bytes*/) {
+                const auto& list = *static_cast<const Nac_UclGroupIpArray*>(record);
+                ASSERT_EQ(list.f1_count, 1U);
+                ASSERT_NE(list.f1, nullptr);
+                EXPECT_EQ(list.f0, sends[i].destination);
+                EXPECT_EQ(list.f1[0].f1.f3, ~sends[i].destination);
+                ++arrived;
+            });
+        }
+    });
+    EXPECT_EQ(arrived, kThreads * (kRounds + kRounds / 2));
 }
 
 TEST_F(Threads, RegisterAndCleanAtOnce) {

@@ -15,7 +15,7 @@
 #include "tests/support/message.h"
 #include "tests/support/units.h"
 
-namespace host {
+namespace tests {
 
 static bool operator==(const Allocation& left, const Allocation& right) {
     return std::tie(left.allocator, left.size, left.owner_code, left.caller) ==
@@ -36,15 +36,11 @@ static void PrintTo(const Release& release, std::ostream* out) {
     *out << "of " << release.allocated_by << " for " << release.owner_code << " by " << release.caller;
 }
 
-}  // namespace host
+}  // namespace tests
 
 namespace {
 
 using namespace tests;
-using host::Allocation;
-using host::Allocator;
-using host::LogLine;
-using host::Release;
 
 constexpr std::uint32_t kReceiveOwner = 12;
 constexpr std::uint32_t kSendOwner = 0x6200;
@@ -66,7 +62,7 @@ class Hooks : public MessageTest {};
 // A list of one all-zero element whose six fields are absent.
 const Bytes kListOfOne =
     hex("0a 00 00 00"        // root reference: table at 10
-        "06 00 10 00 04 00"  // vtable: length, table length, place of f0
+        "06 00 10 00 04 00"  // vtable: length, table length, offset of f0
         "06 00 00 00"        // soffset
         "04 00 00 00"        // reference of f0: vector at 18
         "01 00 00 00"        // one element
@@ -171,7 +167,7 @@ TEST_F(Hooks, ReceivedArrayAbove0x80000000BytesIsAskedForAsThatNumber) {
     GuardedBuffer message(22 + std::size_t{4} * count);
     const Bytes head =
         hex("0a 00 00 00"        // root reference: table at 10
-            "06 00 04 00 04 00"  // vtable: length, table length, place of f0
+            "06 00 04 00 04 00"  // vtable: length, table length, offset of f0
             "06 00 00 00"        // soffset
             "04 00 00 00"        // reference of f0: vector at 18
             "f1 f0 f0 00");      // count
@@ -260,7 +256,7 @@ TEST_F(LogLines, FailedAllocationOfAnAddressListIsWordedWithOneBlank) {
     services.fail_allocation(0);
     const Unpacked<Nac_UclGroupIpArray> list(
         hex("0c 00 00 00"              // root reference: table at 12
-            "08 00 0c 00 00 00 04 00"  // vtable: length, table length, f0 absent, place of f1
+            "08 00 0c 00 00 00 04 00"  // vtable: length, table length, f0 absent, offset of f1
             "08 00 00 00"              // soffset
             "04 00 00 00"              // reference of f1: vector at 20
             "01 00 00 00"              // one element
@@ -277,7 +273,7 @@ TEST_F(LogLines, SuccessAndFaultsInsideFieldsLogNothing) {
     pack_zeros<Nac_SetPortMsg>();
     const Unpacked<Nac_SetPortMsg> port(
         hex("0a 00 00 00"        // root reference: table at 10
-            "06 00 04 00 04 00"  // vtable at 4: length, table length, place of f0, where the buffer ends
+            "06 00 04 00 04 00"  // vtable at 4: length, table length, offset of f0, where the buffer ends
             "06 00 00 00"));     // soffset
     EXPECT_EQ(logged(), Lines{});
 }
@@ -419,12 +415,12 @@ TEST(UnitState, BeginsUnresolvedOnTheFallbacks) {
 
 TEST(UnitState, LiesInMemoryAsItIsDocumented) {
     using State = kaplo::KaploUnitState;
-    const std::size_t places[] = {offsetof(State, memory_lock),    offsetof(State, memory_ready),
-                                  offsetof(State, cache_allocate), offsetof(State, cache_free),
-                                  offsetof(State, log_module),     offsetof(State, log_lock),
-                                  offsetof(State, log_write),      offsetof(State, general_allocate),
-                                  offsetof(State, general_free),   offsetof(State, log_ready)};
-    EXPECT_TRUE(std::is_sorted(std::begin(places), std::end(places)));
+    const std::size_t offsets[] = {offsetof(State, memory_lock),    offsetof(State, memory_ready),
+                                   offsetof(State, cache_allocate), offsetof(State, cache_free),
+                                   offsetof(State, log_module),     offsetof(State, log_lock),
+                                   offsetof(State, log_write),      offsetof(State, general_allocate),
+                                   offsetof(State, general_free),   offsetof(State, log_ready)};
+    EXPECT_TRUE(std::is_sorted(std::begin(offsets), std::end(offsets)));
     EXPECT_EQ(offsetof(KaploLogModule, module_name), 0U);
     EXPECT_EQ(offsetof(KaploLogModule, log_module_name), sizeof(char*));
     EXPECT_EQ(offsetof(KaploLogModule, owner_code), 2 * sizeof(char*));

@@ -19,7 +19,7 @@ constexpr std::uint64_t kAreaInDescriptors = 4096;  // the packed area of 65536 
 class HostileBatch : public MessageTest, public testing::WithParamInterface<MessageType> {
   protected:
     HostileBatch() {
-        only_record = room.last(type.record_bytes);
+        only_record = guarded.last(type.record_bytes);
         std::memcpy(only_record, *record, type.record_bytes);
         if (!type.owns_memory) image_bytes = static_cast<std::uint32_t>(type.sent(*record).size());
         bus.reset();
@@ -57,7 +57,7 @@ class HostileBatch : public MessageTest, public testing::WithParamInterface<Mess
         ASSERT_EQ(allocations.size(), 1U);
         EXPECT_EQ(allocations[0].size, static_cast<std::uint32_t>(needed(count)));
         EXPECT_EQ(allocations[0].caller, type.name + "__sendbatch");
-        EXPECT_EQ(allocations[0].allocator, host::Allocator::general);
+        EXPECT_EQ(allocations[0].allocator, Allocator::general);
         EXPECT_EQ(allocations[0].owner_code, 0x6200U);
         const auto releases = services.releases();
         ASSERT_EQ(releases.size(), allocations[0].block == nullptr ? 0U : 1U);
@@ -70,7 +70,7 @@ class HostileBatch : public MessageTest, public testing::WithParamInterface<Mess
 
     const MessageType& type = GetParam();
     AnyRecords record = type.random(2, Filling::rich);  // owns the arrays of the only record
-    GuardedBuffer room{host::LoopbackBus::kRecordRoom};
+    GuardedBuffer guarded{RecordingBus::kRecordCapacity};
     std::uint8_t* only_record = nullptr;
     std::uint64_t image_bytes = 0;
 };

@@ -40,7 +40,7 @@ Lookup next_dlsym() {
 
 }  // namespace
 
-// In the place of the C library's, for every object of the process.
+// In the offset of the C library's, for every object of the process.
 extern "C" void* dlsym(void* handle, const char* name) noexcept {
     static const Lookup next = next_dlsym();
     if (std::string_view(name).starts_with("ZEB_")) {
@@ -114,7 +114,7 @@ TEST_P(LookupsOfUnit, HappenOnceHoweverManyThreadsCallFirst) {
 TEST_F(Lookups, EveryUnitMakesItsOwn) {
     for (const UnitCalls& unit : kUnits) unit.complain();
     for (const UnitCalls& unit : kUnits) unit.complain();
-    EXPECT_EQ(looked_up().size(), 14 * both_groups().size());
+    EXPECT_EQ(looked_up().size(), kUnits.size() * both_groups().size());
 }
 
 TEST_F(Lookups, WithoutTheUseFlagTheCacheAllocatorIsNotLookedFor) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <set>
 #include <string>
 #include <string_view>
@@ -66,10 +67,10 @@ TEST(MessageId, IsTheHashOfThePackageAndTheName) {
     }
 }
 
-TEST(MessageId, IsDifferentForEachOf25Types) {
+TEST(MessageId, IsDifferentForEveryType) {
     std::set<std::uint32_t> ids;
     for (const Id& id : kIds) ids.insert(id.by_the_compiler);
-    EXPECT_EQ(ids.size(), 25U);
+    EXPECT_EQ(ids.size(), std::size(kIds));
 }
 
 TEST(MessageId, HashMeetsPublishedValues) {

@@ -4,7 +4,7 @@
 
 #include "tests/support/lazy_memory.h"
 #include "tests/support/message.h"
-#include "tests/support/message_promises.h"
+#include "tests/support/message_expectations.h"
 
 namespace {
 
@@ -12,9 +12,9 @@ using namespace tests;
 
 // ---- the call itself, the same for all types ---------------------------------------------------------
 
-class PackOfEveryType : public MessageTest, public testing::WithParamInterface<MessagePromises> {
+class PackOfEveryType : public MessageTest, public testing::WithParamInterface<MessageExpectations> {
   protected:
-    const MessagePromises& type = GetParam();
+    const MessageExpectations& type = GetParam();
     const std::uint32_t empty_bytes = type.empty_packed_bytes;
     const Bytes zero = Bytes(type.record_bytes);  // the record
 };
@@ -81,7 +81,7 @@ TEST_P(PackOfEveryType, WritesOnlyThePackedSizeIntoALargerBuffer) {
     EXPECT_EQ(Bytes(buffer.end() - 16, buffer.end()), Bytes(16, 0xEE));
 }
 
-TEST_P(PackOfEveryType, TellsTheSizeWithoutABufferAtThePriceOfOneLine) {
+TEST_P(PackOfEveryType, ReturnsTheSizeWithoutABufferAtThePriceOfOneLine) {
     std::uint32_t length = 0x80000000;
     EXPECT_EQ(type.pack(zero.data(), nullptr, &length), 0U);
     EXPECT_EQ(length, empty_bytes);
@@ -142,7 +142,7 @@ TEST_F(PackOfEveryScalar, IsRefusedWithAByteTooLittle) {
     EXPECT_EQ(logged(), Lines{});
 }
 
-TEST_F(PackOfEveryScalar, TellsTheSizeWithoutABufferAtThePriceOfOneLine) {
+TEST_F(PackOfEveryScalar, ReturnsTheSizeWithoutABufferAtThePriceOfOneLine) {
     std::uint32_t length = kBytes;
     EXPECT_EQ(Nac_SetPortMsg__pack(&record, nullptr, &length), 0U);
     EXPECT_EQ(length, kBytes);
@@ -270,7 +270,7 @@ TEST_F(AbsentVector, OfTablesWithAPointerAndCountZeroCostsNothing) {
     EXPECT_EQ(packed_size(entry), 238U);
 }
 
-// Packs with exactly the size that is told, and expects the last `uncounted` bytes untouched.
+// Packs with exactly the size that is reported, and expects the last `uncounted` bytes untouched.
 template <class Record>
 void expect_untouched_tail(const Record& record, std::uint32_t size, std::uint32_t uncounted) {
     EXPECT_EQ(packed_size(record), size);
@@ -325,7 +325,7 @@ TEST_F(AbsentVector, WithACountAndANullPointerIsLeftOut) {
 
 class TooLarge : public MessageTest {
   protected:
-    // Sizes read no element of a vector of scalars, so counts need no memory behind them.
+    // Sizes read no element of a vector of scalars, so counts need no arrays.
     template <class Record>
     void expect_refused(const Record& record) {
         std::uint8_t buffer = 0xEE;
@@ -402,7 +402,7 @@ TEST_F(TooLarge, ElementReferencesAloneAreRefused) {
 }
 
 TEST_F(TooLarge, ElementsThatSumUpAreRefused) {
-    // References of 0xF8000000 bytes leave room for fewer than four million of these elements.
+    // References of 0xF8000000 bytes leave the bytes of fewer than four million of these elements.
     constexpr std::uint32_t count = 0x3E000000;
     LazyMemory elements(std::size_t{count} * sizeof(Nac_ConfigAccessUserUclGroupIpMsg));
     auto* const first = reinterpret_cast<Nac_ConfigAccessUserUclGroupIpMsg*>(elements.data());
@@ -478,7 +478,7 @@ TEST_F(FieldOrder, OfTheOfflineNoticePutsItsScalarsFirst) {
                  "04 00"                            // f3
                  "05 00 00 00"                      // f5
                  "07 00 00 00"                      // f7
-                 "04 00 00 00"                      // f4: right behind itself
+                 "04 00 00 00"                      // f4: right after itself
                  "06 00 00 00 0a 0b 0c 0d 0e 0f");  // its count and bytes
 }
 
@@ -528,17 +528,17 @@ TEST_F(FieldOrder, OfTheUserTablePutsItsScalarsFirst) {
     entry.f54 = 54;
     const Bytes bytes = packed(entry);
     ASSERT_EQ(get32(bytes, 0), 118U);
-    const auto place = [&](std::uint32_t id) { return get16(bytes, 4 + 4 + 2 * id); };
-    EXPECT_EQ(place(4), 4);
-    EXPECT_EQ(place(6), 8);
-    EXPECT_EQ(place(47), 12);
-    EXPECT_EQ(place(54), 20);
-    EXPECT_EQ(place(5), 21);  // the references, in field order
-    EXPECT_EQ(place(19), 25);
-    EXPECT_EQ(place(20), 29);
-    EXPECT_EQ(place(31), 33);
-    EXPECT_EQ(place(33), 37);
-    EXPECT_EQ(place(53), 41);
+    const auto offset = [&](std::uint32_t id) { return get16(bytes, 4 + 4 + 2 * id); };
+    EXPECT_EQ(offset(4), 4);
+    EXPECT_EQ(offset(6), 8);
+    EXPECT_EQ(offset(47), 12);
+    EXPECT_EQ(offset(54), 20);
+    EXPECT_EQ(offset(5), 21);  // the references, in field order
+    EXPECT_EQ(offset(19), 25);
+    EXPECT_EQ(offset(20), 29);
+    EXPECT_EQ(offset(31), 33);
+    EXPECT_EQ(offset(33), 37);
+    EXPECT_EQ(offset(53), 41);
     EXPECT_EQ(get16(bytes, 6), 45 + 46) << "inline part and the bodies of f5 and f53, without that of f31";
 }
 

@@ -99,7 +99,7 @@ TEST_F(PlatformMemory, AnImageStartsAsACopyOfTheBlankOne) {
                                                    1,    0,    0,    0,     // f0
                                                    2,    0,    0,    0,     // f1
                                                    8,    0,    12,   0,     // lengths of vtable and table
-                                                   4,    0,    8,    0};    // places of f0 and f1
+                                                   4,    0,    8,    0};    // offsets of f0 and f1
     EXPECT_EQ(image, expected);
 }
 

@@ -67,7 +67,7 @@ class EveryModule : public MessageTest, public testing::WithParamInterface<Modul
   protected:
     std::vector<Entry> registered() const {
         std::vector<Entry> entries;
-        for (const host::Registered& entry : bus.registrations()) {
+        for (const Registered& entry : bus.registrations()) {
             entries.push_back({entry.message_id, reinterpret_cast<const void*>(entry.unpack),
                                reinterpret_cast<const void*>(entry.free_unpacked)});
         }

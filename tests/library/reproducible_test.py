@@ -31,7 +31,7 @@ class Reproducible(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             here = pathlib.Path(folder)
             one = digest(here / "a", here / "a/build", TZ="UTC", LC_ALL="C", HOME="/nonexistent")
-            other = digest(here / "another place" / "source", here / "out", TZ="Asia/Tokyo", LC_ALL="C.UTF-8", USER="somebody")
+            other = digest(here / "another folder" / "source", here / "out", TZ="Asia/Tokyo", LC_ALL="C.UTF-8", USER="somebody")
         self.assertEqual(one, other)
         print(f"count: two builds, one sha256 {one}")
 

@@ -20,7 +20,7 @@ struct Reversed {
     std::vector<std::uint32_t> shortened;  // numbers above 255 of which the low byte is left
 };
 
-// Turns a good message in the host's order into what a reversing writer makes of the same record. It follows
+// Turns a valid message in the host's order into what a reversing writer makes of the same record. It follows
 // the message's own references, so it holds for both layouts.
 class Reversal {
   public:
@@ -64,11 +64,11 @@ class Reversal {
         return reference + value<std::uint32_t>(reference);
     }
 
-    // Where the field behind the slot is, 0 if it is absent.
+    // The position of the slot's field, 0 if it is absent.
     [[gnu::noinline]] std::uint32_t placed(std::uint32_t slot, std::uint32_t table) {
         reverse_short(slot);
-        const std::uint32_t place = value<std::uint16_t>(slot);
-        return place == 0 ? 0 : table + place;
+        const std::uint32_t offset = value<std::uint16_t>(slot);
+        return offset == 0 ? 0 : table + offset;
     }
 
     [[gnu::noinline]] void reverse_elements(std::uint32_t vector, std::uint32_t width) {

@@ -58,7 +58,7 @@ NUMBERS(IpsecDownAckMsg, 48, 64, 20)
 
 #define RECORD_TYPE(Message) Message,
 template <class Ignored, class... Message>
-using TypesBehind = testing::Types<Message...>;
+using TypesAfter = testing::Types<Message...>;
 struct EndOfList {};
 template <class... Listed>
 struct WithoutEnd;
@@ -130,7 +130,7 @@ TYPED_TEST(Send, OfOneRecordHandsOneDescriptorToTheBus) {
     const TypeParam record = this->records(1)[0];
     EXPECT_EQ(TestFixture::Functions::send(0xAABBCCDD, &record, 1), 0U);
     ASSERT_EQ(this->bus.sends().size(), 1U);
-    const host::Sent sent = this->bus.sends()[0];
+    const Sent sent = this->bus.sends()[0];
     EXPECT_EQ(sent.destination, 0xAABBCCDDU);
     EXPECT_FALSE(sent.target.has_value()) << "without a target, VORN_SendMsg";
     ASSERT_EQ(sent.descriptors.size(), 1U);
@@ -169,7 +169,7 @@ TYPED_TEST(Send, SingleAllocatesNothingForAnImageAndTheExactSizeOtherwise) {
         return;
     }
     ASSERT_EQ(allocations.size(), 1U);
-    EXPECT_EQ(allocations[0].allocator, host::Allocator::general);
+    EXPECT_EQ(allocations[0].allocator, Allocator::general);
     EXPECT_EQ(allocations[0].size, this->bytes_of(record));
     EXPECT_EQ(allocations[0].owner_code, kOwner);
     EXPECT_EQ(allocations[0].caller, this->name("__sendsingle"));
@@ -179,14 +179,14 @@ TYPED_TEST(Send, SingleAllocatesNothingForAnImageAndTheExactSizeOtherwise) {
     EXPECT_EQ(releases[0].caller, this->name("__sendsingle"));
 }
 
-TYPED_TEST(Send, BatchMakesOneBlockOfMessagesAndDescriptorsBehindThem) {
+TYPED_TEST(Send, BatchMakesOneBlockOfMessagesAndDescriptorsAfterThem) {
     constexpr std::uint32_t count = 3;
     const auto records = this->records(count);
     EXPECT_EQ(TestFixture::Functions::send(1, records.data(), count), 0U);
 
     const auto allocations = this->services.allocations();
     ASSERT_EQ(allocations.size(), 1U);
-    EXPECT_EQ(allocations[0].allocator, host::Allocator::general);
+    EXPECT_EQ(allocations[0].allocator, Allocator::general);
     EXPECT_EQ(allocations[0].size, this->block_of(count));
     EXPECT_EQ(allocations[0].owner_code, kOwner);
     EXPECT_EQ(allocations[0].caller, this->name("__sendbatch"));
@@ -197,7 +197,7 @@ TYPED_TEST(Send, BatchMakesOneBlockOfMessagesAndDescriptorsBehindThem) {
     EXPECT_EQ(releases[0].caller, this->name("__sendbatch"));
 
     ASSERT_EQ(this->bus.sends().size(), 1U) << "one call of the bus";
-    const host::Sent sent = this->bus.sends()[0];
+    const Sent sent = this->bus.sends()[0];
     ASSERT_EQ(sent.descriptors.size(), count);
     const auto* const block = static_cast<const std::uint8_t*>(allocations[0].block);
     const std::uint32_t area = this->as_image ? count * this->numbers.bytes : kArea;
@@ -290,7 +290,7 @@ class SendExamples : public MessageTest {};
 TEST_F(SendExamples, SetPortSingleIsOneDescriptorOf24BytesAndNoAllocation) {
     const Nac_SetPortMsg record = {1, 2};
     EXPECT_EQ(Nac_SetPortMsg__sendmsg(5, &record, 1), 0U);
-    const host::Sent sent = bus.sends().at(0);
+    const Sent sent = bus.sends().at(0);
     EXPECT_FALSE(sent.target.has_value());
     ASSERT_EQ(sent.descriptors.size(), 1U);
     EXPECT_EQ(sent.descriptors[0].message_id, 162890069U);
@@ -304,7 +304,7 @@ TEST_F(SendExamples, ThreeCfgToATargetTake216BytesWithDescriptorsAt168) {
     ASSERT_EQ(services.allocations().size(), 1U);
     EXPECT_EQ(services.allocations()[0].size, 216U);
     const auto* const block = static_cast<const std::uint8_t*>(services.allocations()[0].block);
-    const host::Sent sent = bus.sends().at(0);
+    const Sent sent = bus.sends().at(0);
     EXPECT_EQ(sent.target, 8U);
     EXPECT_EQ(reinterpret_cast<const std::uint8_t*>(sent.descriptors_at), block + 168);
     EXPECT_EQ(sent.descriptors[0].buffer, block);
@@ -322,7 +322,7 @@ TEST_F(SendExamples, TwoDataFlowListsTake65568BytesWithDescriptorsAt65536) {
 }
 
 // Records that pack to just so many bytes: 46 and a byte string of 8 less.
-class BatchRoom : public MessageTest {
+class BatchArea : public MessageTest {
   protected:
     static constexpr std::uint32_t kEmpty = 46;
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(kArea, 0x77);
@@ -349,7 +349,7 @@ class BatchRoom : public MessageTest {
     }
 };
 
-TEST_F(BatchRoom, MoreThan65536PackedBytesAreRefusedWhole) {
+TEST_F(BatchArea, MoreThan65536PackedBytesAreRefusedWhole) {
     const auto half = of_size(kArea / 2);
     expect_refused({half, half, of_size(kEmpty + 8)});
     bus.reset();
@@ -357,22 +357,22 @@ TEST_F(BatchRoom, MoreThan65536PackedBytesAreRefusedWhole) {
     expect_refused({half, of_size(kArea / 2 + 1)});
 }
 
-TEST_F(BatchRoom, TheLastRecordMayFillTheAreaToItsEnd) {
+TEST_F(BatchArea, TheLastRecordMayFillTheAreaToItsEnd) {
     const auto half = of_size(kArea / 2);
     EXPECT_EQ(send({half, half}), 0U);
     EXPECT_EQ(bus.sends().at(0).messages[1].size(), kArea / 2);
     EXPECT_EQ(send({of_size(kArea)}), 0U);
 }
 
-TEST_F(BatchRoom, ARecordThatFillsTheAreaBeforeTheLastIsRefused) {
+TEST_F(BatchArea, ARecordThatFillsTheAreaBeforeTheLastIsRefused) {
     expect_refused({of_size(kArea), of_size(54)});
 }
 
-TEST_F(BatchRoom, AnAreaFilledToItsLastByteButOneHasNoRoomForTheNext) {
+TEST_F(BatchArea, AnAreaFilledToItsLastByteButOneDoesNotHoldTheNext) {
     expect_refused({of_size(kArea - 1), of_size(54)});
 }
 
-TEST_F(BatchRoom, ARecordThatCannotBeSizedIsRefusedInBatchesAndSingly) {
+TEST_F(BatchArea, ARecordThatCannotBeSizedIsRefusedInBatchesAndSingly) {
     Nac_IpsecAuthenAckMsg huge = {};
     huge.f14_count = huge.f15_count = 0x80000000;  // two such byte strings exceed 32 bits; neither is read
     huge.f14 = huge.f15 = bytes.data();
@@ -382,7 +382,7 @@ TEST_F(BatchRoom, ARecordThatCannotBeSizedIsRefusedInBatchesAndSingly) {
     EXPECT_TRUE(services.allocations().empty()) << "nothing is allocated for a record without a size";
 }
 
-TEST_F(BatchRoom, AThousandRulesGoSinglyButNotInABatch) {
+TEST_F(BatchArea, AThousandRulesGoSinglyButNotInABatch) {
     std::vector<Nac_RadiusDaclRule> rules(1000);
     std::vector<Nac_SetUserTableMsg> records(1);
     records[0].f32_count = 1000;

@@ -15,7 +15,7 @@ namespace {
 using namespace tests;
 
 constexpr std::uint64_t kRecords = 8;      // of every type, twice each filling
-constexpr std::size_t kRoom = 16384;       // for the largest message
+constexpr std::size_t kCapacity = 16384;   // for the largest message
 constexpr std::uint32_t kFewElements = 2;  // keeps the messages of which every byte is changed small
 constexpr std::uint32_t kShortestBuffer = 4;
 
@@ -27,7 +27,7 @@ class Damage : public MessageTest, public testing::WithParamInterface<MessageTyp
         const std::size_t live_before = services.live_blocks();
         {
             AnyRecord record(type);
-            std::uint8_t* const buffer = room.last(length);
+            std::uint8_t* const buffer = guarded.last(length);
             std::memcpy(buffer, bytes, length);
             EXPECT_EQ(type.unpack(buffer, static_cast<std::uint32_t>(length), record.data()),
                       type.record_bytes);
@@ -49,13 +49,13 @@ class Damage : public MessageTest, public testing::WithParamInterface<MessageTyp
     }
 
     const MessageType& type = GetParam();
-    GuardedBuffer room{kRoom};
+    GuardedBuffer guarded{kCapacity};
 };
 
 class Truncation : public Damage {};
 NAC_FOR_ALL_MESSAGES(Truncation);
 
-// Behind its last byte a compact message has nothing that could be missing.
+// After its last byte a compact message has nothing that could be missing.
 TEST_P(Truncation, CompactMessageGivesTheFieldsBeforeTheCutAndNoArrays) {
     for (std::uint64_t seed = 0; seed < kRecords && !HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
@@ -72,8 +72,8 @@ TEST_P(Truncation, LessThanARootReferenceLeavesTheRecordAndNamesTheLength) {
         services.reset();
         const Bytes before(type.record_bytes, 0xAA);
         Bytes record = before;
-        std::memcpy(room.last(length), message.data(), length);
-        EXPECT_EQ(type.unpack(room.last(length), length, record.data()), type.record_bytes);
+        std::memcpy(guarded.last(length), message.data(), length);
+        EXPECT_EQ(type.unpack(guarded.last(length), length, record.data()), type.record_bytes);
         EXPECT_TRUE(same_bytes(record, before));
         EXPECT_EQ(logged(), Lines{type.name + "_unpack: [KAPLO]:Param invalid(nonNull, " +
                                   std::to_string(length) + ", nonNull)"});
@@ -84,7 +84,7 @@ class ImageTruncation : public Damage {};
 NAC_FOR_MESSAGES_WITH_IMAGES(ImageTruncation);
 
 // An image ends with its root vtable, so that cuts are found before any field is read; only the padding
-// behind the vtable may be missing.
+// after the vtable may be missing.
 TEST_P(ImageTruncation, GivesNothingUnlessOnlyPaddingIsMissing) {
     const AnyRecords zero = type.random(0, Filling::zero);
     for (std::uint64_t seed = 0; seed < kRecords && !HasFailure(); ++seed) {
@@ -136,7 +136,7 @@ TEST_P(ChangedByte, NeitherReadsBeyondNorLeaksNorAllocatesMoreThan37TimesTheMess
     }
 }
 
-// Nothing forbids vectors to share bytes, so each may claim all that is left of the message. Zeros are good
+// Nothing forbids vectors to share bytes, so each may claim all that is left of the message. Zeros are valid
 // elements: a reference of 0 leads to itself, an empty table.
 TEST_F(MessageTest, VectorsThatShareTheirElementsTakeAtMost47TimesTheMessage) {
     constexpr std::size_t vectors = 8;
@@ -167,7 +167,7 @@ TEST_F(MessageTest, VectorsThatShareTheirElementsTakeAtMost47TimesTheMessage) {
     EXPECT_EQ(record->f52_count, (size - counts - 24) / 4);
     EXPECT_EQ(services.allocations().size(), vectors);
     std::uint64_t allocated = 0;
-    for (const host::Allocation& each : services.allocations()) {
+    for (const Allocation& each : services.allocations()) {
         EXPECT_LE(each.size, 37 * message.size());
         allocated += each.size;
     }

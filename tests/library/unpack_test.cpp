@@ -2,7 +2,7 @@
 // Unpacking bytes that may hold anything: every check, what it logs, and what it leaves of the record.
 #include "tests/support/lazy_memory.h"
 #include "tests/support/message.h"
-#include "tests/support/message_promises.h"
+#include "tests/support/message_expectations.h"
 #include "tests/support/one_field.h"
 
 namespace {
@@ -14,7 +14,7 @@ constexpr std::uint32_t kMemory = 12;
 
 // Unpacks into a record whose bytes are all `fill` and which nobody frees: for types without vectors, and
 // for faults after which nothing is allocated.
-Bytes unpacked_over(const MessagePromises& type, const std::uint8_t* buffer, std::uint32_t length,
+Bytes unpacked_over(const MessageExpectations& type, const std::uint8_t* buffer, std::uint32_t length,
                     std::uint8_t fill) {
     Bytes record(type.record_bytes, fill);
     EXPECT_EQ(type.unpack(buffer, length, record.data()), type.record_bytes);
@@ -24,7 +24,7 @@ Bytes unpacked_over(const MessagePromises& type, const std::uint8_t* buffer, std
 // What holds for the one line logged so far, whatever its text.
 void expect_one_line(const std::string& line, std::uint32_t category) {
     EXPECT_EQ(logged(), Lines{line});
-    for (const host::LogLine& logged_line : host::Services::instance().log_lines()) {
+    for (const LogLine& logged_line : RecordingServices::instance().log_lines()) {
         EXPECT_EQ(logged_line.module_name, "KAPLO");
         EXPECT_EQ(logged_line.log_module_name, "KAPLO_TORINEX_SERIAL");
         EXPECT_EQ(logged_line.level, 2U);
@@ -36,9 +36,9 @@ void expect_one_line(const std::string& line, std::uint32_t category) {
 
 // ---- what is the same for all types ------------------------------------------------------------------
 
-class UnpackOfEveryType : public MessageTest, public testing::WithParamInterface<MessagePromises> {
+class UnpackOfEveryType : public MessageTest, public testing::WithParamInterface<MessageExpectations> {
   protected:
-    // A refused call: the record stays as it was, and one line tells why.
+    // A refused call: the record stays as it was, and one line gives the reason.
     void expect_refused(const std::uint8_t* buffer, std::uint32_t length, const std::string& values) {
         SCOPED_TRACE(values);
         services.reset();
@@ -58,7 +58,7 @@ class UnpackOfEveryType : public MessageTest, public testing::WithParamInterface
         EXPECT_EQ(logged(), Lines{});
     }
 
-    const MessagePromises& type = GetParam();
+    const MessageExpectations& type = GetParam();
 };
 INSTANTIATE_TEST_SUITE_P(All, UnpackOfEveryType, testing::ValuesIn(all_messages()), message_name);
 
@@ -70,7 +70,7 @@ TEST_P(UnpackOfEveryType, RefusesANullRecord) {
     expect_one_line(type.unpack_name() + ": [KAPLO]:Param invalid(nonNull, 64, null)", kArgumentsAndLayout);
 }
 
-TEST_P(UnpackOfEveryType, TellsOfAllFaultyArgumentsInOneLine) {
+TEST_P(UnpackOfEveryType, LogsAllFaultyArgumentsInOneLine) {
     EXPECT_EQ(type.unpack(nullptr, 0, nullptr), type.record_bytes);
     expect_one_line(type.unpack_name() + ": [KAPLO]:Param invalid(null, 0, null)", kArgumentsAndLayout);
 }
@@ -89,7 +89,7 @@ TEST_P(UnpackOfEveryType, RefusesLengthsWithTheTopBitAndShowsThemSigned) {
     expect_refused(bytes.data(), 0xFFFFFFFF, "nonNull, -1, nonNull");
 }
 
-TEST_P(UnpackOfEveryType, FindsNoRoomForATableInFourBytes) {
+TEST_P(UnpackOfEveryType, FindsNoTableInFourBytes) {
     expect_header_fault(hex("04 00 00 00"), "Table offset(4) is out of range(4 - 4)");
 }
 
@@ -107,7 +107,7 @@ TEST_P(UnpackOfEveryType, RefusesAVtableThatRunsOut) {
                         "Vtable Len(9) is out of range(0 - 8)");
 }
 
-TEST_P(UnpackOfEveryType, ReadsFourZeroBytesBehindTheRootAsAnAllZeroRecord) {
+TEST_P(UnpackOfEveryType, ReadsFourZeroBytesAfterTheRootAsAnAllZeroRecord) {
     // The table and its vtable, of length 0, are the same four bytes.
     GuardedBuffer buffer(hex("04 00 00 00 00 00 00 00"));
     expect_all_zero(buffer.data(), buffer.size());
@@ -133,7 +133,7 @@ TEST_P(UnpackOfEveryType, CanBeFreedAfterAHeaderFaultAndAgain) {
     type.free(record.data());
     type.free(record.data());
     EXPECT_EQ(record, Bytes(type.record_bytes));
-    for (const host::Release& release : services.releases()) EXPECT_EQ(release.block, nullptr);
+    for (const Release& release : services.releases()) EXPECT_EQ(release.block, nullptr);
 }
 
 TEST_P(UnpackOfEveryType, IsNotFreedForANullRecord) {
@@ -165,7 +165,7 @@ class Header : public MessageTest {
 constexpr std::string_view kVersion =
     "0a 00 00 00"   // root reference: table at 10
     "06 00 08 00"   // vtable length, table length
-    "04 00"         // place of f0
+    "04 00"         // offset of f0
     "06 00 00 00"   // soffset
     "44 33 22 11";  // f0
 
@@ -186,12 +186,12 @@ TEST_F(Header, RootReferenceBelowFourIsOutOfRange) {
     expect_fault(version_with_root(3), "Table offset(3) is out of range(4 - 18)");
 }
 
-TEST_F(Header, TableMayStartRightBehindTheRootReference) {
+TEST_F(Header, TableMayStartRightAfterTheRootReference) {
     expect_value(hex("04 00 00 00"  // root reference
                      "f8 ff ff ff"  // soffset -8: vtable at 12
                      "44 33 22 11"  // f0
                      "06 00 08 00"  // vtable length, table length
-                     "04 00"),      // place of f0
+                     "04 00"),      // offset of f0
                  0x11223344);
 }
 
@@ -214,7 +214,7 @@ TEST_F(Header, RootReferenceFarOutsideIsShownUnsigned) {
     expect_fault(version_with_root(0xFFFFFFFF), "Table offset(4294967295) is out of range(4 - 18)");
 }
 
-TEST_F(Header, ShortBuffersHaveNoRoomForAnyTable) {
+TEST_F(Header, ShortBuffersHoldNoTable) {
     expect_fault(hex("04 00 00 00"), "Table offset(4) is out of range(4 - 4)");
     expect_fault(hex("04 00 00 00 00"), "Table offset(4) is out of range(4 - 5)");
     expect_fault(hex("04 00 00 00 00 00 00"), "Table offset(4) is out of range(4 - 7)");
@@ -250,16 +250,16 @@ TEST_F(Header, VtableMayEndWithTheBuffer) {
                      "f8 ff ff ff"    // soffset -8: vtable at 12
                      "44 33 22 11"    // f0
                      "08 00 08 00"    // vtable length 8: to the last byte
-                     "04 00 00 00"),  // places of f0 and of a field that nobody knows
+                     "04 00 00 00"),  // offsets of f0 and of a field that nobody knows
                  0x11223344);
 }
 
-TEST_F(Header, VtableMayNotEndOneByteBehindTheBuffer) {
+TEST_F(Header, VtableMayNotEndOneBytePastTheBuffer) {
     expect_fault(hex("04 00 00 00"    // root reference
                      "f8 ff ff ff"    // soffset -8
                      "44 33 22 11"    // f0
                      "09 00 08 00"    // vtable length 9 with 8 bytes left
-                     "04 00 00 00"),  // places
+                     "04 00 00 00"),  // offsets
                  "Vtable Len(9) is out of range(0 - 8)");
 }
 
@@ -292,7 +292,7 @@ TEST_F(ScalarBounds, ByteMayBeTheLastOne) {
 TEST_F(ScalarBounds, ByteOneFurtherFailsSilentlyWithAllLaterFields) {
     const Unpacked<Nac_UserDetectInfo> detect(hex("0e 00 00 00"        // root reference
                                                   "0a 00 0a 00"        // vtable length, table length
-                                                  "04 00 09 00 05 00"  // f1 at 23, one behind the end
+                                                  "04 00 09 00 05 00"  // f1 at 23, one past the end
                                                   "0a 00 00 00"        // soffset
                                                   "11"                 // f0
                                                   "44 33 22 11"),      // f2
@@ -335,7 +335,7 @@ TEST_F(ScalarBounds, U64OneByteFurtherFailsSilentlyWithAllLaterFields) {
             "0c 00 24 00"                // vtable length, table length
             "04 00 0d 00 04 00 04 00"    // f1 at 29, one too far
             "0c 00 00 00"                // soffset
-            "01 02 03 04 05 06 07 08"    // f0, also in the places of f2 and f3
+            "01 02 03 04 05 06 07 08"    // f0, also in the offsets of f2 and f3
             "01 02 03 04 05 06 07 08"),  // f1 from its second byte
         0xAA);
     EXPECT_EQ(cfg->f0, 0x0807060504030201U);
@@ -352,11 +352,11 @@ TEST_F(ScalarBounds, FieldAtTheGreatestDistanceFailsSilently) {
     EXPECT_EQ(logged(), Lines{});
 }
 
-TEST_F(ScalarBounds, PlaceIsNotHeldAgainstTheTableLength) {
+TEST_F(ScalarBounds, OffsetIsNotCheckedAgainstTheTableLength) {
     Bytes bytes = hex(kVersion);
     put16(bytes, 6, 4);  // a table of nothing but its soffset
     EXPECT_EQ(Unpacked<Nac_TableVersionChangeMsg>(bytes)->f0, 0x11223344U);
-    put16(bytes, 8, 1);  // a place inside the soffset
+    put16(bytes, 8, 1);  // an offset inside the soffset
     EXPECT_EQ(Unpacked<Nac_TableVersionChangeMsg>(bytes)->f0, 0x44000000U);
     EXPECT_EQ(logged(), Lines{});
 }
@@ -364,7 +364,7 @@ TEST_F(ScalarBounds, PlaceIsNotHeldAgainstTheTableLength) {
 TEST_F(ScalarBounds, FieldOfATableAtTheEndOfTheLongestBufferIsChecked) {
     constexpr std::uint32_t length = 0x7FFFFFFF;
     LazyMemory buffer(length);
-    // The table stands in the last four bytes; f0 would lie up to 64 KiB behind them.
+    // The table stands in the last four bytes; f0 would lie up to 64 KiB after them.
     Bytes head = hex("fb ff ff 7f 06 00 08 00 ff ff");
     std::memcpy(buffer.data(), head.data(), head.size());
     put32(head, 0, length - 4 - 4);  // soffset: vtable at 4
@@ -439,7 +439,7 @@ TEST_F(NestedTable, MayStartFourBytesBeforeTheEnd) {
     Bytes bytes = config(31 - 17);
     put32(bytes, 31, 31 - 21);  // its soffset: the nested vtable at 21
     expect_outcome(bytes, 0, {});
-    put16(bytes, 21 + 4, 1);  // f0 would start in the soffset and end behind the buffer
+    put16(bytes, 21 + 4, 1);  // f0 would start in the soffset and end after the buffer
     expect_outcome(bytes, 0, {});
 }
 
@@ -487,7 +487,7 @@ TEST_F(NestedTable, FieldFaultInsideEndsTheParentSilentlyAndKeepsWhatWasRead) {
 }
 
 TEST_F(NestedTable, FaultInsideKeepsLaterFieldsOfTheParentZero) {
-    // An information whose f2 is damaged and whose f3 is good: f3 is not read any more.
+    // An information whose f2 is damaged and whose f3 is valid: f3 is not read any more.
     const Unpacked<Nac_UserDataFlowInfo> info(hex("10 00 00 00"                          // root reference
                                                   "0c 00 0c 00 00 00 00 00 04 00 08 00"  // vtable: f2, f3
                                                   "0c 00 00 00"                          // soffset
@@ -540,8 +540,8 @@ TEST_F(TableVector, ArrayIsAllocatedForAllElementsAndReleasedByFree) {
         EXPECT_EQ(std::memcmp(list->f0, zero.data(), zero.size()), 0);
     }
     ASSERT_EQ(services.allocations().size(), 1U);
-    const host::Allocation allocation = services.allocations()[0];
-    EXPECT_EQ(allocation.allocator, host::Allocator::cache);
+    const Allocation allocation = services.allocations()[0];
+    EXPECT_EQ(allocation.allocator, Allocator::cache);
     EXPECT_EQ(allocation.size, 272U);
     EXPECT_EQ(allocation.owner_code, 12U);
     EXPECT_EQ(allocation.caller, "Nac_UserDataFlowMsg_unpack_non_root");
@@ -658,7 +658,7 @@ TEST_F(TableVector, ElementVtableFaultsCarryTheElementName) {
 
 TEST_F(TableVector, FieldFaultInAnElementFreesTheArraySilently) {
     Bytes bytes = list_of_three();
-    put16(bytes, 66, 5);  // element 2's f0 ends one byte behind the buffer
+    put16(bytes, 66, 5);  // element 2's f0 ends one byte after the buffer
     expect_no_array(bytes, 3, {});
     EXPECT_EQ(services.releases().size(), 1U);
 }
@@ -764,7 +764,7 @@ TEST_F(ByteVector, MayEndWithTheBufferAndIsNotTerminated) {
         EXPECT_EQ(std::memcmp(ack->f14, "abc", 3), 0);
     }
     ASSERT_EQ(services.allocations().size(), 1U);
-    EXPECT_EQ(services.allocations()[0].allocator, host::Allocator::cache);
+    EXPECT_EQ(services.allocations()[0].allocator, Allocator::cache);
     EXPECT_EQ(services.allocations()[0].size, 3U);
     EXPECT_EQ(services.allocations()[0].owner_code, 12U);
     EXPECT_EQ(services.allocations()[0].caller, "Nac_IpsecAuthenAckMsg_unpack_non_root");
@@ -1019,7 +1019,7 @@ TEST_F(FixedArray, FaultReleasesTheVectorsOfTheRecord) {
 
 // ---- what every type with vectors does with memory ---------------------------------------------------
 
-// A message with one vector of one element, and what is said when its array cannot be had.
+// A message with one vector of one element, and what is logged when its array cannot be had.
 struct OneElement {
     const char* type;
     Bytes bytes;
@@ -1057,14 +1057,14 @@ class ReceivedArray : public MessageTest, public testing::WithParamInterface<One
         return unpacked_over(type, buffer.data(), buffer.size(), 0xAA);
     }
     // Releases of actual blocks; the user table also hands over pointers that are null.
-    std::vector<host::Release> releases() const {
-        std::vector<host::Release> result;
-        for (const host::Release& release : services.releases())
+    std::vector<Release> releases() const {
+        std::vector<Release> result;
+        for (const Release& release : services.releases())
             if (release.block != nullptr) result.push_back(release);
         return result;
     }
 
-    const MessagePromises& type = message_type(GetParam().type);
+    const MessageExpectations& type = message_type(GetParam().type);
 };
 INSTANTIATE_TEST_SUITE_P(All, ReceivedArray, testing::ValuesIn(one_element_messages()),
                          [](const auto& element) { return std::string(element.param.type); });
@@ -1072,8 +1072,8 @@ INSTANTIATE_TEST_SUITE_P(All, ReceivedArray, testing::ValuesIn(one_element_messa
 TEST_P(ReceivedArray, IsAllocatedAndReleasedUnderItsNamesAndOwner) {
     Bytes record = unpacked();
     ASSERT_EQ(services.allocations().size(), 1U);
-    const host::Allocation allocation = services.allocations()[0];
-    EXPECT_EQ(allocation.allocator, host::Allocator::cache);
+    const Allocation allocation = services.allocations()[0];
+    EXPECT_EQ(allocation.allocator, Allocator::cache);
     EXPECT_EQ(allocation.caller, GetParam().allocated_by);
     EXPECT_EQ(allocation.size, GetParam().size);
     EXPECT_EQ(allocation.owner_code, 12U);

@@ -3,7 +3,7 @@
 #include <array>
 
 #include "tests/support/message.h"
-#include "tests/support/message_promises.h"
+#include "tests/support/message_expectations.h"
 #include "tests/support/one_field.h"
 
 namespace {
@@ -21,7 +21,7 @@ constexpr std::string_view kCfgBytes =
     "10 00 00 00"               // root reference: table at 16
     "0c 00"                     // vtable length
     "24 00"                     // table length: soffset and four u64
-    "04 00 0c 00 14 00 1c 00"   // places of f0 to f3
+    "04 00 0c 00 14 00 1c 00"   // offsets of f0 to f3
     "0c 00 00 00"               // soffset: vtable 12 before the table
     "08 07 06 05 04 03 02 01"   // f0, at 20: nothing here is aligned
     "18 17 16 15 14 13 12 11"   // f1
@@ -42,7 +42,7 @@ TEST_F(CompactLayout, HoldsEveryNonZeroField) {
     expect_cfg(*Unpacked<Nac_UserDataFlowCfg>(hex(kCfgBytes)), kCfg);
 }
 
-TEST_F(CompactLayout, LeavesOutZeroFieldsAndPacksTheRestBehindEachOther) {
+TEST_F(CompactLayout, LeavesOutZeroFieldsAndPacksTheRestOneAfterTheOther) {
     const Nac_UserDataFlowCfg cfg = {0, kCfg.f1, 0, kCfg.f3};
     constexpr std::string_view bytes =
         "10 00 00 00"               // root reference
@@ -67,7 +67,7 @@ TEST_F(CompactLayout, WritesScalarsOfEveryWidthWithoutPadding) {
     EXPECT_BYTES(packed(detect),
                  "0e 00 00 00"        // root reference
                  "0a 00 0a 00"        // vtable length, table length
-                 "04 00 05 00 06 00"  // places of f0 to f2
+                 "04 00 05 00 06 00"  // offsets of f0 to f2
                  "0a 00 00 00"        // soffset
                  "11"                 // f0
                  "22"                 // f1
@@ -82,18 +82,18 @@ TEST_F(CompactLayout, WritesScalarsOfEveryWidthWithoutPadding) {
                  "06 05");            // f2
 }
 
-TEST_F(CompactLayout, PutsTheVectorRightBehindItsReferenceWhenThatIsTheOnlyField) {
+TEST_F(CompactLayout, PutsTheVectorRightAfterItsReferenceWhenThatIsTheOnlyField) {
     Nac_UserDataFlowInfo info = {};
     constexpr std::string_view bytes =
         "0a 00 00 00"                          // root reference: table at 10
         "06 00 10 00"                          // vtable length; table length up to the element references
-        "04 00"                                // place of f0
+        "04 00"                                // offset of f0
         "06 00 00 00"                          // soffset
         "04 00 00 00"                          // f0: the vector follows at once
         "01 00 00 00"                          // its count
         "14 00 00 00"                          // element 0: table 20 further on
         "10 00 14 00"                          // element: vtable length, table length
-        "00 00 00 00 04 00 08 00 0c 00 10 00"  // f0 and f1 absent, places of f2 to f5
+        "00 00 00 00 04 00 08 00 0c 00 10 00"  // f0 and f1 absent, offsets of f2 to f5
         "10 00 00 00"                          // soffset
         "1c 00 00 00"                          // f2
         "28 00 00 00"                          // f3
@@ -109,7 +109,7 @@ TEST_F(CompactLayout, PutsTheVectorRightBehindItsReferenceWhenThatIsTheOnlyField
     EXPECT_EQ(std::memcmp(list->f0, &info, sizeof info), 0);
 }
 
-TEST_F(CompactLayout, WritesNestedTablesBehindTheirParentInFieldOrderEvenWhenTheyAreAllZero) {
+TEST_F(CompactLayout, WritesNestedTablesAfterTheirParentInFieldOrderEvenWhenTheyAreAllZero) {
     Nac_UserDataFlowInfo info = {};
     info.f0 = 5;
     info.f2.f1 = kCfg.f1;
@@ -141,7 +141,7 @@ TEST_F(CompactLayout, WritesEachElementWithItsNestedTablesBeforeTheNextElement) 
     constexpr std::string_view bytes =
         "0c 00 00 00"              // root reference
         "08 00 18 00"              // vtable length; table length up to the element references
-        "04 00 08 00"              // places of f0 and f1
+        "04 00 08 00"              // offsets of f0 and f1
         "08 00 00 00"              // soffset
         "44 33 22 11"              // f0
         "04 00 00 00"              // f1
@@ -170,7 +170,7 @@ TEST_F(CompactLayout, WritesEachElementWithItsNestedTablesBeforeTheNextElement) 
     EXPECT_EQ(array->f1[1].f1.f0, 0U);
 }
 
-TEST_F(CompactLayout, PacksVectorsBehindTheTableInFieldOrderAndCountsThemInItsLength) {
+TEST_F(CompactLayout, PacksVectorsAfterTheTableInFieldOrderAndCountsThemInItsLength) {
     std::array<std::uint8_t, 2> two = {'a', 'b'};
     std::array<std::uint8_t, 3> three = {'x', 'y', 'z'};
     std::uint8_t one = 'q';
@@ -250,7 +250,7 @@ TEST_F(CompactLayout, CountsOnlyScalarsAndReferencesInTheLengthOfATableWithoutVe
 
 // ---- the fixed layout --------------------------------------------------------------------------------
 
-TEST_F(FixedLayout, PutsTheVtableBehindTheTable) {
+TEST_F(FixedLayout, PutsTheVtableAfterTheTable) {
     constexpr std::string_view bytes =
         "04 00 00 00"              // root reference
         "dc ff ff ff"              // soffset -36: vtable at 40
@@ -259,7 +259,7 @@ TEST_F(FixedLayout, PutsTheVtableBehindTheTable) {
         "28 27 26 25 24 23 22 21"  // f2
         "38 37 36 35 34 33 32 31"  // f3
         "0c 00 24 00"              // vtable length, table length
-        "04 00 0c 00 14 00 1c 00"  // places of f0 to f3
+        "04 00 0c 00 14 00 1c 00"  // offsets of f0 to f3
         "00 00 00 00";             // padding
     EXPECT_BYTES(sent(kCfg), bytes);
     expect_cfg(*Unpacked<Nac_UserDataFlowCfg>(hex(bytes)), kCfg);
@@ -272,7 +272,7 @@ TEST_F(FixedLayout, HoldsZeroFieldsTooInTheirPlaces) {
                  "00 00 00 00 00 00"    // f0, f1, f2
                  "00 00"                // up to the vtable
                  "0a 00 0a 00"          // vtable length, table length
-                 "04 00 05 00 06 00"    // places of f0 to f2
+                 "04 00 05 00 06 00"    // offsets of f0 to f2
                  "00 00 00 00 00 00");  // padding
 }
 
@@ -292,8 +292,8 @@ TEST_F(FixedLayout, RoundsTheTableLengthUpToFindTheVtable) {
         "18 00 00 00"                    // f8
         "00 00"                          // up to the vtable
         "16 00 26 00"                    // vtable length, table length 38
-        "04 00 08 00 0c 00 10 00 14 00"  // places of f0 to f4
-        "16 00 1a 00 1e 00 22 00"        // places of f5 to f8
+        "04 00 08 00 0c 00 10 00 14 00"  // offsets of f0 to f4
+        "16 00 1a 00 1e 00 22 00"        // offsets of f5 to f8
         "00 00 00 00 00 00";             // padding
     EXPECT_BYTES(sent(ack), bytes);
     const Unpacked<Nac_SetUserTableAckMsg> read(hex(bytes));
@@ -317,11 +317,11 @@ TEST_F(FixedLayout, HoldsAWholeImageWhereTheReferenceOfANestedTableBelongs) {
         "05"                             // its f4
         "00 00 00"                       // up to its vtable, at 37
         "0e 00 15 00"                    // its vtable length, table length 21
-        "04 00 08 00 0c 00 10 00 14 00"  // places of its fields
+        "04 00 08 00 0c 00 10 00 14 00"  // offsets of its fields
         "00 00 00 00 00 00"              // its padding to 48 bytes, kept
         "00 00 00"                       // up to the vtable
         "08 00 35 00"                    // vtable length; table length 53 with the nested image
-        "04 00 05 00"                    // places of f0 and f1
+        "04 00 05 00"                    // offsets of f0 and f1
         "00 00 00 00";                   // padding
     EXPECT_BYTES(sent(config), bytes);
     const Unpacked<Nac_ConfigAccessUserUclGroupIpMsg> read(hex(bytes));
@@ -347,8 +347,8 @@ TEST_F(FixedLayout, HoldsAFixedArrayWithReferenceAndCountInItsPlace) {
                  "06 00 00 00"              // f6
                  "07 00 00 00"              // f7
                  "14 00 2c 00"              // vtable length, table length
-                 "04 00 08 00 0c 00 10 00"  // places of f0 to f3
-                 "12 00 20 00 24 00 28 00"  // places of f4 to f7
+                 "04 00 08 00 0c 00 10 00"  // offsets of f0 to f3
+                 "12 00 20 00 24 00 28 00"  // offsets of f4 to f7
                  "00 00 00 00");            // padding
 }
 
@@ -377,7 +377,7 @@ TEST_F(FixedLayout, StartsNestedImagesWhereverTheirFieldStands) {
 
 // ---- what readers accept -----------------------------------------------------------------------------
 
-TEST_F(WireFormat, SlotsBehindTheEndOfAShorterVtableAreAbsent) {
+TEST_F(WireFormat, SlotsPastTheEndOfAShorterVtableAreAbsent) {
     Bytes bytes = hex(kCfgBytes);
     for (std::uint16_t length = 0; length <= 12; ++length) {
         SCOPED_TRACE(length);
@@ -393,8 +393,8 @@ TEST_F(WireFormat, SlotsBehindTheEndOfAShorterVtableAreAbsent) {
 TEST_F(WireFormat, SlotsOfALongerVtableAreIgnoredWhateverTheyHold) {
     expect_cfg(*Unpacked<Nac_UserDataFlowCfg>(hex("14 00 00 00"              // root reference: table at 20
                                                   "10 00 24 00"              // vtable with two slots too many
-                                                  "04 00 0c 00 14 00 1c 00"  // places of f0 to f3
-                                                  "ff ff 01 00"              // places of fields 4 and 5
+                                                  "04 00 0c 00 14 00 1c 00"  // offsets of f0 to f3
+                                                  "ff ff 01 00"              // offsets of fields 4 and 5
                                                   "10 00 00 00"              // soffset
                                                   "08 07 06 05 04 03 02 01"  // f0
                                                   "18 17 16 15 14 13 12 11"  // f1
@@ -449,16 +449,16 @@ TEST_F(WireFormat, NumberListsHaveNoAlignment) {
 
 TEST_F(WireFormat, BuffersMayStandAtAnyAddress) {
     const Bytes bytes = hex(kCfgBytes);
-    alignas(8) std::array<std::uint8_t, 64> room;
+    alignas(8) std::array<std::uint8_t, 64> storage;
     for (std::size_t shift = 0; shift < 8; ++shift) {
         SCOPED_TRACE(shift);
-        room.fill(0xEE);
+        storage.fill(0xEE);
         std::uint32_t length = 52;
-        EXPECT_EQ(Nac_UserDataFlowCfg__pack(&kCfg, room.data() + shift, &length), 0U);
-        EXPECT_TRUE(same_bytes({room.data() + shift, room.data() + shift + 52}, bytes));
-        EXPECT_EQ(room[shift + 52], 0xEE);
+        EXPECT_EQ(Nac_UserDataFlowCfg__pack(&kCfg, storage.data() + shift, &length), 0U);
+        EXPECT_TRUE(same_bytes({storage.data() + shift, storage.data() + shift + 52}, bytes));
+        EXPECT_EQ(storage[shift + 52], 0xEE);
         Nac_UserDataFlowCfg cfg = {};
-        EXPECT_EQ(Nac_UserDataFlowCfg__unpack(room.data() + shift, 52, &cfg), 32U);
+        EXPECT_EQ(Nac_UserDataFlowCfg__unpack(storage.data() + shift, 52, &cfg), 32U);
         expect_cfg(cfg, kCfg);
     }
 }
@@ -495,7 +495,7 @@ TEST_F(WireFormat, ReferencesCountFromTheirOwnPositionSoTwoMayMeetInOneTable) {
 
 // ---- both layouts of every type that has an image ----------------------------------------------------
 
-class EitherLayout : public MessageTest, public testing::WithParamInterface<MessagePromises> {
+class EitherLayout : public MessageTest, public testing::WithParamInterface<MessageExpectations> {
   protected:
     Bytes packed(const Bytes& record) const {
         Bytes bytes(512);
@@ -515,7 +515,7 @@ class EitherLayout : public MessageTest, public testing::WithParamInterface<Mess
         return record;
     }
 
-    const MessagePromises& type = GetParam();
+    const MessageExpectations& type = GetParam();
 };
 INSTANTIATE_TEST_SUITE_P(All, EitherLayout, testing::ValuesIn(messages_that_travel(Travels::as_image)),
                          message_name);

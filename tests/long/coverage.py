@@ -60,7 +60,7 @@ def main() -> int:
     if not run:
         sys.exit("coverage: nothing was counted; run the tests of the preset coverage first")
 
-    fullest = {place: kinds[max(kinds)] for place, kinds in taken.items()}
+    fullest = {line: kinds[max(kinds)] for line, kinds in taken.items()}
     branches = sum(map(len, fullest.values()))
     never_taken = argued = argued_lines = 0
     left = []

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# Breaks the library in one place at a time and expects that the tests notice.
+# Makes one fault at a time in the library and expects that the tests notice.
 #
-# Each fault is a small change of one source: a comparison shifted by one, turned round, or decided beforehand, a
+# Each fault is a small change of one source: a comparison shifted by one, reversed, or decided beforehand, a
 # condition decided beforehand, a statement left out, a sum turned into a difference, a constant one higher, a trait
 # flipped, an acquire or release order relaxed. The library is rebuilt with the fault and meets the test programs of
 # the release build: first with only the data-flow units rebuilt, which is quick, then whole. What survives meets
@@ -37,7 +37,7 @@ PROGRAMS = ["corpus_test", "user_table_test", "send_test", "pack_test", "unpack_
 QUICK_PROGRAMS = ["dataflow_test", "send_test", "unpack_test", "pack_test", "corpus_test", "truncation_test"]
 QUICK_OBJECTS = ["dataflow_recv.cpp.o", "dataflow_send.cpp.o", "kaplo_runtime.cpp.o"]
 # Tests that need a process each: first calls, and hosts that lack some of the hooks.
-SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|host_with|binary_test|c_client"
+SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|HostVariant|binary_test|c_client"
 # Tests that compile the headers themselves.
 COMPILED = ["byte_swap_test", "description_test", "bounded_test", "message_id_test", "reversed_round_trip_test",
             "platform_memory_test"]
@@ -71,7 +71,7 @@ class Fault:
     path: str
     start: int
     end: int
-    text: str  # put in place of [start, end)
+    text: str  # put in offset of [start, end)
     line_number: int
     line: str  # as it stands
     what: str
@@ -80,7 +80,7 @@ class Fault:
         return self.path, self.line, self.what
 
 
-# ---- finding places -----------------------------------------------------------------------------------------
+# ---- finding where to seed ------------------------------------------------------------------------------------------
 
 
 def masked(text: str) -> str:
@@ -135,7 +135,7 @@ SHIFTED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
 NO_CODE = r"\s*(static_assert|using|template|#)"
 
 
-def places(path: str, text: str) -> list[tuple[int, int, str, str]]:
+def faults_in(path: str, text: str) -> list[tuple[int, int, str, str]]:
     """(start, end, replacement, what) of every fault in a source."""
     code = masked(text)
     found = []
@@ -194,7 +194,7 @@ def all_faults() -> list[Fault]:
         for path in sorted(ROOT.glob(pattern)):
             text = path.read_text()
             name = str(path.relative_to(ROOT))
-            for start, end, replacement, what in places(name, text):
+            for start, end, replacement, what in faults_in(name, text):
                 begin = text.rfind("\n", 0, start) + 1
                 line = text[begin : text.find("\n", start)].strip()
                 faults[name, start, end, replacement] = Fault(
@@ -245,13 +245,13 @@ class Workshop:
         self.checked = self.configure("checked", "-DNAC_SANITIZERS=address,undefined")
         if not self.build(self.plain, "vorn_nac_user"):
             sys.exit("seed_faults: the library as it is does not build")
-        self.good = self.folder / "good"  # objects without a fault
+        self.faultless = self.folder / "faultless"  # objects without a fault
         self.quick = self.folder / "quick"
-        for folder in (self.good, self.quick):
+        for folder in (self.faultless, self.quick):
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir()
         for item in self.objects():
-            shutil.copy2(item, self.good)
+            shutil.copy2(item, self.faultless)
         killer = self.quick_killer() or self.killer()
         if killer:
             sys.exit(f"seed_faults: without any fault, {killer} complains")
@@ -287,10 +287,10 @@ class Workshop:
         faulty = [item for item in self.objects() if item.name in QUICK_OBJECTS]
         if not self.build(self.plain, *(str(item.relative_to(self.plain)) for item in faulty)):
             return "the compiler"
-        good = [item for item in self.good.iterdir() if item.name not in QUICK_OBJECTS]
+        faultless = [item for item in self.faultless.iterdir() if item.name not in QUICK_OBJECTS]
         library = self.quick / "libvorn_nac_user.so.1"
         if not run("clang", "-shared", "-Wl,-soname,libvorn_nac_user.so.1",
-                   f"-Wl,--version-script={ROOT}/nac/vorn_nac_user.map", *faulty, *good, "-o", library):
+                   f"-Wl,--version-script={ROOT}/nac/vorn_nac_user.map", *faulty, *faultless, "-o", library):
             return "the linker"
         return self.killing_program(QUICK_PROGRAMS, self.quick)
 
@@ -333,7 +333,7 @@ class Workshop:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description="Breaks the library in one place at a time and expects that tests notice.")
+    parser = argparse.ArgumentParser(description="Makes one fault at a time in the library and expects that tests notice.")
     parser.add_argument("--only", default="", metavar="PATTERN", help="seed in files of this name only")
     parser.add_argument("--list", action="store_true", help="print the faults and seed none")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)

@@ -32,7 +32,7 @@ class Field:
 
     @property
     def is_vector(self) -> bool:
-        """Whether the field travels as count and elements behind a reference."""
+        """Whether the field travels as count and elements that a reference leads to."""
         return self.owns_array or self.kind is Kind.ARRAY
 
 
@@ -179,21 +179,21 @@ def record_layout(name: str) -> tuple[int, int]:
     """Size and alignment of the record that unpack fills, on a machine with 8-byte pointers."""
     end, widest = 0, 1
 
-    def place(size: int, alignment: int) -> None:
+    def append(size: int, alignment: int) -> None:
         nonlocal end, widest
         end = round_up(end, alignment) + size
         widest = max(widest, alignment)
 
     for field in TYPES[name].fields:
         if field.kind is Kind.SCALAR:
-            place(field.width, field.width)
+            append(field.width, field.width)
         elif field.kind is Kind.ARRAY:
-            place(field.count * field.width, field.width)
+            append(field.count * field.width, field.width)
         elif field.kind is Kind.TABLE:
-            place(*record_layout(field.table))
+            append(*record_layout(field.table))
         else:
-            place(4, 4)  # the count
-            place(8, 8)  # the pointer
+            append(4, 4)  # the count
+            append(8, 8)  # the pointer
     return round_up(end, widest), widest
 
 
@@ -203,7 +203,7 @@ def record_size(name: str) -> int:
 
 @dataclass(frozen=True)
 class ImageLayout:
-    places: tuple[int, ...]  # field offsets from the table start, which is byte 4 of the image
+    offsets: tuple[int, ...]  # field offsets from the table start, which is byte 4 of the image
     table_length: int
     vtable_at: int           # from the image start
     written: int             # bytes up to the end of the vtable
@@ -215,10 +215,10 @@ def image_layout(name: str) -> ImageLayout:
     record_type = TYPES[name]
     if record_type.owns_arrays:
         raise ValueError(f"{name} has no fixed image")
-    places: list[int] = []
+    offsets: list[int] = []
     end = 4
     for field in record_type.fields:
-        places.append(end)
+        offsets.append(end)
         if field.kind is Kind.SCALAR:
             end += field.width
         elif field.kind is Kind.ARRAY:
@@ -227,7 +227,7 @@ def image_layout(name: str) -> ImageLayout:
             end += image_layout(field.table).length
     vtable_at = 4 + round_up(end, 4)
     written = vtable_at + record_type.vtable_length
-    return ImageLayout(tuple(places), end, vtable_at, written, round_up(written, 8))
+    return ImageLayout(tuple(offsets), end, vtable_at, written, round_up(written, 8))
 
 
 def round_up(value: int, multiple: int) -> int:
@@ -301,7 +301,7 @@ def record_with(type_name: str, **values: Any) -> Record:
 
 
 # What peers and callers rely on, written down once more by hand: id, record size, image length and the
-# place of the vtable in the image.
+# offset of the vtable in the image.
 _PINNED: dict[str, tuple[int, int, int | None, int | None]] = {
     "Nac_UserDataFlowCfg": (1739711260, 32, 56, 40),
     "Nac_UserDataFlowInfo": (1306267774, 136, 256, 240),
@@ -372,7 +372,7 @@ def check() -> None:
         if length is not None:
             layout = image_layout(name)
             assert (layout.length, layout.vtable_at) == (length, vtable_at), (name, layout)
-            assert (layout.table_length, *layout.places) == _PINNED_VTABLES[name], (name, layout)
+            assert (layout.table_length, *layout.offsets) == _PINNED_VTABLES[name], (name, layout)
     user_table = TYPES["Nac_SetUserTableMsg"]
     assert user_table.slots == 55 and user_table.vtable_length == 114
     assert sum(field.kind is Kind.SCALAR for field in user_table.fields) == 42

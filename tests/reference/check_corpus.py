@@ -15,7 +15,7 @@ def main() -> int:
     with tempfile.TemporaryDirectory() as folder:
         written = Path(folder)
         make_corpus.write(written)
-        names = sorted({path.name for place in (written, make_corpus.FOLDER) for path in place.iterdir()})
+        names = sorted({path.name for folder in (written, make_corpus.FOLDER) for path in folder.iterdir()})
         _, different, missing = filecmp.cmpfiles(written, make_corpus.FOLDER, names, shallow=False)
     for name in different + missing:
         print(f"{name} is not what make_corpus.py writes")

@@ -73,12 +73,12 @@ class Walker:
         for i, field in enumerate(record_type.fields):
             if vtable_length < 6 + 2 * i:
                 break
-            place = vtable + 4 + 2 * i
+            slot = vtable + 4 + 2 * i
             here = f"{path}.f{i}" if path else f"f{i}"
             span = field.width if field.kind is Kind.SCALAR else 4
-            self.found.append(Landmark("slot", here, place, 2, base=table, span=span))
-            if self.number(place, 2):
-                self.field(field, here, table + self.number(place, 2))
+            self.found.append(Landmark("slot", here, slot, 2, base=table, span=span))
+            if self.number(slot, 2):
+                self.field(field, here, table + self.number(slot, 2))
 
     def field(self, field: Field, path: str, at: int) -> None:
         if field.kind is Kind.SCALAR:
@@ -111,9 +111,9 @@ def bad_values(mark: Landmark, data: bytes) -> list[int]:
                    0x7FFFFFFF, 0x80000000, 0xFFFFFFFC]
         values = [mark.at - vtable for vtable in vtables] + [0x7FFFFFFF, 0x80000000]
     elif mark.kind == "vtable-length":
-        room = length - mark.at
+        rest = length - mark.at
         full = 4 + 2 * mark.base
-        values = [0, 2, 4, 5, 6, full - 2, full - 1, full + 1, full + 2, room - 1, room, room + 1, 0x7FFF, 0xFFFF]
+        values = [0, 2, 4, 5, 6, full - 2, full - 1, full + 1, full + 2, rest - 1, rest, rest + 1, 0x7FFF, 0xFFFF]
     elif mark.kind == "slot":
         last = length - mark.base - mark.span
         values = [0, 1, 2, 3, 4, now - 1, now + 1, last - 1, last, last + 1, last + mark.span, 0x7FFF, 0xFFFF]
@@ -137,7 +137,7 @@ def patched(data: bytes, at: int, value: int, width: int) -> bytes:
 
 class Scatter:
     """Lays a record out in any order that the format allows: fields and bodies mixed, gaps, vtables before and
-    behind their tables, shared or longer than the type knows, zeros written and left out."""
+    after their tables, shared or longer than the type knows, zeros written and left out."""
 
     def __init__(self, random: Random) -> None:
         self.random = random
@@ -170,13 +170,13 @@ class Scatter:
         table = self.append(bytes(4))
         entries = [0] * len(fields) + [self.random.randrange(0x10000) for _ in range(slots - len(fields))]
         self.random.shuffle(present)
-        places: dict[int, int] = {}
+        positions: dict[int, int] = {}
         for i in present:
             self.gap()
             field = fields[i]
             raw = record[f"f{i}"].to_bytes(field.width, "little") if field.kind is Kind.SCALAR else bytes(4)
-            places[i] = self.append(raw)
-            entries[i] = places[i] - table
+            positions[i] = self.append(raw)
+            entries[i] = positions[i] - table
         header = (vtable_length, self.random.randrange(0x10000) if self.random.random() < 0.2 else 0)
         raw = b"".join(each.to_bytes(2, "little") for each in (*header, *entries[:slots]))
         if vtable is not None:
@@ -191,7 +191,7 @@ class Scatter:
         self.random.shuffle(present)
         for i in present:
             if fields[i].kind is not Kind.SCALAR:
-                self.patch(places[i], self.body(fields[i], record[f"f{i}"]) - places[i])
+                self.patch(positions[i], self.body(fields[i], record[f"f{i}"]) - positions[i])
         return table
 
     def body(self, field: Field, value: Any) -> int:
@@ -335,7 +335,7 @@ def most_of_one_group(data: bytes) -> int:
 
 
 def refused(type_name: str, found: dict[str, bytes], random: Random) -> Iterator[Case]:
-    """Every allocation fails once; also in a message that is damaged, before or behind that point."""
+    """Every allocation fails once; also in a message that is damaged, before or after that point."""
     for label, data in found.items():
         for k in range(len(unpack(type_name, data).allocations)):
             yield Case(f"{label} refused {k}", data, fail_allocation=k)

@@ -178,7 +178,7 @@ class Decoder:
             self.tables(field, name, record, at)
 
     def follow(self, at: int) -> int:
-        """Where the reference at a checked place leads; forward only."""
+        """Where the reference at a checked position leads; forward only."""
         target = at + self.number(at, 4)
         if target > U32_MAX:
             raise FieldFault
@@ -190,7 +190,7 @@ class Decoder:
         self.fields(record_type, record, table, vtable, vtable_length)
 
     def vector(self, at: int) -> tuple[int, int]:
-        """The place of a vector's first element and its count, whose elements are not checked yet."""
+        """The offset of a vector's first element and its count, whose elements are not checked yet."""
         self.require(at, 4)
         vector = self.follow(at)
         self.require(vector, 4)

@@ -57,7 +57,7 @@ def inserted(data: bytes, at: int, more: bytes) -> bytes:
 
 
 def field_place(data: bytes, i: int, reference_at: int = 0) -> int:
-    """Where field i of the table behind a reference stands."""
+    """Where field i of the table that a reference leads to stands."""
     table = reference_at + u32(data, reference_at)
     vtable = table - i32(data, table)
     return table + u16(data, vtable + 4 + 2 * i)
@@ -79,8 +79,8 @@ def vtable_line(function: str, table: int, last: int) -> LogLine:
     return line(22, function, "[KAPLO]:Vtable offset(%u) is out of range(4 - %u)", table, last)
 
 
-def length_line(function: str, vtable_length: int, room: int) -> LogLine:
-    return line(22, function, "[KAPLO]:Vtable Len(%u) is out of range(0 - %u)", vtable_length, room)
+def length_line(function: str, vtable_length: int, rest: int) -> LogLine:
+    return line(22, function, "[KAPLO]:Vtable Len(%u) is out of range(0 - %u)", vtable_length, rest)
 
 
 def expect(result: Result, outcome: str, record: Any = None, log: list[LogLine] | None = None) -> None:
@@ -269,7 +269,7 @@ def test_authen_compact_layout() -> None:
     data = compact(AUTHEN, zero_record(AUTHEN))
     assert len(data) == 58 and (u32(data, 0), u16(data, 4), u16(data, 6)) == (40, 36, 18)
     assert data[44:] == bytes.fromhex("04000000 06000000 000000000000")
-    # References stand among the scalars in field-id order, bodies behind.
+    # References stand among the scalars in field-id order, bodies after them.
     data = compact(AUTHEN, record_with(AUTHEN, f4=1, f5="aabb", f7=2, f9="01:02:03:04:05:06", f10=3, f15="cc"))
     assert [u16(data, 8 + 2 * i) for i in (4, 5, 7, 9, 10, 15)] == [4, 8, 12, 13, 17, 21]
     assert data[40:] == bytes.fromhex(
@@ -540,7 +540,7 @@ def test_no_field_offset_reaches_256() -> None:
     """So the shortcut of swapped writing never harms a reader."""
     for name in TYPES:
         assert u16_max_slot(compact(name, maximal_record(name)), TYPES[name].slots) < 256
-    assert all(max(image_layout(name).places) < 256 for name in FLAT)
+    assert all(max(image_layout(name).offsets) < 256 for name in FLAT)
 
 
 def u16_max_slot(data: bytes, slots: int) -> int:
@@ -583,20 +583,20 @@ def test_allocations_of_a_full_user_table() -> None:
 # Arguments.
 
 def test_argument_faults() -> None:
-    good = compact(CFG, zero_record(CFG))
+    valid = compact(CFG, zero_record(CFG))
     format_ = "[KAPLO]:Param invalid(%s, %d, %s)"
     for name in MESSAGES:
         function = name + "_unpack"
         expect(unpack(name, None, length=20), "argument", "untouched",
                [line(22, function, format_, "null", 20, "nonNull")])
-        expect(unpack(name, good, record_before=None), "argument", "untouched",
+        expect(unpack(name, valid, record_before=None), "argument", "untouched",
                [line(22, function, format_, "nonNull", 20, "null")])
         for length in (0, 1, 2, 3):
-            expect(unpack(name, good, length=length), "argument", "untouched",
+            expect(unpack(name, valid, length=length), "argument", "untouched",
                    [line(22, function, format_, "nonNull", length, "nonNull")])
-        expect(unpack(name, good, length=0x80000000), "argument", "untouched",
+        expect(unpack(name, valid, length=0x80000000), "argument", "untouched",
                [line(22, function, format_, "nonNull", -0x80000000, "nonNull")])
-        result = unpack(name, good, length=0xFFFFFFFF)
+        result = unpack(name, valid, length=0xFFFFFFFF)
         expect(result, "argument", "untouched", [line(22, function, format_, "nonNull", -1, "nonNull")])
         assert result.returned == record_size(name)
 
@@ -717,10 +717,10 @@ def test_nested_faults_keep_what_was_read() -> None:
     table = follow(data, reference)
     function = "Nac_CfgUclGroupIp_unpack_non_root"
     bare = record_with(GROUP_MSG, f0=7)
-    room = 0xFFFFFFFF - reference
-    expect(unpack(GROUP_MSG, patched(data, reference, room + 1)), "field", bare)
+    rest = 0xFFFFFFFF - reference
+    expect(unpack(GROUP_MSG, patched(data, reference, rest + 1)), "field", bare)
     expect(unpack(GROUP_MSG, patched(data, reference, 0xFFFFFFFF)), "field", bare)
-    expect(unpack(GROUP_MSG, patched(data, reference, room)), "field", bare,
+    expect(unpack(GROUP_MSG, patched(data, reference, rest)), "field", bare,
            [table_line(function, 0xFFFFFFFF, len(data))])
     expect(unpack(GROUP_MSG, patched(data, reference, len(data) - 3 - reference)), "field", bare,
            [table_line(function, len(data) - 3, len(data))])

@@ -54,7 +54,7 @@ def table_size(type_name: str, record: Record) -> int:
 
 
 def compact(type_name: str, record: Record, swapped: bool = False) -> bytes:
-    """The compact message, zeros behind it where the reported size exceeds what is written."""
+    """The compact message, zeros after it where the reported size exceeds what is written."""
     size = compact_size(type_name, record)
     if size == 0:
         raise ValueError("the record cannot be sized")
@@ -183,8 +183,8 @@ def image(type_name: str, record: Record, swapped: bool = False) -> bytes:
     table = 4
     output.patch(0, table, 4)
     output.patch(table, (table - layout.vtable_at) & U32_MAX, 4)
-    for i, (field, place) in enumerate(zip(record_type.fields, layout.places, strict=True)):
-        at, value = table + place, record[f"f{i}"]
+    for i, (field, offset) in enumerate(zip(record_type.fields, layout.offsets, strict=True)):
+        at, value = table + offset, record[f"f{i}"]
         if field.kind is Kind.SCALAR:
             output.patch(at, value, field.width)
         elif field.kind is Kind.ARRAY:
@@ -195,7 +195,7 @@ def image(type_name: str, record: Record, swapped: bool = False) -> bytes:
         else:
             nested = image(field.table, value, swapped)
             output.data[at:at + len(nested)] = nested
-        output.patch_short(layout.vtable_at + 4 + 2 * i, place)
+        output.patch_short(layout.vtable_at + 4 + 2 * i, offset)
     output.patch(layout.vtable_at, record_type.vtable_length, 2)
     output.patch_table_length(layout.vtable_at, layout.table_length, record_type)
     return bytes(output.data)

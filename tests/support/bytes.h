@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Expected bytes as text: one string literal a field, with a comment that says what it is.
+// Expected bytes as text: one string literal a field, with a comment that names it.
 #ifndef TESTS_SUPPORT_BYTES_H
 #define TESTS_SUPPORT_BYTES_H
 

@@ -38,7 +38,7 @@ class GuardedBuffer {
     std::uint8_t* data() { return end_ - size_; }
     std::uint32_t size() const { return static_cast<std::uint32_t>(size_); }
 
-    // The last `bytes` bytes before the unmapped page: another, shorter buffer in the same place.
+    // The last `bytes` bytes before the unmapped page: another, shorter buffer that ends there too.
     std::uint8_t* last(std::size_t bytes) { return end_ - bytes; }
 
   private:

@@ -22,7 +22,7 @@ class LazyMemory {
         if (start == MAP_FAILED) give_up("no memory");
         start_ = static_cast<std::uint8_t*>(start);
     }
-    // The rest behind `head` is zero.
+    // The rest after `head` is zero.
     LazyMemory(std::size_t bytes, const Bytes& head) : LazyMemory(bytes) {
         std::memcpy(start_, head.data(), head.size());
     }

@@ -11,11 +11,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "host/loopback_bus.h"
-#include "host/services.h"
 #include "nac/catalogue.h"
 #include "tests/support/bytes.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/recording_bus.h"
+#include "tests/support/recording_services.h"
 
 namespace tests {
 
@@ -52,7 +52,7 @@ Bytes packed(const Record& record) {
 // The bytes that a single send hands to the bus: the fixed image, for types without vectors.
 template <class Record>
 Bytes sent(const Record& record) {
-    auto& bus = host::LoopbackBus::instance();
+    auto& bus = RecordingBus::instance();
     EXPECT_EQ(nac::Functions<Record>::send(1, &record, 1), 0U);
     return bus.sends().back().messages.at(0);
 }
@@ -93,14 +93,14 @@ class Unpacked {
 // The texts of the lines logged since the last reset, in order.
 inline std::vector<std::string> logged_texts() {
     std::vector<std::string> texts;
-    for (const auto& line : host::Services::instance().log_lines()) texts.push_back(line.text);
+    for (const auto& line : RecordingServices::instance().log_lines()) texts.push_back(line.text);
     return texts;
 }
 
 // The same as "function: text".
 inline std::vector<std::string> logged() {
     std::vector<std::string> lines;
-    for (const auto& line : host::Services::instance().log_lines())
+    for (const auto& line : RecordingServices::instance().log_lines())
         lines.push_back(line.function + ": " + line.text);
     return lines;
 }
@@ -122,8 +122,8 @@ class MessageTest : public testing::Test {
             << "a block was released by the wrong function";
     }
 
-    host::LoopbackBus& bus = host::LoopbackBus::instance();
-    host::Services& services = host::Services::instance();
+    RecordingBus& bus = RecordingBus::instance();
+    RecordingServices& services = RecordingServices::instance();
 
   private:
     std::size_t live_before_ = 0;

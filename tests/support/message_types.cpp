@@ -87,7 +87,7 @@ Bytes MessageType::packed(const void* record) const {
 
 Bytes MessageType::sent(const void* record) const {
     EXPECT_EQ(send_single(1, record, 0), 0U);
-    return host::LoopbackBus::instance().sends().back().messages.at(0);
+    return RecordingBus::instance().sends().back().messages.at(0);
 }
 
 std::vector<Bytes> MessageType::in_all_layouts(const void* record) const {

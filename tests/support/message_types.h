@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "host/loopback_bus.h"
 #include "tests/support/bytes.h"
 #include "tests/support/random_record.h"
+#include "tests/support/recording_bus.h"
 
 namespace tests {
 
@@ -97,7 +97,7 @@ class AnyRecord {
 
   private:
     const MessageType& type_;
-    alignas(std::max_align_t) std::array<std::uint8_t, host::LoopbackBus::kRecordRoom> bytes_ = {};
+    alignas(std::max_align_t) std::array<std::uint8_t, RecordingBus::kRecordCapacity> bytes_ = {};
 };
 
 }  // namespace tests

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A second reader of the wire format, as plain as it can be written: every sum in 64 bits, every number put
-// together byte by byte, nothing shared with the library but the descriptions. What it says of any bytes, the
-// library must say too: the same record, log lines, allocations and releases.
+// together byte by byte, nothing shared with the library but the descriptions. What it finds in any bytes,
+// the library must find too: the same record, log lines, allocations and releases.
 #ifndef TESTS_SUPPORT_PLAIN_READER_H
 #define TESTS_SUPPORT_PLAIN_READER_H
 
@@ -67,8 +67,8 @@ class PlainReader {
     std::uint64_t number(std::uint64_t at, std::uint32_t width) const {
         std::uint64_t value = 0;
         for (std::uint32_t i = 0; i < width; ++i) {
-            const std::uint64_t place = order_ == std::endian::little ? i : width - 1 - i;
-            value |= std::uint64_t{bytes_[at + i]} << (8 * place);
+            const std::uint64_t significance = order_ == std::endian::little ? i : width - 1 - i;
+            value |= std::uint64_t{bytes_[at + i]} << (8 * significance);
         }
         return value;
     }

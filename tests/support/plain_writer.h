@@ -59,8 +59,8 @@ class PlainWriter {
 
     void put_at(std::size_t at, std::uint64_t value, std::size_t width) {
         for (std::size_t i = 0; i < width; ++i) {
-            const std::size_t place = order_ == std::endian::little ? i : width - 1 - i;
-            bytes_.at(at + i) = static_cast<std::uint8_t>(value >> (8 * place));
+            const std::size_t significance = order_ == std::endian::little ? i : width - 1 - i;
+            bytes_.at(at + i) = static_cast<std::uint8_t>(value >> (8 * significance));
         }
     }
     std::size_t append(std::uint64_t value, std::size_t width) {
@@ -101,7 +101,7 @@ class PlainWriter {
             kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
                 const bool late = Traits::scalars_precede_references && F::kind != Kind::scalar;
                 if (late != second_pass) return;
-                const std::size_t place = bytes_.size() - table;
+                const std::size_t offset = bytes_.size() - table;
                 if constexpr (F::kind == Kind::scalar) {
                     if (F::in(record) == 0) return;
                     append(F::in(record), sizeof F::in(record));
@@ -111,7 +111,7 @@ class PlainWriter {
                     }
                     references[id] = append(0, 4);
                 }
-                put_short(vtable + 4 + 2 * id, place);
+                put_short(vtable + 4 + 2 * id, offset);
             });
         }
         std::size_t fixed_length = bytes_.size() - table;
@@ -156,9 +156,9 @@ class PlainWriter {
         const std::size_t start = bytes_.size();
         append(4, 4);
         const std::size_t table = append(0, 4);
-        std::array<std::size_t, field_count<Record>()> places = {};
+        std::array<std::size_t, field_count<Record>()> offsets = {};
         kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
-            places[id] = bytes_.size() - table;
+            offsets[id] = bytes_.size() - table;
             if constexpr (F::kind == Kind::scalar) {
                 append(F::in(record), sizeof F::in(record));
             } else if constexpr (F::kind == Kind::nested_table) {
@@ -176,7 +176,7 @@ class PlainWriter {
         put_at(table, table - vtable, 4);
         bytes_.resize(vtable + 4 + 2 * field_count<Record>());
         put_vtable<Record>(vtable, length);
-        for (std::size_t id = 0; id < places.size(); ++id) put_short(vtable + 4 + 2 * id, places[id]);
+        for (std::size_t id = 0; id < offsets.size(); ++id) put_short(vtable + 4 + 2 * id, offsets[id]);
         pad_to(start, 8);
     }
     void pad_to(std::size_t start, std::size_t multiple) {

@@ -42,7 +42,7 @@ enum class Filling {
 // Which filling the n-th record of a series has, so that a series sees them all.
 inline Filling filling_of(std::uint64_t seed) { return static_cast<Filling>(seed % 4); }
 
-inline constexpr std::uint32_t kMostElements = 4;  // of a vector, unless told otherwise
+inline constexpr std::uint32_t kMostElements = 4;  // of a vector, by default
 
 // Records back to back, as batches take them, with the arrays that their vectors point to. The arrays live
 // as long as this object and are never handed to a free function.

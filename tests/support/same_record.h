@@ -19,9 +19,9 @@ namespace tests {
 class Difference {
   public:
     [[gnu::noinline]] bool of_numbers(std::uint64_t actual, std::uint64_t expected) {
-        return says(std::to_string(actual) + " instead of " + std::to_string(expected));
+        return add(std::to_string(actual) + " instead of " + std::to_string(expected));
     }
-    [[gnu::noinline]] bool says(const std::string& what) {
+    [[gnu::noinline]] bool add(const std::string& what) {
         path_.clear();
         what_ = what;
         return false;
@@ -70,7 +70,7 @@ bool same_field(const typename F::Record& actual, const typename F::Record& expe
     } else if constexpr (kaplo::is_one_of<kaplo::Kind::scalar_vector, kaplo::Kind::table_vector>(F::kind)) {
         if (!same(F::count(actual), F::count(expected), found)) return found.in_count();
         if ((F::elements(actual) == nullptr) != (F::elements(expected) == nullptr)) {
-            return found.says(F::elements(actual) == nullptr ? "no array" : "an array instead of none");
+            return found.add(F::elements(actual) == nullptr ? "no array" : "an array instead of none");
         }
         return F::elements(actual) == nullptr ||
                same_elements(F::elements(actual), F::elements(expected), F::count(actual), found);

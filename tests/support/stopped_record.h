@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a record must look like where unpack stopped at a field: the fields before it as they were sent, that
-// field as far as it got, nothing behind it, and no array anywhere.
+// field as far as it got, nothing after it, and no array anywhere.
 #ifndef TESTS_SUPPORT_STOPPED_RECORD_H
 #define TESTS_SUPPORT_STOPPED_RECORD_H
 
@@ -28,7 +28,7 @@ bool left_of(const Record& actual, const Record& sent, Difference& found) {
     return kaplo::every_field<Record>([&]<class F, std::uint32_t id> {
         if constexpr (kaplo::is_one_of<scalar_vector, table_vector>(F::kind)) {
             if (F::elements(actual) != nullptr) {
-                found.says("an array instead of none");
+                found.add("an array instead of none");
                 return found.in_field(id);
             }
             if (!stopped && F::count(actual) == F::count(sent)) return true;

@@ -6,9 +6,9 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include "host/loopback_bus.h"
 #include "nac/nac_messages.h"
 #include "tests/support/bytes.h"
+#include "tests/support/recording_bus.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ class LateHooks : public testing::Test {
 void exchange_list() {
     const Bytes list_of_one =
         hex("0a 00 00 00"        // root reference: table at 10
-            "06 00 10 00 04 00"  // vtable: length, table length, place of f0
+            "06 00 10 00 04 00"  // vtable: length, table length, offset of f0
             "06 00 00 00"        // soffset
             "04 00 00 00"        // reference of f0: vector at 18
             "01 00 00 00"        // one element

@@ -5,10 +5,10 @@
 
 #include <array>
 
-#include "host/loopback_bus.h"
 #include "nac/nac_messages.h"
 #include "tests/library/host_variants/fake_hooks.h"
 #include "tests/support/bytes.h"
+#include "tests/support/recording_bus.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ class HostVariant : public testing::Test {
         EXPECT_EQ(fake::journal.lines[0].text, text);
     }
 
-    host::LoopbackBus& bus = host::LoopbackBus::instance();
+    RecordingBus& bus = RecordingBus::instance();
 };
 
 std::uint32_t size_of(const Bytes& bytes) { return static_cast<std::uint32_t>(bytes.size()); }
@@ -49,13 +49,13 @@ std::uint32_t size_of(const Bytes& bytes) { return static_cast<std::uint32_t>(by
 // Two elements, 0x11 and 0x22 in their f0, without nested tables.
 const Bytes kListOfTwo =
     hex("0a 00 00 00"        // root reference: table at 10
-        "06 00 14 00 04 00"  // vtable: length, table length, place of f0
+        "06 00 14 00 04 00"  // vtable: length, table length, offset of f0
         "06 00 00 00"        // soffset
         "04 00 00 00"        // reference of f0: vector at 18
         "02 00 00 00"        // two elements
         "0e 00 00 00"        // the first one's table at 22 + 14 = 36
         "18 00 00 00"        // the second one's at 26 + 24 = 50
-        "06 00 08 00 04 00"  // vtable at 30: length, table length, place of f0
+        "06 00 08 00 04 00"  // vtable at 30: length, table length, offset of f0
         "06 00 00 00"        // soffset
         "11 00 00 00"        // f0
         "06 00 08 00 04 00"  // vtable at 44
@@ -97,7 +97,7 @@ TEST_F(HostVariant, UnpacksByteStringsAndFreesThem) {
         hex("2a 00 00 00"                                // root reference: table at 42
             "26 00 18 00 00 00 00 00 00 00 00 00 00 00"  // vtable: length, table length, f0 to f4 absent
             "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"  // f5 to f12 absent
-            "00 00 04 00 08 00 00 00"                          // f13, places of f14 and f15, f16 absent
+            "00 00 04 00 08 00 00 00"                          // f13, offsets of f14 and f15, f16 absent
             "26 00 00 00"                                      // soffset
             "08 00 00 00"                                      // reference of f14: vector at 54
             "0b 00 00 00"                                      // reference of f15: vector at 61
@@ -126,7 +126,7 @@ TEST_F(HostVariant, UnpackOfABadHeaderLogsOneLine) {
     expect_line(22, "Nac_SetPortMsg_unpack: [KAPLO]:Table offset(255) is out of range(4 - 4)");
 }
 
-TEST_F(HostVariant, PackWithoutBufferTellsTheSizeAndLogsOneLine) {
+TEST_F(HostVariant, PackWithoutBufferReturnsTheSizeAndLogsOneLine) {
     const Nac_SetPortMsg port = {7, 8};
     std::uint32_t length = 100;
     EXPECT_EQ(Nac_SetPortMsg__pack(&port, nullptr, &length), 0U);
@@ -141,12 +141,12 @@ struct ListOfOne {
 };
 constexpr const char* kPackedListOfOne =
     "0c 00 00 00"                    // root reference: table at 12
-    "08 00 10 00 00 00 04 00"        // vtable: length, table length, f0 absent, place of f1
+    "08 00 10 00 00 00 04 00"        // vtable: length, table length, f0 absent, offset of f1
     "08 00 00 00"                    // soffset
     "04 00 00 00"                    // reference of f1: vector at 20
     "01 00 00 00"                    // one element
     "0c 00 00 00"                    // its table at 24 + 12 = 36
-    "08 00 08 00 00 00 04 00"        // its vtable: length, table length, f0 absent, place of f1
+    "08 00 08 00 00 00 04 00"        // its vtable: length, table length, f0 absent, offset of f1
     "08 00 00 00"                    // soffset
     "12 00 00 00"                    // reference of f1: table at 40 + 18 = 58
     "0e 00 04 00"                    // vtable of f1: length, table length
@@ -194,7 +194,7 @@ TEST_F(HostVariant, SendsABatchOfImagesFromOneBlock) {
                  "f4 ff ff ff"                // soffset -12: vtable at 16
                  "05 00 00 00"                // f0
                  "06 00 00 00"                // f1
-                 "08 00 0c 00 04 00 08 00");  // vtable: length, table length, places of f0 and f1
+                 "08 00 0c 00 04 00 08 00");  // vtable: length, table length, offsets of f0 and f1
     expect_calls_for_sent({"general 120 25088 Nac_SetPortMsg__sendbatch",  //
                            "free 25088 Nac_SetPortMsg__sendbatch"});
 }
@@ -216,27 +216,25 @@ TEST_F(HostVariant, ReleasesTheBufferWhateverTheBusAnswers) {
 
 TEST_F(HostVariant, AListArrivesAsItWasSent) {
     ASSERT_EQ(nac_fwm_uclgroup_recv_init(), 0);
-    std::uint32_t arrived = 0;
-    bus.deliver_to([&](const host::Arrival& arrival) {
-        const auto& list = *static_cast<const Nac_UclGroupIpArray*>(arrival.record);
-        ASSERT_EQ(list.f1_count, 1U);
-        ASSERT_NE(list.f1, nullptr);
-        arrived = list.f1[0].f1.f2;
-    });
     ListOfOne list;
     list.element.f1.f2 = 0xCAFE;
     EXPECT_EQ(Nac_UclGroupIpArray__sendmsg(5, &list.record, 1), 0U);
+    std::uint32_t arrived = 0;
+    bus.deliver(bus.sends().at(0), [&](const void* record, std::uint32_t /*record_bytes*/) {
+        const auto& received = *static_cast<const Nac_UclGroupIpArray*>(record);
+        ASSERT_EQ(received.f1_count, 1U);
+        ASSERT_NE(received.f1, nullptr);
+        arrived = received.f1[0].f1.f2;
+    });
     EXPECT_EQ(arrived, 0xCAFEU);
     Calls expected;
     if (fake::host_allocates_to_send) {
         expected.emplace_back("general 66 25088 Nac_UclGroupIpArray__sendsingle");
+        expected.emplace_back("free 25088 Nac_UclGroupIpArray__sendsingle");
     }
     if (fake::host_allocates_received) {
         expected.emplace_back("cache 24 12 Nac_UclGroupIpArray_unpack");
         expected.emplace_back("free 12 Nac_UclGroupIpArray_free_unpacked");
-    }
-    if (fake::host_allocates_to_send) {
-        expected.emplace_back("free 25088 Nac_UclGroupIpArray__sendsingle");
     }
     EXPECT_EQ(fake::journal.memory, expected);
 }

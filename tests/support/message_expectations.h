@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every message type promises, as a table for tests that hold for all of them.
-#ifndef TESTS_SUPPORT_MESSAGE_PROMISES_H
-#define TESTS_SUPPORT_MESSAGE_PROMISES_H
+// What is expected of every message type, as a table for tests that hold for all of them.
+#ifndef TESTS_SUPPORT_MESSAGE_EXPECTATIONS_H
+#define TESTS_SUPPORT_MESSAGE_EXPECTATIONS_H
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ enum class HeaderFaults { as_unpack, as_nested_unpack };
 enum class AfterFault { untouched, cleared };
 
 // A message type with its functions, the record's type forgotten: tests over all types compile once.
-struct MessagePromises {
+struct MessageExpectations {
     std::string name;
     std::uint32_t record_bytes;
     std::uint32_t empty_packed_bytes;  // packed size of an all-zero record
@@ -46,10 +46,10 @@ struct MessagePromises {
     std::uint8_t left_by_header_fault() const { return after_header_fault == AfterFault::cleared ? 0 : 0xAA; }
 };
 
-inline std::ostream& operator<<(std::ostream& to, const MessagePromises& type) { return to << type.name; }
+inline std::ostream& operator<<(std::ostream& to, const MessageExpectations& type) { return to << type.name; }
 
 #define TESTS_MESSAGE_TYPE(Message, record_bytes, empty_bytes, travels, header_faults, after_fault) \
-    MessagePromises {                                                                               \
+    MessageExpectations {                                                                           \
 #Message, record_bytes, empty_bytes, Travels::travels, HeaderFaults::header_faults,            \
             AfterFault::after_fault,                                                                   \
             [](const void* record, std::uint8_t* buffer, std::uint32_t* length) {                      \
@@ -65,8 +65,8 @@ inline std::ostream& operator<<(std::ostream& to, const MessagePromises& type) {
     }
 
 // clang-format off
-inline const std::vector<MessagePromises>& all_messages() {
-    static const std::vector<MessagePromises> types = {
+inline const std::vector<MessageExpectations>& all_messages() {
+    static const std::vector<MessageExpectations> types = {
         TESTS_MESSAGE_TYPE(Nac_UserDataFlowCfg, 32, 20, as_image, as_unpack, untouched),
         TESTS_MESSAGE_TYPE(Nac_UserDataFlowInfo, 136, 104, as_image, as_nested_unpack, cleared),
         TESTS_MESSAGE_TYPE(Nac_UserDataFlowMsg, 16, 14, compactly, as_nested_unpack, cleared),
@@ -98,21 +98,21 @@ inline const std::vector<MessagePromises>& all_messages() {
 // clang-format on
 #undef TESTS_MESSAGE_TYPE
 
-inline std::vector<MessagePromises> messages_that_travel(Travels how) {
-    std::vector<MessagePromises> types;
-    for (const MessagePromises& type : all_messages())
+inline std::vector<MessageExpectations> messages_that_travel(Travels how) {
+    std::vector<MessageExpectations> types;
+    for (const MessageExpectations& type : all_messages())
         if (type.travels == how) types.push_back(type);
     return types;
 }
 
-inline const MessagePromises& message_type(const std::string& name) {
-    for (const MessagePromises& type : all_messages())
+inline const MessageExpectations& message_type(const std::string& name) {
+    for (const MessageExpectations& type : all_messages())
         if (type.name == name) return type;
     throw std::invalid_argument("no message type " + name);
 }
 
 // The type's name in the name of a test.
-inline std::string message_name(const testing::TestParamInfo<MessagePromises>& type) {
+inline std::string message_name(const testing::TestParamInfo<MessageExpectations>& type) {
     return type.param.name;
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// A VORN bus inside one process: what is sent is recorded, or delivered before the send returns.
+// Stands in for a VORN bus: keeps what is registered and sent, and answers as a test asks it to.
 //
-// It implements the four VORN functions, which act on the process's one LoopbackBus.
-#ifndef HOST_LOOPBACK_BUS_H
-#define HOST_LOOPBACK_BUS_H
+// It implements the four VORN functions, which act on the process's one RecordingBus.
+#ifndef TESTS_SUPPORT_RECORDING_BUS_H
+#define TESTS_SUPPORT_RECORDING_BUS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -14,17 +14,7 @@
 
 #include "bus/vorn_bus_api.h"
 
-namespace host {
-
-// A record that has arrived; valid until the handler returns, when the bus frees it.
-struct Arrival {
-    std::uint32_t message_id;
-    std::uint32_t destination;
-    std::uint64_t target;  // 0: none
-    const void* record;    // of the registered type
-    std::uint32_t record_bytes;
-    const std::vector<std::uint8_t>& packed;
-};
+namespace tests {
 
 // One call of VORN_SendMsg or VORN_SendToMsg, with the bytes as they were during the call.
 struct Sent {
@@ -41,28 +31,16 @@ struct Registered {
     VORN_IDLFreeFunc free_unpacked;
 };
 
-// Every function may be called from any thread; handlers run in the sender's, one at a time.
-class LoopbackBus {
+// Every function may be called from any thread.
+class RecordingBus {
   public:
-    using Handler = std::function<void(const Arrival&)>;
+    // Enough for any record: a bus learns a record's size only from its unpack.
+    static constexpr std::size_t kRecordCapacity = 4096;
 
-    // Results of a send that cannot be delivered. The library's own refusal is all-ones.
-    static constexpr std::int32_t kUnknownMessage = 1;  // no unpack is registered for an id
-    static constexpr std::int32_t kRecordTooLarge = 2;  // its unpack claims more than kRecordRoom
+    static RecordingBus& instance();
 
-    // A bus learns a record's size only from its unpack, so it brings room for any record.
-    static constexpr std::size_t kRecordRoom = 4096;
-
-    static LoopbackBus& instance();
-
-    // Forgets all registrations, sends, answers and the handler.
+    // Forgets all registrations, sends and answers.
     void reset();
-
-    // Delivers what is sent from now on; without a handler, sends are only recorded.
-    void deliver_to(Handler handler);
-
-    // Whether sends are kept for sends(); they are, until told otherwise.
-    void record_sends(bool on);
 
     // Answers the n-th registration from now (0 is the next) with `result`; it is not registered.
     void refuse_registration(std::size_t nth, std::int32_t result);
@@ -74,6 +52,12 @@ class LoopbackBus {
     std::size_t registration_calls() const;         // refused ones included
     std::vector<VORN_IDLResourceCleanFunc> resource_cleans() const;
     std::vector<Sent> sends() const;
+    std::vector<Sent> take_sends();  // and forgets them
+
+    // Unpacks each message of a send with what is registered last for its id, hands the record and its size
+    // to `handle`, and frees it. Every id must be registered.
+    void deliver(const Sent& sent,
+                 const std::function<void(const void* record, std::uint32_t record_bytes)>& handle) const;
 
     std::int32_t register_functions(const Registered& entry);
     std::int32_t register_resource_clean(VORN_IDLResourceCleanFunc clean);
@@ -81,20 +65,16 @@ class LoopbackBus {
                       std::optional<std::uint64_t> target);
 
   private:
-    std::int32_t deliver(const Sent& sent);
-
-    mutable std::recursive_mutex lock_;  // recursive: a handler may send
+    mutable std::mutex lock_;
     std::vector<Registered> registered_;
     std::size_t registration_calls_ = 0;
     std::optional<std::size_t> refused_registration_;
     std::int32_t refusal_ = 0;
     std::vector<VORN_IDLResourceCleanFunc> cleans_;
     std::vector<Sent> sent_;
-    bool records_sends_ = true;
     std::int32_t send_answer_ = 0;
-    Handler handler_;
 };
 
-}  // namespace host
+}  // namespace tests
 
 #endif
