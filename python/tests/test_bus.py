@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The bus from Python: what is sent arrives, between threads, processes, and Python and the tool.
 import json
+import logging
 import pathlib
 import select
 import subprocess
@@ -10,7 +11,7 @@ import threading
 import pytest
 import vorn_nac
 from support import NAC, ROOT
-from vorn_nac import Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result
+from vorn_nac import _bus, Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result
 
 
 @pytest.fixture
@@ -64,6 +65,20 @@ def test_refusals_are_exceptions_that_name_the_reason(url: str) -> None:
     with pytest.raises(BusError) as caught:
         Bus("carrier-pigeon://", 1)
     assert caught.value.result == Result.BAD_URL
+
+
+def test_what_is_out_of_range_or_absent_is_named(url: str) -> None:
+    with Bus(url, 1) as bus:
+        with pytest.raises(ValueError, match="target 18446744073709551616 does not fit into 64 bits"):
+            bus.send(1, Nac_SetPortMsg(), target=1 << 64)
+        with pytest.raises(BusError, match="asking address 9: "):
+            vorn_nac.ask_counters(9, url, timeout=0.1)
+        assert bus.endpoint.startswith(url)
+
+
+def test_lines_of_the_bus_go_to_the_logger(caplog: pytest.LogCaptureFixture) -> None:
+    _bus._log_line(b"a line of the bus", None)
+    assert caplog.record_tuples == [("vorn_nac", logging.WARNING, "a line of the bus")]
 
 
 def test_a_thread_receives_while_others_send(url: str) -> None:

@@ -125,6 +125,8 @@ def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> 
     (Nac_SetUserTableMsg(f15=[1, 70000]), "Nac_SetUserTableMsg.f15[1]: 70000 does not fit into 16 bits"),
     (Nac_SetUserTableMsg(f19=Nac_SrvCar(f0=256)), "Nac_SetUserTableMsg.f19.f0: 256 does not fit into 8 bits"),
     (Nac_SetUserTableMsg(f31="alice"), "Nac_SetUserTableMsg.f31: 'alice' is no bytes"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f15=7), "Nac_SetUserTableMsg.f15: 7 is no list"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f32=7), "Nac_SetUserTableMsg.f32: 7 is no list"),  # type: ignore[arg-type]
     (Nac_SetUserTableMsg(f32=[7]), "Nac_SetUserTableMsg.f32[0]: 7 is no Nac_RadiusDaclRule"),  # type: ignore[list-item]
 ])
 def test_a_value_that_does_not_fit_is_named(record: vorn_nac.Record, text: str) -> None:
@@ -146,6 +148,8 @@ def test_what_is_no_message_is_refused_in_words() -> None:
         vorn_nac.pack(Nac_SetUserTableMsg(), "image")
     with pytest.raises(ValueError, match="'packed' is no layout"):
         vorn_nac.pack(Nac_SetPortMsg(), "packed")  # type: ignore[arg-type]
+    with pytest.raises(BadRecord, match="Nac_SetPortMsg has no field f2"):
+        vorn_nac.from_json(Nac_SetPortMsg, {"f0": 1, "f2": 1})
     with pytest.raises(Damaged, match="3 bytes, where a message has 4 to 2147483647"):
         vorn_nac.unpack(Nac_SetPortMsg, b"abc")
 
