@@ -24,7 +24,7 @@ for machine in aarch64 s390x; do
 done
 say "coverage"
 tests/long/coverage.sh
-python/tests/coverage.sh build/release
+python/tests/package_coverage.sh build/release
 say "seeded faults"
 python3 tests/long/seed_faults.py
 say "fuzzers"

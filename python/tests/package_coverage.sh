@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Counts which lines and branches of the Python package its tests run, in a build: coverage.sh build/release
+# Counts which lines and branches of the Python package its tests run, in a build: package_coverage.sh build/release
 #
 # Fails below 98 %. The rest needs arrays of 4 GiB, a registration that the bus refuses, or runs in child processes.
 set -eu
