@@ -274,6 +274,7 @@ def header_page(name: str, header: str, title: str, others: list[tuple[str, int]
     intro = re.search(r"\*/\n/\* (.*?) ?\*/", text, re.S)
     assert intro is not None, header
     body = text.split('extern "C" {\n#endif')[1].rsplit("#ifdef __cplusplus", 1)[0]
+    body = re.sub(r"^static inline ([^;]*?) \{\n.*?^\}$", r"\1;", body, flags=re.M | re.S)
     described = "\n".join(paragraph(each) for each in paragraphs_of(intro[1])) + "\n"
     for block in re.split(r"\n\n(?=/\*|[a-z])", body.strip()):
         if found := re.match(r"/\* ---- (\w+) -+ \*/\s*", block):
