@@ -23,7 +23,7 @@ def free_port() -> int:
         return probe.getsockname()[1]
 
 
-class Places:
+class Endpoints:
     """URLs for one measurement: of the bus, and of the bare client."""
 
     def __init__(self, folder: str, nats_port: int) -> None:
@@ -75,7 +75,7 @@ def main() -> int:
         server = subprocess.Popen(["nats-server", "-js", "-a", "127.0.0.1", "-p", str(port), "-sd", folder],
                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         time.sleep(1)
-        places = Places(folder, port)
+        endpoints = Endpoints(folder, port)
         try:
             lines += ["| transport | bytes | in a batch | bare, messages/s | bus, messages/s | bus / bare | aim |",
                       "|---|--:|--:|--:|--:|--:|--:|"]
@@ -86,7 +86,7 @@ def main() -> int:
                         rates: dict[str, list[float]] = {"bare": [], "bus": []}
                         for _ in range(options.repeat):  # in turn, so that both meet the machine's slow phases
                             for kind in rates:
-                                rates[kind].append(rate(kind, places.urls(transport)[kind], size, batch, count))
+                                rates[kind].append(rate(kind, endpoints.urls(transport)[kind], size, batch, count))
                         bare, bus = (statistics.median(rates[kind]) for kind in ("bare", "bus"))
                         missed += bus / bare < AIMS[batch]
                         lines.append(f"| {transport} | {size} | {batch} | {bare:,.0f} | {bus:,.0f} | {bus / bare:.2f} | "
@@ -98,7 +98,7 @@ def main() -> int:
                 for batch in (1, 100):
                     for size in (64, 256):
                         trips = (2_000 if transport == "nats" else 20_000) // (10 if options.quick else 1)
-                        said = {kind: pair(kind, ("ping", "pong"), places.urls(transport)[kind], size, batch, trips)[0]
+                        said = {kind: pair(kind, ("ping", "pong"), endpoints.urls(transport)[kind], size, batch, trips)[0]
                                 for kind in ("bare", "bus")}
                         cells = [" / ".join(f"{said[kind][p]:,.0f}" for p in ("p50", "p99", "p999")) for kind in said]
                         lines.append(f"| {transport} | {size} | {batch} | {cells[0]} | {cells[1]} | "
@@ -107,7 +107,7 @@ def main() -> int:
             lines += ["", "The bus hands a batch from the sender to its own thread, and from there to the poller: two more "
                       "changes of thread each way than ZeroMQ alone, in exchange for numbers and acknowledgements."]
             count = 1_000_000 if options.quick else 10_000_000
-            sent, received = pair("bus", ("send", "receive"), places.urls("ipc")["bus"], 64, 1, count)
+            sent, received = pair("bus", ("send", "receive"), endpoints.urls("ipc")["bus"], 64, 1, count)
             growth = max(sent["rss"] - sent["rss_tenth"], received["rss"] - received["rss_tenth"])
             lines += ["", f"Memory over {count:,} messages on ipc: the sender {sent['rss_tenth']:,} kB after a tenth and "
                       f"{sent['rss']:,} kB at the end, the receiver {received['rss_tenth']:,} kB and {received['rss']:,} kB."]

@@ -39,7 +39,7 @@ constexpr const char* name_of(kaplo::Kind kind) {
     return "table_vector";
 }
 
-// A record comes behind those that it contains.
+// A record comes after those that it contains.
 template <class Record>
 void add(Json& records) {
     const char* const name = kaplo::Description<Record>::name.c_str();

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Counts the instructions of each of the library's operations under callgrind, and holds them against the table
+# Counts the instructions of each of the library's operations under callgrind, and compares them with the table
 # instructions.json, which has a section for each compiler.
 #
 # Counted is what runs in the library itself. The C library is left out: which memcpy it takes depends on the
@@ -19,7 +19,7 @@ import tempfile
 TABLE = pathlib.Path(__file__).with_suffix(".json")
 TOLERANCE = 0.03
 LIBRARY = "libvorn_nac_user.so"
-PLACES = {  # where an operation's instructions come from
+SOURCES = {  # where an operation's instructions come from
     "size": "runtime/size.h",
     "pack": "runtime/pack.h, runtime/compact.h, runtime/frame.h, runtime/size.h",
     "unpack": "runtime/unpack.h, runtime/frame.h, runtime/region.h, runtime/release.h",
@@ -38,7 +38,7 @@ def costs_by_function(dump: str) -> dict[tuple[str, str], int]:
 
     costs: dict[tuple[str, str], int] = {}
     current = {"ob": "", "fn": ""}
-    inclusive = False  # the line behind calls= is the cost of what is called
+    inclusive = False  # the line after calls= is the cost of what is called
     for line in dump.splitlines():
         if entry := re.match(r"c?(ob|fn)=(.*)", line):
             kind = entry[1]
@@ -99,8 +99,8 @@ def measure() -> dict[str, dict]:
     return {name: measured[name] for name in calls}
 
 
-def place_of(operation: str) -> str:
-    return PLACES["send" if operation.startswith("send") else operation]
+def source_of(operation: str) -> str:
+    return SOURCES["send" if operation.startswith("send") else operation]
 
 
 def compare(now: dict[str, dict], before: dict[str, float]) -> tuple[list[str], list[str]]:
@@ -113,7 +113,7 @@ def compare(now: dict[str, dict], before: dict[str, float]) -> tuple[list[str], 
         change = row["instructions"] / before[name] - 1
         text = f"{name}: {before[name]} -> {row['instructions']} instructions ({change:+.1%})"
         if change > TOLERANCE:
-            worse.append(f"{text}\n    see {place_of(name.rsplit('/', 1)[1])}\n    " + "\n    ".join(row["functions"]))
+            worse.append(f"{text}\n    see {source_of(name.rsplit('/', 1)[1])}\n    " + "\n    ".join(row["functions"]))
         elif change < -TOLERANCE:
             better.append(text)
     worse += [f"{name}: in the table, and not measured" for name in before.keys() - now.keys()]
@@ -129,7 +129,7 @@ def write(table: dict) -> None:
 
 def main() -> None:
     parser = argparse.ArgumentParser(
-        prog="./dev bench-instructions", description="Holds the library's instructions against the table.")
+        prog="./dev bench-instructions", description="Compares the library's instructions with the table.")
     parser.add_argument("--update", action="store_true", help="write what is counted into the table")
     parser.add_argument("--build", type=pathlib.Path, help="a build whose program `instructions` to count")
     options = parser.parse_args()

@@ -22,7 +22,7 @@ constexpr const char* name_of(Content content) { return content == Content::same
 // What a message's records look like.
 struct Shape {
     const char* name;
-    std::uint32_t set_of_six_same;    // so many of six scalars are not zero
+    std::uint32_t set_of_six_same;    // how many of six scalars are not zero
     std::uint32_t set_of_six_varied;  // in the pool: which ones differs from record to record
     std::uint32_t pool;
     bool has_vectors = false;

@@ -166,7 +166,7 @@ class Workload {
     std::vector<Bytes> images_;  // none for records with vectors
 };
 
-// Where operations write: room for each message and each record.
+// Where operations write: capacity for each message and each record.
 class Output {
   public:
     void* start() { return words_.data(); }

@@ -20,8 +20,8 @@ pb_size_t fitting(std::uint32_t count, std::uint32_t bound) {
 template <class Element>
 Element* grown_for_one_more(Element* array, std::uint32_t count) {
     if ((count & (count - 1)) != 0) return array;
-    const std::size_t room = count == 0 ? 1 : std::size_t{2} * count;
-    void* const block = std::realloc(array, room * sizeof(Element));
+    const std::size_t capacity = count == 0 ? 1 : std::size_t{2} * count;
+    void* const block = std::realloc(array, capacity * sizeof(Element));
     if (block == nullptr) refuse();
     return static_cast<Element*>(block);
 }

@@ -186,7 +186,7 @@ def plain_log(axis) -> None:
 
 
 def dots(axes, rows: list[str], values, looks: dict) -> None:
-    """A row a message, a mark a codec; ours larger, and behind those that it meets."""
+    """A row a message, a mark a codec; ours larger, and after those that it meets."""
     for y, row in enumerate(rows):
         axes.axhline(y, color="#e4e4e4", linewidth=0.8, zorder=0)
         for codec, (colour, shape) in looks.items():
@@ -229,10 +229,10 @@ def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
     save(figure, path, results)
 
 
-def spread_out(places: dict[str, float], least: float) -> dict[str, float]:
-    """Moves the places of labels apart, upwards first, and back to the middle of where they belong."""
-    names = sorted(places, key=places.get)
-    spread = dict(places)
+def spread_out(heights: dict[str, float], least: float) -> dict[str, float]:
+    """Moves the heights of labels apart, upwards first, and back to the middle of where they belong."""
+    names = sorted(heights, key=heights.get)
+    spread = dict(heights)
     for _ in range(200):
         for lower, upper in zip(names, names[1:]):
             missing = least - (spread[upper] - spread[lower])
@@ -262,8 +262,8 @@ def growth_picture(results: Results, content: str, path: pathlib.Path) -> None:
         axes.set_title(words, loc="left", fontsize=10.5)
         axes.set_xlabel("elements")
         low, high = (math.log10(end) for end in axes.get_ylim())
-        for codec, place in spread_out(ends, 0.048 * (high - low)).items():
-            axes.annotate(codec, (1, 10 ** place), xycoords=("axes fraction", "data"), xytext=(4, 0),
+        for codec, height in spread_out(ends, 0.048 * (high - low)).items():
+            axes.annotate(codec, (1, 10 ** height), xycoords=("axes fraction", "data"), xytext=(4, 0),
                           textcoords="offset points", va="center", fontsize=9, color=looks[codec][0],
                           fontweight="bold" if codec == OURS else "normal", annotation_clip=False)
     title(figure, "Nanoseconds for each element of Nac_UserDataFlowMsg",
