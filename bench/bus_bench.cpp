@@ -74,7 +74,7 @@ class BusEnd final : public End {
                   kMessageId, [](const std::uint8_t*, std::uint32_t, void*) -> std::uint32_t { return 8; },
                   [](void*) {}) == 0,
               "registration");
-        vorn_bus_options options = {};
+        vorn_bus_options options = vorn_bus_options_init();
         options.url = plan.url.c_str();
         options.address = address;
         options.send_timeout_ms = 60000;

@@ -26,7 +26,7 @@ static int fail(const char* what, int32_t result) {
 }
 
 int main(int argc, char** argv) {
-    vorn_bus_options options = {0}; /* all defaults */
+    vorn_bus_options options = vorn_bus_options_init();
     vorn_bus* bus = NULL;
     struct pollfd waiting;
     uint32_t expected;

@@ -3,7 +3,6 @@
  * names the bus. */
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 #include "nac/nac_messages.h"
 #include "runtime/zeb_osal_api.h"
@@ -33,7 +32,7 @@ static int fail(const char* what, uint32_t result) {
 int main(int argc, char** argv) {
     const Nac_SetPortMsg one = {24, 1};
     const Nac_SetPortMsg three[3] = {{25, 1}, {26, 0}, {27, 1}};
-    vorn_bus_options options;
+    vorn_bus_options options = vorn_bus_options_init();
     vorn_bus* bus = NULL;
     uint32_t destination;
     uint32_t result;
@@ -43,7 +42,6 @@ int main(int argc, char** argv) {
         return 2;
     }
     destination = (uint32_t)strtoul(argv[1], NULL, 10);
-    memset(&options, 0, sizeof options);
     options.address = 1;
     options.send_timeout_ms = 10000; /* the receiver may still be starting */
 

@@ -2,20 +2,27 @@
 // The exported functions: each is one call. No exception leaves them.
 #include "vorn/vorn_bus.h"
 
-#include <exception>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <shared_mutex>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "vorn/core/bus.h"
+#include "vorn/core/sized.h"
 #include "vorn/core/watch.h"
 
 struct vorn_bus {
     std::unique_ptr<vorn::Bus> bus;
-    std::shared_mutex used;  // by sends that were not told which bus
+    std::shared_mutex used;  // by sends that use the bus of the process
 };
 
 struct vorn_bus_watch {
@@ -37,19 +44,49 @@ struct OpenBuses {
     }
 };
 
+// A child of fork has none of its parent's threads, and locks that nobody will release.
+std::atomic<std::uint32_t> open_handles = 0;
+std::atomic<bool> is_forked_child = false;
+
+void note_forks() {
+    static const int registered = pthread_atfork(nullptr, nullptr, [] {
+        if (open_handles != 0) is_forked_child = true;
+    });
+    if (registered != 0) throw std::bad_alloc();
+}
+
+// The only place where exceptions become results: each exported function is one call of it.
+template <class Call, class Value = std::invoke_result_t<Call>>
+Value guarded_or(std::type_identity_t<Value> in_child, std::type_identity_t<Value> on_fault,
+                 Call&& call) noexcept {
+    if (is_forked_child.load(std::memory_order_relaxed)) return in_child;
+    try {
+        return call();
+    } catch (...) {
+        return on_fault;
+    }
+}
+
 template <class Call>
-Result guarded(Call&& call) noexcept try {
-    return call();
-} catch (const std::bad_alloc&) {
-    return VORN_BUS_NO_MEMORY;
-} catch (const std::exception&) {
-    return VORN_BUS_SYSTEM_ERROR;
+Result guarded(Call&& call) noexcept {
+    return guarded_or(VORN_BUS_NOT_OPEN, VORN_BUS_SYSTEM_ERROR, [&]() -> Result {
+        try {
+            return call();
+        } catch (const std::bad_alloc&) {
+            return VORN_BUS_NO_MEMORY;
+        }
+    });
+}
+
+const vorn::Log& log_of_process() {
+    static const vorn::Log log(nullptr, nullptr, "vorn: ");
+    return log;
 }
 
 void remove(std::vector<vorn_bus*>& buses, const vorn_bus* bus) { std::erase(buses, bus); }
 
 Result send_by_chosen(std::uint32_t destination, const VORN_SendDescriptor* descriptors, std::uint32_t count,
-                      std::uint64_t target) {
+                      std::uint64_t target) noexcept {
     return guarded([&]() -> Result {
         OpenBuses& open = OpenBuses::instance();
         std::unique_lock listed(open.lock);
@@ -59,6 +96,16 @@ Result send_by_chosen(std::uint32_t destination, const VORN_SendDescriptor* desc
         listed.unlock();
         return bus->bus->send(destination, descriptors, count, target);
     });
+}
+
+// The scheme of a URL or of the default, and what follows it.
+Result find(const char* url, const vorn::Scheme*& scheme, std::string& rest) {
+    const std::string whole = vorn::url_or_default(url);
+    scheme = vorn::find_scheme(whole);
+    if (scheme == nullptr) return VORN_BUS_BAD_URL;
+    if (scheme->make == nullptr) return VORN_BUS_NO_TRANSPORT;
+    rest = whole.substr(std::strlen(scheme->prefix));
+    return VORN_BUS_OK;
 }
 
 }  // namespace
@@ -84,13 +131,17 @@ int32_t VORN_SendToMsg(uint32_t destination, const VORN_SendDescriptor* descript
 
 int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus) {
     if (options == nullptr || bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
-    return guarded([&] {
+    return guarded([&]() -> Result {
+        vorn_bus_options taken;
+        if (!vorn::take_sized(*options, log_of_process(), taken)) return VORN_BUS_BAD_ARGUMENT;
+        note_forks();
         auto made = std::make_unique<vorn_bus>();
-        const Result result = vorn::Bus::open(*options, made->bus);
+        const Result result = vorn::Bus::open(taken, made->bus);
         if (result != VORN_BUS_OK) return result;
         OpenBuses& open = OpenBuses::instance();
         const std::lock_guard locked(open.lock);
         open.in_order.push_back(made.get());
+        ++open_handles;
         *bus = made.release();
         return result;
     });
@@ -98,13 +149,17 @@ int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus) {
 
 void vorn_bus_close(vorn_bus* bus) {
     if (bus == nullptr) return;
-    {
-        OpenBuses& open = OpenBuses::instance();
-        const std::lock_guard locked(open.lock);
-        remove(open.in_order, bus);
-    }
-    { const std::lock_guard unused(bus->used); }  // no send can come by any more, and none is on
-    delete bus;
+    static_cast<void>(guarded([&] {
+        {
+            OpenBuses& open = OpenBuses::instance();
+            const std::lock_guard locked(open.lock);
+            remove(open.in_order, bus);
+        }
+        { const std::lock_guard unused(bus->used); }  // no send can come by any more, and none is on
+        delete bus;
+        --open_handles;
+        return VORN_BUS_OK;
+    }));
 }
 
 int32_t vorn_bus_use(vorn_bus* bus) {
@@ -135,16 +190,18 @@ int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* conte
 }
 
 int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, uint32_t* handled) {
-    if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
-    return guarded([&] {
-        uint32_t number = 0;
-        const Result result = bus->bus->poll(timeout_ms, max_batches, number);
-        if (handled != nullptr) *handled = number;
-        return result;
+    uint32_t number = 0;
+    const Result result = guarded([&]() -> Result {
+        if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
+        return bus->bus->poll(timeout_ms, max_batches, number);
     });
+    if (handled != nullptr) *handled = number;
+    return result;
 }
 
-int vorn_bus_descriptor(vorn_bus* bus) { return bus == nullptr ? -1 : bus->bus->descriptor(); }
+int vorn_bus_descriptor(vorn_bus* bus) {
+    return guarded_or(-1, -1, [&] { return bus == nullptr ? -1 : bus->bus->descriptor(); });
+}
 
 int32_t vorn_bus_start(vorn_bus* bus) {
     if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
@@ -174,63 +231,121 @@ int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms) {
     return guarded([&] { return bus->bus->flush(timeout_ms); });
 }
 
-void vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters) {
-    if (bus != nullptr && counters != nullptr) bus->bus->read_counters(*counters);
+int32_t vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters) {
+    if (bus == nullptr || counters == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&] {
+        vorn_bus_counters now = vorn_bus_counters_init();
+        bus->bus->read_counters(now);
+        return vorn::fill_sized(now, log_of_process(), *counters) ? VORN_BUS_OK : VORN_BUS_BAD_ARGUMENT;
+    });
 }
 
 int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout_ms,
                               vorn_bus_counters* counters) {
     if (counters == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&]() -> Result {
-        const std::string chosen = vorn::chosen_url(url);
-        const vorn::Scheme* const scheme = vorn::find_scheme(chosen);
-        if (scheme == nullptr) return VORN_BUS_BAD_URL;
-        if (scheme->ask == nullptr) return VORN_BUS_NO_TRANSPORT;
+        if (!vorn::has_valid_size(*counters, log_of_process())) return VORN_BUS_BAD_ARGUMENT;
+        const vorn::Scheme* scheme = nullptr;
+        std::string rest;
+        if (const Result result = find(url, scheme, rest); result != VORN_BUS_OK) return result;
         vorn::Log log(nullptr, nullptr, "vorn: ");
-        *counters = {};
-        return scheme->ask(chosen.substr(std::string(scheme->prefix).size()), address,
-                           vorn::within_milliseconds(timeout_ms), log, *counters);
+        vorn_bus_counters answer = vorn_bus_counters_init();
+        const Result result = scheme->ask(rest, address, vorn::within_milliseconds(timeout_ms), log, answer);
+        if (result == VORN_BUS_OK) vorn::fill_sized(answer, log, *counters);
+        return result;
+    });
+}
+
+const char* vorn_bus_display_url(const char* url) {
+    return guarded_or("", "", [&] {
+        static thread_local std::string shown;
+        shown = vorn::display_url(vorn::url_or_default(url));
+        return shown.c_str();
+    });
+}
+
+const char* vorn_bus_endpoint(const vorn_bus* bus) {
+    return guarded_or("", "", [&] { return bus == nullptr ? "" : bus->bus->endpoint().c_str(); });
+}
+
+const char* vorn_bus_default_folder(void) {
+    return guarded_or("", "", [] {
+        static const std::string folder = vorn::default_folder();
+        return folder.c_str();
+    });
+}
+
+int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* context) {
+    if (handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&]() -> Result {
+        const vorn::Scheme* scheme = nullptr;
+        std::string rest;
+        if (const Result result = find(url, scheme, rest); result != VORN_BUS_OK) return result;
+        vorn::Log log(nullptr, nullptr, "vorn: ");
+        std::vector<vorn::Listed> found;
+        if (const Result result = scheme->list(rest, log, found); result != VORN_BUS_OK) return result;
+        std::sort(found.begin(), found.end(),
+                  [](const auto& left, const auto& right) { return left.address < right.address; });
+        for (const vorn::Listed& one : found) {
+            const vorn_bus_listed listed = {one.address, one.is_open ? 1U : 0U, one.endpoint.c_str()};
+            try {
+                handler(&listed, context);
+            } catch (...) {
+                return VORN_BUS_HANDLER_FAILED;
+            }
+        }
+        return VORN_BUS_OK;
     });
 }
 
 int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watch** watch) {
     if (options == nullptr || watch == nullptr) return VORN_BUS_BAD_ARGUMENT;
-    return guarded([&] {
+    return guarded([&]() -> Result {
+        vorn_bus_watch_options taken;
+        if (!vorn::take_sized(*options, log_of_process(), taken)) return VORN_BUS_BAD_ARGUMENT;
+        note_forks();
         auto made = std::make_unique<vorn_bus_watch>();
-        const Result result = vorn::BusWatch::open(*options, made->watch);
-        if (result == VORN_BUS_OK) *watch = made.release();
+        const Result result = vorn::BusWatch::open(taken, made->watch);
+        if (result != VORN_BUS_OK) return result;
+        ++open_handles;
+        *watch = made.release();
         return result;
     });
 }
 
-void vorn_bus_watch_close(vorn_bus_watch* watch) { delete watch; }
+void vorn_bus_watch_close(vorn_bus_watch* watch) {
+    if (watch == nullptr) return;
+    static_cast<void>(guarded([&] {
+        delete watch;
+        --open_handles;
+        return VORN_BUS_OK;
+    }));
+}
 
 int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_batches,
                             vorn_bus_watch_handler handler, void* context, uint32_t* handled) {
-    if (watch == nullptr || handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    uint32_t number = 0;
+    const Result result = guarded([&]() -> Result {
+        if (watch == nullptr || handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
+        return watch->watch->poll(timeout_ms, max_batches, handler, context, number);
+    });
+    if (handled != nullptr) *handled = number;
+    return result;
+}
+
+int32_t vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters) {
+    if (watch == nullptr || counters == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] {
-        uint32_t number = 0;
-        const Result result = watch->watch->poll(timeout_ms, max_batches, handler, context, number);
-        if (handled != nullptr) *handled = number;
-        return result;
+        vorn_bus_watch_counters now = vorn_bus_watch_counters_init();
+        watch->watch->read_counters(now);
+        return vorn::fill_sized(now, log_of_process(), *counters) ? VORN_BUS_OK : VORN_BUS_BAD_ARGUMENT;
     });
 }
 
-void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters) {
-    if (watch != nullptr && counters != nullptr) watch->watch->read_counters(*counters);
-}
-
-const char* vorn_bus_endpoint(const vorn_bus* bus) { return bus == nullptr ? "" : bus->bus->place().c_str(); }
-
-const char* vorn_bus_usual_folder(void) {
-    static const std::string folder = vorn::usual_folder();
-    return folder.c_str();
-}
-
-const char* vorn_bus_chosen_url(const char* url) { return vorn::chosen_url(url); }
-
 const char* vorn_bus_result_text(int32_t result) {
     switch (result) {
+        case -1:
+            return "refused by the library; the bus was not called";
         case VORN_BUS_OK:
             return "accepted";
         case VORN_BUS_NOT_OPEN:
@@ -238,29 +353,31 @@ const char* vorn_bus_result_text(int32_t result) {
         case VORN_BUS_BAD_ARGUMENT:
             return "a null pointer, or a number out of its range";
         case VORN_BUS_BAD_URL:
-            return "the URL is none of this bus, or cannot hold the address";
+            return "not a URL of this bus, or not for this address or call";
         case VORN_BUS_ADDRESS_TAKEN:
             return "another bus is open at this address";
         case VORN_BUS_NO_PEER:
-            return "nobody is there at the address";
+            return "no bus is open at the address";
         case VORN_BUS_FULL:
-            return "the receiver did not make room in time";
+            return "the queue to the receiver is full";
         case VORN_BUS_TOO_LARGE:
-            return "larger than a batch may be";
+            return "the batch is larger than this bus or its receiver takes";
         case VORN_BUS_LOST:
-            return "some of what was accepted is lost";
+            return "batches that were accepted are lost";
         case VORN_BUS_TIMEOUT:
-            return "some of what was accepted is still on its way";
+            return "batches that were accepted are still on their way";
         case VORN_BUS_OUTCOME_UNKNOWN:
-            return "the server did not say whether it has stored the batch";
+            return "the server did not answer; the batch may be stored or not";
         case VORN_BUS_BUSY:
-            return "polled from a handler, or by a thread already";
+            return "another thread, or the handler's caller, polls this bus";
         case VORN_BUS_NO_TRANSPORT:
             return "built without the transport of this URL";
         case VORN_BUS_NO_MEMORY:
             return "out of memory";
         case VORN_BUS_SYSTEM_ERROR:
-            return "the system refused";
+            return "the system or a server refused";
+        case VORN_BUS_HANDLER_FAILED:
+            return "a handler ended by an exception";
         default:
             return "not a result of this bus";
     }

@@ -8,15 +8,23 @@
  *
  * One call of VORN_SendMsg or VORN_SendToMsg is one batch: all its messages arrive, in order and together, or
  * none. Batches from one thread to one address arrive in the order in which they were sent, and each at most
- * once. A send waits for a peer and for room in its queue, at most send_timeout_ms; nothing is dropped in
- * silence. docs/bus.md says what holds when peers or servers come and go, and what is on the wire.
+ * once. A send waits for a peer and for space in its queue, at most send_timeout_ms. A batch that is dropped
+ * is counted. docs/bus.md describes what holds when peers or servers come and go, and what is on the wire.
  *
- * Every function may be called from any thread, except where it says otherwise; none in a child that has
- * forked from a process with an open bus. The bus's threads take no signals. */
+ * Structs begin with their size, so that later versions can add members at the end: initialise a struct that
+ * you hand over with its function ..._init below. A size that this library cannot take is
+ * VORN_BUS_BAD_ARGUMENT, with a log line. Structs that the bus hands to handlers may grow at their end too:
+ * do not copy them by a size of your own into arrays that others read.
+ *
+ * Functions may be called from any thread, except where they state otherwise. No C++ exception leaves them.
+ * In a child process that was forked while a bus or a watch was open, they return VORN_BUS_NOT_OPEN, and
+ * closing does nothing. Threads of the bus block all signals but those of faults (SIGSEGV, SIGBUS, SIGFPE,
+ * SIGILL, SIGTRAP, SIGABRT, SIGSYS). */
 #ifndef VORN_BUS_H
 #define VORN_BUS_H
 
 #include <stdint.h>
+#include <string.h>
 
 #include "bus/vorn_bus_api.h"
 
@@ -24,27 +32,30 @@
 extern "C" {
 #endif
 
-/* Results of every function here, and of the four VORN functions. The library's own refusal is all-ones. */
+/* Results of the functions here, and of the four VORN functions. Nac_X__sendmsg and its like return the same,
+ * or all-ones (-1 here) where the library refused and the bus was not called. */
 enum {
     VORN_BUS_OK = 0,
     VORN_BUS_NOT_OPEN = 1,      /* no bus is open in this process, or it is being closed */
-    VORN_BUS_BAD_ARGUMENT = 2,  /* a null pointer, a count of 0, a number out of its range */
-    VORN_BUS_BAD_URL = 3,       /* the URL is none of this bus, or cannot hold the address */
+    VORN_BUS_BAD_ARGUMENT = 2,  /* a null pointer, a count of 0, a number out of its range, a wrong size */
+    VORN_BUS_BAD_URL = 3,       /* not a URL of this bus, no endpoint for the address, or not for this call */
     VORN_BUS_ADDRESS_TAKEN = 4, /* another process, or another bus of this one, is open at the address */
-    VORN_BUS_NO_PEER = 5,   /* nobody was there to take the batch before the time was over; it was not sent */
-    VORN_BUS_FULL = 6,      /* the receiver did not make room before the time was over; it was not sent */
+    VORN_BUS_NO_PEER = 5,       /* nobody was open at the address in time; the batch was not sent */
+    VORN_BUS_FULL =
+        6, /* the queue to the receiver was full until the time was over; the batch was not sent */
     VORN_BUS_TOO_LARGE = 7, /* the batch is larger than this bus or its receiver takes; it was not sent */
     VORN_BUS_LOST = 8,      /* flush: batches that were accepted since the last flush are counted as lost */
-    VORN_BUS_TIMEOUT = 9,   /* flush: batches are on their way still */
+    VORN_BUS_TIMEOUT = 9,   /* flush: batches are still on their way */
     VORN_BUS_OUTCOME_UNKNOWN =
-        10,             /* nats: the server did not say whether it has stored the batch; it counts as lost */
-    VORN_BUS_BUSY = 11, /* a handler polls the bus that called it, or a receiving thread polls already */
+        10,                     /* nats: the server did not answer; the batch may be stored, counts as lost */
+    VORN_BUS_BUSY = 11,         /* a handler polls the bus that called it, or a receiving thread polls */
     VORN_BUS_NO_TRANSPORT = 12, /* built without the transport that the URL names */
-    VORN_BUS_NO_MEMORY = 13,
-    VORN_BUS_SYSTEM_ERROR = 14 /* the system refused; the log says what */
+    VORN_BUS_NO_MEMORY = 13,    /* nothing was done, or, when polling, the rest is done by the next poll */
+    VORN_BUS_SYSTEM_ERROR = 14, /* the system or a server refused; the log has its reason */
+    VORN_BUS_HANDLER_FAILED = 15 /* poll: a C++ handler threw; see vorn_bus_handler */
 };
 
-/* What a result means, in a few words. Constant text. */
+/* The text of a result, -1 included: a few words without a full stop. Constant. */
 const char* vorn_bus_result_text(int32_t result);
 
 typedef struct vorn_bus vorn_bus;
@@ -52,19 +63,28 @@ typedef struct vorn_bus vorn_bus;
 /* A line for the host's log. `text` is valid until the function returns. Called from any thread. */
 typedef void (*vorn_bus_log)(const char* text, void* context);
 
-/* Zero stands for what is said in brackets. */
+/* A member that is zero has the default in brackets. */
 typedef struct vorn_bus_options {
-    const char* url;        /* [VORN_BUS_URL of the environment, else "loop:"] see docs/bus.md */
-    uint32_t address;       /* where others send to; any number, also 0 */
-    uint32_t queue_batches; /* [1024] batches to one receiver that it has not handled yet */
-    uint32_t queue_bytes;   /* [16 MiB] the same in bytes; one batch always fits */
-    uint32_t
-        batch_bytes; /* [1,000,000] the largest batch to send or to take, with its envelope; up to 64 MiB */
-    int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for room; negative: not at all */
+    uint32_t size;           /* sizeof(vorn_bus_options) */
+    uint32_t address;        /* to which others send; any number, also 0 */
+    const char* url;         /* [VORN_BUS_URL of the environment, else "loop:"] see docs/bus.md */
+    uint32_t queue_batches;  /* [1024] batches to one receiver that it has not handled yet */
+    uint32_t queue_bytes;    /* [16 MiB] the same in bytes; one batch always fits */
+    uint32_t batch_bytes;    /* [1,000,000] largest batch to send or take, with its envelope; up to 64 MiB */
+    int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for space; negative: not at all */
     int32_t linger_ms; /* [1000] how long closing waits for batches on their way; negative: not at all */
+    uint32_t reserved; /* 0 */
     vorn_bus_log log;  /* [lines on standard error] */
     void* log_context;
 } vorn_bus_options;
+
+/* Defaults for all members. */
+static inline vorn_bus_options vorn_bus_options_init(void) {
+    vorn_bus_options options;
+    memset(&options, 0, sizeof options);
+    options.size = sizeof options;
+    return options;
+}
 
 /* Opens a bus. The first one that is open in a process is that of VORN_SendMsg. */
 int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus);
@@ -79,42 +99,47 @@ int32_t vorn_bus_use(vorn_bus* bus);
 
 /* ---- receiving ---------------------------------------------------------------------------------- */
 
-/* The batch had reached a process that was killed before it could say whether it had handled it (nats only).
- */
+/* nats only: the batch had reached a process that was killed before it reported whether it had handled it. */
 #define VORN_BUS_REPEATED 1u
 
-/* A message that has arrived; valid until the handler returns. */
+/* A message that has arrived; valid until the handler returns. Later versions may add members at the end. */
 typedef struct vorn_bus_message {
     uint32_t message_id;
     uint32_t source;      /* the sender's address */
     uint32_t destination; /* this bus's address */
     uint32_t flags;       /* VORN_BUS_REPEATED or 0 */
     uint64_t target;      /* of VORN_SendToMsg, or 0 */
-    const void* record;   /* of the registered type; zero where the message's length is no message's */
+    const void* record;   /* of the registered type; all zero if the message is too short to be one */
     const uint8_t* packed;
     uint32_t record_bytes;
     uint32_t packed_bytes;
 } vorn_bus_message;
 
-/* Handlers of one bus run one at a time, in the polling or the receiving thread. They may send. */
+/* Handlers of one bus run one at a time, in the polling or the receiving thread. They may send.
+ *
+ * A handler must return: longjmp, pthread_exit and cancellation out of it are not allowed. A C++ exception
+ * that leaves it ends there. The message counts as handled, its record is freed, the other messages of the
+ * batch get their handlers. The poll ends after that batch with VORN_BUS_HANDLER_FAILED; a receiving thread
+ * logs a line and continues. */
 typedef void (*vorn_bus_handler)(const vorn_bus_message* message, void* context);
 
-/* Sets the handler for one message id; null: none of its own. */
+/* Sets the handler for one message id; null removes it. */
 int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler handler, void* context);
 
-/* Sets the handler for all ids that have none of their own; null: they are counted and dropped. */
+/* Sets the handler for all ids without one of their own; null: such messages are counted and dropped. */
 int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* context);
 
 /* Handles batches that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
  * ever), and at most max_batches of them (0: all that are there). `handled` (may be null) is set to their
- * number. */
+ * number, whatever the result. */
 int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, uint32_t* handled);
 
 /* A file descriptor for poll or epoll that is readable while vorn_bus_poll has something to do. It belongs to
  * the bus, and must not be read. Negative: the system refused. */
 int vorn_bus_descriptor(vorn_bus* bus);
 
-/* Lets the bus poll in a thread of its own, until it is stopped or closed. */
+/* Lets the bus poll in a thread of its own, until it is stopped or closed. Where memory is lacking, the
+ * thread logs a line and tries again. */
 int32_t vorn_bus_start(vorn_bus* bus);
 
 /* Ends that thread once the running handler has returned. Not from a handler. */
@@ -130,13 +155,15 @@ int32_t vorn_bus_send(vorn_bus* bus, uint32_t destination, const VORN_SendDescri
                       uint32_t count, uint64_t target);
 
 /* Waits until all that was accepted has been handled by its receivers (nats: is stored), at most timeout_ms
- * (negative: for ever). VORN_BUS_LOST tells once of batches that were lost since the last flush. Not from a
- * handler that handles what this bus has sent to itself. */
+ * (negative: for ever). VORN_BUS_LOST is returned once for batches that were lost since the last flush. Not
+ * from a handler that handles what this bus has sent to itself. */
 int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms);
 
 /* ---- counters ----------------------------------------------------------------------------------- */
 
 typedef struct vorn_bus_counters {
+    uint32_t size;                /* sizeof(vorn_bus_counters), set before they are read */
+    uint32_t reserved;            /* 0 */
     uint64_t sent_batches;        /* accepted: the send returned 0, or VORN_BUS_OUTCOME_UNKNOWN */
     uint64_t sent_messages;       /* the messages in them */
     uint64_t refused_batches;     /* the send returned something else */
@@ -152,45 +179,79 @@ typedef struct vorn_bus_counters {
     uint64_t missed_batches;      /* gone from the server before they were handled (nats only) */
 } vorn_bus_counters;
 
-void vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters);
+static inline vorn_bus_counters vorn_bus_counters_init(void) {
+    vorn_bus_counters counters;
+    memset(&counters, 0, sizeof counters);
+    counters.size = sizeof counters;
+    return counters;
+}
+
+/* Fills the struct up to its size; counters that this library does not know become 0. */
+int32_t vorn_bus_read_counters(vorn_bus* bus, vorn_bus_counters* counters);
 
 /* The counters of the bus that is open at an address, asked over the wire. `url` as in vorn_bus_options; no
- * bus need be open here, except on loop:. */
+ * bus need be open here, except on loop:. Creates nothing, on a server neither. */
 int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout_ms,
                               vorn_bus_counters* counters);
 
-/* The URL that a bus is or would be opened with: `url`, or what stands for null. Constant, or the
- * environment's. */
-const char* vorn_bus_chosen_url(const char* url);
+/* ---- URLs and addresses ------------------------------------------------------------------------- */
 
-/* Where a bus takes what is sent to its address, for people: "tcp://127.0.0.1:7002". Valid while it is open.
- */
+/* The URL with which a bus is or would be opened, for people: `url`, or the default for null, with *** for
+ * what stands before an '@' (a user's name, a password, a token). Valid until the thread calls this again. */
+const char* vorn_bus_display_url(const char* url);
+
+/* The endpoint at which a bus takes what is sent to its address, for people: "tcp://127.0.0.1:7002". Valid
+ * while the bus is open. */
 const char* vorn_bus_endpoint(const vorn_bus* bus);
 
 /* The folder of ipc:// without one: $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home. Constant text. */
-const char* vorn_bus_usual_folder(void);
+const char* vorn_bus_default_folder(void);
+
+/* An address that vorn_bus_list has found. Later versions may add members at the end. */
+typedef struct vorn_bus_listed {
+    uint32_t address;
+    uint32_t is_open;     /* 1: a bus is open there; 0: what it left is there: a socket's file, a stream */
+    const char* endpoint; /* as from vorn_bus_endpoint */
+} vorn_bus_listed;
+
+/* What it is given is valid until it returns. It must return, like a handler; an exception ends the list. */
+typedef void (*vorn_bus_list_handler)(const vorn_bus_listed* listed, void* context);
+
+/* Calls the handler for each address in ipc's folder, under the prefix on nats' servers or in this process's
+ * loop, in ascending order. Addresses of tcp cannot be listed: VORN_BUS_BAD_URL. */
+int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* context);
 
 /* ---- watching ----------------------------------------------------------------------------------- */
 
 /* A watcher sees copies of the batches that others take, and has no address of its own. It disturbs nobody: a
- * receiver never waits for it. Copies that a slow watcher has no room for are dropped, and counted. */
+ * receiver never waits for it. Copies for which a slow watcher has no space are dropped and counted. */
 typedef struct vorn_bus_watch vorn_bus_watch;
 
-/* Zero stands for what is said in brackets. */
+/* A member that is zero has the default in brackets. */
 typedef struct vorn_bus_watch_options {
+    uint32_t size;             /* sizeof(vorn_bus_watch_options) */
+    uint32_t queue_bytes;      /* [16 MiB] copies that have not been handled yet */
     const char* url;           /* as in vorn_bus_options; of loop: only the buses of this process are seen */
-    const uint32_t* addresses; /* [all] whose arrivals to watch; tcp has to be told */
+    const uint32_t* addresses; /* [all; tcp has no default] whose arrivals to watch */
     uint32_t address_count;
-    uint32_t queue_bytes; /* [16 MiB] copies that have not been handled yet */
-    vorn_bus_log log;     /* [lines on standard error] */
+    uint32_t reserved; /* 0 */
+    vorn_bus_log log;  /* [lines on standard error] */
     void* log_context;
 } vorn_bus_watch_options;
 
-/* A message that another has taken; valid until the handler returns. */
+static inline vorn_bus_watch_options vorn_bus_watch_options_init(void) {
+    vorn_bus_watch_options options;
+    memset(&options, 0, sizeof options);
+    options.size = sizeof options;
+    return options;
+}
+
+/* A message that another has taken; valid until the handler returns. Later versions may add members at the
+ * end. */
 typedef struct vorn_bus_watched {
     uint64_t time;        /* nanoseconds since 1970, when it was taken; on nats, when it was seen */
     uint64_t target;      /* of VORN_SendToMsg, or 0 */
-    uint32_t message_id;  /* whether anybody has registered it or not */
+    uint32_t message_id;  /* registered or not */
     uint32_t source;      /* the sender's address */
     uint32_t destination; /* the receiver's */
     uint32_t position;    /* in its batch, from 0 */
@@ -199,19 +260,29 @@ typedef struct vorn_bus_watched {
     const uint8_t* packed;
 } vorn_bus_watched;
 
+/* Must return, like vorn_bus_handler; a C++ exception has the same consequences. */
 typedef void (*vorn_bus_watch_handler)(const vorn_bus_watched* message, void* context);
 
 typedef struct vorn_bus_watch_counters {
+    uint32_t size;          /* sizeof(vorn_bus_watch_counters), set before they are read */
+    uint32_t reserved;      /* 0 */
     uint64_t batches;       /* handled */
     uint64_t messages;      /* in them */
-    uint64_t lost_batches;  /* were taken by others, and their copies dropped on the way or here */
+    uint64_t lost_batches;  /* taken by others, their copies dropped on the way or here */
     uint64_t damaged;       /* packets or envelopes that do not hold what they claim */
-    uint64_t receivers;     /* that send copies now; on nats 1 while the server is there */
-    uint64_t interruptions; /* receivers or servers that were gone and came again: what others took before
-                               they knew of the watcher again was not seen */
+    uint64_t receivers;     /* that send copies now; on nats 1 while the server is connected */
+    uint64_t interruptions; /* receivers or servers that were gone and came again; what was taken until they
+                               knew of the watcher again was not seen */
 } vorn_bus_watch_counters;
 
-/* Begins to watch. Receivers that open later are seen too, on ipc after a tenth of a second. */
+static inline vorn_bus_watch_counters vorn_bus_watch_counters_init(void) {
+    vorn_bus_watch_counters counters;
+    memset(&counters, 0, sizeof counters);
+    counters.size = sizeof counters;
+    return counters;
+}
+
+/* Begins to watch. Receivers that open later are seen too, on ipc within a tenth of a second. */
 int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watch** watch);
 
 /* Null is allowed. Not from its handler, and not while other functions use it. */
@@ -219,11 +290,12 @@ void vorn_bus_watch_close(vorn_bus_watch* watch);
 
 /* Handles copies that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
  * ever), and at most max_batches of them (0: all that are there). `handled` (may be null) is set to their
- * number. One thread at a time, and not from the handler. */
+ * number, whatever the result. One thread at a time, and not from the handler. */
 int32_t vorn_bus_watch_poll(vorn_bus_watch* watch, int32_t timeout_ms, uint32_t max_batches,
                             vorn_bus_watch_handler handler, void* context, uint32_t* handled);
 
-void vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters);
+/* As vorn_bus_read_counters. */
+int32_t vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_counters* counters);
 
 #ifdef __cplusplus
 }

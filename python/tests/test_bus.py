@@ -143,3 +143,23 @@ def test_the_example_of_two_processes_runs() -> None:
     assert done.stdout == "from 1: Nac_SetPortMsg(f0=24, f1=1)\nfrom 1: Nac_SetPortMsg(f0=25, f1=0)\n"
     code = [line for line in path.read_text().splitlines() if line and not line.startswith("#")]
     assert len(code) <= 15
+
+
+def test_a_forked_child_with_an_open_bus_ends(url: str) -> None:
+    program = f"""
+import os, sys
+from vorn_nac import Bus, BusError, Nac_SetPortMsg, Result
+bus = Bus({url!r}, 1)
+child = os.fork()
+if child == 0:
+    try:
+        bus.send(1, Nac_SetPortMsg())
+    except BusError as error:
+        sys.exit(7 if error.result == Result.NOT_OPEN else 1)
+    sys.exit(2)
+print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+bus.send(1, Nac_SetPortMsg(f0=3))
+print(bus.receive(timeout=10).record.f0)
+"""
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=60, check=False)
+    assert (done.stdout, done.stderr, done.returncode) == ("7\n3\n", "", 0)

@@ -37,6 +37,7 @@ class Result(enum.IntEnum):
     NO_TRANSPORT = 12
     NO_MEMORY = 13
     SYSTEM_ERROR = 14
+    HANDLER_FAILED = 15
 
 
 class BusError(Error):
@@ -88,9 +89,9 @@ _LogFunction = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 
 
 class _Options(ctypes.Structure):
-    _fields_ = [("url", ctypes.c_char_p), ("address", ctypes.c_uint32), ("queue_batches", ctypes.c_uint32),
-                ("queue_bytes", ctypes.c_uint32), ("batch_bytes", ctypes.c_uint32),
-                ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32),
+    _fields_ = [("size", ctypes.c_uint32), ("address", ctypes.c_uint32), ("url", ctypes.c_char_p),
+                ("queue_batches", ctypes.c_uint32), ("queue_bytes", ctypes.c_uint32), ("batch_bytes", ctypes.c_uint32),
+                ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32), ("reserved", ctypes.c_uint32),
                 ("log", _LogFunction), ("log_context", ctypes.c_void_p)]
 
 
@@ -105,7 +106,8 @@ class _Descriptor(ctypes.Structure):
 
 
 class _Counters(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_uint64) for name in Counters.__dataclass_fields__]
+    _fields_ = [("size", ctypes.c_uint32), ("reserved", ctypes.c_uint32),
+                *((name, ctypes.c_uint64) for name in Counters.__dataclass_fields__)]
 
 
 _Handler = ctypes.CFUNCTYPE(None, ctypes.POINTER(_Message), ctypes.c_void_p)
@@ -123,8 +125,9 @@ def _declare() -> None:
         "vorn_bus_poll": (i32, [handle, i32, u32, ctypes.POINTER(u32)]),
         "vorn_bus_send": (i32, [handle, u32, ctypes.POINTER(_Descriptor), u32, ctypes.c_uint64]),
         "vorn_bus_flush": (i32, [handle, i32]),
-        "vorn_bus_read_counters": (None, [handle, ctypes.POINTER(_Counters)]),
+        "vorn_bus_read_counters": (i32, [handle, ctypes.POINTER(_Counters)]),
         "vorn_bus_ask_counters": (i32, [ctypes.c_char_p, u32, i32, ctypes.POINTER(_Counters)]),
+        "vorn_bus_display_url": (ctypes.c_char_p, [ctypes.c_char_p]),
         "vorn_bus_endpoint": (ctypes.c_char_p, [handle]),
         "vorn_bus_descriptor": (ctypes.c_int, [handle]),
         "VORN_RegIDLFuncHook": (i32, [u32, handle, handle]),
@@ -179,11 +182,12 @@ class Bus:
         for name, value in (("address", address), ("queue_batches", queue_batches), ("queue_bytes", queue_bytes),
                             ("batch_bytes", batch_bytes)):
             _within_32_bits(name, value)
-        options = _Options(None if url is None else url.encode(), address, queue_batches, queue_bytes, batch_bytes,
-                           wait(send_timeout), wait(linger), _log_line, None)
+        encoded = None if url is None else url.encode()
+        options = _Options(ctypes.sizeof(_Options), address, encoded, queue_batches, queue_bytes, batch_bytes,
+                           wait(send_timeout), wait(linger), 0, _log_line, None)
         _register_types()
         handle = ctypes.c_void_p()
-        self._check(f"opening {url or 'the bus'} at {address}",
+        self._check(f"opening {_library.bus.vorn_bus_display_url(encoded).decode()} at {address}",
                     _library.bus.vorn_bus_open(ctypes.byref(options), ctypes.byref(handle)))
         self.address = address
         self._handle: Optional[ctypes.c_void_p] = handle
@@ -250,7 +254,7 @@ class Bus:
     @property
     def counters(self) -> Counters:
         """What this bus has counted."""
-        counters = _Counters()
+        counters = _Counters(ctypes.sizeof(_Counters))
         _library.bus.vorn_bus_read_counters(self._open(), ctypes.byref(counters))
         return _to_counters(counters)
 
@@ -302,7 +306,7 @@ def _to_counters(counters: _Counters) -> Counters:
 def ask_counters(address: int, url: Optional[str] = None, timeout: float = 2.0) -> Counters:
     """The counters of the bus that is open at an address, perhaps of another process."""
     _within_32_bits("address", address)
-    counters = _Counters()
+    counters = _Counters(ctypes.sizeof(_Counters))
     result = _library.bus.vorn_bus_ask_counters(None if url is None else url.encode(), address, _milliseconds(timeout),
                                                 ctypes.byref(counters))
     if result != Result.OK:

@@ -126,7 +126,7 @@ Nac_SetPortMsg Arrived::port() const {
 
 TestBus::TestBus(const std::string& url, std::uint32_t address,
                  const std::function<void(vorn_bus_options&)>& adjust) {
-    vorn_bus_options options = {};
+    vorn_bus_options options = vorn_bus_options_init();
     options.url = url.c_str();
     options.address = address;
     options.log = [](const char* text, void* self) {
@@ -188,7 +188,7 @@ std::vector<std::string> TestBus::log() {
 }
 
 vorn_bus_counters TestBus::counters() {
-    vorn_bus_counters counters = {};
+    vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus_, &counters);
     return counters;
 }
@@ -196,7 +196,7 @@ vorn_bus_counters TestBus::counters() {
 TestWatch::TestWatch(const std::string& url, const std::vector<std::uint32_t>& addresses,
                      std::uint32_t queue_bytes)
     : by_server_(url.rfind("nats", 0) == 0) {
-    vorn_bus_watch_options options = {};
+    vorn_bus_watch_options options = vorn_bus_watch_options_init();
     options.url = url.c_str();
     options.addresses = addresses.data();
     options.address_count = static_cast<std::uint32_t>(addresses.size());
@@ -223,7 +223,7 @@ bool TestWatch::poll_until(std::size_t messages) {
 }
 
 vorn_bus_watch_counters TestWatch::counters() {
-    vorn_bus_watch_counters counters = {};
+    vorn_bus_watch_counters counters = vorn_bus_watch_counters_init();
     vorn_bus_watch_read_counters(watch_, &counters);
     return counters;
 }

@@ -27,7 +27,7 @@ namespace {
 volatile sig_atomic_t ends = 0;
 
 vorn_bus* open_bus(const char* url, const char* address) {
-    vorn_bus_options options = {};
+    vorn_bus_options options = vorn_bus_options_init();
     options.url = url;
     options.address = static_cast<std::uint32_t>(std::strtoul(address, nullptr, 10));
     options.queue_batches = 256;
@@ -74,7 +74,7 @@ int send(char** arguments) {
         }
     }
     const std::int32_t flushed = vorn_bus_flush(bus, 30000);
-    vorn_bus_counters counters = {};
+    vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
         "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unsure\": %llu, \"lost_batches\": %llu, "
@@ -120,7 +120,7 @@ int receive(char** arguments) {
     std::puts("open");
     std::fflush(stdout);
     while (ends == 0) vorn_bus_poll(bus, 50, 0, nullptr);
-    vorn_bus_counters counters = {};
+    vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
         "{\"received_batches\": %llu, \"redelivered_batches\": %llu, \"missed_batches\": %llu, \"damaged\": "

@@ -389,7 +389,7 @@ TEST_P(Zmq, AWatchSurvivesAnswersThatAreNone) {
 }
 
 TEST(Watch, OfTcpNeedsAddressesAndOfIpcNeedsNoFolder) {
-    vorn_bus_watch_options options = {};
+    vorn_bus_watch_options options = vorn_bus_watch_options_init();
     vorn_bus_watch* watch = nullptr;
     options.url = "tcp://127.0.0.1:7000";
     EXPECT_EQ(vorn_bus_watch_open(&options, &watch), VORN_BUS_BAD_ARGUMENT);
@@ -447,7 +447,7 @@ TEST(Tcp, WhatIsNoListOfPlacesIsRefused) {
         EXPECT_EQ(tcp_places(rest), nullptr) << rest;
     }
     vorn_bus* bus = nullptr;
-    vorn_bus_options options = {};
+    vorn_bus_options options = vorn_bus_options_init();
     options.url = "tcp://127.0.0.1:7000";
     options.address = 60000;
     EXPECT_EQ(vorn_bus_open(&options, &bus), VORN_BUS_BAD_URL);

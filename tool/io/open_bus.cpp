@@ -28,15 +28,14 @@ const char* url_or_null(const std::string& url) { return url.empty() ? nullptr :
 OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
     const std::int32_t registered = register_all_modules();
     if (registered != 0) throw bus_error("registering the modules", registered);
-    vorn_bus_options options = {};
+    vorn_bus_options options = vorn_bus_options_init();
     options.url = url_or_null(url);
     options.address = address;
-    options.batch_bytes = 0;
     options.send_timeout_ms = milliseconds(send_timeout_s);
     options.log = write_log;
     const std::int32_t result = vorn_bus_open(&options, &bus_);
     if (result != VORN_BUS_OK) {
-        throw bus_error(fmt::format("opening {} at address {}", vorn_bus_chosen_url(options.url), address),
+        throw bus_error(fmt::format("opening {} at address {}", vorn_bus_display_url(options.url), address),
                         result);
     }
 }
@@ -50,7 +49,7 @@ void OpenBus::on_message(std::function<void(const vorn_bus_message&)> handler) {
 }
 
 vorn_bus_counters OpenBus::counters() const {
-    vorn_bus_counters counters = {};
+    vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus_, &counters);
     return counters;
 }

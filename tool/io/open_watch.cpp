@@ -29,9 +29,9 @@ void add_watch_options(CLI::App& verb, WatchOptions& options) {
 }
 
 OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
-    vorn_bus_watch_options given = {};
+    vorn_bus_watch_options given = vorn_bus_watch_options_init();
     given.url = url_or_null(options.bus);
-    const std::string url = vorn_bus_chosen_url(given.url);
+    const std::string url = vorn_bus_display_url(given.url);
     if (url.compare(0, 5, "loop:") == 0) {
         throw CommandError(kBadUsage,
                            fmt::format("{} is within one process, and this one sees no other's; name the bus "
@@ -81,7 +81,7 @@ void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
 }
 
 vorn_bus_watch_counters OpenWatch::counters() const {
-    vorn_bus_watch_counters counters = {};
+    vorn_bus_watch_counters counters = vorn_bus_watch_counters_init();
     vorn_bus_watch_read_counters(watch_, &counters);
     return counters;
 }

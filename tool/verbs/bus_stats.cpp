@@ -2,11 +2,7 @@
 // nac bus stats.
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <charconv>
-#include <filesystem>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -19,7 +15,7 @@ namespace {
 
 struct BusStatsOptions {
     std::string bus;
-    std::vector<std::uint32_t> addresses;  // none: all that an ipc folder shows
+    std::vector<std::uint32_t> addresses;  // none: all that are open
     bool json = false;
     double timeout_s = 1;
 };
@@ -40,34 +36,30 @@ std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counte
             {"missed_batches", counters.missed_batches}};
 }
 
-// The addresses whose sockets are in an ipc folder.
-std::vector<std::uint32_t> addresses_in(const std::string& url) {
-    const std::string scheme = "ipc://";
-    if (url.compare(0, scheme.size(), scheme) != 0) {
-        throw CommandError(kBadUsage,
-                           fmt::format("{}: name the addresses to ask; only an ipc folder shows them", url));
-    }
-    const std::string folder = url == scheme ? vorn_bus_usual_folder() : url.substr(scheme.size());
+// The addresses at which a bus is open.
+std::vector<std::uint32_t> open_addresses(const char* url) {
     std::vector<std::uint32_t> addresses;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
-        std::uint32_t address = 0;
-        const auto [end, fault] = std::from_chars(name.data(), name.data() + name.size(), address);
-        if (fault == std::errc() && std::string(end) == ".sock") addresses.push_back(address);
+    const std::int32_t result = vorn_bus_list(
+        url,
+        [](const vorn_bus_listed* listed, void* all) {
+            if (listed->is_open != 0)
+                static_cast<std::vector<std::uint32_t>*>(all)->push_back(listed->address);
+        },
+        &addresses);
+    const std::string listing = fmt::format("listing the addresses of {}", vorn_bus_display_url(url));
+    if (result == VORN_BUS_BAD_URL) {
+        throw CommandError(kBadUsage, fmt::format("{}: {}", listing, vorn_bus_result_text(result)));
     }
-    if (error) throw CommandError(kTrouble, fmt::format("{}: {}", folder, error.message()));
-    std::sort(addresses.begin(), addresses.end());
+    if (result != VORN_BUS_OK) throw bus_error(listing, result);
     return addresses;
 }
 
 ExitCode run_bus_stats(const BusStatsOptions& options) {
     const char* const url = url_or_null(options.bus);
-    const auto addresses =
-        options.addresses.empty() ? addresses_in(vorn_bus_chosen_url(url)) : options.addresses;
+    const auto addresses = options.addresses.empty() ? open_addresses(url) : options.addresses;
     ExitCode code = kOk;
     for (const std::uint32_t address : addresses) {
-        vorn_bus_counters counters = {};
+        vorn_bus_counters counters = vorn_bus_counters_init();
         const std::int32_t result =
             vorn_bus_ask_counters(url, address, milliseconds(options.timeout_s), &counters);
         if (result != VORN_BUS_OK) {
@@ -93,7 +85,8 @@ void add_bus(CLI::App& command, Chosen& /*chosen*/) { command.require_subcommand
 
 void add_bus_stats(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_bus_stats);
-    verb.add_option("ADDRESS", options.addresses, "Whose; on ipc: all that are open if not given");
+    verb.add_option("ADDRESS", options.addresses,
+                    "Whose; all that are open if not given, but tcp has to be told");
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for an answer, 1 if not given")

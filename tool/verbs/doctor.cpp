@@ -112,7 +112,7 @@ ExitCode run_doctor(const DoctorOptions& options) {
     const auto there = [](const char* name) { return !found_in(name).empty(); };
     report.memory(there("ZEB_OsalMemAlloc"), there("ZEB_OsalMemCacheAlloc"), there("ZEB_OsalMemFree"));
     for (const char* const name : kBusFunctions) tell_origin("bus_functions", name);
-    report.tell("bus", "bus:     ", vorn_bus_chosen_url(url_or_null(options.bus)),
+    report.tell("bus", "bus:     ", vorn_bus_display_url(url_or_null(options.bus)),
                 options.bus.empty() ? ", by VORN_BUS_URL or for lack of it" : "");
     const OpenBus bus(options.bus, options.as);
     const std::string place = vorn_bus_endpoint(bus.get());

@@ -62,7 +62,7 @@ class Replay {
         : options_(options),
           speed_(speed_of(options.speed)),
           filter_(options.filter),
-          is_loop_(std::string(vorn_bus_chosen_url(url_or_null(options.bus))).compare(0, 5, "loop:") == 0),
+          is_loop_(std::string(vorn_bus_display_url(url_or_null(options.bus))).compare(0, 5, "loop:") == 0),
           receives_(options.receive || is_loop_),
           progress_(options.files, options.repeat) {
         host::Services::instance().record(false);  // of what damaged messages make the library say

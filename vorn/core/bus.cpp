@@ -15,18 +15,18 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint32_t kUsualQueueBatches = 1024;
-constexpr std::uint32_t kUsualQueueBytes = 16U << 20;
-constexpr std::uint32_t kUsualBatchBytes = 1'000'000;
+constexpr std::uint32_t kDefaultQueueBatches = 1024;
+constexpr std::uint32_t kDefaultQueueBytes = 16U << 20;
+constexpr std::uint32_t kDefaultBatchBytes = 1'000'000;
 constexpr std::uint32_t kLargestBatchBytes = 64U << 20;
-constexpr std::int32_t kUsualSendTimeout = 2000;
-constexpr std::int32_t kUsualLinger = 1000;
+constexpr std::int32_t kDefaultSendTimeout = 2000;
+constexpr std::int32_t kDefaultLinger = 1000;
 
 constexpr std::size_t kRecordRoomBytes = 65536;
 
 template <class T>
-void default_to(T& value, T usual) {
-    if (value == 0) value = usual;
+void default_to(T& value, T instead) {
+    if (value == 0) value = instead;
 }
 
 }  // namespace
@@ -45,13 +45,13 @@ void RecordRoom::clear(std::uint32_t bytes) const { std::memset(start_, 0, bytes
 
 Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     vorn_bus_options options = given;
-    const std::string url = chosen_url(given.url);
+    const std::string url = url_or_default(given.url);
     options.url = nullptr;  // the host's text may go
-    default_to(options.queue_batches, kUsualQueueBatches);
-    default_to(options.queue_bytes, kUsualQueueBytes);
-    default_to(options.batch_bytes, kUsualBatchBytes);
-    default_to(options.send_timeout_ms, kUsualSendTimeout);
-    default_to(options.linger_ms, kUsualLinger);
+    default_to(options.queue_batches, kDefaultQueueBatches);
+    default_to(options.queue_bytes, kDefaultQueueBytes);
+    default_to(options.batch_bytes, kDefaultBatchBytes);
+    default_to(options.send_timeout_ms, kDefaultSendTimeout);
+    default_to(options.linger_ms, kDefaultLinger);
     if (options.batch_bytes < kBatchHeaderBytes + kEntryBytes || options.batch_bytes > kLargestBatchBytes) {
         return VORN_BUS_BAD_ARGUMENT;
     }
@@ -74,7 +74,7 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     Result result = scheme->make(url.substr(std::strlen(scheme->prefix)), endpoint, made->transport_);
     if (result == VORN_BUS_OK) result = made->transport_->open();
     if (result != VORN_BUS_OK) return result;
-    made->place_ = made->transport_->place();
+    made->endpoint_ = made->transport_->endpoint();
     bus = std::move(made);
     return result;
 }
@@ -87,10 +87,9 @@ Bus::~Bus() {
     stop();
     transport_->stop_receiving();
     inbox_.close();
-    transport_->drain(within_milliseconds(options_.linger_ms));
+    transport_->drain(within_milliseconds(options_.linger_ms));  // allocates nothing, like all above
     if (const std::uint64_t left = transport_->batches_on_their_way(); left != 0) {
-        log_.line(std::to_string(left) +
-                  " batches were on their way when the bus was closed; they count as lost");
+        log_.line(left, " batches were on their way when the bus was closed; they count as lost");
     }
     transport_.reset();
 }
@@ -128,17 +127,19 @@ Result Bus::flush(std::int32_t timeout_ms) {
 
 Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32_t& handled) {
     handled = 0;
+    if (max_batches == 0) max_batches = UINT32_MAX;
     Deadline deadline = in_milliseconds(timeout_ms);
     if (!begin_polling(deadline)) return VORN_BUS_BUSY;
     const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
-    while (max_batches == 0 || handled < max_batches) {
+    handler_failed_ = false;
+    while (handled < max_batches && !handler_failed_) {
         Delivery* const delivery = inbox_.front(deadline);
         if (delivery == nullptr) break;
-        handled += handle_delivery(*delivery, max_batches == 0 ? UINT32_MAX : max_batches - handled);
+        handle_delivery(*delivery, max_batches, handled);
         if (delivery->bytes.empty()) inbox_.pop_front();
         if (handled != 0) deadline = Deadline();  // only the first is waited for
     }
-    return VORN_BUS_OK;
+    return handler_failed_ ? VORN_BUS_HANDLER_FAILED : VORN_BUS_OK;
 }
 
 bool Bus::begin_polling(Deadline deadline) {
@@ -160,10 +161,10 @@ void Bus::end_polling() {
     polling_ended_.notify_one();
 }
 
-// Handles up to so many batches of the delivery, and takes them off it.
-std::uint32_t Bus::handle_delivery(Delivery& delivery, std::uint32_t at_most) {
-    std::uint32_t handled = 0;
-    while (handled < at_most && !delivery.bytes.empty()) {
+// Handles batches of the delivery until `handled` is max_batches or a handler has failed, and takes them off
+// it. Throws bad_alloc before a message is handled, never after: the next poll continues with it.
+void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled) {
+    while (handled < max_batches && !handler_failed_ && !delivery.bytes.empty()) {
         const auto batch = read_batch(delivery.bytes);
         if (!batch || delivery.batches == 0) {
             count(counters_.damaged);
@@ -172,7 +173,8 @@ std::uint32_t Bus::handle_delivery(Delivery& delivery, std::uint32_t at_most) {
             break;
         }
         delivery.batch_begins();
-        handle_batch(*batch, std::exchange(delivery.repeated, false) ? VORN_BUS_REPEATED : 0);
+        handle_batch(*batch, delivery.repeated ? VORN_BUS_REPEATED : 0);
+        delivery.repeated = false;
         delivery.batch_handled();
         delivery.bytes = delivery.bytes.subspan(batch->header().bytes);
         --delivery.batches;
@@ -185,17 +187,21 @@ std::uint32_t Bus::handle_delivery(Delivery& delivery, std::uint32_t at_most) {
     } else {
         delivery.left_for_later();
     }
-    return handled;
 }
 
 void Bus::handle_batch(const Batch& batch, std::uint32_t flags) {
     if (batch.header().destination != options_.address) {
         count(counters_.damaged);
-        log_.line_about_outside("a batch for address " + std::to_string(batch.header().destination) +
-                                " was left out");
+        log_.line_about_outside("a batch for address ", batch.header().destination, " was left out");
         return;
     }
-    batch.each_message([&](const Message& message) { handle_message(batch.header(), message, flags); });
+    std::uint32_t position = 0;
+    batch.each_message([&](const Message& message) {
+        if (position++ != handled_messages_) return;  // handled by an earlier poll
+        handle_message(batch.header(), message, flags);
+        ++handled_messages_;
+    });
+    handled_messages_ = 0;
     count_alone(counters_.received_batches);
 }
 
@@ -208,8 +214,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     const auto found = routes_.find(message.id);
     if (found == routes_.end()) {
         count(counters_.unknown_messages);
-        log_.line_about_outside("a message of the unknown id " + std::to_string(message.id) +
-                                " was left out");
+        log_.line_about_outside("a message of the unknown id ", message.id, " was left out");
         return;
     }
     const Route route = found->second;  // a handler may change the routes
@@ -223,7 +228,12 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     const vorn_bus_message arrived = {message.id,    header.source, header.destination,   flags,
                                       header.target, record,        message.bytes.data(), record_bytes,
                                       length};
-    route.handler.call(&arrived, route.handler.context);
+    try {
+        route.handler.call(&arrived, route.handler.context);
+    } catch (...) {
+        handler_failed_ = true;
+        log_.line_about_outside("a handler threw an exception on a message of id ", message.id);
+    }
     // Also where unpack refused its arguments: what it frees is zero then.
     route.functions.free_unpacked(record);
     room_.clear(record_bytes);
@@ -253,8 +263,13 @@ Result Bus::start() {
             receiving_ = std::this_thread::get_id();
         }
         while (!receiver_stops_) {
-            std::uint32_t handled = 0;
-            poll(-1, 0, handled);
+            try {
+                std::uint32_t handled = 0;
+                poll(-1, 0, handled);
+            } catch (const std::exception& fault) {
+                log_.line_about_outside("the receiving thread tries again: ", fault.what());
+                std::this_thread::sleep_for(kAfterFault);
+            }
         }
     });
     return VORN_BUS_OK;

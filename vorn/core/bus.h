@@ -55,7 +55,7 @@ class Bus {
     void handle(std::uint32_t message_id, vorn_bus_handler handler, void* context);
     void handle_all(vorn_bus_handler handler, void* context);
     void read_counters(vorn_bus_counters& counters) const;
-    const std::string& place() const { return place_; }
+    const std::string& endpoint() const { return endpoint_; }
 
   private:
     struct Handler {
@@ -72,7 +72,7 @@ class Bus {
     Result refuse(Result result);
     bool begin_polling(Deadline deadline);
     void end_polling();
-    std::uint32_t handle_delivery(Delivery& delivery, std::uint32_t at_most);
+    void handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled);
     void handle_batch(const Batch& batch, std::uint32_t flags);
     void handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags);
     void renew_routes();
@@ -82,7 +82,7 @@ class Bus {
     Counters counters_;
     Inbox inbox_;
     std::unique_ptr<Transport> transport_;
-    std::string place_;
+    std::string endpoint_;
     std::uint64_t lost_at_flush_ = 0;
     std::mutex flush_lock_;
 
@@ -100,6 +100,8 @@ class Bus {
 
     // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
+    std::uint32_t handled_messages_ = 0;  // of the batch that is handled
+    bool handler_failed_ = false;         // in this poll
     std::uint64_t routes_registry_ = 0;
     std::uint64_t routes_handlers_ = 0;
     RecordRoom room_;

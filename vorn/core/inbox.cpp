@@ -13,14 +13,15 @@ Inbox::~Inbox() {
     if (descriptor_ >= 0) ::close(descriptor_);
 }
 
-bool Inbox::put(std::unique_ptr<Delivery> delivery) {
+bool Inbox::put(std::unique_ptr<Delivery>&& delivery) {
     bool was_empty = false;
     {
         const std::lock_guard locked(lock_);
         if (closed_) return false;
         was_empty = deliveries_.empty();
-        count_alone(come_, delivery->batches);
+        const std::uint32_t batches = delivery->batches;
         deliveries_.push_back(std::move(delivery));
+        count_alone(come_, batches);
         tell_descriptor();
     }
     if (was_empty) changed_.notify_one();

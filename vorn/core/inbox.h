@@ -44,8 +44,8 @@ class Inbox {
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
-    // False: closed, and nobody will handle the delivery.
-    bool put(std::unique_ptr<Delivery> delivery);
+    // False: closed, and nobody will handle the delivery. Where it throws, the delivery stays the caller's.
+    bool put(std::unique_ptr<Delivery>&& delivery);
 
     // The delivery that is next, which stays; null when the time is over, or interrupted.
     Delivery* front(Deadline deadline);

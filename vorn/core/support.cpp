@@ -5,21 +5,23 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <system_error>
 #include <utility>
 
 namespace vorn {
 
-const char* chosen_url(const char* url) {
+const char* url_or_default(const char* url) {
     if (url != nullptr) return url;
     const char* const named =
         std::getenv("VORN_BUS_URL");  // NOLINT(concurrency-mt-unsafe): nobody here sets it
     return named != nullptr && *named != '\0' ? named : "loop:";
 }
 
-std::string usual_folder() {
+std::string default_folder() {
     // NOLINTBEGIN(concurrency-mt-unsafe): nobody here sets the environment
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
     if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/vorn";
@@ -35,6 +37,8 @@ std::string usual_folder() {
     return "/tmp/vorn-" + std::to_string(getuid());
 }
 
+std::string system_error_text() { return std::generic_category().message(errno); }
+
 std::uint64_t random_name() {
     std::random_device device;
     for (;;) {
@@ -46,33 +50,31 @@ std::uint64_t random_name() {
 Log::Log(vorn_bus_log write, void* context, std::string prefix)
     : write_(write), context_(context), prefix_(std::move(prefix)), second_(Clock::now()) {}
 
-void Log::line(const std::string& text) const {
-    const std::string whole = prefix_ + text;
-    if (write_ != nullptr) {
-        write_(whole.c_str(), context_);
-    } else {
-        static_cast<void>(std::fprintf(stderr, "%s\n", whole.c_str()));
+void Log::write_text(const char* text) const noexcept {
+    try {
+        if (write_ != nullptr) {
+            write_(text, context_);
+        } else {
+            static_cast<void>(std::fprintf(stderr, "%s\n", text));
+        }
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the host's function owes its line to nobody here
     }
 }
 
-void Log::line_about_outside(const std::string& text) {
-    std::uint64_t left_out = 0;
-    {
-        const std::lock_guard locked(lock_);
-        const auto now = Clock::now();
-        if (now - second_ >= std::chrono::seconds(1)) {
-            second_ = now;
-            in_second_ = 0;
-            left_out = std::exchange(left_out_, 0);
-        }
-        if (in_second_ == kLinesASecond) {
-            ++left_out_;
-            return;
-        }
-        ++in_second_;
+bool Log::may_write_about_outside(std::uint64_t& left_out) noexcept {
+    const std::lock_guard locked(lock_);
+    const auto now = Clock::now();
+    if (now - second_ >= std::chrono::seconds(1)) {
+        second_ = now;
+        in_second_ = 0;
+        left_out = std::exchange(left_out_, 0);
     }
-    if (left_out != 0) line(std::to_string(left_out) + " lines like those before were left out");
-    line(text);
+    if (in_second_ == kLinesASecond) {
+        ++left_out_;
+        return false;
+    }
+    ++in_second_;
+    return true;
 }
 
 }  // namespace vorn

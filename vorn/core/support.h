@@ -5,7 +5,10 @@
 
 #include <signal.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 #include "vorn/vorn_bus.h"
@@ -49,20 +53,25 @@ class SendTimeout {
     std::optional<Deadline> end_;
 };
 
-// The URL that stands for null.
-const char* chosen_url(const char* url);
+// `url`, or the default for null.
+const char* url_or_default(const char* url);
 
-// $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home: the folder of ipc:// and of what nats:// remembers.
-std::string usual_folder();
+// $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home: the folder of ipc:// and of nats' journals.
+std::string default_folder();
 
-// While it lives, this thread and those that it starts are interrupted by no signal: they are the host's, for
-// its own threads.
+// Why the system refused, by errno.
+std::string system_error_text();
+
+// While it lives, signals do not interrupt this thread and those that it starts: the host's threads take
+// them. Those of faults stay: blocked, they would end the process without the host's handler.
 class BlockedSignals {
   public:
     BlockedSignals() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+            sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_BLOCK, &blocked, &before_);
     }
     ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
     BlockedSignals(const BlockedSignals&) = delete;
@@ -71,6 +80,9 @@ class BlockedSignals {
   private:
     sigset_t before_;
 };
+
+// How long a thread of the bus waits after a fault, for lack of memory as a rule, before it tries again.
+inline constexpr auto kAfterFault = std::chrono::milliseconds(10);
 
 template <class Run>
 std::thread start_thread(Run&& run) {
@@ -81,17 +93,46 @@ std::thread start_thread(Run&& run) {
 // A random number that is not 0: names of incarnations and sessions.
 std::uint64_t random_name();
 
-// Lines to the host. What comes from outside could fill any log: of such lines only some appear in a second,
-// and the number of those left out.
+// Lines to the host, of texts and numbers. A line about what came from outside is one of at most ten a
+// second: peers could fill any log. The number of those left out is logged.
 class Log {
   public:
     Log(vorn_bus_log write, void* context, std::string prefix);
 
-    void line(const std::string& text) const;
-    void line_about_outside(const std::string& text);
+    // Where memory is lacking, a line without its contents is written; throws of the host's function end
+    // here.
+    template <class... Parts>
+    void line(const Parts&... parts) const noexcept {
+        try {
+            std::string text = prefix_;
+            (append(text, parts), ...);
+            write_text(text.c_str());
+        } catch (...) {
+            write_text("vorn: a log line was left out for lack of memory");
+        }
+    }
+
+    template <class... Parts>
+    void line_about_outside(const Parts&... parts) noexcept {
+        std::uint64_t left_out = 0;
+        if (!may_write_about_outside(left_out)) return;
+        if (left_out != 0) line(left_out, " more such lines were left out");
+        line(parts...);
+    }
 
   private:
     static constexpr int kLinesASecond = 10;
+
+    template <class Part>
+    static void append(std::string& text, const Part& part) {
+        if constexpr (std::is_arithmetic_v<Part>) {
+            text += std::to_string(part);
+        } else {
+            text += part;
+        }
+    }
+    void write_text(const char* text) const noexcept;
+    bool may_write_about_outside(std::uint64_t& left_out) noexcept;
 
     vorn_bus_log write_;
     void* context_;
@@ -126,9 +167,24 @@ inline void count_alone(std::atomic<std::uint64_t>& counter, std::uint64_t by = 
     counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
 }
 
-// The interface's counters are numbers and nothing else, so that they can travel.
-inline constexpr std::size_t kCounterNumbers = sizeof(vorn_bus_counters) / sizeof(std::uint64_t);
-static_assert(sizeof(vorn_bus_counters) == kCounterNumbers * sizeof(std::uint64_t));
+// The counters as they travel: what follows the struct's size, numbers only.
+inline constexpr std::size_t kCounterNumbers = sizeof(vorn_bus_counters) / sizeof(std::uint64_t) - 1;
+using CounterNumbers = std::array<std::uint64_t, kCounterNumbers>;
+static_assert(sizeof(vorn_bus_counters) == sizeof(std::uint64_t) + sizeof(CounterNumbers));
+
+inline CounterNumbers to_numbers(const vorn_bus_counters& counters) {
+    const auto all = std::bit_cast<std::array<std::uint64_t, 1 + kCounterNumbers>>(counters);
+    CounterNumbers numbers;
+    std::copy(all.begin() + 1, all.end(), numbers.begin());
+    return numbers;
+}
+inline vorn_bus_counters from_numbers(const CounterNumbers& numbers) {
+    std::array<std::uint64_t, 1 + kCounterNumbers> all = {};
+    std::copy(numbers.begin(), numbers.end(), all.begin() + 1);
+    auto counters = std::bit_cast<vorn_bus_counters>(all);
+    counters.size = sizeof counters;
+    return counters;
+}
 
 }  // namespace vorn
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "vorn/core/inbox.h"
 #include "vorn/core/support.h"
@@ -53,11 +54,18 @@ class Transport {
 
     virtual std::uint64_t batches_on_their_way() = 0;
 
-    // Where the address is, for people.
-    virtual std::string place() const = 0;
+    // Where it takes batches, for people.
+    virtual std::string endpoint() const = 0;
 };
 
-// `rest` is the URL behind its scheme. Open makes the transport, ask does without; both say in the log what
+// An address that was found.
+struct Listed {
+    std::uint32_t address;
+    bool is_open;
+    std::string endpoint;
+};
+
+// `rest` is the URL after its scheme. Open makes the transport, ask does without; both say in the log what
 // is wrong.
 using MakeTransport = Result (*)(const std::string& rest, const Endpoint& endpoint,
                                  std::unique_ptr<Transport>& made);
@@ -66,33 +74,44 @@ using AskCounters = Result (*)(const std::string& rest, std::uint32_t address, D
 using MakeWatcher = Result (*)(const std::string& rest, const WatchEndpoint& endpoint,
                                std::unique_ptr<Watcher>& made);
 
+using ListAddresses = Result (*)(const std::string& rest, Log& log, std::vector<Listed>& found);
+
 struct Scheme {
     const char* prefix;  // of the URL
-    MakeTransport make;  // null: not built
+    MakeTransport make;  // null, like the others: not built
     AskCounters ask;
     MakeWatcher watch;
+    ListAddresses list;
 };
 
-// The scheme of a URL; null: none of ours.
+// The scheme of a URL; null: none of this bus.
 const Scheme* find_scheme(const std::string& url);
+
+// The URL with *** for what stands before an '@': a user's name, a password, a token.
+std::string display_url(const std::string& url);
 
 Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_loop(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                 vorn_bus_counters& counters);
 Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result list_loop(const std::string& rest, Log& log, std::vector<Listed>& found);
 Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters);
 Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found);
 Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters);
 Result watch_tcp(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result list_tcp(const std::string& rest, Log& log, std::vector<Listed>& found);
 Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                 vorn_bus_counters& counters);
 Result watch_nats(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+Result list_nats(const std::string& rest, Log& log, std::vector<Listed>& found);
+Result list_nats_tls(const std::string& rest, Log& log, std::vector<Listed>& found);
 Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                     vorn_bus_counters& counters);
 Result watch_nats_tls(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);

@@ -9,7 +9,7 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint32_t kUsualQueueBytes = 16U << 20;
+constexpr std::uint32_t kDefaultQueueBytes = 16U << 20;
 
 }  // namespace
 
@@ -33,8 +33,8 @@ void CopyQueue::put(std::unique_ptr<Copies> copies) {
             return;
         }
         was_empty = copies_.empty();
-        bytes_ += bytes;
         copies_.push_back(std::move(copies));
+        bytes_ += bytes;
     }
     if (was_empty) changed_.notify_one();
 }
@@ -51,13 +51,13 @@ std::unique_ptr<Copies> CopyQueue::take(Deadline deadline) {
 
 Result BusWatch::open(const vorn_bus_watch_options& options, std::unique_ptr<BusWatch>& watch) {
     if (options.address_count != 0 && options.addresses == nullptr) return VORN_BUS_BAD_ARGUMENT;
-    const std::string url = chosen_url(options.url);
+    const std::string url = url_or_default(options.url);
     const Scheme* const scheme = find_scheme(url);
     if (scheme == nullptr) return VORN_BUS_BAD_URL;
     if (scheme->watch == nullptr) return VORN_BUS_NO_TRANSPORT;
     std::unique_ptr<BusWatch> made(new BusWatch(options));
     WatchEndpoint endpoint = {{},
-                              options.queue_bytes == 0 ? kUsualQueueBytes : options.queue_bytes,
+                              options.queue_bytes == 0 ? kDefaultQueueBytes : options.queue_bytes,
                               made->queue_,
                               made->counters_,
                               made->log_};
@@ -72,13 +72,14 @@ Result BusWatch::open(const vorn_bus_watch_options& options, std::unique_ptr<Bus
 
 BusWatch::BusWatch(const vorn_bus_watch_options& options)
     : log_(options.log, options.log_context, "vorn watch: "),
-      queue_(options.queue_bytes == 0 ? kUsualQueueBytes : options.queue_bytes, counters_) {}
+      queue_(options.queue_bytes == 0 ? kDefaultQueueBytes : options.queue_bytes, counters_) {}
 
 Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_batches, vorn_bus_watch_handler handler,
                       void* context, std::uint32_t& handled) {
     handled = 0;
+    bool failed = false;
     Deadline deadline = in_milliseconds(timeout_ms);
-    while (max_batches == 0 || handled < max_batches) {
+    while ((max_batches == 0 || handled < max_batches) && !failed) {
         if (begun_ == nullptr) begun_ = queue_.take(deadline);
         if (begun_ == nullptr) break;
         deadline = Deadline();  // only the first is waited for
@@ -98,7 +99,11 @@ Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_batches, vorn_b
                 header.destination,  position++,
                 header.count,        static_cast<std::uint32_t>(message.bytes.size()),
                 message.bytes.data()};
-            handler(&seen, context);
+            try {
+                handler(&seen, context);
+            } catch (...) {
+                failed = true;
+            }
         });
         count(counters_.batches);
         count(counters_.messages, header.count);
@@ -107,7 +112,7 @@ Result BusWatch::poll(std::int32_t timeout_ms, std::uint32_t max_batches, vorn_b
         copies.bytes = copies.bytes.subspan(header.bytes);
         if (copies.bytes.empty()) begun_.reset();
     }
-    return VORN_BUS_OK;
+    return failed ? VORN_BUS_HANDLER_FAILED : VORN_BUS_OK;
 }
 
 void BusWatch::read_counters(vorn_bus_watch_counters& counters) const {

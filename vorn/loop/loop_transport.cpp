@@ -6,6 +6,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +33,8 @@ struct Hub {
         return *hub;
     }
 };
+
+std::string endpoint_text(const std::string& name) { return "loop:" + name + ", within this process"; }
 
 class LoopDelivery final : public Delivery {
   public:
@@ -86,13 +90,15 @@ class LoopWatcher final : public Watcher {
     }
 
     // Under the hub's lock. What has no room is not even copied.
-    void see(const std::string& name, std::uint32_t destination, Bytes batch) const {
+    void see(const std::string& name, std::uint32_t destination, Bytes batch) const noexcept {
         if (name != name_ || !watches(destination)) return;
-        if (own_.queue.has_room_for(batch.size())) {
-            own_.queue.put(std::make_unique<LoopCopies>(batch));
-        } else {
-            count(own_.counters.lost_batches);
+        try {
+            if (own_.queue.has_room_for(batch.size())) {
+                return own_.queue.put(std::make_unique<LoopCopies>(batch));
+            }
+        } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the copy is lost
         }
+        count(own_.counters.lost_batches);
     }
 
   private:
@@ -107,7 +113,7 @@ class LoopWatcher final : public Watcher {
 
 class LoopTransport final : public Transport {
   public:
-    LoopTransport(std::string name, const Endpoint& endpoint) : name_(std::move(name)), endpoint_(endpoint) {}
+    LoopTransport(std::string name, const Endpoint& own) : name_(std::move(name)), own_(own) {}
     ~LoopTransport() override {
         for (const auto& [destination, window] : windows_) window->forget_counters();
     }
@@ -115,8 +121,7 @@ class LoopTransport final : public Transport {
     Result open() override {
         Hub& hub = Hub::instance();
         const std::lock_guard locked(hub.lock);
-        if (!hub.open.emplace(std::pair(name_, endpoint_.address), this).second)
-            return VORN_BUS_ADDRESS_TAKEN;
+        if (!hub.open.emplace(std::pair(name_, own_.address), this).second) return VORN_BUS_ADDRESS_TAKEN;
         hub.opened.notify_all();
         return VORN_BUS_OK;
     }
@@ -124,7 +129,7 @@ class LoopTransport final : public Transport {
     void stop_receiving() override {
         Hub& hub = Hub::instance();
         const std::lock_guard locked(hub.lock);
-        const auto found = hub.open.find({name_, endpoint_.address});
+        const auto found = hub.open.find({name_, own_.address});
         if (found != hub.open.end() && found->second == this) hub.open.erase(found);
     }
 
@@ -134,7 +139,7 @@ class LoopTransport final : public Transport {
         if (!peer_batches) return VORN_BUS_NO_PEER;
         std::shared_ptr<Window> window = window_to(destination);
         if (!window->take(batch.header.bytes, *peer_batches, timeout)) return VORN_BUS_FULL;
-        auto delivery = std::make_unique<LoopDelivery>(batch, window);
+        std::unique_ptr<Delivery> delivery = make_delivery(batch, std::move(window));
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto peer = hub.open.find({name_, destination});
@@ -142,61 +147,78 @@ class LoopTransport final : public Transport {
             delivery->finished();  // not lost: refused
             return VORN_BUS_NO_PEER;
         }
-        if (batch.header.bytes > peer->second->endpoint_.batch_bytes) {
+        if (batch.header.bytes > peer->second->own_.batch_bytes) {
             delivery->finished();
             return VORN_BUS_TOO_LARGE;
         }
         for (const LoopWatcher* const watcher : hub.watchers)
             watcher->see(name_, destination, delivery->bytes);
-        peer->second->endpoint_.inbox.put(std::move(delivery));  // under the lock, so that the peer stays
+        try {
+            peer->second->own_.inbox.put(std::move(delivery));  // under the lock, so that the peer stays
+        } catch (...) {
+            delivery->finished();
+            throw;
+        }
         return VORN_BUS_OK;
     }
 
     bool drain(Deadline deadline) override {
-        const auto all = windows();
-        return std::all_of(all.begin(), all.end(),
-                           [deadline](const auto& window) { return window->wait_until_empty(deadline); });
+        for (auto window = next_window(std::nullopt); window.second != nullptr;
+             window = next_window(window.first)) {
+            if (!window.second->wait_until_empty(deadline)) return false;
+        }
+        return true;
     }
 
     std::uint64_t batches_on_their_way() override {
+        const std::lock_guard locked(lock_);
         std::uint64_t batches = 0;
-        for (const auto& window : windows()) batches += window->batches();
+        for (const auto& [destination, window] : windows_) batches += window->batches();
         return batches;
     }
 
-    std::string place() const override { return "loop:" + name_ + ", within this process"; }
+    std::string endpoint() const override { return endpoint_text(name_); }
 
-    const Endpoint& endpoint() const { return endpoint_; }
+    const Endpoint& own() const { return own_; }
 
   private:
+    static std::unique_ptr<Delivery> make_delivery(const Outgoing& batch, std::shared_ptr<Window> window) {
+        try {
+            return std::make_unique<LoopDelivery>(batch, window);
+        } catch (...) {
+            window->give_back(batch.header.bytes, false);
+            throw;
+        }
+    }
+
     // What its queue takes; none: nobody came.
     std::optional<std::uint32_t> wait_for_peer(std::uint32_t destination, SendTimeout& timeout) const {
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto there = [&] { return hub.open.contains({name_, destination}); };
         if (!there() && !hub.opened.wait_until(locked, timeout.end(), there)) return std::nullopt;
-        return hub.open.at({name_, destination})->endpoint_.queue_batches;
+        return hub.open.at({name_, destination})->own_.queue_batches;
     }
 
     std::shared_ptr<Window> window_to(std::uint32_t destination) {
         const std::lock_guard locked(lock_);
         auto& window = windows_[destination];
         if (window == nullptr) {
-            window =
-                std::make_shared<Window>(endpoint_.queue_batches, endpoint_.queue_bytes, endpoint_.counters);
+            window = std::make_shared<Window>(own_.queue_batches, own_.queue_bytes, own_.counters);
         }
         return window;
     }
 
-    std::vector<std::shared_ptr<Window>> windows() {
+    // The window of the smallest destination above `last`, or of all; null: there is none.
+    std::pair<std::uint32_t, std::shared_ptr<Window>> next_window(std::optional<std::uint32_t> last) {
         const std::lock_guard locked(lock_);
-        std::vector<std::shared_ptr<Window>> all;
-        for (const auto& [destination, window] : windows_) all.push_back(window);
-        return all;
+        const auto next = last ? windows_.upper_bound(*last) : windows_.begin();
+        if (next == windows_.end()) return {};
+        return *next;
     }
 
     std::string name_;
-    Endpoint endpoint_;
+    Endpoint own_;
     std::mutex lock_;
     std::map<std::uint32_t, std::shared_ptr<Window>> windows_;
 };
@@ -214,8 +236,17 @@ Result ask_loop(const std::string& rest, std::uint32_t address, Deadline /*deadl
     const std::lock_guard locked(hub.lock);
     const auto found = hub.open.find({rest, address});
     if (found == hub.open.end()) return VORN_BUS_NO_PEER;
-    const Endpoint& endpoint = found->second->endpoint();
-    endpoint.read_counters(endpoint.bus, counters);
+    const Endpoint& own = found->second->own();
+    own.read_counters(own.bus, counters);
+    return VORN_BUS_OK;
+}
+
+Result list_loop(const std::string& rest, Log& /*log*/, std::vector<Listed>& found) {
+    Hub& hub = Hub::instance();
+    const std::lock_guard locked(hub.lock);
+    for (const auto& [key, transport] : hub.open) {
+        if (key.first == rest) found.push_back({key.second, true, endpoint_text(rest)});
+    }
     return VORN_BUS_OK;
 }
 

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "vorn/core/transport.h"
+
 namespace vorn {
 namespace {
 
@@ -142,13 +144,10 @@ NatsConnection connect(const NatsUrl& url, Log& log, Adjust&& adjust) {
     if (status == NATS_OK) status = set_up(made, url);
     if (status == NATS_OK) status = adjust(made);
     natsConnection* connection = nullptr;
+    const BlockedSignals blocked;  // in the threads that the client starts
     if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
     if (status == NATS_OK) return NatsConnection(connection);
-    // The servers without their passwords.
-    const std::string& first = url.servers.front();
-    const std::size_t at = first.rfind('@');
-    log.line("no connection to " + (at == std::string::npos ? first : first.substr(at + 1)) + ": " +
-             natsStatus_GetText(status));
+    log.line("no connection to ", display_url(url.servers.front()), ": ", natsStatus_GetText(status));
     return nullptr;
 }
 
@@ -174,10 +173,11 @@ bool NatsClient::open(const NatsUrl& url) {
 
 natsSubscription* NatsClient::subscribe(const std::string& subject, natsMsgHandler handler, void* context) {
     natsSubscription* made = nullptr;
+    const BlockedSignals blocked;
     const natsStatus status =
         natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), handler, context);
     if (status != NATS_OK) {
-        log_.line("subscription to " + subject + ": " + natsStatus_GetText(status));
+        log_.line("subscription to ", subject, ": ", natsStatus_GetText(status));
         return nullptr;
     }
     subscriptions_.emplace_back(made);

@@ -39,7 +39,7 @@ struct NatsUrl {
     std::vector<std::string> servers;
     std::string prefix = "vorn";  // of all names on the server
     int replicas = 1;             // of each stream
-    std::string state;            // folder of the journals; empty: the usual one
+    std::string state;            // folder of the journals; empty: the default one
 
     std::string stream(std::uint32_t address) const { return prefix + "-" + std::to_string(address); }
     std::string batches(std::uint32_t address) const {
@@ -48,6 +48,9 @@ struct NatsUrl {
     std::string all_batches() const { return prefix + ".batches.*"; }
     std::string deliveries(std::uint32_t address) const {
         return prefix + ".deliveries." + std::to_string(address);
+    }
+    std::string endpoint_text(std::uint32_t address) const {
+        return "stream " + stream(address) + ", subject " + batches(address);
     }
     std::string questions(std::uint32_t address) const { return prefix + ".ask." + std::to_string(address); }
 };
@@ -61,7 +64,7 @@ struct Limits {
 std::string limits_text(const Limits& limits);
 std::optional<Limits> read_limits(const char* text);
 
-// `rest` is the URL behind its scheme; none: it is none.
+// `rest` is the URL after its scheme; none: it is not valid.
 std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls);
 
 // What a host may give beside the URL, in its environment.

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 namespace vorn {
@@ -34,7 +35,7 @@ void Journal::open(const std::string& file) {
     if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder.string());
     file_ = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file_ < 0 || flock(file_, LOCK_EX | LOCK_NB) != 0) fail(file);
-    // With all its room on the disk: what is written through memory cannot be refused any more.
+    // With all its bytes on the disk: what is written through memory cannot be refused any more.
     if (ftruncate(file_, sizeof(Contents)) != 0) fail(file);
     if (const int fault = posix_fallocate(file_, 0, sizeof(Contents)); fault != 0) {
         errno = fault;
@@ -58,10 +59,10 @@ void Journal::begin(std::int64_t stream_created) {
 }
 
 void Journal::find_sessions() {
-    places_.clear();
+    entries_.clear();
     for (std::size_t at = 0; at < kSessions; ++at) {
         const std::uint64_t name = contents_->sessions[at].name;
-        if (name != 0) places_[name] = at;
+        if (name != 0) entries_[name] = at;
     }
 }
 
@@ -72,34 +73,38 @@ void Journal::finish(std::uint64_t number) { contents_->finished = number; }
 
 std::vector<Journal::Session> Journal::sessions() const {
     std::vector<Session> all;
-    for (const auto& [name, at] : places_) {
+    for (const auto& [name, at] : entries_) {
         all.push_back({name, contents_->sessions[at].last, contents_->sessions[at].number});
     }
     return all;
 }
 
 void Journal::remember(const Session& session) {
-    const auto found = places_.find(session.name);
-    const std::size_t at = found != places_.end() ? found->second : place_for(session.name);
+    const auto found = entries_.find(session.name);
+    const std::size_t at = found != entries_.end() ? found->second : entry_for(session.name);
     volatile Session& kept = contents_->sessions[at];
     kept.last = session.last;
     kept.number = session.number;
     kept.name = session.name;  // last: a kill between leaves no name without its numbers
 }
 
-// A free place, or that of the session that was silent longest.
-std::size_t Journal::place_for(std::uint64_t session) {
+// A free entry, or that of the session that was silent longest.
+std::size_t Journal::entry_for(std::uint64_t session) {
     std::size_t best = 0;
     for (std::size_t at = 0; at < kSessions; ++at) {
+        if (contents_->sessions[at].name == session) return at;
         if (contents_->sessions[at].name == 0) {
             best = at;
             break;
         }
         if (contents_->sessions[at].number < contents_->sessions[best].number) best = at;
     }
-    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) places_.erase(old);
+    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) entries_.erase(old);
     contents_->sessions[best].name = 0;
-    places_[session] = best;
+    try {
+        entries_[session] = best;
+    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): it is found by its name, more slowly
+    }
     return best;
 }
 

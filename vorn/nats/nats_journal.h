@@ -52,10 +52,10 @@ class Journal {
     };
 
     void find_sessions();
-    std::size_t place_for(std::uint64_t session);
+    std::size_t entry_for(std::uint64_t session);
 
     volatile Contents* contents_ = nullptr;
-    std::unordered_map<std::uint64_t, std::size_t> places_;  // of sessions
+    std::unordered_map<std::uint64_t, std::size_t> entries_;  // of sessions
     int file_ = -1;
 };
 

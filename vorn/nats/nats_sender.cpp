@@ -45,9 +45,10 @@ Result NatsSender::send(const Outgoing& batch, SendTimeout& timeout) {
     write_packet(packet.data(), Data{session.name, ++session.sent, 1, 0});
     write_batch(packet.data() + Data::kBytes, batch.header, batch.descriptors);
     const Result result = publish(url_.batches(destination), packet, timeout.end());
-    {
+    try {
         const std::lock_guard locked(queue.lock);
         queue.idle.push_back(session);
+    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the next batch begins another session
     }
     if (result == VORN_BUS_OUTCOME_UNKNOWN) count(own_.counters.lost_batches);
     return result;
@@ -103,7 +104,7 @@ Result NatsSender::look_for_room(Queue& queue, const BatchHeader& batch, Deadlin
     if (status != NATS_OK) return VORN_BUS_NO_PEER;
     const auto limits = read_limits(info->Config->Description);
     if (!limits) {
-        own_.log.line_about_outside("stream " + url_.stream(batch.destination) + " is none of this bus");
+        own_.log.line_about_outside("stream ", url_.stream(batch.destination), " is none of this bus");
         return VORN_BUS_NO_PEER;
     }
     if (batch.bytes > limits->batch_bytes) return VORN_BUS_TOO_LARGE;

@@ -3,6 +3,7 @@
 // the streams.
 #include <atomic>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -74,7 +75,7 @@ class NatsWatcher final : public Watcher {
         }
         // The server knows of the subscriptions when this returns.
         if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
-            own_.log.line(std::string("the server does not answer: ") + natsStatus_GetText(status));
+            own_.log.line("the server does not answer: ", natsStatus_GetText(status));
             return VORN_BUS_SYSTEM_ERROR;
         }
         return VORN_BUS_OK;
@@ -87,7 +88,12 @@ class NatsWatcher final : public Watcher {
 
     static void on_message(natsConnection* /*connection*/, natsSubscription* /*subscription*/,
                            natsMsg* message, void* self) {
-        of(self).take(NatsMessage(message));
+        NatsMessage taken(message);
+        try {
+            of(self).take(std::move(taken));
+        } catch (const std::exception&) {  // for lack of memory
+            count(of(self).own_.counters.lost_batches);
+        }
     }
     void take(NatsMessage message) {
         const auto data = read_data(NatsCopies::bytes_of(message));

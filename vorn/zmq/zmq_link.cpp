@@ -128,7 +128,7 @@ Clock::time_point Link::serve() {
     receive();
     const auto now = Clock::now();
     if (serving_ && now - heard_ > kSilence) {
-        own_.log.line("address " + std::to_string(destination_) + " is silent");
+        own_.log.line("address ", destination_, " is silent");
         set_up(false);
     }
     if (!serving_) {
@@ -172,7 +172,7 @@ void Link::receive(Bytes packet) {
         socket_.connect(place_);
     } else {
         count(own_.counters.damaged);
-        own_.log.line_about_outside("a damaged answer from address " + std::to_string(destination_));
+        own_.log.line_about_outside("a damaged answer from address ", destination_);
     }
 }
 
@@ -220,7 +220,7 @@ void Link::drop_larger_than(std::uint32_t batch_bytes) {
     }
     if (lost == 0) return;
     count(own_.counters.lost_batches, lost);
-    own_.log.line(std::to_string(lost) + " batches to address " + std::to_string(destination_) +
+    own_.log.line(lost, " batches to address ", destination_,
                   " are lost: its new receiver takes none of their size");
     give_back(lost, lost_bytes);
 }
@@ -248,7 +248,7 @@ void Link::end_session(std::uint64_t received) {
     }
     if (lost != 0) {
         count(own_.counters.lost_batches, lost);
-        own_.log.line(std::to_string(lost) + " batches to address " + std::to_string(destination_) +
+        own_.log.line(lost, " batches to address ", destination_,
                       " are lost: their receiver ended before it said that it had handled them");
     }
     set_up(false);

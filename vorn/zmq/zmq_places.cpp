@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,16 +12,17 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "vorn/core/transport.h"
+
 namespace vorn {
 namespace {
-
-std::string why() { return std::generic_category().message(errno); }
 
 // Addresses are files of a folder that only this user can enter. A socket's file says nothing of who listens,
 // and binding replaces it: the address belongs to whoever holds the lock beside it, which ends with its
@@ -39,9 +41,8 @@ class IpcPlaces final : public Places {
     }
 
     bool can_list() const override { return true; }
-    std::vector<std::uint32_t> list() const override {
+    std::vector<std::uint32_t> list(std::error_code& error) const override {
         std::vector<std::uint32_t> addresses;
-        std::error_code error;
         for (std::filesystem::directory_iterator entry(folder_, error), end; !error && entry != end;
              entry.increment(error)) {
             const std::string name = entry->path().filename().string();
@@ -63,7 +64,7 @@ class IpcPlaces final : public Places {
         if (stat(folder_.c_str(), &status) != 0) return trouble(log, folder_);
         if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
             (status.st_uid != geteuid() && status.st_uid != 0)) {
-            log.line(folder_ + ": others may write there; a bus keeps its sockets in a folder of its own");
+            log.line(folder_, ": others may write there; a bus keeps its sockets in a folder of its own");
             return VORN_BUS_SYSTEM_ERROR;
         }
         const std::string path = file(address, ".lock");
@@ -90,13 +91,28 @@ class IpcPlaces final : public Places {
         return folder_ + "/" + std::to_string(address) + suffix;
     }
     static Result trouble(Log& log, const std::string& path) {
-        log.line(path + ": " + why());
+        log.line(path, ": ", system_error_text());
         return VORN_BUS_SYSTEM_ERROR;
     }
 
     std::string folder_;
     int lock_ = -1;
 };
+
+// Whether a process has the socket of an endpoint open: the file of one that was killed stays.
+bool is_listened_to(const std::string& endpoint) {
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    const std::string path = endpoint.substr(std::min(endpoint.size(), std::string_view("ipc://").size()));
+    if (path.empty() || path.size() >= sizeof name.sun_path) return false;
+    std::memcpy(name.sun_path, path.c_str(), path.size() + 1);
+    const int tried = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (tried < 0) return false;
+    const bool taken =
+        connect(tried, reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0 || errno == EAGAIN;
+    ::close(tried);
+    return taken;
+}
 
 struct HostPort {
     std::string host;  // an IPv6 address in brackets
@@ -170,12 +186,29 @@ class TcpPlaces final : public Places {
 }  // namespace
 
 std::unique_ptr<Places> ipc_places(const std::string& rest) {
-    if (rest.empty()) return std::make_unique<IpcPlaces>(usual_folder());
+    if (rest.empty()) return std::make_unique<IpcPlaces>(default_folder());
     std::string folder = rest;
     while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
     return std::make_unique<IpcPlaces>(folder);
 }
 
 std::unique_ptr<Places> tcp_places(const std::string& rest) { return TcpPlaces::parse(rest); }
+
+Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found) {
+    const std::unique_ptr<Places> places = ipc_places(rest);
+    std::error_code error;
+    for (const std::uint32_t address : places->list(error)) {
+        const std::string endpoint = places->endpoint(address).value_or("");
+        found.push_back({address, is_listened_to(endpoint), endpoint});
+    }
+    if (!error) return VORN_BUS_OK;
+    log.line(rest.empty() ? default_folder() : rest, ": ", error.message());
+    return VORN_BUS_SYSTEM_ERROR;
+}
+
+Result list_tcp(const std::string& /*rest*/, Log& log, std::vector<Listed>& /*found*/) {
+    log.line("addresses of tcp cannot be listed: name those that you mean");
+    return VORN_BUS_BAD_URL;
+}
 
 }  // namespace vorn

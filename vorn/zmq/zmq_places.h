@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "vorn/core/support.h"
@@ -22,7 +23,7 @@ class Places {
 
     // The addresses whose sockets are there, in order; whether the URL can show them.
     virtual bool can_list() const { return false; }
-    virtual std::vector<std::uint32_t> list() const { return {}; }
+    virtual std::vector<std::uint32_t> list(std::error_code& /*error*/) const { return {}; }
 
     // Around binding to the own address: takes what makes it unique; restricts it to this user.
     virtual Result before_bind(std::uint32_t address, Log& log) = 0;

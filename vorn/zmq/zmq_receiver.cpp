@@ -150,22 +150,23 @@ void Receiver::receive(const std::string& route, zmq::message_t& message) {
 
 void Receiver::damaged(const char* what) {
     count(own_.counters.damaged);
-    own_.log.line_about_outside(std::string(what) + " arrived damaged, and was left out");
+    own_.log.line_about_outside(what, " arrived damaged, and was left out");
 }
 
 void Receiver::hello(const std::string& route, const Hello& packet) {
     if (packet.destination != own_.address) {
-        own_.log.line_about_outside("address " + std::to_string(packet.source) + " looks for address " +
-                                    std::to_string(packet.destination) + " here");
+        own_.log.line_about_outside("address ", packet.source, " looks for address ", packet.destination,
+                                    " here");
         return;
     }
     auto& session = by_incarnation_[packet.incarnation];
     if (session == nullptr) {
-        session = std::make_shared<Session>();
-        session->name = random_name();
-        session->incarnation = packet.incarnation;
-        session->source = packet.source;
-        sessions_[session->name] = session;
+        const auto made = std::make_shared<Session>();
+        made->name = random_name();
+        made->incarnation = packet.incarnation;
+        made->source = packet.source;
+        sessions_[made->name] = made;
+        session = made;
     }
     session->route = route;
     session->heard = Clock::now();
@@ -228,7 +229,7 @@ void Receiver::watch(const std::string& route, const Watch& packet) {
             return now - entry.second.heard > kWatcherSilence;
         });
         if (watchers_.size() == kMostWatchers) {
-            own_.log.line_about_outside("there are " + std::to_string(kMostWatchers) +
+            own_.log.line_about_outside("there are ", kMostWatchers,
                                         " watchers already; one more is not answered");
             return;
         }
@@ -304,8 +305,8 @@ bool Receiver::acknowledge() {
 void Receiver::ask(const std::string& route) {
     vorn_bus_counters counters = {};
     own_.read_counters(own_.bus, counters);
-    std::array<std::uint8_t, kCountersHeaderBytes + sizeof counters> bytes;
-    write_counters(bytes.data(), std::bit_cast<std::array<std::uint64_t, kCounterNumbers>>(counters));
+    std::array<std::uint8_t, kCountersHeaderBytes + sizeof(CounterNumbers)> bytes;
+    write_counters(bytes.data(), to_numbers(counters));
     answer(route, Bytes(bytes));
 }
 

@@ -4,10 +4,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -53,7 +54,7 @@ class ZmqTransport final : public Transport {
         } catch (const zmq::error_t& error) {
             places_->after_unbind(own_.address);
             if (error.num() == EADDRINUSE) return VORN_BUS_ADDRESS_TAKEN;
-            own_.log.line(*place + ": " + error.what());
+            own_.log.line(*place, ": ", error.what());
             return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_SYSTEM_ERROR;
         }
         places_->after_bind(own_.address);
@@ -74,18 +75,20 @@ class ZmqTransport final : public Transport {
     }
 
     bool drain(Deadline deadline) override {
-        const auto all = links();
-        return std::all_of(all.begin(), all.end(),
-                           [deadline](Link* link) { return link->wait_until_empty(deadline); });
+        for (auto link = next_link(std::nullopt); link.second != nullptr; link = next_link(link.first)) {
+            if (!link.second->wait_until_empty(deadline)) return false;
+        }
+        return true;
     }
 
     std::uint64_t batches_on_their_way() override {
+        const std::lock_guard locked(links_lock_);
         std::uint64_t batches = 0;
-        for (Link* const link : links()) batches += link->batches();
+        for (const auto& [destination, link] : links_) batches += link->batches();
         return batches;
     }
 
-    std::string place() const override { return places_->endpoint(own_.address).value_or(""); }
+    std::string endpoint() const override { return places_->endpoint(own_.address).value_or(""); }
 
   private:
     // Links are never removed while the bus is open, so that pointers to them stay good.
@@ -108,36 +111,47 @@ class ZmqTransport final : public Transport {
         return all;
     }
 
+    // The link to the smallest destination above `last`, or of all; null: there is none.
+    std::pair<std::uint32_t, Link*> next_link(std::optional<std::uint32_t> last) {
+        const std::lock_guard locked(links_lock_);
+        const auto next = last ? links_.upper_bound(*last) : links_.begin();
+        if (next == links_.end()) return {};
+        return {next->first, next->second.get()};
+    }
+
     void serve() {
         std::vector<Link*> served;
         std::vector<zmq::pollitem_t> items;
         std::uint64_t version = UINT64_MAX;
-        while (!ends_) {
-            if (version != links_version_) {
-                version = links_version_;
-                served = links();
-            }
-            if (receiver_closes_) receiver_.say_goodbye();
-            if (receiver_closes_ && receiver_.may_close()) {
-                receiver_.close();
-                places_->after_unbind(own_.address);
-                receiver_closes_ = false;
-                receiver_closes_.notify_all();
-            }
-            bool busy = receiver_.receive();
-            busy |= receiver_.acknowledge();
-            auto wake = Clock::now() + (receiver_closes_ ? kClosingSleep : kLongestSleep);
-            for (Link* const link : served) wake = std::min(wake, link->serve());
-            if (busy || !notifier_.may_sleep()) continue;
+        while (!ends_) try {
+                if (version != links_version_) {
+                    version = links_version_;
+                    served = links();
+                }
+                if (receiver_closes_) receiver_.say_goodbye();
+                if (receiver_closes_ && receiver_.may_close()) {
+                    receiver_.close();
+                    places_->after_unbind(own_.address);
+                    receiver_closes_ = false;
+                    receiver_closes_.notify_all();
+                }
+                bool busy = receiver_.receive();
+                busy |= receiver_.acknowledge();
+                auto wake = Clock::now() + (receiver_closes_ ? kClosingSleep : kLongestSleep);
+                for (Link* const link : served) wake = std::min(wake, link->serve());
+                if (busy || !notifier_.may_sleep()) continue;
 
-            items.clear();
-            items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
-            if (receiver_.is_open()) items.push_back({receiver_.socket().handle(), 0, ZMQ_POLLIN, 0});
-            for (Link* const link : served) items.push_back({link->socket().handle(), 0, ZMQ_POLLIN, 0});
-            const auto sleep = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now());
-            zmq::poll(items, std::max(sleep, std::chrono::milliseconds(0)));
-            notifier_.woken();
-        }
+                items.clear();
+                items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
+                if (receiver_.is_open()) items.push_back({receiver_.socket().handle(), 0, ZMQ_POLLIN, 0});
+                for (Link* const link : served) items.push_back({link->socket().handle(), 0, ZMQ_POLLIN, 0});
+                const auto sleep = std::chrono::ceil<std::chrono::milliseconds>(wake - Clock::now());
+                zmq::poll(items, std::max(sleep, std::chrono::milliseconds(0)));
+                notifier_.woken();
+            } catch (const std::exception& fault) {
+                own_.log.line_about_outside("the bus's thread tries again: ", fault.what());
+                std::this_thread::sleep_for(kAfterFault);
+            }
     }
 
     std::unique_ptr<Places> places_;
@@ -183,13 +197,13 @@ Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadlin
         zmq::message_t reply;
         const BlockedSignals blocked;  // one of them would end the wait
         if (!socket.recv(reply)) return VORN_BUS_NO_PEER;
-        std::array<std::uint64_t, kCounterNumbers> values = {};
+        CounterNumbers values = {};
         if (!read_counters(Bytes(reply.data<std::uint8_t>(), reply.size()), values))
             return VORN_BUS_SYSTEM_ERROR;
-        counters = std::bit_cast<vorn_bus_counters>(values);
+        counters = from_numbers(values);
         return VORN_BUS_OK;
     } catch (const zmq::error_t& error) {
-        log.line(*place + ": " + error.what());
+        log.line(*place, ": ", error.what());
         return VORN_BUS_BAD_URL;
     }
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -200,7 +201,7 @@ class ZmqWatcher final : public Watcher {
                 watched = std::make_unique<Watched>(context_, *place, own_);
                 return true;
             } catch (const zmq::error_t& error) {
-                own_.log.line_about_outside(*place + ": " + error.what());
+                own_.log.line_about_outside(*place, ": ", error.what());
             }
         watched_.erase(address);
         return false;
@@ -208,7 +209,8 @@ class ZmqWatcher final : public Watcher {
 
     // Sockets that are new in the folder; and not those any more whose file is gone, once they are silent.
     void rescan(Clock::time_point now) {
-        const std::vector<std::uint32_t> there = places_->list();
+        std::error_code error;  // a folder that is not there yet is empty
+        const std::vector<std::uint32_t> there = places_->list(error);
         for (const std::uint32_t address : there) add(address);
         std::erase_if(watched_, [&](const auto& entry) {
             return !std::binary_search(there.begin(), there.end(), entry.first) &&
@@ -219,27 +221,30 @@ class ZmqWatcher final : public Watcher {
     void serve() {
         std::vector<zmq::pollitem_t> items;
         Clock::time_point next_scan;
-        while (!ends_) {
-            const auto now = Clock::now();
-            if (own_.addresses.empty() && now >= next_scan) {
-                rescan(now);
-                next_scan = now + kRescan;
+        while (!ends_) try {
+                const auto now = Clock::now();
+                if (own_.addresses.empty() && now >= next_scan) {
+                    rescan(now);
+                    next_scan = now + kRescan;
+                }
+                bool busy = false;
+                std::uint64_t present = 0;
+                for (const auto& [address, watched] : watched_) {
+                    busy |= watched->serve(now);
+                    if (watched->is_present(now)) ++present;
+                }
+                receivers_.store(present, std::memory_order_relaxed);
+                if (busy || !notifier_.may_sleep()) continue;
+                items.clear();
+                items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
+                for (const auto& [address, watched] : watched_)
+                    items.push_back({watched->socket().handle(), 0, ZMQ_POLLIN, 0});
+                zmq::poll(items, kTurn);
+                notifier_.woken();
+            } catch (const std::exception& fault) {
+                own_.log.line_about_outside("the watching thread tries again: ", fault.what());
+                std::this_thread::sleep_for(kAfterFault);
             }
-            bool busy = false;
-            std::uint64_t present = 0;
-            for (const auto& [address, watched] : watched_) {
-                busy |= watched->serve(now);
-                if (watched->is_present(now)) ++present;
-            }
-            receivers_.store(present, std::memory_order_relaxed);
-            if (busy || !notifier_.may_sleep()) continue;
-            items.clear();
-            items.push_back({nullptr, notifier_.descriptor(), ZMQ_POLLIN, 0});
-            for (const auto& [address, watched] : watched_)
-                items.push_back({watched->socket().handle(), 0, ZMQ_POLLIN, 0});
-            zmq::poll(items, kTurn);
-            notifier_.woken();
-        }
         watched_.clear();  // in the thread that uses their sockets
     }
 

@@ -57,7 +57,7 @@ int main(void) {
     Nac_UclGroupIpArray message;
     Nac_UclGroupIpArray cut = {0, 0, NULL};
     const uint8_t nothing[3] = {0};
-    vorn_bus_options options = {0};
+    vorn_bus_options options = vorn_bus_options_init();
     vorn_bus* bus = NULL;
     int32_t result;
     message.f0 = 42;
