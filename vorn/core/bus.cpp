@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -110,7 +112,11 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
     if (!bytes || *bytes > options_.batch_bytes) return refuse(VORN_BUS_TOO_LARGE);
     const Outgoing batch = {{destination, options_.address, target, count_of, *bytes}, descriptors};
     SendTimeout timeout(options_.send_timeout_ms);
-    const Result result = transport_->send(batch, timeout);
+    Result result = VORN_BUS_NO_MEMORY;
+    try {
+        result = transport_->send(batch, timeout);
+    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): it is refused
+    }
     if (result != VORN_BUS_OK && result != VORN_BUS_OUTCOME_UNKNOWN) return refuse(result);
     count(counters_.sent_batches);
     count(counters_.sent_messages, count_of);
@@ -243,13 +249,16 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
 void Bus::renew_routes() {
     const std::lock_guard locked(handlers_lock_);
     // Versions first: what is registered meanwhile renews the routes once more.
-    routes_registry_ = Registry::instance().version();
-    routes_handlers_ = handlers_version_.load(std::memory_order_acquire);
-    routes_.clear();
+    const std::uint64_t registry = Registry::instance().version();
+    const std::uint64_t handlers = handlers_version_.load(std::memory_order_acquire);
+    std::unordered_map<std::uint32_t, Route> routes;
     for (const auto& [id, functions] : Registry::instance().copy()) {
         const auto own = handlers_.find(id);
-        routes_[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
+        routes[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
     }
+    routes_.swap(routes);
+    routes_registry_ = registry;
+    routes_handlers_ = handlers;
 }
 
 Result Bus::start() {

@@ -53,15 +53,23 @@ void Inbox::interrupt(bool on) {
 }
 
 void Inbox::close() {
-    std::deque<std::unique_ptr<Delivery>> left;
     {
         const std::lock_guard locked(lock_);
         closed_ = true;
-        left.swap(deliveries_);
+    }
+    changed_.notify_all();
+    // One by one, outside of the lock, and without memory for another list.
+    for (bool more = true; more;) {
+        std::unique_ptr<Delivery> left;
+        const std::lock_guard locked(lock_);
+        more = !deliveries_.empty();
+        if (more) {
+            left = std::move(deliveries_.front());
+            deliveries_.pop_front();
+        }
         gone_.store(come_.load(std::memory_order_relaxed), std::memory_order_relaxed);
         tell_descriptor();
     }
-    changed_.notify_all();
 }
 
 int Inbox::descriptor() {

@@ -144,7 +144,6 @@ NatsConnection connect(const NatsUrl& url, Log& log, Adjust&& adjust) {
     if (status == NATS_OK) status = set_up(made, url);
     if (status == NATS_OK) status = adjust(made);
     natsConnection* connection = nullptr;
-    const BlockedSignals blocked;  // in the threads that the client starts
     if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
     if (status == NATS_OK) return NatsConnection(connection);
     log.line("no connection to ", display_url(url.servers.front()), ": ", natsStatus_GetText(status));
@@ -173,7 +172,6 @@ bool NatsClient::open(const NatsUrl& url) {
 
 natsSubscription* NatsClient::subscribe(const std::string& subject, natsMsgHandler handler, void* context) {
     natsSubscription* made = nullptr;
-    const BlockedSignals blocked;
     const natsStatus status =
         natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), handler, context);
     if (status != NATS_OK) {

@@ -23,6 +23,7 @@ Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline de
            vorn_bus_counters& counters) {
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
+    const BlockedSignals blocked;  // in the threads that the client starts
     const NatsConnection connection = connect(*url, log);
     if (connection == nullptr) return VORN_BUS_SYSTEM_ERROR;
     std::array<std::uint8_t, kPreambleBytes> question;
@@ -60,6 +61,7 @@ std::optional<std::uint32_t> address_of(const NatsUrl& url, std::string_view str
 Result list(const std::string& rest, bool tls, Log& log, std::vector<Listed>& found) {
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
+    const BlockedSignals blocked;  // in the threads that the client starts
     const NatsConnection connection = connect(*url, log);
     if (connection == nullptr) return VORN_BUS_SYSTEM_ERROR;
     jsCtx* made = nullptr;

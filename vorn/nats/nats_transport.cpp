@@ -51,6 +51,7 @@ class NatsTransport final : public Transport {
     }
 
     Result open() override {
+        const BlockedSignals blocked;  // in the threads that the client starts
         const std::string folder = url_.state.empty() ? default_folder() : url_.state;
         try {
             handling_->journal.open(folder + "/" + url_.stream(own_.address) + ".handled");

@@ -63,6 +63,7 @@ class NatsWatcher final : public Watcher {
     NatsWatcher(NatsUrl url, WatchEndpoint own) : url_(std::move(url)), own_(std::move(own)) {}
 
     Result open() override {
+        const BlockedSignals blocked;  // in the threads that the client starts
         if (!client_.open(url_)) return VORN_BUS_SYSTEM_ERROR;
         std::vector<std::string> subjects;
         for (const std::uint32_t address : own_.addresses) subjects.push_back(url_.batches(address));

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -270,12 +271,20 @@ void Receiver::copy_to_watchers(const Data& packet, zmq::message_t& message) {
             zmq::message_t head_part(head.data(), head.size());
             zmq::message_t copied;
             copied.copy(message);
-            // Nothing of it is sent where the connection is gone or full: the number tells.
+            // Nothing of it is sent where memory is lacking, or the connection is gone or full: the watcher
+            // counts it by the numbers.
+            try {
+                watcher.copies.push_back({watcher.taken, bytes});
+            } catch (const std::bad_alloc&) {
+                ++at;
+                continue;
+            }
             if (socket_.send(to, zmq::send_flags::sndmore | zmq::send_flags::dontwait) &&
                 socket_.send(head_part, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
                 static_cast<void>(socket_.send(copied, zmq::send_flags::dontwait));
                 watcher.bytes += bytes;
-                watcher.copies.push_back({watcher.taken, bytes});
+            } else {
+                watcher.copies.pop_back();
             }
         }
         ++at;

@@ -125,8 +125,9 @@ class ZmqTransport final : public Transport {
         std::uint64_t version = UINT64_MAX;
         while (!ends_) try {
                 if (version != links_version_) {
-                    version = links_version_;
+                    const std::uint64_t seen = links_version_;
                     served = links();
+                    version = seen;
                 }
                 if (receiver_closes_) receiver_.say_goodbye();
                 if (receiver_closes_ && receiver_.may_close()) {

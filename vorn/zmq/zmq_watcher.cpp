@@ -7,6 +7,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -127,7 +128,11 @@ class Watched {
         seen_ = copy.first + data->count - 1;
         bytes_ += message.size();
         ++copies_;
-        own_.queue.put(std::make_unique<ZmqCopies>(std::move(message), *data, copy.time));
+        try {
+            own_.queue.put(std::make_unique<ZmqCopies>(std::move(message), *data, copy.time));
+        } catch (const std::bad_alloc&) {
+            count(own_.counters.lost_batches, data->count);
+        }
     }
 
     // False: not for us.
