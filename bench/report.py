@@ -308,7 +308,7 @@ DIAGRAMS = {
     "bytes.svg": ("Bytes on the wire", bytes_picture),
 }
 FIRST_DIAGRAM = "ratio-same.svg"
-MORE_DIAGRAMS = "<!-- The site, which ./dev docs builds, has four more diagrams here. -->"
+MORE_DIAGRAMS = "`./dev docs` draws four more diagrams of these results, in build/site/performance."
 
 
 def diagram_line(name: str) -> str:
