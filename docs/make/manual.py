@@ -16,9 +16,6 @@ from typing import Iterable, NamedTuple
 from described_types import (HEADER, NAC, ROOT, Type, conventions, functions, module_functions, nac, paragraphs_of,
                              function_descriptions, purposes, sizes, struct_of, types)
 
-EXIT_CODES = "0: success. 1: the data was read, and is damaged or differs. 2: the command line is wrong. " \
-             "3: a file or the bus failed."
-
 
 class Group(NamedTuple):
     """Verbs that share a page: those that `nac --help` lists under its heading."""
@@ -118,6 +115,12 @@ def description(verb: str) -> str:
     return " ".join(nac(*verb.split(), "--help").split("Usage:")[0].split())
 
 
+def exit_codes() -> str:
+    found = re.search(r"^Exit codes: (.*)", nac("--help"), re.M)
+    assert found is not None
+    return found[1]
+
+
 def option_list(verb: str) -> str:
     """A verb's synopsis and options, as --help prints them."""
     lines = nac(*verb.split(), "--help").splitlines()
@@ -137,7 +140,8 @@ def option_list(verb: str) -> str:
         elif line.strip():
             made += entry_text(entry)
             entry, section = "", ""
-            footer += line + "\n"
+            if not line.startswith("Exit codes:"):  # in a part of their own
+                footer += line + "\n"
     return made + entry_text(entry) + ("\n" + literal(footer) if footer else "")
 
 
@@ -156,7 +160,7 @@ def verb_pages() -> dict[str, str]:
         parts = [("SYNOPSIS", "".join(f"*nac {verb}* [options] ...\n\n" for verb in group.verbs)),
                  ("DESCRIPTION", paragraph(group.about)),
                  ("VERBS", "\n".join(option_list(verb) for verb in group.verbs)),
-                 ("EXIT STATUS", paragraph(EXIT_CODES)),
+                 ("EXIT STATUS", paragraph(exit_codes())),
                  ("EXAMPLE", example(group.example)),
                  ("SEE ALSO", see_also(*(each for each in others if each[0] != group.page)))]
         pages[group.page] = page(group.page, 1, group.title, parts)
@@ -171,7 +175,7 @@ def verb_pages() -> dict[str, str]:
         ("VERBS", table),
         ("ENVIRONMENT", "*VORN\\_BUS\\_URL*\n" + paragraph("The bus, where no --bus names one.", "\t") +
          "\n*NO\\_COLOR*\n" + paragraph("If it is set, output has no colours.", "\t")),
-        ("EXIT STATUS", paragraph(EXIT_CODES)),
+        ("EXIT STATUS", paragraph(exit_codes())),
         ("EXAMPLE", example("nac types | head -n 2")),
         ("SEE ALSO", see_also(*((group.page, 1) for group in GROUPS), ("nac_messages", 3), ("vorn_bus", 3)))])
     return pages
@@ -182,9 +186,7 @@ def verb_pages() -> dict[str, str]:
 
 def folded(prototype: str) -> str:
     """A prototype, broken between parameters."""
-    if "\n" in prototype:
-        return prototype
-    unbroken = re.sub(r"(?<!,) ", "\0", prototype)
+    unbroken = re.sub(r"(?<!,) ", "\0", " ".join(prototype.split()))
     return "\n".join(textwrap.wrap(unbroken, 78, subsequent_indent="    ", break_long_words=False)).replace("\0", " ")
 
 
