@@ -17,6 +17,7 @@ import sys
 import tempfile
 
 TABLE = pathlib.Path(__file__).with_suffix(".json")
+MADE_BY = "./dev bench-instructions --update"
 TOLERANCE = 0.03
 LIBRARY = "libvorn_nac_user.so"
 SOURCES = {  # where an operation's instructions come from
@@ -124,7 +125,7 @@ def write(table: dict) -> None:
     sections = [f' "{compiler}": {{\n  "version": {json.dumps(section["version"])},\n  "instructions": {{\n'
                 + ",\n".join(f"   {json.dumps(name)}: {count}" for name, count in section["instructions"].items())
                 + "\n  }\n }" for compiler, section in sorted(table.items())]
-    TABLE.write_text("{\n" + ",\n".join(sections) + "\n}\n")
+    TABLE.write_text(f'{{"made by": "{MADE_BY}",\n' + ",\n".join(sections) + "\n}\n")
 
 
 def main() -> None:
@@ -141,6 +142,7 @@ def main() -> None:
                              text=True).stdout.splitlines()[0]
     compiler = "clang" if "clang" in version else "g++"
     table = json.loads(TABLE.read_text()) if TABLE.exists() else {}
+    table.pop("made by", None)
     now = measure()
     if options.update:
         table[compiler] = {"version": version, "instructions": {name: row["instructions"] for name, row in now.items()}}
@@ -149,7 +151,7 @@ def main() -> None:
         return
     section = table.get(compiler, {"version": "no compiler", "instructions": {}})
     worse, better = compare(now, section["instructions"])
-    renew = "./dev bench-instructions --update renews the table"
+    renew = f"{MADE_BY} renews the table"
     if version != section["version"]:
         print(f"The table was counted with {section['version']}, this is {version}: differences may be the compilers'.")
     if better:
