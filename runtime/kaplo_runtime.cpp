@@ -3,8 +3,6 @@
 #include "runtime/kaplo_runtime.h"
 
 #include <dlfcn.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,44 +14,16 @@ constexpr std::uint32_t kLogLevel = 2;
 constexpr std::uint32_t kLayoutCategory = 22;
 constexpr std::uint32_t kMemoryCategory = kReceiveOwner;
 
-constexpr std::uint32_t kAttemptBits = 10;  // below the process: Linux has fewer than 2^22 of them
-constexpr std::int64_t kPauseNanoseconds = 100'000;
-constexpr std::int64_t kLongestWaitNanoseconds = 1'000'000'000;
+class Locked {
+  public:
+    explicit Locked(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
+    ~Locked() { pthread_mutex_unlock(&lock_); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
 
-std::int64_t nanoseconds_now() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
-
-// The number of the attempt that the caller shall make; 0: the group is resolved. An attempt is given up that
-// the parent of this process had begun, that this thread itself has left by an exception or a jump, or that
-// others have waited for longer than a second.
-std::uint32_t claim(Claim& claim, const std::atomic<std::uint32_t>& ready) {
-    const std::uint32_t process = static_cast<std::uint32_t>(getpid()) << kAttemptBits;
-    std::int64_t deadline = 0;
-    for (;;) {
-        if (ready.load(std::memory_order_acquire) != 0) return 0;
-        std::uint32_t current = claim.attempt.load(std::memory_order_acquire);
-        const bool is_free =
-            current >> kAttemptBits != process >> kAttemptBits ||
-            pthread_equal(claim.thread.load(std::memory_order_relaxed), pthread_self()) != 0 ||
-            (deadline != 0 && nanoseconds_now() > deadline);
-        const std::uint32_t mine = process | ((current + 1) & ((1U << kAttemptBits) - 1));
-        if (is_free && claim.attempt.compare_exchange_strong(current, mine, std::memory_order_acq_rel)) {
-            claim.thread.store(pthread_self(), std::memory_order_relaxed);
-            return mine;
-        }
-        if (deadline == 0) deadline = nanoseconds_now() + kLongestWaitNanoseconds;
-        const timespec pause = {0, kPauseNanoseconds};
-        if (!is_free) nanosleep(&pause, nullptr);
-    }
-}
-
-// Whether nobody has taken the resolution over meanwhile.
-bool is_current(const Claim& claim, std::uint32_t attempt) {
-    return claim.attempt.load(std::memory_order_acquire) == attempt;
-}
+  private:
+    pthread_mutex_t& lock_;
+};
 
 template <class Hook>
 Hook look_up(const char* name) {
@@ -86,37 +56,27 @@ void fallback_free(void* block, std::uint32_t /*owner_code*/, const char* /*call
 
 void resolve_memory_hooks(Unit& unit) {
     KaploUnitState& state = unit.state;
-    while (const std::uint32_t attempt = claim(state.memory_claim, state.memory_ready)) {
-        const auto use_flag = look_up<decltype(&ZEB_OsalMemUseFlagGet)>("ZEB_OsalMemUseFlagGet");
-        AllocateHook allocate = fallback_allocate;
-        FreeHook free = fallback_free;
-        if (use_flag != nullptr && use_flag(kReceiveOwner) == 1) {
-            allocate = look_up<AllocateHook>("ZEB_OsalMemCacheAlloc");
-            free = look_up<FreeHook>("ZEB_OsalMemFree");
-        }
-        complete_pair(allocate, free);
-        if (!is_current(state.memory_claim, attempt)) continue;
-        unit.byte_swap = kByteSwap;
-        state.cache_allocate = allocate;
-        state.cache_free = free;
-        state.memory_ready.store(1, std::memory_order_release);
+    const Locked locked(state.memory_lock);
+    if (state.memory_ready.load(std::memory_order_relaxed) != 0) return;
+    unit.byte_swap = kByteSwap;
+    const auto use_flag = look_up<decltype(&ZEB_OsalMemUseFlagGet)>("ZEB_OsalMemUseFlagGet");
+    if (use_flag != nullptr && use_flag(kReceiveOwner) == 1) {
+        state.cache_allocate = look_up<AllocateHook>("ZEB_OsalMemCacheAlloc");
+        state.cache_free = look_up<FreeHook>("ZEB_OsalMemFree");
     }
+    complete_pair(state.cache_allocate, state.cache_free);
+    state.memory_ready.store(1, std::memory_order_release);
 }
 
 void resolve_log_hooks(Unit& unit) {
     KaploUnitState& state = unit.state;
-    while (const std::uint32_t attempt = claim(state.log_claim, state.log_ready)) {
-        const LogHook write =
-            state.log_write == nullptr ? look_up<LogHook>("ZEB_OsalLogWrite") : state.log_write;
-        auto allocate = look_up<AllocateHook>("ZEB_OsalMemAlloc");
-        auto free = look_up<FreeHook>("ZEB_OsalMemFree");
-        complete_pair(allocate, free);
-        if (!is_current(state.log_claim, attempt)) continue;
-        state.log_write = write;
-        state.general_allocate = allocate;
-        state.general_free = free;
-        state.log_ready.store(1, std::memory_order_release);
-    }
+    const Locked locked(state.log_lock);
+    if (state.log_ready.load(std::memory_order_relaxed) != 0) return;
+    if (state.log_write == nullptr) state.log_write = look_up<LogHook>("ZEB_OsalLogWrite");
+    state.general_allocate = look_up<AllocateHook>("ZEB_OsalMemAlloc");
+    state.general_free = look_up<FreeHook>("ZEB_OsalMemFree");
+    complete_pair(state.general_allocate, state.general_free);
+    state.log_ready.store(1, std::memory_order_release);
 }
 
 void log_unpack_arguments(Unit& unit, const char* function, const void* buffer, std::uint32_t length,

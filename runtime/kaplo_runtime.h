@@ -27,22 +27,15 @@ inline constexpr std::uint16_t kSendOwner = 0x6200;
 void* fallback_allocate(std::uint32_t size, std::uint32_t owner_code, const char* caller);
 void fallback_free(void* block, std::uint32_t owner_code, const char* caller);
 
-// Who makes a resolution. It is no mutex: the host's function, which is asked meanwhile, may throw an
-// exception, jump away or fork, and nobody would unlock. The others wait, at most about a second.
-struct Claim {
-    std::atomic<std::uint32_t> attempt = 0;  // process and number of the attempt; 0: none yet
-    std::atomic<pthread_t> thread = {};      // that makes it
-};
-
-// The claims guard the two resolutions only. Once a ready word is 1, the hooks that it announces are
+// The locks guard the two resolutions only. Once a ready word is 1, the hooks that it announces are
 // read without a lock and never change.
 struct KaploUnitState {
-    Claim memory_claim;
+    pthread_mutex_t memory_lock = PTHREAD_MUTEX_INITIALIZER;
     std::atomic<std::uint32_t> memory_ready = 0;
     AllocateHook cache_allocate = fallback_allocate;  // receive side
     FreeHook cache_free = fallback_free;
     KaploLogModule log_module = {"KAPLO", "KAPLO_TORINEX_SERIAL", kSendOwner};
-    Claim log_claim;
+    pthread_mutex_t log_lock = PTHREAD_MUTEX_INITIALIZER;
     LogHook log_write = nullptr;              // null: lines are dropped
     AllocateHook general_allocate = nullptr;  // send side
     FreeHook general_free = nullptr;

@@ -27,7 +27,8 @@ typedef struct KaploLogModule {
 
 /* Asked once by each unit, with 12: exactly 1 means that received arrays shall come from
  * ZEB_OsalMemCacheAlloc and go back to ZEB_OsalMemFree. The unit asks under its lock, the one hook of
- * which this is true: the answer must not come by way of a message function, which would wait for ever. */
+ * which this is true: the function must return, and must not throw, call longjmp or fork. It must not call a
+ * message function either, which would wait for ever. */
 uint32_t ZEB_OsalMemUseFlagGet(uint32_t owner_code);
 
 /* Allocation of received arrays: `size` bytes, owner code 12. Returns the block, aligned for any type

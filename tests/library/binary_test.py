@@ -20,7 +20,7 @@ UNITS_IN_ORDER = [f"{module}_{side}.cpp" for module in MODULES for side in ("rec
 BUS = {"VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook", "VORN_SendMsg", "VORN_SendToMsg"}
 # What the compiler's start files ask for in every shared library, and do without.
 OPTIONAL = {"_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__gmon_start__"}
-NEEDED = {"malloc", "free", "dlsym", "clock_gettime", "getpid", "nanosleep", "pthread_self", "__stack_chk_fail"}
+NEEDED = {"malloc", "free", "dlsym", "pthread_mutex_lock", "pthread_mutex_unlock", "__stack_chk_fail"}
 
 
 def output(*command: str) -> list[str]:

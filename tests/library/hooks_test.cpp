@@ -415,9 +415,9 @@ TEST(UnitState, BeginsUnresolvedOnTheFallbacks) {
 
 TEST(UnitState, LiesInMemoryAsItIsDocumented) {
     using State = kaplo::KaploUnitState;
-    const std::size_t offsets[] = {offsetof(State, memory_claim),    offsetof(State, memory_ready),
+    const std::size_t offsets[] = {offsetof(State, memory_lock),    offsetof(State, memory_ready),
                                    offsetof(State, cache_allocate), offsetof(State, cache_free),
-                                   offsetof(State, log_module),     offsetof(State, log_claim),
+                                   offsetof(State, log_module),     offsetof(State, log_lock),
                                    offsetof(State, log_write),      offsetof(State, general_allocate),
                                    offsetof(State, general_free),   offsetof(State, log_ready)};
     EXPECT_TRUE(std::is_sorted(std::begin(offsets), std::end(offsets)));
