@@ -101,6 +101,32 @@ ExitCode look_at_program(const std::string& file, Report& report) {
     return kOk;
 }
 
+// The endpoint of an address at which no bus is open, or CommandError. On nats no bus is opened: that would
+// make a stream, which accepts what others send from then on.
+std::string free_endpoint(const std::string& bus, std::uint32_t address) {
+    const char* const url = url_or_null(bus);
+    const std::string shown = vorn_bus_display_url(url);
+    if (shown.compare(0, 4, "nats") != 0) return vorn_bus_endpoint(OpenBus(bus, address).get());
+    struct Search {
+        std::uint32_t address;
+        bool is_open;
+        std::string endpoint;
+    } search = {address, false, "a stream that the first bus there makes"};
+    const std::int32_t result = vorn_bus_list(
+        url,
+        [](const vorn_bus_listed* listed, void* sought) {
+            auto& found = *static_cast<Search*>(sought);
+            if (listed->address != found.address) return;
+            found.is_open = listed->is_open != 0;
+            found.endpoint = listed->endpoint;
+        },
+        &search);
+    const std::string looking = fmt::format("looking for address {} on {}", address, shown);
+    if (result != VORN_BUS_OK) throw bus_error(looking, result);
+    if (search.is_open) throw bus_error(looking, VORN_BUS_ADDRESS_TAKEN);
+    return search.endpoint;
+}
+
 ExitCode run_doctor(const DoctorOptions& options) {
     Report report(options.json);
     if (!options.program.empty()) return look_at_program(options.program, report);
@@ -114,8 +140,7 @@ ExitCode run_doctor(const DoctorOptions& options) {
     for (const char* const name : kBusFunctions) tell_origin("bus_functions", name);
     report.tell("bus", "bus:     ", vorn_bus_display_url(url_or_null(options.bus)),
                 options.bus.empty() ? ", by VORN_BUS_URL or for lack of it" : "");
-    const OpenBus bus(options.bus, options.as);
-    const std::string place = vorn_bus_endpoint(bus.get());
+    const std::string place = free_endpoint(options.bus, options.as);
     report.tell("address", "address: ", options.as, ", free, at " + place);
     report.place(place);
     report.finish();
