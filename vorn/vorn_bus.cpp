@@ -55,7 +55,7 @@ void note_forks() {
     if (registered != 0) throw std::bad_alloc();
 }
 
-// The only place where exceptions become results: each exported function is one call of it.
+// Here alone exceptions become results: each exported function is one call of it.
 template <class Call, class Value = std::invoke_result_t<Call>>
 Value guarded_or(std::type_identity_t<Value> in_child, std::type_identity_t<Value> on_fault,
                  Call&& call) noexcept {

@@ -20,7 +20,7 @@
 namespace tests {
 namespace {
 
-class LoopPlace final : public Place {
+class LoopUrl final : public TestUrl {
   public:
     std::string url() const override { return url_; }
 
@@ -32,14 +32,14 @@ class LoopPlace final : public Place {
     std::string url_ = next_url();
 };
 
-class IpcPlace final : public Place {
+class IpcUrl final : public TestUrl {
   public:
-    IpcPlace() {
+    IpcUrl() {
         std::string name = (std::filesystem::temp_directory_path() / "vorn-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
         folder_ = name;
     }
-    ~IpcPlace() override { std::filesystem::remove_all(folder_); }
+    ~IpcUrl() override { std::filesystem::remove_all(folder_); }
     std::string url() const override { return "ipc://" + folder_.string(); }
 
   private:
@@ -47,7 +47,7 @@ class IpcPlace final : public Place {
 };
 
 // Addresses 0 to 15 at ports that were free a moment ago.
-class TcpPlace final : public Place {
+class TcpUrl final : public TestUrl {
   public:
     static constexpr int kPorts = 16;
     std::string url() const override { return "tcp://127.0.0.1:" + std::to_string(base_); }
@@ -78,7 +78,7 @@ class TcpPlace final : public Place {
 };
 
 #ifdef VORN_TEST_NATS
-class NatsPlace final : public Place {
+class NatsUrl final : public TestUrl {
   public:
     std::string url() const override { return url_; }
 
@@ -108,12 +108,12 @@ std::vector<std::string> transports() {
     };
 }
 
-std::unique_ptr<Place> make_place(const std::string& transport) {
-    if (transport == "loop") return std::make_unique<LoopPlace>();
-    if (transport == "ipc") return std::make_unique<IpcPlace>();
-    if (transport == "tcp") return std::make_unique<TcpPlace>();
+std::unique_ptr<TestUrl> make_test_url(const std::string& transport) {
+    if (transport == "loop") return std::make_unique<LoopUrl>();
+    if (transport == "ipc") return std::make_unique<IpcUrl>();
+    if (transport == "tcp") return std::make_unique<TcpUrl>();
 #ifdef VORN_TEST_NATS
-    if (transport == "nats") return std::make_unique<NatsPlace>();
+    if (transport == "nats") return std::make_unique<NatsUrl>();
 #endif
     throw std::invalid_argument(transport);
 }
@@ -238,8 +238,8 @@ bool eventually(const std::function<bool()>& holds, std::chrono::milliseconds lo
 }
 
 void BusTest::SetUp() {
-    place_ = make_place(GetParam());
-    url_ = place_->url();
+    test_url_ = make_test_url(GetParam());
+    url_ = test_url_->url();
     services.reset();
     services.record(false);
     ASSERT_EQ(nac_fwm_port_recv_init(), 0);

@@ -23,16 +23,16 @@ namespace tests {
 inline constexpr std::uint32_t kSetPortId = 162890069;
 inline constexpr std::uint32_t kSetUserTableId = 1201171741;
 
-// A place of its own for each test: a loop's name, a folder, ports, or a stream's prefix.
-class Place {
+// A URL of its own for each test: a loop's name, a folder, ports, or a stream's prefix.
+class TestUrl {
   public:
-    virtual ~Place() = default;
+    virtual ~TestUrl() = default;
     virtual std::string url() const = 0;
 };
 
 // "loop", "ipc", "tcp" or "nats", as far as they are built.
 std::vector<std::string> transports();
-std::unique_ptr<Place> make_place(const std::string& transport);
+std::unique_ptr<TestUrl> make_test_url(const std::string& transport);
 
 // What a handler was given.
 struct Arrived {
@@ -131,7 +131,7 @@ class BusTest : public testing::TestWithParam<std::string> {
     tests::RecordingServices& services = tests::RecordingServices::instance();
 
   private:
-    std::unique_ptr<Place> place_;
+    std::unique_ptr<TestUrl> test_url_;
     std::string url_;
 };
 

@@ -137,7 +137,7 @@ TEST_F(Nats, WhileTheServerIsAwayASendEndsInTime) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
     EXPECT_EQ(sender.send(kReceiver, {3, 0}), std::uint32_t{VORN_BUS_NO_PEER});
     const vorn_bus_counters counters = sender.counters();
-    EXPECT_EQ(counters.sent_batches, 1 + counters.lost_batches);  // of an unsure one it is not known
+    EXPECT_EQ(counters.sent_batches, 1 + counters.lost_batches);  // of an unknown outcome it is not known
     EXPECT_EQ(counters.sent_batches + counters.refused_batches, 3U);
     server.start();
 }

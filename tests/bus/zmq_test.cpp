@@ -16,7 +16,7 @@
 
 #include "tests/bus/fixture.h"
 #include "vorn/core/envelope.h"
-#include "vorn/zmq/zmq_places.h"
+#include "vorn/zmq/zmq_endpoints.h"
 
 namespace {
 
@@ -32,10 +32,10 @@ const Buffer kPort = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0, 8, 0, 0, 0, 7, 0, 0,
 // Speaks the protocol by hand.
 class Speaker {
   public:
-    Speaker(const std::string& place, zmq::socket_type type = zmq::socket_type::dealer)
+    Speaker(const std::string& endpoint, zmq::socket_type type = zmq::socket_type::dealer)
         : socket_(context_, type) {
         socket_.set(zmq::sockopt::linger, 1000);
-        socket_.connect(place);
+        socket_.connect(endpoint);
     }
     void say(const Buffer& bytes) { socket_.send(zmq::buffer(bytes)); }
     template <class Packet>
@@ -91,9 +91,9 @@ class Speaker {
 
 class Zmq : public BusTest {
   protected:
-    std::string place(std::uint32_t address = kReceiver) const {
+    std::string endpoint(std::uint32_t address = kReceiver) const {
         const std::string rest = url().substr(6);
-        return *(transport() == "ipc" ? ipc_places(rest) : tcp_places(rest))->endpoint(address);
+        return *(transport() == "ipc" ? ipc_endpoints(rest) : tcp_endpoints(rest))->endpoint(address);
     }
     // The bus still works for others.
     void expect_alive(TestBus& receiver, std::size_t arrived_before) {
@@ -107,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(On, Zmq, testing::Values("ipc", "tcp"), [](const auto& 
 
 TEST_P(Zmq, AnotherSpeakerOfTheProtocolIsUnderstood) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     EXPECT_EQ(welcome.batches, 1024U);
     EXPECT_EQ(welcome.batch_bytes, 1'000'000U);
@@ -123,7 +123,7 @@ TEST_P(Zmq, AnotherSpeakerOfTheProtocolIsUnderstood) {
 
 TEST_P(Zmq, BatchesThatComeAgainAreLeftOut) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     for (int i = 0; i < 3; ++i) speaker.say_batches(welcome.session, 1, 2, 2);
     speaker.say_batches(welcome.session, 3, 1, 1);
@@ -134,7 +134,7 @@ TEST_P(Zmq, BatchesThatComeAgainAreLeftOut) {
 
 TEST_P(Zmq, AGapIsAnsweredAndNothingBehindItTaken) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     speaker.say_batches(welcome.session, 2, 1, 1);
     const auto ack = read_ack(speaker.hear());
@@ -149,13 +149,13 @@ TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
     TestBus receiver(url(), kReceiver);
     std::uint64_t session = 0;
     {
-        Speaker speaker(place());
+        Speaker speaker(endpoint());
         const Welcome welcome = speaker.greet();
         session = welcome.session;
         speaker.say_batches(session, 1, 2, 2);
         ASSERT_TRUE(receiver.poll_until(2));
     }
-    Speaker again(place());
+    Speaker again(endpoint());
     const Welcome welcome = again.greet();
     EXPECT_EQ(welcome.session, session);
     EXPECT_EQ(welcome.received, 2U);
@@ -164,7 +164,7 @@ TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
 
 TEST_P(Zmq, AnUnknownSessionIsReset) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     speaker.say_batches(99, 1, 1, 1);
     const auto reset = read_reset(speaker.hear());
     ASSERT_TRUE(reset);
@@ -174,7 +174,7 @@ TEST_P(Zmq, AnUnknownSessionIsReset) {
 
 TEST_P(Zmq, MoreBatchesThanThereMayBeAreNotTaken) {
     TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_batches = 4; });
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     EXPECT_EQ(welcome.batches, 4U);
     speaker.say_batches(welcome.session, 1, 3, 3);
@@ -189,7 +189,7 @@ TEST_P(Zmq, MoreBatchesThanThereMayBeAreNotTaken) {
 // It was filled for a receiver that took more.
 TEST_P(Zmq, APacketAboveTheWindowIsTakenWhereNothingWaits) {
     TestBus receiver(url(), kReceiver, [](vorn_bus_options& options) { options.queue_batches = 4; });
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     speaker.say_batches(welcome.session, 1, 9, 9);
     EXPECT_EQ(speaker.ask(welcome.session, 9).received, 9U);
@@ -231,7 +231,7 @@ TEST_P(Zmq, SignalsAreLeftToTheHostsThreads) {
 
 TEST_P(Zmq, ADamagedEnvelopeEndsItsPacketAndNothingElse) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     Buffer packet(Data::kBytes + 200, 0xEE);
     write_packet(packet.data(), Data{welcome.session, 1, 3, 0});
@@ -245,7 +245,7 @@ TEST_P(Zmq, ADamagedEnvelopeEndsItsPacketAndNothingElse) {
 
 TEST_P(Zmq, MoreBatchesThanWereClaimedAreDamage) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
     speaker.say_batches(welcome.session, 1, 3, 1);
     ASSERT_TRUE(receiver.poll_until(1));
@@ -257,7 +257,7 @@ TEST_P(Zmq, MoreBatchesThanWereClaimedAreDamage) {
 
 TEST_P(Zmq, GarbageInMessagesIsCountedAndAFewLinesAreLogged) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     std::mt19937 random(7);
     for (int i = 0; i < 500; ++i) {
         Buffer bytes(random() % 200);
@@ -274,7 +274,7 @@ TEST_P(Zmq, GarbageInMessagesIsCountedAndAFewLinesAreLogged) {
 
 TEST_P(Zmq, OtherKindsOfSocketsDoNoHarm) {
     TestBus receiver(url(), kReceiver);
-    Speaker request(place(), zmq::socket_type::req);
+    Speaker request(endpoint(), zmq::socket_type::req);
     request.say(Buffer{1, 2, 3});
     EXPECT_TRUE(eventually([&] { return receiver.counters().damaged == 1; }));
     expect_alive(receiver, 0);
@@ -282,7 +282,7 @@ TEST_P(Zmq, OtherKindsOfSocketsDoNoHarm) {
 
 TEST_P(Zmq, AnotherSpeakerMayWatch) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     speaker.say(Watch{4711, 0, 0, 1 << 20, 0});
     const auto watching = read_watching(speaker.hear());
     ASSERT_TRUE(watching);
@@ -307,7 +307,7 @@ TEST_P(Zmq, AnotherSpeakerMayWatch) {
 // A window of one byte lets one copy be on its way: the others are numbered, and not sent.
 TEST_P(Zmq, CopiesStayWithinTheWatchersWindow) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     speaker.say(Watch{1, 0, 0, 1, 0});
     const auto watching = read_watching(speaker.hear());
     ASSERT_TRUE(watching);
@@ -331,7 +331,7 @@ TEST_P(Zmq, CopiesStayWithinTheWatchersWindow) {
 
 TEST_P(Zmq, WatchersBeyondTheMostAreNotAnswered) {
     TestBus receiver(url(), kReceiver);
-    Speaker speaker(place());
+    Speaker speaker(endpoint());
     for (std::uint64_t name = 1; name <= 65; ++name) {
         speaker.say(Watch{name, 0, 0, 1000, 0});
         if (name > 64) break;
@@ -351,7 +351,7 @@ TEST_P(Zmq, AWatchSurvivesAnswersThatAreNone) {
     zmq::context_t context(1);
     zmq::socket_t router(context, zmq::socket_type::router);
     router.set(zmq::sockopt::linger, 0);
-    router.bind(place());
+    router.bind(endpoint());
     TestWatch watch(url(), {kReceiver});
     ASSERT_EQ(watch.opened(), VORN_BUS_OK);
     router.set(zmq::sockopt::rcvtimeo, 5000);
@@ -393,7 +393,7 @@ TEST(Watch, OfTcpNeedsAddressesAndOfIpcNeedsNoFolder) {
     vorn_bus_watch* watch = nullptr;
     options.url = "tcp://127.0.0.1:7000";
     EXPECT_EQ(vorn_bus_watch_open(&options, &watch), VORN_BUS_BAD_ARGUMENT);
-    const auto at = make_place("ipc");
+    const auto at = make_test_url("ipc");
     TestWatch later(at->url() + "/not/there/yet");
     EXPECT_EQ(later.opened(), VORN_BUS_OK);
     TestBus bus(at->url() + "/not/there/yet", 1);
@@ -401,7 +401,7 @@ TEST(Watch, OfTcpNeedsAddressesAndOfIpcNeedsNoFolder) {
 }
 
 TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
-    const auto at = make_place("tcp");
+    const auto at = make_test_url("tcp");
     ASSERT_EQ(nac_fwm_port_recv_init(), 0);
     TestBus receiver(at->url(), kReceiver);
     const int port = std::stoi(at->url().substr(at->url().rfind(':') + 1)) + 2;
@@ -429,22 +429,22 @@ TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
 }
 
 TEST(Tcp, AddressesArePortsBehindTheFirstOrHaveEntries) {
-    const auto places = tcp_places("127.0.0.1:7000,2=10.0.0.2:7100,9=[::1]:7200");
-    ASSERT_NE(places, nullptr);
-    EXPECT_EQ(places->endpoint(0), "tcp://127.0.0.1:7000");
-    EXPECT_EQ(places->endpoint(1), "tcp://127.0.0.1:7001");
-    EXPECT_EQ(places->endpoint(2), "tcp://10.0.0.2:7100");
-    EXPECT_EQ(places->endpoint(9), "tcp://[::1]:7200");
-    EXPECT_EQ(places->endpoint(58535), "tcp://127.0.0.1:65535");
-    EXPECT_EQ(places->endpoint(58536), std::nullopt);
-    EXPECT_EQ(places->endpoint(0xFFFFFFFF), std::nullopt);
+    const auto endpoints = tcp_endpoints("127.0.0.1:7000,2=10.0.0.2:7100,9=[::1]:7200");
+    ASSERT_NE(endpoints, nullptr);
+    EXPECT_EQ(endpoints->endpoint(0), "tcp://127.0.0.1:7000");
+    EXPECT_EQ(endpoints->endpoint(1), "tcp://127.0.0.1:7001");
+    EXPECT_EQ(endpoints->endpoint(2), "tcp://10.0.0.2:7100");
+    EXPECT_EQ(endpoints->endpoint(9), "tcp://[::1]:7200");
+    EXPECT_EQ(endpoints->endpoint(58535), "tcp://127.0.0.1:65535");
+    EXPECT_EQ(endpoints->endpoint(58536), std::nullopt);
+    EXPECT_EQ(endpoints->endpoint(0xFFFFFFFF), std::nullopt);
 }
 
 TEST(Tcp, WhatIsNoListOfPlacesIsRefused) {
     for (const char* const rest : {"", "host", ":7000", "host:", "host:0", "host:65536", "host:7000,",
                                    "host:7000,x=h:1", "host:7000,2=h", "host:7000,2=h:1,2=h:2", "2=host:7000",
                                    "host:7000x", "host:7000,4294967296=h:1", "host:7000,h:1"}) {
-        EXPECT_EQ(tcp_places(rest), nullptr) << rest;
+        EXPECT_EQ(tcp_endpoints(rest), nullptr) << rest;
     }
     vorn_bus* bus = nullptr;
     vorn_bus_options options = vorn_bus_options_init();
@@ -454,7 +454,7 @@ TEST(Tcp, WhatIsNoListOfPlacesIsRefused) {
 }
 
 TEST(Ipc, FolderAndSocketAreTheUsersAlone) {
-    const auto at = make_place("ipc");
+    const auto at = make_test_url("ipc");
     const std::string folder = at->url().substr(6) + "/inner";
     TestBus bus("ipc://" + folder, 5);
     ASSERT_EQ(bus.opened(), VORN_BUS_OK);
@@ -470,7 +470,7 @@ TEST(Ipc, FolderAndSocketAreTheUsersAlone) {
 }
 
 TEST(Ipc, AFolderWhereOthersMayWriteIsRefused) {
-    const auto at = make_place("ipc");
+    const auto at = make_test_url("ipc");
     ASSERT_EQ(chmod(at->url().substr(6).c_str(), 0770), 0);
     TestBus bus(at->url(), 5);
     EXPECT_EQ(bus.opened(), VORN_BUS_SYSTEM_ERROR);
@@ -485,10 +485,10 @@ TEST(Ipc, APathThatNoSocketCanHaveIsRefused) {
 
 TEST(Ipc, WithoutAFolderItIsThatOfTheUsersSession) {
     setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
-    EXPECT_EQ(ipc_places("")->endpoint(3), "ipc:///run/user/7/vorn/3.sock");
+    EXPECT_EQ(ipc_endpoints("")->endpoint(3), "ipc:///run/user/7/vorn/3.sock");
     unsetenv("XDG_RUNTIME_DIR");
     setenv("HOME", "/home/someone", 1);
-    EXPECT_EQ(ipc_places("")->endpoint(3), "ipc:///home/someone/.vorn/3.sock");
+    EXPECT_EQ(ipc_endpoints("")->endpoint(3), "ipc:///home/someone/.vorn/3.sock");
 }
 
 TEST(Tcp, AnAddressWithoutAPortIsRefusedAndTheBusCloses) {

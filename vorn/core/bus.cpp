@@ -24,7 +24,7 @@ constexpr std::uint32_t kLargestBatchBytes = 64U << 20;
 constexpr std::int32_t kDefaultSendTimeout = 2000;
 constexpr std::int32_t kDefaultLinger = 1000;
 
-constexpr std::size_t kRecordRoomBytes = 65536;
+constexpr std::size_t kRecordStorageBytes = 65536;
 
 template <class T>
 void default_to(T& value, T instead) {
@@ -33,17 +33,19 @@ void default_to(T& value, T instead) {
 
 }  // namespace
 
-RecordRoom::RecordRoom() {
+RecordStorage::RecordStorage() {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    bytes_ = (kRecordRoomBytes + page - 1) / page * page;
+    bytes_ = (kRecordStorageBytes + page - 1) / page * page;
     start_ = mmap(nullptr, bytes_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (start_ == MAP_FAILED) throw std::system_error(errno, std::generic_category());
     mprotect(static_cast<std::byte*>(start_) + bytes_, page, PROT_NONE);
 }
 
-RecordRoom::~RecordRoom() { munmap(start_, bytes_ + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))); }
+RecordStorage::~RecordStorage() { munmap(start_, bytes_ + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))); }
 
-void RecordRoom::clear(std::uint32_t bytes) const { std::memset(start_, 0, bytes < bytes_ ? bytes : bytes_); }
+void RecordStorage::clear(std::uint32_t bytes) const {
+    std::memset(start_, 0, bytes < bytes_ ? bytes : bytes_);
+}
 
 Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     vorn_bus_options options = given;
@@ -229,7 +231,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
         return;
     }
     const auto length = static_cast<std::uint32_t>(message.bytes.size());
-    void* const record = room_.start();
+    void* const record = storage_.start();
     const std::uint32_t record_bytes = route.functions.unpack(message.bytes.data(), length, record);
     const vorn_bus_message arrived = {message.id,    header.source, header.destination,   flags,
                                       header.target, record,        message.bytes.data(), record_bytes,
@@ -242,7 +244,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     }
     // Also where unpack refused its arguments: what it frees is zero then.
     route.functions.free_unpacked(record);
-    room_.clear(record_bytes);
+    storage_.clear(record_bytes);
     count_alone(counters_.received_messages);
 }
 

@@ -20,20 +20,20 @@
 namespace vorn {
 
 // Zeroed storage for one record. A record's size is known only from its unpack's result, after the fact:
-// there is room for any, and behind it a page that ends the process rather than let a larger one spoil the
-// memory of others.
-class RecordRoom {
+// it holds any, and a page after it ends the process rather than let a larger one overwrite the memory of
+// others.
+class RecordStorage {
   public:
-    RecordRoom();
-    ~RecordRoom();
-    RecordRoom(const RecordRoom&) = delete;
-    RecordRoom& operator=(const RecordRoom&) = delete;
+    RecordStorage();
+    ~RecordStorage();
+    RecordStorage(const RecordStorage&) = delete;
+    RecordStorage& operator=(const RecordStorage&) = delete;
 
     void* start() const { return start_; }
     void clear(std::uint32_t bytes) const;
 
   private:
-    std::size_t bytes_;  // without the page behind
+    std::size_t bytes_;  // without the page after it
     void* start_;
 };
 
@@ -104,7 +104,7 @@ class Bus {
     bool handler_failed_ = false;         // in this poll
     std::uint64_t routes_registry_ = 0;
     std::uint64_t routes_handlers_ = 0;
-    RecordRoom room_;
+    RecordStorage storage_;
 
     std::mutex receiver_lock_;
     std::thread receiver_;

@@ -13,7 +13,7 @@ bool is_packet(Bytes bytes, Kind kind, std::size_t size) {
     return bytes.size() == size && kind_of(bytes) == kind;
 }
 
-// The numbers behind a preamble, one after the other.
+// The numbers after a preamble, one after the other.
 class Writer {
   public:
     Writer(std::uint8_t* at, Kind kind) : at_(at + kPreambleBytes) { put_preamble(at, kind); }

@@ -42,7 +42,7 @@ enum class Kind : std::uint8_t {
     hello = 2,      // sender to receiver: here I am
     welcome = 3,    // receiver to sender: your session
     data = 4,       // sender to receiver: batches
-    ping = 5,       // sender to receiver: what have you got?
+    ping = 5,       // sender to receiver: what has arrived?
     ack = 6,        // receiver to sender: this
     reset = 7,      // receiver to sender: I do not know your session
     goodbye = 8,    // receiver to sender: I close, and got as far as this
@@ -158,7 +158,7 @@ struct Reset {
 struct Goodbye {
     static constexpr std::uint32_t kBytes = 32;
     std::uint64_t session;
-    std::uint64_t received;  // no batch behind it was taken, or ever will be
+    std::uint64_t received;  // no batch after it was taken, or ever will be
     std::uint64_t handled;   // those between this one and `received` are lost
 };
 

@@ -22,7 +22,7 @@ bool Inbox::put(std::unique_ptr<Delivery>&& delivery) {
         const std::uint32_t batches = delivery->batches;
         deliveries_.push_back(std::move(delivery));
         count_alone(come_, batches);
-        tell_descriptor();
+        update_descriptor();
     }
     if (was_empty) changed_.notify_one();
     return true;
@@ -41,7 +41,7 @@ void Inbox::pop_front() {
     if (deliveries_.empty()) return;
     done = std::move(deliveries_.front());
     deliveries_.pop_front();
-    tell_descriptor();
+    update_descriptor();
 }
 
 void Inbox::interrupt(bool on) {
@@ -68,7 +68,7 @@ void Inbox::close() {
             deliveries_.pop_front();
         }
         gone_.store(come_.load(std::memory_order_relaxed), std::memory_order_relaxed);
-        tell_descriptor();
+        update_descriptor();
     }
 }
 
@@ -76,12 +76,12 @@ int Inbox::descriptor() {
     const std::lock_guard locked(lock_);
     if (descriptor_ < 0) {
         descriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        tell_descriptor();
+        update_descriptor();
     }
     return descriptor_;
 }
 
-void Inbox::tell_descriptor() {
+void Inbox::update_descriptor() {
     if (descriptor_ < 0 || readable_ == !deliveries_.empty()) return;
     readable_ = !readable_;
     eventfd_t value = 1;

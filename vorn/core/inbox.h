@@ -15,7 +15,7 @@
 
 namespace vorn {
 
-// Batches that arrived together, one behind the other. Destroyed unfinished, they are lost to their sender.
+// Batches that arrived together, one after the other. Destroyed unfinished, they are lost to their sender.
 class Delivery {
   public:
     Delivery() = default;
@@ -35,8 +35,8 @@ class Delivery {
     bool repeated = false;      // the first of them may have been handled before
 };
 
-// Any number of threads put deliveries in; one at a time takes them out. Room is the transports' concern:
-// each lets senders have so many batches on their way.
+// Any number of threads put deliveries in; one at a time takes them out. How much is in it is the transports'
+// concern: each lets senders have so many batches on their way.
 class Inbox {
   public:
     Inbox() = default;
@@ -51,7 +51,7 @@ class Inbox {
     Delivery* front(Deadline deadline);
     void pop_front();
 
-    // Batches that are there. The thread that takes deliveries out says what it has handled of them.
+    // Batches that are there. The thread that takes deliveries out reports what it has handled of them.
     void batches_left(std::uint32_t batches) { count_alone(gone_, batches); }
     std::uint64_t batches() const {
         const std::uint64_t gone = gone_.load(std::memory_order_relaxed);  // first: it never overtakes
@@ -68,7 +68,7 @@ class Inbox {
     int descriptor();
 
   private:
-    void tell_descriptor();
+    void update_descriptor();
 
     std::mutex lock_;
     std::condition_variable changed_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The kinds of URL. A transport that is not built keeps its line, so that the answer says so.
+// The kinds of URL. A transport that is not built keeps its line, so that the result is NO_TRANSPORT.
 #include <algorithm>
 #include <cstring>
 #include <string>

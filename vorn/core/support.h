@@ -81,7 +81,7 @@ class BlockedSignals {
     sigset_t before_;
 };
 
-// How long a thread of the bus waits after a fault, for lack of memory as a rule, before it tries again.
+// How long a thread of the bus waits after a fault, mostly a failed allocation, before it tries again.
 inline constexpr auto kAfterFault = std::chrono::milliseconds(10);
 
 template <class Run>
@@ -108,7 +108,7 @@ class Log {
             (append(text, parts), ...);
             write_text(text.c_str());
         } catch (...) {
-            write_text("vorn: a log line was left out for lack of memory");
+            write_text("vorn: a log line was left out: out of memory");
         }
     }
 

@@ -23,7 +23,7 @@ struct Endpoint {
     Inbox& inbox;
     Counters& counters;
     Log& log;
-    // Numbers as a peer that asks is told; called from the transport's threads.
+    // The answer to a peer that asks; called from the transport's threads.
     void (*read_counters)(const void* bus, vorn_bus_counters& counters);
     const void* bus;
 };
@@ -65,7 +65,7 @@ struct Listed {
     std::string endpoint;
 };
 
-// `rest` is the URL after its scheme. Open makes the transport, ask does without; both say in the log what
+// `rest` is the URL after its scheme. Open makes the transport, ask needs none; both log what
 // is wrong.
 using MakeTransport = Result (*)(const std::string& rest, const Endpoint& endpoint,
                                  std::unique_ptr<Transport>& made);

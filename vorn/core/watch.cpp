@@ -18,7 +18,7 @@ std::uint64_t nanoseconds_now() {
         std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count());
 }
 
-bool CopyQueue::has_room_for(std::size_t bytes) {
+bool CopyQueue::has_capacity_for(std::size_t bytes) {
     const std::lock_guard locked(lock_);
     return bytes_ == 0 || bytes_ + cost(bytes) <= most_bytes_;
 }

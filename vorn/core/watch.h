@@ -17,7 +17,7 @@
 
 namespace vorn {
 
-// Batches that were taken together, one behind the other.
+// Batches that were taken together, one after the other.
 class Copies {
   public:
     Copies() = default;
@@ -41,13 +41,13 @@ struct WatchCounters {
     std::atomic<std::uint64_t> interruptions = 0;
 };
 
-// Any number of threads put copies in, and never wait: what finds no room is counted and dropped.
+// Any number of threads put copies in, and never wait: what does not fit is counted and dropped.
 class CopyQueue {
   public:
     CopyQueue(std::uint64_t most_bytes, WatchCounters& counters)
         : most_bytes_(most_bytes), counters_(counters) {}
 
-    bool has_room_for(std::size_t bytes);
+    bool has_capacity_for(std::size_t bytes);
     void put(std::unique_ptr<Copies> copies);
 
     // Null when the time is over.

@@ -18,7 +18,7 @@ class Window {
     Window(std::uint32_t batches, std::uint32_t bytes, Counters& counters)
         : most_batches_(batches), most_bytes_(bytes), counters_(&counters) {}
 
-    // Waits for room. False: there was none in time.
+    // Waits until the batch fits. False: it did not in time.
     bool take(std::uint32_t bytes, std::uint32_t peer_batches, SendTimeout& timeout) {
         std::unique_lock locked(lock_);
         const auto fits = [this, bytes, most_batches = std::min(most_batches_, peer_batches)] {

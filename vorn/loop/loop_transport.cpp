@@ -89,11 +89,11 @@ class LoopWatcher final : public Watcher {
             [this](const auto& entry) { return entry.first.first == name_ && watches(entry.first.second); }));
     }
 
-    // Under the hub's lock. What has no room is not even copied.
+    // Under the hub's lock. What does not fit is not even copied.
     void see(const std::string& name, std::uint32_t destination, Bytes batch) const noexcept {
         if (name != name_ || !watches(destination)) return;
         try {
-            if (own_.queue.has_room_for(batch.size())) {
+            if (own_.queue.has_capacity_for(batch.size())) {
                 return own_.queue.put(std::make_unique<LoopCopies>(batch));
             }
         } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the copy is lost

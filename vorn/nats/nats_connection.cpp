@@ -116,7 +116,7 @@ std::string limits_text(const Limits& limits) {
 std::optional<Limits> read_limits(const char* text) {
     if (text == nullptr) return std::nullopt;
     std::string_view rest = text;
-    // Takes the words off, and the number behind them.
+    // Takes the words off, and the number that follows them.
     const auto take = [&rest](std::string_view words, std::uint32_t& number) {
         if (!rest.starts_with(words)) return false;
         rest.remove_prefix(words.size());
@@ -201,16 +201,16 @@ void NatsClient::close() {
 }
 
 void NatsClient::on_disconnected(natsConnection* /*connection*/, void* self) {
-    if (!of(self).closes_) of(self).log_.line("the connection to the server is gone");
+    if (!of(self).closes_) of(self).log_.line("the connection to the server is lost");
 }
 
 void NatsClient::on_reconnected(natsConnection* /*connection*/, void* self) {
-    of(self).log_.line("the connection to the server stands again");
+    of(self).log_.line("the connection to the server is up again");
     of(self).connected_again_();
 }
 
 void NatsClient::on_closed(natsConnection* /*connection*/, void* self) {
-    if (!of(self).closes_) of(self).log_.line("the server has refused this client for good; open it again");
+    if (!of(self).closes_) of(self).log_.line("the server refuses this client; open the bus again");
     of(self).closed_ = true;
     of(self).closed_.notify_all();
 }

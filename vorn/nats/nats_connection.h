@@ -74,12 +74,12 @@ inline constexpr const char* kNatsAuthorities = "VORN_NATS_CA";  // files of PEM
 inline constexpr const char* kNatsCertificate = "VORN_NATS_CERT";
 inline constexpr const char* kNatsKey = "VORN_NATS_KEY";
 
-// Null: there is none; the log says why.
+// Null: refused; the log has the reason.
 NatsConnection connect(const NatsUrl& url, Log& log);
 
 bool is_connected(natsConnection* connection);
 
-// A connection that is kept: it is made again when it breaks, and tells so in the log. Its callbacks run in
+// A connection that is kept: it is made again when it breaks, with a log line. Its callbacks run in
 // threads of the client's.
 class NatsClient {
   public:
@@ -93,7 +93,7 @@ class NatsClient {
     bool open(const NatsUrl& url);
     natsConnection* get() const { return connection_.get(); }
 
-    // The subscription stays this object's. Null: refused; the log says why.
+    // The subscription stays this object's. Null: refused; the log has the reason.
     natsSubscription* subscribe(const std::string& subject, natsMsgHandler handler, void* context);
 
     // When they return, no handler of a subscription runs, nor will; after close no callback at all.

@@ -148,7 +148,7 @@ bool NatsFetcher::fetch_until(std::uint64_t number) {
     return true;
 }
 
-// `number` becomes that behind the stream's last, if it is above that: a server that was killed may
+// `number` becomes that after the stream's last, if it is above it: a server that was killed may
 // remember deliveries of what its stream does not have.
 bool NatsFetcher::pass_over_the_gone(std::uint64_t& number) {
     jsOptions options = short_wait();

@@ -11,8 +11,8 @@
 
 namespace vorn {
 
-// Batches are handled one at a time, in the stream's order. So two numbers say how far the stream is handled,
-// and one for each session of a sender what is known of it: it may have stored its last batch twice.
+// Batches are handled one at a time, in the stream's order. So two numbers hold how far the stream is
+// handled, and one for each session of a sender what is known of it: it may have stored its last batch twice.
 class Journal {
   public:
     // Beyond so many, those that were silent longest are forgotten.
@@ -26,7 +26,7 @@ class Journal {
     // Throws system_error; EWOULDBLOCK: another process has it open.
     void open(const std::string& file);
 
-    // Says which stream it is about; another one, or the same made anew, begins at 0.
+    // Sets the stream that it is about; another one, or the same made anew, begins at 0.
     void begin(std::int64_t stream_created);
 
     std::uint64_t finished() const;  // number of the last batch whose handler has returned

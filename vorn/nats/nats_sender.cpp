@@ -29,7 +29,8 @@ NatsSender::NatsSender(const NatsUrl& url, const Endpoint& own, natsConnection* 
 Result NatsSender::send(const Outgoing& batch, SendTimeout& timeout) {
     const std::uint32_t destination = batch.header.destination;
     Queue& queue = queue_to(destination);
-    if (const Result result = take_room(queue, batch.header, timeout); result != VORN_BUS_OK) return result;
+    if (const Result result = take_capacity(queue, batch.header, timeout); result != VORN_BUS_OK)
+        return result;
 
     Session session;
     {
@@ -63,7 +64,7 @@ NatsSender::Queue& NatsSender::queue_to(std::uint32_t destination) {
 
 // The stream could refuse what is too much by itself. But each of its servers would count for itself, at its
 // own time, and what one of them stores and another refuses makes them different for ever.
-Result NatsSender::take_room(Queue& queue, const BatchHeader& batch, SendTimeout& timeout) {
+Result NatsSender::take_capacity(Queue& queue, const BatchHeader& batch, SendTimeout& timeout) {
     std::unique_lock locked(queue.lock);
     while (queue.batches == 0 || queue.bytes < batch.bytes) {
         if (queue.looked_at) {
@@ -75,7 +76,7 @@ Result NatsSender::take_room(Queue& queue, const BatchHeader& batch, SendTimeout
         locked.unlock();
         Result result = VORN_BUS_NO_MEMORY;
         try {
-            result = look_for_room(queue, batch, timeout.end());
+            result = look_for_capacity(queue, batch, timeout.end());
         } catch (const std::bad_alloc&) {  // the next one shall look again
         }
         locked.lock();
@@ -91,7 +92,7 @@ Result NatsSender::take_room(Queue& queue, const BatchHeader& batch, SendTimeout
     return VORN_BUS_OK;
 }
 
-Result NatsSender::look_for_room(Queue& queue, const BatchHeader& batch, Deadline end) {
+Result NatsSender::look_for_capacity(Queue& queue, const BatchHeader& batch, Deadline end) {
     if (!is_connected(connection_)) return VORN_BUS_NO_PEER;
     jsOptions options = {};
     jsOptions_Init(&options);
@@ -104,7 +105,7 @@ Result NatsSender::look_for_room(Queue& queue, const BatchHeader& batch, Deadlin
     if (status != NATS_OK) return VORN_BUS_NO_PEER;
     const auto limits = read_limits(info->Config->Description);
     if (!limits) {
-        own_.log.line_about_outside("stream ", url_.stream(batch.destination), " is none of this bus");
+        own_.log.line_about_outside("stream ", url_.stream(batch.destination), " is not one of this bus");
         return VORN_BUS_NO_PEER;
     }
     if (batch.bytes > limits->batch_bytes) return VORN_BUS_TOO_LARGE;
@@ -125,13 +126,13 @@ Result NatsSender::look_for_room(Queue& queue, const BatchHeader& batch, Deadlin
 
 Result NatsSender::publish(const std::string& subject, const std::vector<std::uint8_t>& packet,
                            Deadline end) {
-    bool unsure = false;
+    bool is_unknown = false;
     for (;;) {
         const Result result = attempt(subject, packet, end);
         if (result == VORN_BUS_OK || result == VORN_BUS_TOO_LARGE) return result;
-        unsure |= result == VORN_BUS_OUTCOME_UNKNOWN;
+        is_unknown |= result == VORN_BUS_OUTCOME_UNKNOWN;
         const auto now = Clock::now();
-        if (now >= end) return unsure ? VORN_BUS_OUTCOME_UNKNOWN : result;
+        if (now >= end) return is_unknown ? VORN_BUS_OUTCOME_UNKNOWN : result;
         std::this_thread::sleep_for(std::min<Clock::duration>(kBetweenAttempts, end - now));
     }
 }

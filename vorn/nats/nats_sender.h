@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sending end on NATS: publishes batches until the stream has stored them, and no more than there is room
-// for.
+// The sending end on NATS: publishes batches until the stream has stored them, and no more than its receiver
+// takes.
 #ifndef VORN_NATS_SENDER_H
 #define VORN_NATS_SENDER_H
 
@@ -25,8 +25,8 @@ class NatsSender {
     Result send(const Outgoing& batch, SendTimeout& timeout);  // any thread
 
   private:
-    // Batches of one session are stored one after the other, so that the receiver can tell what it knows by
-    // their numbers. Each thread that sends has one to itself meanwhile.
+    // Batches of one session are stored one after the other, so that the receiver recognises by their
+    // numbers what it has. Each thread that sends has one to itself meanwhile.
     struct Session {
         std::uint64_t name = 0;
         std::uint64_t sent = 0;  // number of the last batch
@@ -43,8 +43,8 @@ class NatsSender {
     };
 
     Queue& queue_to(std::uint32_t destination);
-    Result take_room(Queue& queue, const BatchHeader& batch, SendTimeout& timeout);
-    Result look_for_room(Queue& queue, const BatchHeader& batch, Deadline end);
+    Result take_capacity(Queue& queue, const BatchHeader& batch, SendTimeout& timeout);
+    Result look_for_capacity(Queue& queue, const BatchHeader& batch, Deadline end);
     Result publish(const std::string& subject, const std::vector<std::uint8_t>& packet, Deadline end);
     Result attempt(const std::string& subject, const std::vector<std::uint8_t>& packet, Deadline end);
 

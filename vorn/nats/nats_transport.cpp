@@ -66,7 +66,7 @@ class NatsTransport final : public Transport {
         natsStatus status = natsConnection_JetStream(&made, client_.get(), nullptr);
         jetstream_.reset(made);
         sender_.emplace(url_, own_, client_.get(), jetstream_.get());
-        if (status != NATS_OK) return trouble("JetStream", status, {});
+        if (status != NATS_OK) return refused("JetStream", status, {});
         Result result = VORN_BUS_OK;
         const Deadline deadline = Clock::now() + kOpenTimeout;
         do {
@@ -98,7 +98,7 @@ class NatsTransport final : public Transport {
     std::string endpoint() const override { return url_.endpoint_text(own_.address); }
 
   private:
-    Result trouble(const std::string& what, natsStatus status, jsErrCode code) const {
+    Result refused(const std::string& what, natsStatus status, jsErrCode code) const {
         own_.log.line(what, ": ", natsStatus_GetText(status),
                       code == jsErrCode{} ? "" : ", JetStream's error " + std::to_string(code));
         return VORN_BUS_SYSTEM_ERROR;
@@ -129,7 +129,7 @@ class NatsTransport final : public Transport {
         if (code == JSStreamNameExistErr)
             status = js_UpdateStream(&made, jetstream_.get(), &config, nullptr, &code);
         const StreamInfo stream_info(made);
-        if (status != NATS_OK) return trouble("stream " + stream, status, code);
+        if (status != NATS_OK) return refused("stream " + stream, status, code);
 
         jsConsumerConfig consumer = {};
         jsConsumerConfig_Init(&consumer);
@@ -142,7 +142,7 @@ class NatsTransport final : public Transport {
         status = js_AddConsumer(&made_consumer, jetstream_.get(), stream.c_str(), &consumer, nullptr, &code);
         const ConsumerInfo consumer_info(made_consumer);
         if (status != NATS_OK && code != JSConsumerNameExistErr && code != JSConsumerExistingActiveErr) {
-            return trouble("consumer of stream " + stream, status, code);
+            return refused("consumer of stream " + stream, status, code);
         }
         if (consumer_info == nullptr || consumer_info->PushBound) return VORN_BUS_ADDRESS_TAKEN;
 
@@ -162,8 +162,8 @@ class NatsTransport final : public Transport {
         natsSubscription* subscription = nullptr;
         status = js_SubscribeSync(&subscription, jetstream_.get(), subject.c_str(), nullptr, &options, &code);
         if (status != NATS_OK) {
-            // Bound between the two calls, or trouble, which then shows itself again.
-            trouble("subscription to stream " + stream, status, code);
+            // Bound between the two calls, or an error that the next try meets again.
+            refused("subscription to stream " + stream, status, code);
             return VORN_BUS_ADDRESS_TAKEN;
         }
         deliveries_.reset(subscription);

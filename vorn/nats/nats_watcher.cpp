@@ -92,7 +92,7 @@ class NatsWatcher final : public Watcher {
         NatsMessage taken(message);
         try {
             of(self).take(std::move(taken));
-        } catch (const std::exception&) {  // for lack of memory
+        } catch (const std::exception&) {  // out of memory
             count(of(self).own_.counters.lost_batches);
         }
     }

@@ -39,12 +39,12 @@ constexpr auto kSendAgain = 50ms;
 
 }  // namespace
 
-Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string place,
+Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string endpoint,
            zmq::context_t& context, Notifier& notifier)
     : own_(own),
       destination_(destination),
       incarnation_(incarnation),
-      place_(std::move(place)),
+      endpoint_(std::move(endpoint)),
       notifier_(notifier),
       socket_(context, zmq::socket_type::dealer) {
     // Only to a connection that stands, so that a packet that is not sent is known not to be.
@@ -56,8 +56,8 @@ Link::Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarna
     socket_.set(zmq::sockopt::reconnect_ivl_max, 200);
     socket_.set(zmq::sockopt::heartbeat_ivl, 1000);
     socket_.set(zmq::sockopt::heartbeat_timeout, 3000);
-    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{4096});  // what receivers say is short
-    socket_.connect(place_);
+    socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{4096});  // receivers' packets are short
+    socket_.connect(endpoint_);
 }
 
 // ---- any thread -----------------------------------------------------------------------------------
@@ -156,7 +156,7 @@ void Link::receive(Bytes packet) {
         heard_ = Clock::now();
         if (ack->session != session_ || ack->received >= next_) return;
         acknowledge(ack->handled);
-        if (ack->sent > ack->received) send_again_behind(ack->received);
+        if (ack->sent > ack->received) send_again_after(ack->received);
     } else if (const auto goodbye = read_goodbye(packet); kind == Kind::goodbye && goodbye) {
         if (goodbye->session != session_ || goodbye->received >= next_) return;
         acknowledge(goodbye->handled);
@@ -168,8 +168,8 @@ void Link::receive(Bytes packet) {
         if (reset->session == session_) end_session(UINT64_MAX);
     } else if (kind == Kind::hello) {
         // The system may connect a socket to itself where it tries a free port of its own host for long.
-        socket_.disconnect(place_);
-        socket_.connect(place_);
+        socket_.disconnect(endpoint_);
+        socket_.connect(endpoint_);
     } else {
         count(own_.counters.damaged);
         own_.log.line_about_outside("a damaged answer from address ", destination_);
@@ -183,7 +183,7 @@ void Link::welcome(const Welcome& packet) {
         if (!serving_) {
             set_up(true);
             sent_again_ = {};
-            send_again_behind(packet.received);
+            send_again_after(packet.received);
         }
         return;
     }
@@ -226,7 +226,7 @@ void Link::drop_larger_than(std::uint32_t batch_bytes) {
 }
 
 // The receiver's incarnation has ended, or forgotten us. It took batches up to `received`, and nobody will
-// say what became of those that are not acknowledged; those behind wait for the next incarnation.
+// report on those that are not acknowledged; those after it wait for the next incarnation.
 void Link::end_session(std::uint64_t received) {
     if (session_ == 0) return;
     std::uint64_t lost = 0;
@@ -270,7 +270,7 @@ void Link::acknowledge(std::uint64_t handled) {
 }
 
 void Link::give_back(std::uint64_t batches, std::uint64_t bytes, std::vector<SharedBuffer> spares) {
-    bool tell = false;
+    bool has_waiting = false;
     {
         const std::lock_guard locked(lock_);
         while (!spares.empty() && spares_.size() < kMostSpares) {
@@ -279,9 +279,9 @@ void Link::give_back(std::uint64_t batches, std::uint64_t bytes, std::vector<Sha
         }
         batches_ -= static_cast<std::uint32_t>(batches);
         bytes_ -= bytes;
-        tell = waiting_senders_ != 0;
+        has_waiting = waiting_senders_ != 0;
     }
-    if (tell) changed_.notify_all();
+    if (has_waiting) changed_.notify_all();
 }
 
 void Link::set_up(bool up) {
@@ -297,7 +297,7 @@ void Link::set_up(bool up) {
     changed_.notify_all();
 }
 
-void Link::send_again_behind(std::uint64_t received) {
+void Link::send_again_after(std::uint64_t received) {
     const auto now = Clock::now();
     if (now - sent_again_ < kSendAgain) return;  // the first answers may still be about the packets before
     sent_again_ = now;

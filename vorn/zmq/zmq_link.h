@@ -23,7 +23,7 @@ namespace vorn {
 
 class Link {
   public:
-    Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string place,
+    Link(const Endpoint& own, std::uint32_t destination, std::uint64_t incarnation, std::string endpoint,
          zmq::context_t& context, Notifier& notifier);
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
@@ -38,7 +38,7 @@ class Link {
     Clock::time_point serve();
 
   private:
-    // Batches that travel together; in front, room for the packet's head. The bytes are lent to the socket,
+    // Batches that travel together; in front, bytes for the packet's head. The bytes are lent to the socket,
     // and kept to be sent again.
     struct Packet {
         SharedBuffer bytes;
@@ -58,7 +58,7 @@ class Link {
     void begin_session(const Welcome& packet);
     void drop_larger_than(std::uint32_t batch_bytes);
     void end_session(std::uint64_t received);
-    void send_again_behind(std::uint64_t received);
+    void send_again_after(std::uint64_t received);
     void send_waiting();
     Packet make_packet(std::uint32_t batch_bytes);
     std::deque<Packet> take_waiting();
@@ -73,7 +73,7 @@ class Link {
     const Endpoint own_;
     const std::uint32_t destination_;
     const std::uint64_t incarnation_;
-    const std::string place_;
+    const std::string endpoint_;
     Notifier& notifier_;
 
     // Of the service thread.

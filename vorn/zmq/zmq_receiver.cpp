@@ -19,8 +19,8 @@ constexpr int kMessagesATurn = 64;
 constexpr std::size_t kMostSessions = 4096;
 constexpr auto kForgetAfter = 10min;
 constexpr auto kGoodbyeWait = 300ms;
-constexpr auto kPresent = 3s;     // senders that are there ping more often
-constexpr auto kTellAfter = 5ms;  // where handlers are slow, and a delivery holds many batches
+constexpr auto kPresent = 3s;            // senders that are there ping more often
+constexpr auto kAcknowledgeAfter = 5ms;  // where handlers are slow, and a delivery holds many batches
 
 // Watchers. A copy costs the socket some memory beside its bytes; the socket's own limit is above.
 constexpr std::size_t kMostWatchers = 64;
@@ -64,8 +64,8 @@ class ZmqDelivery final : public Delivery {
     void batch_handled() override {
         session_->handled.store(++number_, std::memory_order_release);
         const auto now = CoarseClock::now();
-        if (now - told_ < kTellAfter) return;
-        told_ = now;
+        if (now - acknowledged_ < kAcknowledgeAfter) return;
+        acknowledged_ = now;
         notifier_.notify();
     }
     void left_for_later() override { notifier_.notify(); }
@@ -80,7 +80,7 @@ class ZmqDelivery final : public Delivery {
     std::uint64_t number_;  // of the batch handled last
     std::uint64_t last_;
     Notifier& notifier_;
-    CoarseClock::time_point told_ = CoarseClock::now();
+    CoarseClock::time_point acknowledged_ = CoarseClock::now();
 };
 
 }  // namespace
@@ -94,8 +94,8 @@ Receiver::Receiver(const Endpoint& own, zmq::context_t& context, Notifier& notif
     socket_.set(zmq::sockopt::maxmsgsize, std::int64_t{own.batch_bytes} + (1 << 20));
 }
 
-void Receiver::bind(const std::string& place) {
-    socket_.bind(place);
+void Receiver::bind(const std::string& endpoint) {
+    socket_.bind(endpoint);
     open_ = true;
 }
 
@@ -172,7 +172,7 @@ void Receiver::hello(const std::string& route, const Hello& packet) {
     session->route = route;
     session->heard = Clock::now();
     const std::uint64_t handled = session->handled.load(std::memory_order_acquire);
-    session->told = handled;
+    session->acknowledged = handled;
     answer(route, Welcome{own_.queue_batches, own_.batch_bytes, session->name, session->received, handled});
     forget_the_silent();
 }
@@ -192,15 +192,15 @@ Receiver::Session* Receiver::find(const std::string& route, std::uint64_t name) 
 void Receiver::data(const std::string& route, const Data& packet, zmq::message_t& message) {
     Session* const session = find(route, packet.session);
     if (session == nullptr) return;
-    if (packet.first > session->received + 1) return tell(*session, kBatchIsMissing);
+    if (packet.first > session->received + 1) return send_ack(*session, kBatchIsMissing);
     if (packet.first <= session->received) {
         count(own_.counters.redelivered_batches, packet.count);
-        return;  // the next ping tells
+        return;  // the next ping is answered
     }
     if (packet.count > (message.size() - Data::kBytes) / kSmallestBatch) {
         return damaged("more batches than there may be");
     }
-    // What has no room stays with the sender, which asks again. One packet is always taken: it may be one
+    // What does not fit stays with the sender, which asks again. One packet is always taken: it may be one
     // that was filled for a receiver that took more.
     const std::uint64_t waiting = session->received - session->handled.load(std::memory_order_acquire);
     const std::uint64_t waiting_bytes = session->waiting_bytes.load(std::memory_order_relaxed);
@@ -250,7 +250,7 @@ void Receiver::watch(const std::string& route, const Watch& packet) {
     answer(route, Watching{packet.watcher, watcher.session, watcher.taken});
 }
 
-// Batches keep their numbers where there is no room for the copy, so that the watcher knows what it misses.
+// Batches keep their numbers where the copy does not fit, so that the watcher knows what it misses.
 void Receiver::copy_to_watchers(const Data& packet, zmq::message_t& message) {
     const auto now = Clock::now();
     const std::uint64_t time = nanoseconds_now();
@@ -292,23 +292,23 @@ void Receiver::copy_to_watchers(const Data& packet, zmq::message_t& message) {
 }
 
 void Receiver::ping(const std::string& route, const Ping& packet) {
-    if (Session* const session = find(route, packet.session)) tell(*session, packet.sent);
+    if (Session* const session = find(route, packet.session)) send_ack(*session, packet.sent);
 }
 
-void Receiver::tell(Session& session, std::uint64_t sent) {
-    session.told = session.handled.load(std::memory_order_acquire);
-    answer(session.route, Ack{session.name, session.received, session.told, sent});
+void Receiver::send_ack(Session& session, std::uint64_t sent) {
+    session.acknowledged = session.handled.load(std::memory_order_acquire);
+    answer(session.route, Ack{session.name, session.received, session.acknowledged, sent});
 }
 
 bool Receiver::acknowledge() {
     if (!open_ || closes_at_) return false;
-    bool told = false;
+    bool any = false;
     for (const auto& [name, session] : sessions_) {
-        if (session->handled.load(std::memory_order_acquire) == session->told) continue;
-        tell(*session, 0);
-        told = true;
+        if (session->handled.load(std::memory_order_acquire) == session->acknowledged) continue;
+        send_ack(*session, 0);
+        any = true;
     }
-    return told;
+    return any;
 }
 
 void Receiver::ask(const std::string& route) {

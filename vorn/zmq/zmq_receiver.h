@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The receiving end of an address: takes each sender's batches in their order, once each, and says what is
+// The receiving end of an address: takes each sender's batches in their order, once each, and reports what is
 // handled.
 #ifndef VORN_ZMQ_RECEIVER_H
 #define VORN_ZMQ_RECEIVER_H
@@ -19,7 +19,7 @@
 
 namespace vorn {
 
-// All of it runs in the service thread, but for what deliveries say of their batches.
+// All of it runs in the service thread, except what deliveries report of their batches.
 class Receiver {
   public:
     // A sender's incarnation, in this one of ours.
@@ -27,9 +27,9 @@ class Receiver {
         std::uint64_t name = 0;
         std::uint64_t incarnation = 0;
         std::uint32_t source = 0;
-        std::string route;           // of the sender's present connection
-        std::uint64_t received = 0;  // number of the last batch taken
-        std::uint64_t told = 0;      // what was last acknowledged as handled
+        std::string route;               // of the sender's present connection
+        std::uint64_t received = 0;      // number of the last batch taken
+        std::uint64_t acknowledged = 0;  // what was last acknowledged as handled
         std::atomic<std::uint64_t> handled = 0;
         std::atomic<std::uint64_t> waiting_bytes = 0;  // of packets in the inbox
         Clock::time_point heard;
@@ -37,24 +37,24 @@ class Receiver {
 
     Receiver(const Endpoint& own, zmq::context_t& context, Notifier& notifier);
 
-    void bind(const std::string& place);  // throws zmq::error_t
+    void bind(const std::string& endpoint);  // throws zmq::error_t
     bool is_open() const { return open_; }
     zmq::socket_ref socket() { return socket_; }
 
     // Takes what has arrived, up to a limit, so that others get their turn. False: nothing had.
     bool receive();
 
-    // Tells senders what is handled. False: there was nothing to tell.
+    // Reports to senders what is handled. False: there was nothing to report.
     bool acknowledge();
 
-    // Says goodbye to all senders, and takes no more batches. The socket stays open for a moment, until each
+    // Sends goodbye to all senders, and takes no more batches. The socket stays open for a moment, until each
     // has answered: what a sender has not read when the connection ends never reaches it.
     void say_goodbye();
     bool may_close() const;
     void close();
 
   private:
-    // Who is sent copies of what is taken, until it says no more or is silent.
+    // Who is sent copies of what is taken, until it ends that or is silent.
     struct Watcher {
         struct OnItsWay {
             std::uint64_t last;  // number of its last batch
@@ -78,7 +78,7 @@ class Receiver {
     void copy_to_watchers(const Data& packet, zmq::message_t& message);
     void damaged(const char* what);
     Session* find(const std::string& route, std::uint64_t name);
-    void tell(Session& session, std::uint64_t sent);
+    void send_ack(Session& session, std::uint64_t sent);
     void forget_the_silent();
 
     template <class Packet>

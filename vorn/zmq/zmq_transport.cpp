@@ -15,8 +15,8 @@
 #include <vector>
 #include <zmq.hpp>
 
+#include "vorn/zmq/zmq_endpoints.h"
 #include "vorn/zmq/zmq_link.h"
-#include "vorn/zmq/zmq_places.h"
 #include "vorn/zmq/zmq_receiver.h"
 
 namespace vorn {
@@ -29,8 +29,8 @@ constexpr std::chrono::milliseconds kClosingSleep = 10ms;
 
 class ZmqTransport final : public Transport {
   public:
-    ZmqTransport(std::unique_ptr<Places> places, const Endpoint& own)
-        : places_(std::move(places)), own_(own), receiver_(own, context_, notifier_) {}
+    ZmqTransport(std::unique_ptr<ZmqEndpoints> endpoints, const Endpoint& own)
+        : endpoints_(std::move(endpoints)), own_(own), receiver_(own, context_, notifier_) {}
 
     ~ZmqTransport() override {
         if (service_.joinable()) {
@@ -45,19 +45,19 @@ class ZmqTransport final : public Transport {
     }
 
     Result open() override {
-        const auto place = places_->endpoint(own_.address);
-        if (!place) return VORN_BUS_BAD_URL;
-        if (const Result result = places_->before_bind(own_.address, own_.log); result != VORN_BUS_OK)
+        const auto endpoint = endpoints_->endpoint(own_.address);
+        if (!endpoint) return VORN_BUS_BAD_URL;
+        if (const Result result = endpoints_->before_bind(own_.address, own_.log); result != VORN_BUS_OK)
             return result;
         try {
-            receiver_.bind(*place);
+            receiver_.bind(*endpoint);
         } catch (const zmq::error_t& error) {
-            places_->after_unbind(own_.address);
+            endpoints_->after_unbind(own_.address);
             if (error.num() == EADDRINUSE) return VORN_BUS_ADDRESS_TAKEN;
-            own_.log.line(*place, ": ", error.what());
+            own_.log.line(*endpoint, ": ", error.what());
             return error.num() == EINVAL || error.num() == ENODEV ? VORN_BUS_BAD_URL : VORN_BUS_SYSTEM_ERROR;
         }
-        places_->after_bind(own_.address);
+        endpoints_->after_bind(own_.address);
         service_ = start_thread([this] { serve(); });
         return VORN_BUS_OK;
     }
@@ -88,16 +88,16 @@ class ZmqTransport final : public Transport {
         return batches;
     }
 
-    std::string endpoint() const override { return places_->endpoint(own_.address).value_or(""); }
+    std::string endpoint() const override { return endpoints_->endpoint(own_.address).value_or(""); }
 
   private:
-    // Links are never removed while the bus is open, so that pointers to them stay good.
+    // Links are never removed while the bus is open, so that pointers to them stay valid.
     Link* link_to(std::uint32_t destination) {
         const std::lock_guard locked(links_lock_);
         if (const auto found = links_.find(destination); found != links_.end()) return found->second.get();
-        const auto place = places_->endpoint(destination);
-        if (!place) return nullptr;
-        auto link = std::make_unique<Link>(own_, destination, incarnation_, *place, context_, notifier_);
+        const auto endpoint = endpoints_->endpoint(destination);
+        if (!endpoint) return nullptr;
+        auto link = std::make_unique<Link>(own_, destination, incarnation_, *endpoint, context_, notifier_);
         Link* const made = link.get();
         links_.emplace(destination, std::move(link));
         ++links_version_;
@@ -132,7 +132,7 @@ class ZmqTransport final : public Transport {
                 if (receiver_closes_) receiver_.say_goodbye();
                 if (receiver_closes_ && receiver_.may_close()) {
                     receiver_.close();
-                    places_->after_unbind(own_.address);
+                    endpoints_->after_unbind(own_.address);
                     receiver_closes_ = false;
                     receiver_closes_.notify_all();
                 }
@@ -155,7 +155,7 @@ class ZmqTransport final : public Transport {
             }
     }
 
-    std::unique_ptr<Places> places_;
+    std::unique_ptr<ZmqEndpoints> endpoints_;
     const Endpoint own_;
     const std::uint64_t incarnation_ = random_name();
     Notifier notifier_;
@@ -171,24 +171,25 @@ class ZmqTransport final : public Transport {
     std::thread service_;
 };
 
-Result make(std::unique_ptr<Places> places, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    if (places == nullptr) return VORN_BUS_BAD_URL;
-    made = std::make_unique<ZmqTransport>(std::move(places), endpoint);
+Result make(std::unique_ptr<ZmqEndpoints> endpoints, const Endpoint& endpoint,
+            std::unique_ptr<Transport>& made) {
+    if (endpoints == nullptr) return VORN_BUS_BAD_URL;
+    made = std::make_unique<ZmqTransport>(std::move(endpoints), endpoint);
     return VORN_BUS_OK;
 }
 
-Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadline deadline, Log& log,
+Result ask(const std::unique_ptr<ZmqEndpoints>& endpoints, std::uint32_t address, Deadline deadline, Log& log,
            vorn_bus_counters& counters) {
-    if (places == nullptr) return VORN_BUS_BAD_URL;
-    const auto place = places->endpoint(address);
-    if (!place) return VORN_BUS_BAD_URL;
+    if (endpoints == nullptr) return VORN_BUS_BAD_URL;
+    const auto endpoint = endpoints->endpoint(address);
+    if (!endpoint) return VORN_BUS_BAD_URL;
     try {
         zmq::context_t context(1);
         zmq::socket_t socket(context, zmq::socket_type::dealer);
         socket.set(zmq::sockopt::linger, 0);
         socket.set(zmq::sockopt::ipv6, true);
         socket.set(zmq::sockopt::reconnect_ivl, 10);
-        socket.connect(*place);
+        socket.connect(*endpoint);
         std::array<std::uint8_t, kPreambleBytes> bytes;
         put_preamble(bytes.data(), Kind::ask);
         zmq::message_t question(bytes.data(), bytes.size());
@@ -204,7 +205,7 @@ Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadlin
         counters = from_numbers(values);
         return VORN_BUS_OK;
     } catch (const zmq::error_t& error) {
-        log.line(*place, ": ", error.what());
+        log.line(*endpoint, ": ", error.what());
         return VORN_BUS_BAD_URL;
     }
 }
@@ -212,18 +213,18 @@ Result ask(const std::unique_ptr<Places>& places, std::uint32_t address, Deadlin
 }  // namespace
 
 Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    return make(ipc_places(rest), endpoint, made);
+    return make(ipc_endpoints(rest), endpoint, made);
 }
 Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    return make(tcp_places(rest), endpoint, made);
+    return make(tcp_endpoints(rest), endpoint, made);
 }
 Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters) {
-    return ask(ipc_places(rest), address, deadline, log, counters);
+    return ask(ipc_endpoints(rest), address, deadline, log, counters);
 }
 Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters) {
-    return ask(tcp_places(rest), address, deadline, log, counters);
+    return ask(tcp_endpoints(rest), address, deadline, log, counters);
 }
 
 }  // namespace vorn

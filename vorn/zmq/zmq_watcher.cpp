@@ -15,7 +15,7 @@
 #include <zmq.hpp>
 
 #include "vorn/core/transport.h"
-#include "vorn/zmq/zmq_places.h"
+#include "vorn/zmq/zmq_endpoints.h"
 #include "vorn/zmq/zmq_service.h"
 
 namespace vorn {
@@ -48,7 +48,7 @@ class ZmqCopies final : public Copies {
 // One receiver that is watched.
 class Watched {
   public:
-    Watched(zmq::context_t& context, const std::string& place, const WatchEndpoint& own)
+    Watched(zmq::context_t& context, const std::string& endpoint, const WatchEndpoint& own)
         : own_(own), socket_(context, zmq::socket_type::dealer) {
         socket_.set(zmq::sockopt::immediate, true);
         socket_.set(zmq::sockopt::linger, 100);  // for the last word
@@ -59,11 +59,11 @@ class Watched {
         socket_.set(zmq::sockopt::heartbeat_ivl, 1000);
         socket_.set(zmq::sockopt::heartbeat_timeout, 3000);
         socket_.set(zmq::sockopt::maxmsgsize, kLargestMessage);
-        socket_.connect(place);
+        socket_.connect(endpoint);
     }
     ~Watched() {
         try {
-            if (session_ != 0) say(0);
+            if (session_ != 0) send_watch(0);
         } catch (const zmq::error_t&) {  // NOLINT(bugprone-empty-catch): the receiver forgets us all the same
         }
     }
@@ -81,7 +81,7 @@ class Watched {
         if (!connected) {
             connected_ = false;
         } else if (!connected_ || now >= next_ || bytes_ >= own_.queue_bytes / 4 || copies_ >= 1000) {
-            connected_ = say(own_.queue_bytes);
+            connected_ = send_watch(own_.queue_bytes);
             next_ = now + (is_present(now) ? std::chrono::milliseconds(kAgain) : kAnswerWait);
             bytes_ = 0;
             copies_ = 0;
@@ -90,7 +90,7 @@ class Watched {
     }
 
   private:
-    bool say(std::uint32_t window) {
+    bool send_watch(std::uint32_t window) {
         std::array<std::uint8_t, Watch::kBytes> bytes;
         write_packet(bytes.data(), Watch{name_, session_, seen_, window, 0});
         zmq::message_t message(bytes.data(), bytes.size());
@@ -172,8 +172,8 @@ class Watched {
 
 class ZmqWatcher final : public Watcher {
   public:
-    ZmqWatcher(std::unique_ptr<Places> places, WatchEndpoint own)
-        : places_(std::move(places)), own_(std::move(own)) {
+    ZmqWatcher(std::unique_ptr<ZmqEndpoints> endpoints, WatchEndpoint own)
+        : endpoints_(std::move(endpoints)), own_(std::move(own)) {
         context_.set(zmq::ctxopt::max_sockets, kMostSockets);
     }
     ~ZmqWatcher() override {
@@ -184,7 +184,7 @@ class ZmqWatcher final : public Watcher {
     }
 
     Result open() override {
-        if (own_.addresses.empty() && !places_->can_list()) {
+        if (own_.addresses.empty() && !endpoints_->can_list()) {
             own_.log.line("name the addresses to watch; only an ipc folder shows them");
             return VORN_BUS_BAD_ARGUMENT;
         }
@@ -201,12 +201,12 @@ class ZmqWatcher final : public Watcher {
     bool add(std::uint32_t address) {
         auto& watched = watched_[address];
         if (watched != nullptr) return true;
-        const auto place = places_->endpoint(address);
-        if (place) try {
-                watched = std::make_unique<Watched>(context_, *place, own_);
+        const auto endpoint = endpoints_->endpoint(address);
+        if (endpoint) try {
+                watched = std::make_unique<Watched>(context_, *endpoint, own_);
                 return true;
             } catch (const zmq::error_t& error) {
-                own_.log.line_about_outside(*place, ": ", error.what());
+                own_.log.line_about_outside(*endpoint, ": ", error.what());
             }
         watched_.erase(address);
         return false;
@@ -215,7 +215,7 @@ class ZmqWatcher final : public Watcher {
     // Sockets that are new in the folder; and not those any more whose file is gone, once they are silent.
     void rescan(Clock::time_point now) {
         std::error_code error;  // a folder that is not there yet is empty
-        const std::vector<std::uint32_t> there = places_->list(error);
+        const std::vector<std::uint32_t> there = endpoints_->list(error);
         for (const std::uint32_t address : there) add(address);
         std::erase_if(watched_, [&](const auto& entry) {
             return !std::binary_search(there.begin(), there.end(), entry.first) &&
@@ -253,7 +253,7 @@ class ZmqWatcher final : public Watcher {
         watched_.clear();  // in the thread that uses their sockets
     }
 
-    std::unique_ptr<Places> places_;
+    std::unique_ptr<ZmqEndpoints> endpoints_;
     const WatchEndpoint own_;
     Notifier notifier_;
     zmq::context_t context_{1};
@@ -263,19 +263,20 @@ class ZmqWatcher final : public Watcher {
     std::thread service_;
 };
 
-Result make(std::unique_ptr<Places> places, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    if (places == nullptr) return VORN_BUS_BAD_URL;
-    made = std::make_unique<ZmqWatcher>(std::move(places), endpoint);
+Result make(std::unique_ptr<ZmqEndpoints> endpoints, const WatchEndpoint& endpoint,
+            std::unique_ptr<Watcher>& made) {
+    if (endpoints == nullptr) return VORN_BUS_BAD_URL;
+    made = std::make_unique<ZmqWatcher>(std::move(endpoints), endpoint);
     return VORN_BUS_OK;
 }
 
 }  // namespace
 
 Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    return make(ipc_places(rest), endpoint, made);
+    return make(ipc_endpoints(rest), endpoint, made);
 }
 Result watch_tcp(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    return make(tcp_places(rest), endpoint, made);
+    return make(tcp_endpoints(rest), endpoint, made);
 }
 
 }  // namespace vorn

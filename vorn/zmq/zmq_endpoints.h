@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where addresses are: a folder of sockets, or hosts and ports.
-#ifndef VORN_ZMQ_PLACES_H
-#define VORN_ZMQ_PLACES_H
+#ifndef VORN_ZMQ_ENDPOINTS_H
+#define VORN_ZMQ_ENDPOINTS_H
 
 #include <cstdint>
 #include <memory>
@@ -14,11 +14,11 @@
 
 namespace vorn {
 
-class Places {
+class ZmqEndpoints {
   public:
-    virtual ~Places() = default;
+    virtual ~ZmqEndpoints() = default;
 
-    // ZeroMQ's endpoint of an address; none where the URL has no place for it.
+    // ZeroMQ's endpoint of an address; none where the URL has none for it.
     virtual std::optional<std::string> endpoint(std::uint32_t address) const = 0;
 
     // The addresses whose sockets are there, in order; whether the URL can show them.
@@ -31,9 +31,9 @@ class Places {
     virtual void after_unbind(std::uint32_t address) = 0;
 };
 
-// `rest` is the URL behind its scheme; null: it is none.
-std::unique_ptr<Places> ipc_places(const std::string& rest);
-std::unique_ptr<Places> tcp_places(const std::string& rest);
+// `rest` is the URL after its scheme; null: it is not valid.
+std::unique_ptr<ZmqEndpoints> ipc_endpoints(const std::string& rest);
+std::unique_ptr<ZmqEndpoints> tcp_endpoints(const std::string& rest);
 
 }  // namespace vorn
 

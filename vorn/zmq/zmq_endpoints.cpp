@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "vorn/zmq/zmq_places.h"
+#include "vorn/zmq/zmq_endpoints.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -24,13 +24,13 @@
 namespace vorn {
 namespace {
 
-// Addresses are files of a folder that only this user can enter. A socket's file says nothing of who listens,
+// Addresses are files of a folder that only this user can enter. A socket's file does not show who listens,
 // and binding replaces it: the address belongs to whoever holds the lock beside it, which ends with its
 // process.
-class IpcPlaces final : public Places {
+class IpcEndpoints final : public ZmqEndpoints {
   public:
-    explicit IpcPlaces(std::string folder) : folder_(std::move(folder)) {}
-    ~IpcPlaces() override {
+    explicit IpcEndpoints(std::string folder) : folder_(std::move(folder)) {}
+    ~IpcEndpoints() override {
         if (lock_ >= 0) ::close(lock_);
     }
 
@@ -59,9 +59,9 @@ class IpcPlaces final : public Places {
     Result before_bind(std::uint32_t address, Log& log) override {
         std::error_code error;
         std::filesystem::create_directories(std::filesystem::path(folder_).parent_path(), error);
-        if (mkdir(folder_.c_str(), S_IRWXU) != 0 && errno != EEXIST) return trouble(log, folder_);
+        if (mkdir(folder_.c_str(), S_IRWXU) != 0 && errno != EEXIST) return refused(log, folder_);
         struct stat status = {};
-        if (stat(folder_.c_str(), &status) != 0) return trouble(log, folder_);
+        if (stat(folder_.c_str(), &status) != 0) return refused(log, folder_);
         if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
             (status.st_uid != geteuid() && status.st_uid != 0)) {
             log.line(folder_, ": others may write there; a bus keeps its sockets in a folder of its own");
@@ -69,7 +69,7 @@ class IpcPlaces final : public Places {
         }
         const std::string path = file(address, ".lock");
         lock_ = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
-        if (lock_ < 0) return trouble(log, path);
+        if (lock_ < 0) return refused(log, path);
         if (flock(lock_, LOCK_EX | LOCK_NB) != 0) {
             ::close(std::exchange(lock_, -1));
             return VORN_BUS_ADDRESS_TAKEN;
@@ -90,7 +90,7 @@ class IpcPlaces final : public Places {
     std::string file(std::uint32_t address, const char* suffix) const {
         return folder_ + "/" + std::to_string(address) + suffix;
     }
-    static Result trouble(Log& log, const std::string& path) {
+    static Result refused(Log& log, const std::string& path) {
         log.line(path, ": ", system_error_text());
         return VORN_BUS_SYSTEM_ERROR;
     }
@@ -135,12 +135,12 @@ std::optional<HostPort> host_port(std::string_view text) {
     return HostPort{std::string(text.substr(0, colon)), *port};
 }
 
-// Address N is at the first host and N ports behind the first port, unless it has an entry of its own. All
+// Address N is at the first host and N ports after the first port, unless it has an entry of its own. All
 // processes are given the same URL.
-class TcpPlaces final : public Places {
+class TcpEndpoints final : public ZmqEndpoints {
   public:
-    static std::unique_ptr<Places> parse(std::string_view rest) {
-        auto places = std::make_unique<TcpPlaces>();
+    static std::unique_ptr<ZmqEndpoints> parse(std::string_view rest) {
+        auto endpoints = std::make_unique<TcpEndpoints>();
         bool more = true;
         for (bool first = true; more; first = false) {
             const std::size_t comma = rest.find(',');
@@ -152,15 +152,15 @@ class TcpPlaces final : public Places {
             if (first) {
                 const auto base = host_port(part);
                 if (!base || base->port == 0) return nullptr;
-                places->base_ = *base;
+                endpoints->base_ = *base;
             } else {
                 const auto address = number<std::uint32_t>(part.substr(0, equals));
-                const auto place = host_port(part.substr(equals + 1));
-                if (!address || !place || place->port == 0) return nullptr;
-                if (!places->own_.emplace(*address, *place).second) return nullptr;
+                const auto endpoint = host_port(part.substr(equals + 1));
+                if (!address || !endpoint || endpoint->port == 0) return nullptr;
+                if (!endpoints->own_.emplace(*address, *endpoint).second) return nullptr;
             }
         }
-        return places;
+        return endpoints;
     }
 
     std::optional<std::string> endpoint(std::uint32_t address) const override {
@@ -185,20 +185,20 @@ class TcpPlaces final : public Places {
 
 }  // namespace
 
-std::unique_ptr<Places> ipc_places(const std::string& rest) {
-    if (rest.empty()) return std::make_unique<IpcPlaces>(default_folder());
+std::unique_ptr<ZmqEndpoints> ipc_endpoints(const std::string& rest) {
+    if (rest.empty()) return std::make_unique<IpcEndpoints>(default_folder());
     std::string folder = rest;
     while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
-    return std::make_unique<IpcPlaces>(folder);
+    return std::make_unique<IpcEndpoints>(folder);
 }
 
-std::unique_ptr<Places> tcp_places(const std::string& rest) { return TcpPlaces::parse(rest); }
+std::unique_ptr<ZmqEndpoints> tcp_endpoints(const std::string& rest) { return TcpEndpoints::parse(rest); }
 
 Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found) {
-    const std::unique_ptr<Places> places = ipc_places(rest);
+    const std::unique_ptr<ZmqEndpoints> endpoints = ipc_endpoints(rest);
     std::error_code error;
-    for (const std::uint32_t address : places->list(error)) {
-        const std::string endpoint = places->endpoint(address).value_or("");
+    for (const std::uint32_t address : endpoints->list(error)) {
+        const std::string endpoint = endpoints->endpoint(address).value_or("");
         found.push_back({address, is_listened_to(endpoint), endpoint});
     }
     if (!error) return VORN_BUS_OK;
