@@ -233,7 +233,7 @@ TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
 }
 
 TEST(Packets, ThatContradictThemselvesAreDamaged) {
-    EXPECT_FALSE(read_welcome(written(Welcome{0, 5, 6, 8, 7})));  // room for nothing
+    EXPECT_FALSE(read_welcome(written(Welcome{0, 5, 6, 8, 7})));  // no batch is taken
     EXPECT_FALSE(read_welcome(written(Welcome{4, 5, 6, 7, 8})));  // handled, and not received
     EXPECT_FALSE(read_ack(written(Ack{1, 2, 3, 4})));
     EXPECT_FALSE(read_goodbye(written(Goodbye{1, 2, 3})));

@@ -52,7 +52,7 @@ class Kill(unittest.TestCase):
         return process
 
     def check_received(self) -> dict[int, int]:
-        """Each generation's numbers rise, which says that none came twice; how many came of each."""
+        """Each generation's numbers rise, so none came twice; how many came of each."""
         last: dict[int, int] = {}
         came: dict[int, int] = collections.Counter()
         for generation, number in records(self.file):
@@ -74,17 +74,17 @@ class Kill(unittest.TestCase):
                 receiver = self.start("receive", url, 2, self.file)
         output, errors = sender.communicate()
         self.assertEqual(sender.returncode, 0, errors)
-        told = json.loads(output)
+        report = json.loads(output)
         receiver.terminate()
         receiver.communicate(timeout=20)
         came = self.check_received()[0]
-        self.assertEqual(told["accepted"], MESSAGES)
-        self.assertEqual(told["left"], 0)
+        self.assertEqual(report["accepted"], MESSAGES)
+        self.assertEqual(report["left"], 0)
         missing = MESSAGES - came
         # A batch that was handled just before the kill may count as lost; one that is missing must.
-        self.assertLessEqual(missing, told["lost_batches"])
+        self.assertLessEqual(missing, report["lost_batches"])
         print(f"count: {url.split(':')[0]}: {MESSAGES} messages, {kills} kills of the receiver, {missing} missing, "
-              f"{told['lost_batches']} counted as lost, 0 doubled, 0 out of order")
+              f"{report['lost_batches']} counted as lost, 0 doubled, 0 out of order")
 
     def senders_are_killed(self, url: str) -> None:
         receiver = self.start("receive", url, 2, self.file)

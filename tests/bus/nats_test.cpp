@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// nats:// where its server matters: kills and restarts of it, credentials, TLS, what a killed receiver leaves
-// behind.
+// nats:// where its server matters: kills and restarts of it, credentials, TLS, what a killed receiver
+// leaves.
 #include <fcntl.h>
 #include <nats/nats.h>
 #include <sys/wait.h>
@@ -170,7 +170,7 @@ TEST_F(Nats, WhatIsSentWhileTheReceiverIsAwayWaitsForIt) {
     for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(receiver.arrived()[i].port().f0, i);
 }
 
-// A receiver that is killed in its third handler: the next one begins with that batch, and is told.
+// A receiver that is killed in its third handler: the next one begins with that batch, marked as repeated.
 TEST_F(Nats, TheBatchInWhichAReceiverWasKilledComesAgainWithAMark) {
     NatsServer server;
     std::array<int, 2> pipes = {};
@@ -265,7 +265,7 @@ TEST_F(Nats, WhatIsNoPacketIsCountedAndLeavesTheStream) {
     EXPECT_TRUE(eventually([&] { return client.stored() == 0; }));
 }
 
-// Batches come and go although the server delivers nothing, and forgets what it was told.
+// Batches come and go although the server delivers nothing, and forgets what it was sent.
 TEST_F(Nats, WhatTheServerForgetsTheReceiverFinds) {
     NatsServer server;
     BareClient client(server);

@@ -3,7 +3,7 @@
 //
 // peer send URL ADDRESS DESTINATION GENERATION COUNT [BATCH] sends records {generation, number}, numbers from
 // 0, again and again where the bus refuses, and prints what became of them. peer receive URL ADDRESS FILE
-// appends eight bytes a record to the file, until it is told to end.
+// appends eight bytes a record to the file, until SIGTERM.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -54,7 +54,7 @@ int send(char** arguments) {
         arguments[7] == nullptr ? 1U : static_cast<std::uint32_t>(std::strtoul(arguments[7], nullptr, 10));
     std::uint32_t next = 0;
     std::uint64_t refused = 0;
-    std::uint64_t unsure = 0;
+    std::uint64_t unknown = 0;
     std::vector<Nac_SetPortMsg> records;
     while (next < number && ends == 0) {
         const std::uint32_t count = std::min(batch, number - next);
@@ -64,7 +64,7 @@ int send(char** arguments) {
         if (result == VORN_BUS_OK) {
             next += count;
         } else if (result == VORN_BUS_OUTCOME_UNKNOWN) {
-            unsure += count;
+            unknown += count;
             next += count;
         } else if (result == VORN_BUS_NO_PEER || result == VORN_BUS_FULL) {
             ++refused;
@@ -77,9 +77,10 @@ int send(char** arguments) {
     vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
-        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unsure\": %llu, \"lost_batches\": %llu, "
+        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unknown\": %llu, \"lost_batches\": "
+        "%llu, "
         "\"left\": %llu, \"flush\": %d}\n",
-        generation, next, static_cast<unsigned long long>(refused), static_cast<unsigned long long>(unsure),
+        generation, next, static_cast<unsigned long long>(refused), static_cast<unsigned long long>(unknown),
         static_cast<unsigned long long>(counters.lost_batches),
         static_cast<unsigned long long>(counters.unhandled_batches), flushed);
     vorn_bus_close(bus);

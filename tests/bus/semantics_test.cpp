@@ -52,7 +52,7 @@ TEST_P(Semantics, AMessageArrivesWithItsIdAddressesTargetAndRecord) {
     EXPECT_EQ(message.port().f1, 1U);
 }
 
-TEST_P(Semantics, ArraysAreUnpackedForTheHandlerAndFreedBehindIt) {
+TEST_P(Semantics, ArraysAreUnpackedForTheHandlerAndFreedAfterIt) {
     TestBus sender(url(), kSender);
     TestBus receiver(url(), kReceiver);
     std::array<std::uint8_t, 3> text = {7, 8, 9};
@@ -136,7 +136,7 @@ TEST_P(Semantics, SixtyFourThreadsSendAtOnceEachInItsOrder) {
     EXPECT_EQ(receiver.counters().received_messages, kThreads * kEach);
 }
 
-TEST_P(Semantics, AFullQueueIsSaidToTheSenderAndNothingOfItIsLost) {
+TEST_P(Semantics, AFullQueueIsReportedToTheSenderAndNothingOfItIsLost) {
     TestBus receiver(url(), kReceiver, narrow);
     TestBus sender(url(), kSender, narrow);
     for (std::uint32_t i = 0; i < 4; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
@@ -152,7 +152,7 @@ TEST_P(Semantics, AFullQueueIsSaidToTheSenderAndNothingOfItIsLost) {
     for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(arrived[i].port().f0, i);
 }
 
-TEST_P(Semantics, ASenderWaitsUntilThereIsRoom) {
+TEST_P(Semantics, ASenderWaitsUntilItsBatchFits) {
     const auto patient = [](vorn_bus_options& options) {
         options.queue_batches = 4;
         options.send_timeout_ms = 20000;
@@ -309,7 +309,7 @@ TEST_P(Semantics, AnAddressBelongsToOneBus) {
     EXPECT_EQ(third.opened(), VORN_BUS_OK);
 }
 
-TEST_P(Semantics, ToNobodyASendWaitsAndSaysSo) {
+TEST_P(Semantics, ToNobodyASendWaitsAndReturnsNoPeer) {
     TestBus sender(url(), kSender, impatient);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(sender.send(9, {1, 2}), std::uint32_t{VORN_BUS_NO_PEER});
@@ -470,7 +470,7 @@ TEST_P(Semantics, FlushWaitsForWhatIsOnItsWay) {
     EXPECT_EQ(sender.counters().unhandled_batches, 0U);
 }
 
-TEST_P(Semantics, WhatAClosedReceiverHadNotHandledIsLostAndSaidOnce) {
+TEST_P(Semantics, WhatAClosedReceiverHadNotHandledIsLostAndReportedOnce) {
     if (transport() == "nats") {
         // The stream keeps it for the receiver that comes next.
         TestBus sender(url(), kSender);
@@ -781,7 +781,7 @@ TEST(Process, RegistrationWithoutFunctionsIsRefused) {
               VORN_BUS_BAD_ARGUMENT);
 }
 
-TEST(Process, WithoutAnOpenBusSendsSaySo) {
+TEST(Process, WithoutAnOpenBusSendsReturnNotOpen) {
     const Nac_SetPortMsg record = {1, 2};
     EXPECT_EQ(Nac_SetPortMsg__sendmsg(1, &record, 1), std::uint32_t{VORN_BUS_NOT_OPEN});
     EXPECT_EQ(Nac_SetPortMsg__sendtomsg(1, &record, 1, 3), std::uint32_t{VORN_BUS_NOT_OPEN});

@@ -132,7 +132,7 @@ TEST_P(Zmq, BatchesThatComeAgainAreLeftOut) {
     EXPECT_EQ(receiver.counters().redelivered_batches, 4U);
 }
 
-TEST_P(Zmq, AGapIsAnsweredAndNothingBehindItTaken) {
+TEST_P(Zmq, AGapIsAnsweredAndNothingAfterItTaken) {
     TestBus receiver(url(), kReceiver);
     Speaker speaker(endpoint());
     const Welcome welcome = speaker.greet();
@@ -145,7 +145,7 @@ TEST_P(Zmq, AGapIsAnsweredAndNothingBehindItTaken) {
     EXPECT_TRUE(receiver.poll_until(2));
 }
 
-TEST_P(Zmq, AReturningSenderIsToldWhatHasArrived) {
+TEST_P(Zmq, AReturningSenderGetsTheNumberOfWhatHasArrived) {
     TestBus receiver(url(), kReceiver);
     std::uint64_t session = 0;
     {
@@ -319,9 +319,9 @@ TEST_P(Zmq, CopiesStayWithinTheWatchersWindow) {
     ASSERT_TRUE(read_copy(speaker.hear()));
     ASSERT_TRUE(read_data(speaker.hear()));
     speaker.say(Watch{1, watching->session, 3, 1, 0});
-    const auto told = read_watching(speaker.hear());
-    ASSERT_TRUE(told);
-    EXPECT_EQ(told->taken, 3U);
+    const auto answer = read_watching(speaker.hear());
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->taken, 3U);
     ASSERT_EQ(sender.send(kReceiver, {4, 0}), 0U);
     const auto copy = read_copy(speaker.hear());
     ASSERT_TRUE(copy);
@@ -338,7 +338,7 @@ TEST_P(Zmq, WatchersBeyondTheMostAreNotAnswered) {
         ASSERT_TRUE(read_watching(speaker.hear()));
     }
     EXPECT_TRUE(eventually([&] { return receiver.log().size() == 1; }));
-    speaker.say(Watch{7, 0, 0, 0, 0});  // says goodbye, and makes room
+    speaker.say(Watch{7, 0, 0, 0, 0});  // ends its watch, for another
     speaker.say(Watch{66, 0, 0, 1000, 0});
     const auto watching = read_watching(speaker.hear());
     ASSERT_TRUE(watching);
@@ -414,7 +414,7 @@ TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
         address.sin_port = htons(static_cast<std::uint16_t>(port));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         ASSERT_EQ(connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        if (i % 2 == 0) {  // the others never say a word
+        if (i % 2 == 0) {  // the others never send a byte
             Buffer bytes(random() % 3000 + 1);
             for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
             if (i % 4 == 0) bytes[0] = 0xFF;  // as a greeting begins
@@ -428,7 +428,7 @@ TEST(Tcp, GarbageAndSilentConnectionsDoNoHarm) {
     for (const int connection : connections) close(connection);
 }
 
-TEST(Tcp, AddressesArePortsBehindTheFirstOrHaveEntries) {
+TEST(Tcp, AddressesArePortsAfterTheFirstOrHaveEntries) {
     const auto endpoints = tcp_endpoints("127.0.0.1:7000,2=10.0.0.2:7100,9=[::1]:7200");
     ASSERT_NE(endpoints, nullptr);
     EXPECT_EQ(endpoints->endpoint(0), "tcp://127.0.0.1:7000");
@@ -440,7 +440,7 @@ TEST(Tcp, AddressesArePortsBehindTheFirstOrHaveEntries) {
     EXPECT_EQ(endpoints->endpoint(0xFFFFFFFF), std::nullopt);
 }
 
-TEST(Tcp, WhatIsNoListOfPlacesIsRefused) {
+TEST(Tcp, WhatIsNoListOfEndpointsIsRefused) {
     for (const char* const rest : {"", "host", ":7000", "host:", "host:0", "host:65536", "host:7000,",
                                    "host:7000,x=h:1", "host:7000,2=h", "host:7000,2=h:1,2=h:2", "2=host:7000",
                                    "host:7000x", "host:7000,4294967296=h:1", "host:7000,h:1"}) {

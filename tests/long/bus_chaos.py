@@ -93,11 +93,11 @@ class Server:
         try:
             connection = http.client.HTTPConnection(address(self.host), 8222, timeout=1)
             connection.request("GET", "/jsz?accounts=true&streams=true&consumers=true")
-            told = json.loads(connection.getresponse().read())
+            report = json.loads(connection.getresponse().read())
         except (OSError, http.client.HTTPException, ValueError):
             return {}
         led = {}
-        for account in told.get("account_details") or []:
+        for account in report.get("account_details") or []:
             for stream in account.get("stream_detail") or []:
                 for group in (stream, *(stream.get("consumer_detail") or [])):
                     cluster = group.get("cluster") or {}
@@ -186,24 +186,25 @@ class Chaos:
         output, _ = sender.communicate(timeout=1800)
         if sender.returncode != 0:
             raise RuntimeError(f"the sender ended with {sender.returncode}: {(self.folder / 'peers.log').read_text()[-500:]}")
-        told = json.loads(output)
-        wait_until("the last messages", lambda: self.arrived() >= told["accepted"] or self.receiver.poll() is not None, 60) \
-            if told["unsure"] == 0 else time.sleep(15)
+        report = json.loads(output)
+        wait_until("the last messages", lambda: self.arrived() >= report["accepted"] or self.receiver.poll() is not None, 60) \
+            if report["unknown"] == 0 else time.sleep(15)
         time.sleep(1)  # for what comes twice
         self.receiver.terminate()
         self.receiver.communicate(timeout=30)
-        return self.judge(told, time.monotonic() - begin)
+        return self.judge(report, time.monotonic() - begin)
 
-    def judge(self, told: dict, seconds: float) -> bool:
+    def judge(self, report: dict, seconds: float) -> bool:
         numbers = [number for _, number in struct.iter_unpack("<II", self.received.read_bytes())]
         seen = set(numbers)
-        lost = told["accepted"] - told["unsure"] - len(seen)
+        lost = report["accepted"] - report["unknown"] - len(seen)
         doubled = len(numbers) - len(seen)
         disorder = sum(1 for before, after in zip(numbers, numbers[1:]) if after <= before)
-        print(f"count: {told['accepted']} messages, {sum(self.kills.values())} kills ({self.kills['server']} of servers, "
+        print(f"count: {report['accepted']} messages, {sum(self.kills.values())} kills ({self.kills['server']} of servers, "
               f"{self.kills['receiver']} of the receiver, {self.kills['cut']} cuts of the sender) in {seconds:.0f} s: "
-              f"{max(lost, 0)} lost, {doubled} doubled, {disorder} out of order, {told['unsure']} unsure", flush=True)
-        return (told["accepted"], lost, doubled, disorder) == (self.messages, 0, 0, 0) and told["unsure"] == 0
+              f"{max(lost, 0)} lost, {doubled} doubled, {disorder} out of order, "
+              f"{report['unknown']} of unknown outcome", flush=True)
+        return (report["accepted"], lost, doubled, disorder) == (self.messages, 0, 0, 0) and report["unknown"] == 0
 
 
 def main() -> int:
