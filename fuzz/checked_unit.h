@@ -4,6 +4,7 @@
 #ifndef FUZZ_CHECKED_UNIT_H
 #define FUZZ_CHECKED_UNIT_H
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdarg>
@@ -32,7 +33,13 @@ struct Account {
     std::optional<std::size_t> failing_allocation;
     std::size_t live_blocks = 0;
 
-    void clear() { *this = {}; }
+    void clear() {  // keeps the capacities: sweeps clear it a million times a second
+        allocations.clear();
+        releases.clear();
+        log.clear();
+        failing_allocation.reset();
+        live_blocks = 0;
+    }
 };
 
 inline Account account;
@@ -57,12 +64,14 @@ inline void release(void* block, std::uint32_t /*owner_code*/, const char* calle
                                               std::uint32_t /*category*/, const char* /*file*/,
                                               std::uint32_t /*line*/, const char* function,
                                               const char* format, ...) {
-    std::array<char, 256> text = {};
+    std::array<char, 256> text;
+    const int prefix = std::snprintf(text.data(), text.size(), "%s: ", function);
+    const std::size_t used = std::min(static_cast<std::size_t>(std::max(prefix, 0)), text.size() - 1);
     va_list values;
     va_start(values, format);
-    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, values));
+    static_cast<void>(std::vsnprintf(text.data() + used, text.size() - used, format, values));
     va_end(values);
-    account.log.push_back(std::string(function) + ": " + text.data());
+    account.log.emplace_back(text.data());
 }
 
 // Hooks are resolved from the start. The wire has the order asked for, whatever the host's.

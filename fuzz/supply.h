@@ -17,9 +17,12 @@
 
 namespace fuzz {
 
+// What a sweep reads at the moment, for the line of a broken promise.
+inline std::string doing;
+
 // Ends the process, so that the fuzzer keeps the input.
 [[noreturn]] inline void broken(const std::string& promise) {
-    static_cast<void>(std::fprintf(stderr, "broken promise: %s\n", promise.c_str()));
+    static_cast<void>(std::fprintf(stderr, "broken promise: %s %s\n", promise.c_str(), doing.c_str()));
     std::abort();
 }
 

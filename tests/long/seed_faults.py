@@ -14,6 +14,7 @@ import dataclasses
 import os
 import pathlib
 import queue
+import random
 import re
 import resource
 import shutil
@@ -335,12 +336,15 @@ class Workshop:
 def main() -> int:
     parser = argparse.ArgumentParser(description="Makes one fault at a time in the library and expects that tests notice.")
     parser.add_argument("--only", default="", metavar="PATTERN", help="seed in files of this name only")
+    parser.add_argument("--sample", type=int, metavar="N", help="seed N of the faults only, always the same")
     parser.add_argument("--list", action="store_true", help="print the faults and seed none")
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     arguments = parser.parse_args()
     faults = [fault for fault in all_faults() if re.search(arguments.only, fault.path)]
     for path, line, what in HARMLESS.keys() - {fault.key() for fault in all_faults()}:
         sys.exit(f"seed_faults: {path} has no such fault any more: {what}: {line}")
+    if arguments.sample is not None:
+        faults = random.Random(1).sample(faults, min(arguments.sample, len(faults)))
     if arguments.list:
         for fault in faults:
             print(f"{fault.path}:{fault.line_number}: {fault.what}")
@@ -369,7 +373,7 @@ def main() -> int:
             if not killer:
                 survivors.append(fault)
                 print(f"survived: {fault.path}:{fault.line_number}: {fault.what}\n    {fault.line}", flush=True)
-            if done % 50 == 0:
+            if done % 10 == 0:
                 print(f"{done} of {len(seeded)} after {time.monotonic() - started:.0f} s", flush=True)
     for killer, count in killers.most_common():
         print(f"{count:>5} killed by {killer}" if killer else f"{count:>5} survived")

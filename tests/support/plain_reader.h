@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -32,11 +31,13 @@ class PlainReader {
     template <class Record>
     void unpack(Record* record) {
         using Traits = kaplo::Description<Record>;
-        const std::string name = Traits::name.c_str();
-        if (!arguments(name + "_unpack", record)) return;
+        static const std::string name = Traits::name.c_str();
+        static const std::string unpack_name = name + "_unpack";
+        static const std::string decoder =
+            Traits::root_decodes_as_nested ? name + "_unpack_non_root" : unpack_name;
+        if (!arguments(unpack_name, record)) return;
         const bool first = Traits::root_decodes_as_nested || owns_memory<Record>();
         if (first) std::memset(static_cast<void*>(record), 0, sizeof *record);
-        const std::string decoder = name + (Traits::root_decodes_as_nested ? "_unpack_non_root" : "_unpack");
         Table table;
         if (!open(number(0, 4), decoder, table)) return;
         if (!first) std::memset(static_cast<void*>(record), 0, sizeof *record);
@@ -130,7 +131,7 @@ class PlainReader {
 
     template <class Record>
     bool nested(std::uint64_t at, Record& record) {
-        const std::string decoder =
+        static const std::string decoder =
             std::string(kaplo::Description<Record>::name.c_str()) + "_unpack_non_root";
         Table table;
         return open(at, decoder, table) && fields(table, decoder, record);
@@ -216,7 +217,7 @@ class PlainReader {
     std::uint32_t length_;
     std::endian order_;
     std::optional<std::size_t> failing_allocation_;
-    std::deque<std::vector<std::uint64_t>> arrays_;  // cleared, aligned for any record
+    std::vector<std::vector<std::uint64_t>> arrays_;  // cleared, aligned for any record
 };
 
 }  // namespace tests
