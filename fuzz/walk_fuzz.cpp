@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: the tool's walk through any bytes ends as unpack ends, stays inside them, and says what unpack
+// Promise: the tool's walk through any bytes ends as unpack ends, stays inside them, and shows what unpack
 // reads.
 //
 // Each input is read twice: as received bytes, as decode_fuzz has them, and as a damaged message, as

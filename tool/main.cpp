@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // nac: command line and exit codes.
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <cstddef>
 #include <exception>
 #include <string>
 
 #include "tool/commands.h"
+#include "tool/io/output.h"
 
 namespace tool {
 namespace {
@@ -46,10 +47,7 @@ ExitCode run(int argc, char** argv) {
         return app.exit(error) == 0 ? kOk : kBadUsage;
     }
     const ExitCode code = chosen();
-    // What could not be written is found out at the end, where the last of it goes out.
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw CommandError(kTrouble, "standard output cannot be written");
-    }
+    flush_standard_output();
     return code;
 }
 
@@ -59,9 +57,9 @@ ExitCode run(int argc, char** argv) {
 int main(int argc, char** argv) try {
     return tool::run(argc, argv);
 } catch (const tool::CommandError& error) {
-    static_cast<void>(std::fprintf(stderr, "nac: %s\n", error.what()));
+    tool::report("nac: {}", error.what());
     return error.code();
 } catch (const std::exception& error) {
-    static_cast<void>(std::fprintf(stderr, "nac: %s\n", error.what()));
+    tool::report("nac: {}", error.what());
     return tool::kTrouble;
 }

@@ -4,6 +4,7 @@
 #define TOOL_VERB_H
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,12 @@ Verb<Options> add_verb(CLI::App& command, Chosen& chosen, ExitCode (*run)(const 
     command.callback([&chosen, run, options] { chosen = [run, options] { return run(*options); }; });
     return {command, *options};
 }
+
+// Check numbers on the command line: decimal, or hexadecimal with 0x; no sign, and no number outside of the
+// range, becomes another number.
+CLI::Validator whole_number(std::uint64_t least = 0, std::uint64_t most = UINT64_MAX);
+CLI::Validator real_number(double least, double most);
+inline CLI::Validator seconds() { return real_number(0.001, 1e6); }
 
 inline constexpr const char* kJsonHelp = "One JSON object a line";
 inline constexpr const char* kAlwaysJsonHelp = "One JSON object a line, as without it";

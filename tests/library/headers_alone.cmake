@@ -4,7 +4,7 @@
 # The sources are made here, one for each header and language.
 set(c_headers bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
-  ${PROJECT_SOURCE_DIR}/bus/*.h ${PROJECT_SOURCE_DIR}/host/*.h
+  ${PROJECT_SOURCE_DIR}/bus/*.h
   ${PROJECT_SOURCE_DIR}/nac/*.h ${PROJECT_SOURCE_DIR}/runtime/*.h)
 if(NAC_BUILD_BUS)
   file(GLOB bus_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/vorn/*.h ${PROJECT_SOURCE_DIR}/vorn/*/*.h)

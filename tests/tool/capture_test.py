@@ -16,10 +16,9 @@ import tempfile
 import time
 import unittest
 
-import jsonschema
-
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import pcapng
+from drive import assert_fits
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
@@ -49,11 +48,7 @@ def port(number: int) -> bytes:
     return bytes.fromhex(json.loads(line)["hex"])
 
 
-def schema_of(verb: str) -> dict:
-    return json.loads((ROOT / f"docs/schemas/{verb}.json").read_text())
-
-
-# Runs a command, and says how much memory it had.
+# Runs a command, and prints how much memory it had.
 MEASURED = ["/usr/bin/python3", "-c",
             "import resource, subprocess, sys\n"
             "code = subprocess.run(sys.argv[1:]).returncode\n"
@@ -66,7 +61,7 @@ def peak_kib(words: str) -> int:
 
 
 class Running:
-    """A verb that runs until it is told to end, or until it has what it waits for."""
+    """A verb that runs until a signal ends it, or until it has what it waits for."""
 
     def __init__(self, *arguments: str, bus: str, measured: bool = False) -> None:
         self.words = tempfile.TemporaryFile("w+")
@@ -126,7 +121,7 @@ class Record(CaptureTest):
         code, out, words = self.record(["send", "--to", "2", "--as", "7", "--target", "99", SESSION], "-o", str(file), "--json")
         self.assertEqual(code, 0, words)
         summary = json.loads(out)
-        jsonschema.validate(summary, schema_of("record"))
+        assert_fits("record", summary)
         self.assertEqual((summary["messages"], summary["batches"], summary["lost_batches"]), (29, 29, 0))
         blocks, messages = pcapng.read(file.read_bytes())
         self.assertEqual([kind for kind, _ in blocks[:2]] + [blocks[-1][0]],
@@ -241,7 +236,7 @@ class Record(CaptureTest):
         file = str(self.folder / "out.pcapng")
         done = nac("record", "-o", file, "--count", "1", "--duration", "0.2", bus=self.bus)
         self.assertEqual((done.returncode, done.stdout), (3, ""))
-        self.assertIn("1 of 1 messages did not come", done.stderr)
+        self.assertIn("1 of 1 messages did not arrive", done.stderr)
         done = nac("record", "-o", str(self.folder / "no/such/folder"), "--duration", "0.1", bus=self.bus)
         self.assertEqual(done.returncode, 3)
         self.assertIn("No such file", done.stderr)
@@ -261,7 +256,7 @@ class Info(CaptureTest):
         done = nac("info", "--json", self.write(pcapng.capture(messages)))
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         info = json.loads(done.stdout)
-        jsonschema.validate(info, schema_of("info"))
+        assert_fits("info", info)
         self.assertEqual((info["messages"], info["batches"], info["damaged"]), (29, 29, 0))
         self.assertEqual(info["bytes"], sum(len(message.data) for message in messages))
         self.assertAlmostEqual(info["seconds"], 0.028)
@@ -278,7 +273,7 @@ class Info(CaptureTest):
         done = nac("info", "--json", self.write(pcapng.capture(messages)))
         self.assertEqual(done.returncode, 1)
         info = json.loads(done.stdout)
-        jsonschema.validate(info, schema_of("info"))
+        assert_fits("info", info)
         self.assertEqual((info["damaged"], info["unknown"]), (2, 1))
         self.assertEqual([damage["packet"] for damage in info["damages"]], [2, 3])
         self.assertIn("Table offset(4294967295) is out of range(4 - 8)", info["damages"][0]["faults"][0])
@@ -286,7 +281,7 @@ class Info(CaptureTest):
     def test_an_empty_capture_is_no_error_and_an_empty_file_is(self) -> None:
         done = nac("info", "--json", self.write(pcapng.start()))
         self.assertEqual((done.returncode, done.stderr), (0, ""))
-        jsonschema.validate(json.loads(done.stdout), schema_of("info"))
+        assert_fits("info", json.loads(done.stdout))
         for data, words in ((b"", "it is empty"), (b"\n\r", "not a capture"), (b"{}" * 50, "not a capture")):
             done = nac("info", self.write(data))
             self.assertEqual((done.returncode, done.stdout), (1, ""), data)
@@ -309,7 +304,7 @@ class Info(CaptureTest):
             if not clean:
                 self.assertIn("ends within the block at byte", done.stderr)
 
-    def test_damaged_files_are_told(self) -> None:
+    def test_damaged_files_are_reported(self) -> None:
         good = pcapng.capture(pcapng.batches(session()[:2]))
         for what, data in {
             "claims 5 bytes": pcapng.start() + struct.pack("<II", 6, 5) + bytes(20),
@@ -332,8 +327,8 @@ class Info(CaptureTest):
                 data += pcapng.block(0x0BAD, b"whatever", order) + pcapng.start(order, resolution)
                 info = json.loads(nac("info", "--json", "-", given=data).stdout)
                 self.assertEqual((info["messages"], info["first_time"]), (1, expected), (order, resolution))
-        strange = pcapng.start(link_type=1) + pcapng.packet(message)
-        self.assertEqual(json.loads(nac("info", "--json", "-", given=strange).stdout)["foreign_packets"], 1)
+        foreign = pcapng.start(link_type=1) + pcapng.packet(message)
+        self.assertEqual(json.loads(nac("info", "--json", "-", given=foreign).stdout)["foreign_packets"], 1)
 
     def test_no_bytes_do_harm(self) -> None:
         good = bytearray(pcapng.capture(pcapng.batches(session()[:4])))
@@ -347,16 +342,16 @@ class Info(CaptureTest):
 class Replay(CaptureTest):
     def test_batches_are_sent_again_as_they_were(self) -> None:
         batches = [pcapng.Message(TYPES["Nac_SetPortMsg"], port(n), 5, 2, 77, n % 3, 3, 1 + n // 3) for n in range(9)]
-        strange = [pcapng.Message(99, b"abc", 6, 2, batch=9), pcapng.Message(TYPES["Nac_SetPortMsg"], b"\xff" * 9, 6, 2, batch=10)]
-        given = self.write(pcapng.capture(batches + strange))
+        foreign = [pcapng.Message(99, b"abc", 6, 2, batch=9), pcapng.Message(TYPES["Nac_SetPortMsg"], b"\xff" * 9, 6, 2, batch=10)]
+        given = self.write(pcapng.capture(batches + foreign))
         self.listener()
         file = self.folder / "again.pcapng"
         recorder = Running("record", "-o", str(file), "--count", "11", bus=self.bus).wait_for("watching 1 receiver\n")
         done = nac("replay", "--speed", "max", "--json", given, bus=self.bus)
         self.assertEqual(done.returncode, 0, done.stderr)
-        jsonschema.validate(json.loads(done.stdout), schema_of("replay"))
+        assert_fits("replay", json.loads(done.stdout))
         self.assertEqual(recorder.end()[0], 0)
-        shape = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count) for m in batches + strange]
+        shape = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count) for m in batches + foreign]
         again = [(m.id, m.data, m.source, m.destination, m.target, m.position, m.count)
                  for m in pcapng.read(file.read_bytes())[1]]
         self.assertEqual(again, shape)
@@ -383,7 +378,7 @@ class Replay(CaptureTest):
         given = self.write(pcapng.capture(pcapng.batches(session())))
         done = nac("replay", "--speed", "max", "--timeout", "0.1", given, bus=self.bus)
         self.assertEqual((done.returncode, done.stdout), (3, ""))
-        self.assertIn("packet 1: to address 2: nobody is there at the address", done.stderr)
+        self.assertIn("packet 1: to address 2: no bus is open at the address", done.stderr)
         for speed in ("0", "-1", "fast", "1x"):
             self.assertEqual(nac("replay", "--speed", speed, given).returncode, 2, speed)
         done = nac("replay", self.write(b""))
@@ -444,7 +439,7 @@ class Monitor(CaptureTest):
         code, out, _ = self.monitor("--json")
         self.assertEqual(code, 0)
         for line in out.splitlines():
-            jsonschema.validate(json.loads(line), schema_of("monitor"))
+            assert_fits("monitor", json.loads(line))
         self.assertEqual(json.loads(out.splitlines()[-1])["messages"], 29)
 
     def test_each_message_with_its_record(self) -> None:
@@ -452,7 +447,7 @@ class Monitor(CaptureTest):
         self.assertEqual(code, 0)
         lines = [json.loads(line) for line in out.splitlines()]
         for line in lines:
-            jsonschema.validate(line, schema_of("monitor"))
+            assert_fits("monitor", line)
         self.assertEqual([line["record"] for line in lines], [{"f0": 24, "f1": 1}, {"f0": 31, "f1": 1}])
 
     def test_messages_in_lines_and_damage_is_1(self) -> None:

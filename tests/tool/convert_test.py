@@ -47,7 +47,7 @@ class Encode(VerbTest):
         self.assertEqual(bare.stdout, expected)
         self.assert_complains(nac("encode", "--type", "Nac_Nothing", "-"), 2, "Nac_Nothing is not a message type")
 
-    def test_bad_records_are_told_with_their_place(self) -> None:
+    def test_bad_records_are_reported_with_their_position(self) -> None:
         for given, complaint in {
             lines({"type": "Nac_SetPortMsg"}): 'standard input:1: no "record"',
             lines(RECORD["record"]): 'no "type" with a message type\'s name',
@@ -73,7 +73,7 @@ class Encode(VerbTest):
 
 
 class Decode(VerbTest):
-    def test_every_format_tells_the_same(self) -> None:
+    def test_every_format_holds_the_same(self) -> None:
         records = nac("random", "--type", "Nac_SetUserTableMsg", "--count", "40", "--seed", "3").stdout
         expected = nac("decode", "-", given=nac("encode", "-", given=records).stdout)
         self.assert_done(expected, 0)
@@ -84,7 +84,7 @@ class Decode(VerbTest):
             done = run("decode", "--format", form, "--type", "Nac_SetUserTableMsg", "-", given=encoded)
             self.assertEqual((done.returncode, done.stdout.decode()), (0, expected.stdout), form)
 
-    def test_tagged_messages_tell_their_types(self) -> None:
+    def test_tagged_messages_name_their_types(self) -> None:
         encoded = run("encode", "--format", "tagged", str(SESSION)).stdout
         done = run("decode", "--format", "tagged", "-", given=encoded)
         self.assertEqual(done.returncode, 0)
@@ -141,7 +141,7 @@ class Decode(VerbTest):
         self.assertEqual(done.returncode, 1)
         self.assertEqual([row["verdict"] for row in self.read("decode", done.stdout)], ["header", "ok"])
 
-    def test_a_reader_that_leaves_is_no_error_to_tell(self) -> None:
+    def test_a_reader_that_leaves_is_no_error(self) -> None:
         command = f"{NAC} random --count 100000 | head -n 1; echo ${{PIPESTATUS[0]}}"
         done = subprocess.run(["bash", "-c", command], capture_output=True, text=True, timeout=60)
         self.assertEqual(done.stdout.splitlines()[1], "141")  # ended by SIGPIPE, as other tools are

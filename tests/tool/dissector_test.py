@@ -14,10 +14,9 @@ import tempfile
 import unittest
 import xml.etree.ElementTree
 
-import jsonschema
-
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import pcapng
+from drive import assert_fits
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
@@ -193,7 +192,7 @@ class Dissector(unittest.TestCase):
 
     def test_json_holds_the_script(self) -> None:
         made = json.loads(nac("dissector", "--json"))
-        jsonschema.validate(made, json.loads((ROOT / "docs/schemas/dissector.json").read_text()))
+        assert_fits("dissector", made)
         self.assertEqual(made["script"], nac("dissector"))
         self.assertNotIn("@", made["script"].replace("@TYPES@", "@"))
 
@@ -203,15 +202,15 @@ class Dissector(unittest.TestCase):
         ports = Dissected(capture, "-Y", "nac.Nac_SetPortMsg.f0 == 24 || nac.Nac_SetUserTableMsg.f5 == 00:1b:44:11:3a:b7")
         self.assertEqual(len(ports.packets), 3)
 
-    def test_what_is_no_message_of_the_bus_is_told(self) -> None:
-        strange = pcapng.start() + b"".join(
+    def test_what_is_no_message_of_the_bus_is_reported(self) -> None:
+        foreign = pcapng.start() + b"".join(
             pcapng.block(pcapng.PACKET, struct.pack("<IIIII", 0, 0, 0, len(data), len(data)) + data)
             for data in (b"", b"\x01", b"\x01\x28" + bytes(20), b"\x02\x28" + bytes(60), b"\x01\xff" + bytes(60)))
-        dissected = Dissected(strange)
+        dissected = Dissected(foreign)
         self.assertNotIn("Lua Error", dissected.text)
         self.assertEqual([experts(packet) for packet in dissected.packets[1:]], [["not the header of a message"]] * 4)
 
-    def test_unknown_ids_short_and_cut_messages_are_told(self) -> None:
+    def test_unknown_ids_short_and_cut_messages_are_reported(self) -> None:
         line = json.loads(nac("encode", "-", given='{"type": "Nac_SetPortMsg", "record": {"f0": 7}}'))
         data = bytes.fromhex(line["hex"])
         id = TYPES["Nac_SetPortMsg"]["id"]

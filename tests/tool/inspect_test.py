@@ -25,7 +25,7 @@ class Verify(VerbTest):
         self.assert_done(done, 0, "0 messages, 0 damaged\n")
         self.assertEqual(done.stdout, "")
 
-    def test_damage_is_told_with_offset_table_field_and_log(self) -> None:
+    def test_damage_is_reported_with_offset_table_field_and_log(self) -> None:
         done = nac("verify", "-", given=lines(DAMAGED))
         self.assert_done(done, 1, "1 messages, 1 damaged\n")
         self.assertEqual(done.stdout, """\
@@ -34,7 +34,7 @@ standard input:1: Nac_SetPortMsg, 8 bytes, other, damaged in its header
   logged: Nac_SetPortMsg_unpack: [KAPLO]:Table offset(4294967295) is out of range(4 - 8)
 """)
 
-    def test_each_kind_of_fault_has_its_place(self) -> None:
+    def test_each_kind_of_fault_has_its_offset(self) -> None:
         def changed(message: str, at: int, to: str) -> dict[str, str]:
             return {"type": "Nac_SetUserTableMsg", "hex": message[:2 * at] + to + message[2 * at + len(to):]}
 
@@ -60,13 +60,13 @@ standard input:1: Nac_SetPortMsg, 8 bytes, other, damaged in its header
             ("reference", "f12[0]", at("reference", "f12[0]"), "ffffff7f", "the table would be at"),
             ("soffset", "f19", at("soffset", "f19"), "00000080", "the vtable would be at"),
         ]
-        for part, path, place, to, what in cases:
+        for part, path, offset, to, what in cases:
             with self.subTest(part=part, path=path):
-                done = nac("verify", "--json", "-", given=lines(changed(message, place, to)))
+                done = nac("verify", "--json", "-", given=lines(changed(message, offset, to)))
                 self.assertEqual(done.returncode, 1)
                 (found,) = self.read("verify", done.stdout)
                 fault = found["faults"][0]
-                self.assertEqual((fault["at"], fault["path"]), (place, path))
+                self.assertEqual((fault["at"], fault["path"]), (offset, path))
                 self.assertIn(what, fault["what"])
                 self.assertEqual(found["log"] != [], fault["field"] is None)
 
@@ -191,10 +191,10 @@ class Assemble(VerbTest):
                          '{"type":"Nac_SetPortMsg","hex":"0102"}\n')
         self.assert_complains(nac("assemble", "-", given="0102"), 2, "give --type")
 
-    def test_words_that_are_no_bytes_are_told(self) -> None:
-        for given, complaint in {"01 0": "odd number of digits", "01 zz": "not hexadecimal", "xy: 01": "is no position",
+    def test_words_that_are_no_bytes_are_reported(self) -> None:
+        for given, complaint in {"01 0": "odd number of digits", "01 zz": "not hexadecimal", "xy: 01": "is no offset",
                                  "message Nac_Nothing": "Nac_Nothing is not a message type",
-                                 "message Nac_SetPortMsg 2": '"2" behind the type'}.items():
+                                 "message Nac_SetPortMsg 2": '"2" after the type'}.items():
             self.assert_complains(nac("assemble", "--format", "raw", "-", given="; first\n" + given), 1, complaint)
             self.assert_complains(nac("assemble", "--format", "raw", "-", given="; first\n" + given), 1, "standard input:2: ")
 
@@ -231,7 +231,7 @@ class Diff(VerbTest):
         self.assertEqual((len(rows), {row["same"] for row in rows}, {row["same_bytes"] for row in rows}),
                          (100, {True}, {True, False}))
 
-    def test_fields_that_differ_are_told_with_their_places(self) -> None:
+    def test_fields_that_differ_are_reported_with_their_position(self) -> None:
         other = {**PORT, "hex": PORT["hex"].replace("07000000", "09000000")}
         done = self.diff(lines(PORT), lines(other))
         self.assert_done(done, 1)
@@ -254,7 +254,7 @@ class Diff(VerbTest):
             self.assertRegex(done.stdout, word)
             self.assertEqual(self.diff(left, right, "--json").returncode, 1)
 
-    def test_a_side_that_cannot_be_read_is_told(self) -> None:
+    def test_a_side_that_cannot_be_read_is_reported(self) -> None:
         for left, right in (("{", lines(PORT)), (lines(PORT), "{"), (lines(*[PORT] * 500) + "{", lines(PORT))):
             done = self.diff(left, right)
             self.assert_complains(done, 1, "not JSON, at character")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Captures in Python, written from docs/captures.md alone: what the tool is held against.
+# Captures in Python, written from docs/captures.md alone: what the tool is checked against.
 import dataclasses
 import struct
 

@@ -83,7 +83,7 @@ record 8 bytes, vtable 8 bytes, fixed image 24 bytes: table of 12 at 4, vtable a
         for identity in ("0x09b58155", "162890069"):
             self.assertEqual(nac("describe", identity).stdout, by_name.stdout)
 
-    def test_json_tells_of_vectors_and_of_the_tables_in_them(self) -> None:
+    def test_json_has_vectors_and_of_the_tables_in_them(self) -> None:
         done = nac("describe", "--json", "Nac_SetUserTableMsg", "Nac_Ipv6Addr")
         table, address = map(json.loads, done.stdout.splitlines())
         self.assertIsNone(table["image_bytes"])
@@ -105,20 +105,20 @@ class Decode(unittest.TestCase):
         cases = []
         for path in sorted((ROOT / "tests/reference/corpus").glob("*.jsonl")):
             cases += map(json.loads, path.read_text().splitlines())
-        # Null pointers, other lengths and failing allocations cannot be told to the tool; corpus_test has them.
-        told = [case for case in cases if not case.keys() & {"null", "length", "fail_allocation"} and len(case["hex"]) >= 8]
-        done = nac("decode", "-", given="".join(json.dumps({"type": c["type"], "hex": c["hex"]}) + "\n" for c in told))
+        # Null pointers, other lengths and failing allocations cannot be given to the tool; corpus_test has them.
+        given = [case for case in cases if not case.keys() & {"null", "length", "fail_allocation"} and len(case["hex"]) >= 8]
+        done = nac("decode", "-", given="".join(json.dumps({"type": c["type"], "hex": c["hex"]}) + "\n" for c in given))
         self.assertEqual(done.returncode, 1)
         read = [json.loads(row) for row in done.stdout.splitlines()]
-        self.assertEqual(len(read), len(told))
-        for case, result in zip(told, read):
+        self.assertEqual(len(read), len(given))
+        for case, result in zip(given, read):
             with self.subTest(type=case["type"], name=case["name"]):
                 self.assertEqual((result["type"], result["verdict"]), (case["type"], case["verdict"]))
                 if case["record"] != "untouched":  # the tool's records are zero before
                     self.assertEqual(result["record"], case["record"])
                 lines = [f"{each['function']}: {c_text(each['format'], each['args'])}" for each in case["log"]]
                 self.assertEqual(result["faults"], lines)
-        print(f"count: {len(told)} of {len(cases)} cases of the corpus read as the reference reads them")
+        print(f"count: {len(given)} of {len(cases)} cases of the corpus read as the reference reads them")
 
     def test_a_good_message_is_a_record_and_no_words(self) -> None:
         port = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff0700000001000000" + "08000c0004000800"}
@@ -127,13 +127,13 @@ class Decode(unittest.TestCase):
         self.assertEqual(json.loads(done.stdout), {"type": "Nac_SetPortMsg", "verdict": "ok", "record": {"f0": 7, "f1": 1},
                                                    "faults": []})
 
-    def test_damage_is_told_with_its_place(self) -> None:
+    def test_damage_is_reported_with_its_position(self) -> None:
         done = nac("decode", "-", given='{"type": "Nac_SetPortMsg", "hex": "ffffffff00000000"}')
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr, "nac: standard input:1: Nac_SetPortMsg is damaged in its header: "
                                       "Nac_SetPortMsg_unpack: [KAPLO]:Table offset(4294967295) is out of range(4 - 8)\n")
 
-    def test_lines_that_hold_no_message_are_told(self) -> None:
+    def test_lines_that_hold_no_message_are_reported(self) -> None:
         cases = {
             '{"type": "Nac_SetPortMsg"}': 'no "hex"',
             '{"type": "Nac_SetPortMsg", "hex": "abc"}': "odd number of digits",
@@ -186,12 +186,12 @@ class Exchange(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertIn("4 arrived from single sends, 4 from 2 batches", done.stdout)
 
-    def test_a_record_that_no_batch_holds_is_told(self) -> None:
+    def test_a_record_that_no_batch_holds_is_reported(self) -> None:
         done = nac("exchange", "-", given=line("Nac_SetUserTableMsg", {"f31": "ab" * 70_000}))
         self.assertEqual(done.returncode, 1)
         self.assertIn("standard input:1: Nac_SetUserTableMsg packs to 70246 bytes, more than a batch holds", done.stderr)
 
-    def test_bad_lines_are_told_with_their_place(self) -> None:
+    def test_bad_lines_are_reported_with_their_position(self) -> None:
         cases = {
             '{"type": "Nac_SetPortMsg", "record": {"f0": 1': "not JSON, at character",
             '["Nac_SetPortMsg"]': 'no "type" with a message type\'s name',

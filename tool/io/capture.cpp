@@ -37,6 +37,7 @@ constexpr std::uint32_t kPacketHeadBytes = 20;
 constexpr std::uint32_t kLargestBlock = 128U << 20;
 constexpr std::uint64_t kNanoseconds = 1'000'000'000;
 constexpr std::size_t kBufferBytes = 1U << 18;
+constexpr std::size_t kReadBytes = 1U << 20;
 
 using vorn::put;
 
@@ -102,10 +103,6 @@ CaptureWriter::CaptureWriter(std::string file, std::uint64_t split_bytes, std::u
     open();
 }
 
-CaptureWriter::~CaptureWriter() {
-    if (out_ != nullptr && out_ != stdout) static_cast<void>(std::fclose(out_));
-}
-
 void CaptureWriter::open() {
     std::string name = file_;
     if (!files_.empty()) {
@@ -114,9 +111,7 @@ void CaptureWriter::open() {
             fmt::format("{}-{}{}", path.stem().string(), files_.size() + 1, path.extension().string());
         name = (path.parent_path() / next).string();
     }
-    out_ = file_ == "-" ? stdout : std::fopen(name.c_str(), "wbe");
-    if (out_ == nullptr) throw file_error(name);
-    if (out_ != stdout) static_cast<void>(std::setvbuf(out_, nullptr, _IOFBF, kBufferBytes));
+    out_.emplace(name);
     files_.push_back(name);
     in_file_ = 0;
     put(Block(packet_, kSectionBlock)
@@ -144,7 +139,7 @@ void CaptureWriter::write(const CapturedMessage& message) {
     const std::uint32_t kept = std::min(whole, std::max(snapshot_bytes_, kCaptureHeaderBytes));
     const std::uint64_t block = kBlockBytes + kPacketHeadBytes + kept;
     if (split_bytes_ != 0 && message.batch != batch_ && batch_ != 0 && in_file_ + block > split_bytes_) {
-        close();
+        out_->finish();
         open();
     }
     batch_ = message.batch;
@@ -174,19 +169,12 @@ void CaptureWriter::write(const CapturedMessage& message) {
 }
 
 void CaptureWriter::put(std::span<const std::uint8_t> bytes) {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), out_) != bytes.size()) throw file_error(files_.back());
+    out_->write(bytes);
     in_file_ += bytes.size();
     bytes_ += bytes.size();
 }
 
-void CaptureWriter::flush() {
-    if (std::fflush(out_) != 0) throw file_error(files_.back());
-}
-
-void CaptureWriter::close() {
-    flush();
-    if (out_ != stdout && std::fclose(std::exchange(out_, nullptr)) != 0) throw file_error(files_.back());
-}
+void CaptureWriter::flush() { out_->flush(); }
 
 void CaptureWriter::finish(std::uint64_t lost_batches) {
     put(Block(packet_, kStatisticsBlock)
@@ -197,7 +185,7 @@ void CaptureWriter::finish(std::uint64_t lost_batches) {
             .option(kStatisticsDropped, lost_batches)
             .end_options()
             .finish());
-    close();
+    out_->finish();
 }
 
 // ---- reading --------------------------------------------------------------------------------------
@@ -287,9 +275,14 @@ bool CaptureReader::read_block(std::uint32_t& type) {
     const std::uint32_t length = number(4);
     if (length < kBlockBytes + early || length % 4 != 0 || length > kLargestBlock)
         return fail(fmt::format("the block at byte {} claims {} bytes", block_at_, length));
-    block_.resize(length - kBlockBytes);
-    std::copy_n(head.begin() + 8, early, block_.begin());
-    if (get(block_.data() + early, block_.size() - early) < block_.size() - early) return cut();
+    block_.assign(head.begin() + 8, head.begin() + 8 + static_cast<std::ptrdiff_t>(early));
+    // Memory grows with what comes, not with what is claimed.
+    for (std::size_t left = length - kBlockBytes - early; left > 0;) {
+        const std::size_t step = std::min<std::size_t>(left, kReadBytes);
+        block_.resize(block_.size() + step);
+        if (get(block_.data() + block_.size() - step, step) < step) return cut();
+        left -= step;
+    }
     if (get(head.data() + 4, 4) < 4) return cut();
     if (number(4) != length)
         return fail(
@@ -390,6 +383,9 @@ bool CaptureReader::next(CapturedMessage& message) {
                 break;
         }
     }
+    if (complaint_.empty() && packets_ != 0 && packets_ == foreign_packets_)
+        return fail(
+            fmt::format("{} packets were passed over, and none holds a message of the bus", packets_));
     return false;
 }
 

@@ -7,18 +7,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tool/io/output.h"
 
 namespace tool {
 
 // Reserved for private use: Wireshark asks the dissector that is registered there.
 inline constexpr std::uint16_t kCaptureLinkType = 147;  // LINKTYPE_USER0
 
-// What stands before each message in its packet.
+// Bytes before each message in its packet.
 inline constexpr std::uint32_t kCaptureHeaderBytes = 40;
 inline constexpr std::uint8_t kCaptureHeaderVersion = 1;
 
@@ -40,18 +42,11 @@ struct CapturedMessage {
     bool is_cut() const { return bytes.size() < bytes_on_bus; }
 };
 
-// What a capture says of itself when it ends.
-struct CaptureTotals {
-    std::uint64_t messages = 0;
-    std::uint64_t lost_batches = 0;
-};
-
 // Writes one file, or several: OUT.pcapng, OUT-2.pcapng ... A batch is never divided between two.
 class CaptureWriter {
   public:
     // "-" is standard output, which is not divided. Throws CommandError, here and later.
     CaptureWriter(std::string file, std::uint64_t split_bytes, std::uint32_t snapshot_bytes);
-    ~CaptureWriter();
     CaptureWriter(const CaptureWriter&) = delete;
     CaptureWriter& operator=(const CaptureWriter&) = delete;
 
@@ -68,13 +63,12 @@ class CaptureWriter {
 
   private:
     void open();
-    void close();
     void put(std::span<const std::uint8_t> bytes);
 
     const std::string file_;
     const std::uint64_t split_bytes_;  // 0: one file
     const std::uint32_t snapshot_bytes_;
-    std::FILE* out_ = nullptr;
+    std::optional<Output> out_;
     std::vector<std::uint8_t> packet_;
     std::vector<std::string> files_;
     std::uint64_t batch_ = 0;
@@ -99,8 +93,8 @@ class CaptureReader {
     CaptureReader(const CaptureReader&) = delete;
     CaptureReader& operator=(const CaptureReader&) = delete;
 
-    // The next message, valid until the next call. False: the end, or what follows cannot be read;
-    // complaint() tells.
+    // The next message, valid until the next call. False: the end, or what follows cannot be read, or no
+    // packet held a message; complaint() has the reason.
     bool next(CapturedMessage& message);
 
     const std::string& name() const { return name_; }

@@ -27,7 +27,7 @@ struct JsonLine {
 };
 
 // Calls `use` for each line that is not blank, file by file; "-" is standard input. A line without a type has
-// the usual one, if there is one. Throws CommandError that says where and what.
+// the usual one, if there is one. Throws CommandError with the position and the fault.
 void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use,
                    const MessageType* usual_type = nullptr);
 

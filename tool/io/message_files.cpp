@@ -16,7 +16,9 @@
 
 #include "tool/io/capture.h"
 #include "tool/io/json_lines.h"
+#include "tool/io/line_reader.h"
 #include "tool/message/record_text.h"
+#include "tool/show/shown.h"
 
 namespace tool {
 namespace {
@@ -30,7 +32,7 @@ class ByteStream {
   public:
     ByteStream(std::istream& stream, std::string name) : stream_(stream), name_(std::move(name)) {}
 
-    // Reads up to `count` bytes; room is made as they come, not as they are announced.
+    // Reads up to `count` bytes; memory grows with what comes, not with what is announced.
     std::vector<std::uint8_t> read(std::size_t count) {
         std::vector<std::uint8_t> bytes;
         while (bytes.size() < count && stream_) {
@@ -52,7 +54,7 @@ class ByteStream {
         use({name_, type, bytes});
     }
 
-    // Messages behind their lengths, and those behind their ids too where no type is given.
+    // Messages after their lengths, and after their ids too where no type is given.
     void read_prefixed(const MessageType* type, const Use& use) {
         const std::size_t head_bytes = type == nullptr ? 8 : 4;
         for (std::size_t number = 1;; ++number) {
@@ -80,23 +82,6 @@ class ByteStream {
         }
     }
 
-    void read_hex(const MessageType& type, const Use& use) {
-        std::string line;
-        for (std::size_t number = 1; std::getline(stream_, line); ++number) {
-            line.erase(std::remove_if(line.begin(), line.end(),
-                                      [](unsigned char c) { return std::isspace(c) != 0; }),
-                       line.end());
-            if (line.empty()) continue;
-            const std::string origin = fmt::format("{}:{}", name_, number);
-            try {
-                use({origin, type, from_hex(line)});
-            } catch (const std::invalid_argument& error) {
-                throw CommandError(kBadData, fmt::format("{}: {}", origin, error.what()));
-            }
-        }
-        if (stream_.bad()) throw CommandError(kTrouble, fmt::format("{}: cannot be read", name_));
-    }
-
   private:
     static std::uint32_t number_at(const std::vector<std::uint8_t>& bytes, std::size_t at) {
         std::uint32_t number = 0;
@@ -108,13 +93,27 @@ class ByteStream {
     std::string name_;
 };
 
-// A capture, from its first byte or behind those that were read to recognise it.
+void read_hex(const std::string& file, const MessageType& type, const Use& use) {
+    LineReader reader(file);
+    for (std::string line; reader.next(line);) {
+        std::erase_if(line, [](unsigned char c) { return std::isspace(c) != 0; });
+        if (line.empty()) continue;
+        std::vector<std::uint8_t> bytes;
+        try {
+            bytes = from_hex(line);
+        } catch (const std::invalid_argument& error) {
+            throw reader.bad(error.what());
+        }
+        use({reader.origin(), type, bytes});
+    }
+}
+
 void read_capture(CaptureReader& reader, const MessageType* type, const Use& use) {
     CapturedMessage captured;
     std::uint64_t bad = 0;
     const auto complain = [&bad](const std::string& what) {
         ++bad;
-        fmt::print(stderr, "nac: {}\n", what);
+        report("nac: {}", what);
     };
     while (reader.next(captured)) {
         const MessageType* const own = find_message_type(captured.id);
@@ -136,6 +135,9 @@ void read_capture(CaptureReader& reader, const MessageType* type, const Use& use
     }
     if (!reader.complaint().empty())
         throw CommandError(kBadData, fmt::format("{}: {}", reader.name(), reader.complaint()));
+    if (reader.foreign_packets() != 0)
+        report("nac: {}: {} packets that hold no message of the bus were passed over", reader.name(),
+               reader.foreign_packets());
     if (bad != 0)
         throw CommandError(kBadData, fmt::format("{}: {} messages could not be read", reader.name(), bad));
 }
@@ -164,15 +166,6 @@ void read_lines(const MessageOptions& options, const MessageType* type, const Us
             use({line.origin, line.type, bytes});
         },
         type);
-}
-
-std::array<std::uint8_t, 4> number_bytes(std::uint64_t number) {
-    std::array<std::uint8_t, 4> bytes = {};
-    for (std::uint8_t& byte : bytes) {
-        byte = static_cast<std::uint8_t>(number);
-        number >>= 8;
-    }
-    return bytes;
 }
 
 }  // namespace
@@ -204,7 +197,7 @@ void add_format_option(CLI::App& verb, Format& format, const std::string& purpos
             "--format", format,
             purpose +
                 ". lines, if not given: JSON lines with type and hex; raw: one message; hex: lines of "
-                "hexadecimal digits; prefixed: each behind its length; tagged: each behind id and "
+                "hexadecimal digits; prefixed: each after its length; tagged: each after id and "
                 "length (u32, little-endian)")
         ->transform(CLI::CheckedTransformer(formats).description(names + "}"));
 }
@@ -212,7 +205,7 @@ void add_format_option(CLI::App& verb, Format& format, const std::string& purpos
 void add_message_options(CLI::App& verb, MessageOptions& options) {
     verb.add_option("FILE", options.files, "Messages; - is standard input")->required();
     add_format_option(verb, options.format, "What FILE holds; captures are recognised", read_formats());
-    verb.add_option("--type", options.type, "Name or id of the messages' type, where they do not tell it")
+    verb.add_option("--type", options.type, "Name or id of the messages' type, where they do not name it")
         ->type_name("TYPE");
 }
 
@@ -243,9 +236,13 @@ void for_each_message(const MessageOptions& options, const Use& use) {
     }
     if (format == Format::lines) return read_lines(options, type, use);
     if (format != Format::tagged && type == nullptr) {
-        throw CommandError(kBadUsage, "messages in this format do not tell their type: give --type");
+        throw CommandError(kBadUsage, "messages in this format do not name their type: give --type");
     }
     for (const std::string& file : options.files) {
+        if (format == Format::hex) {
+            read_hex(file, *type, use);
+            continue;
+        }
         std::ifstream opened;
         if (file != "-") {
             opened.open(file, std::ios::binary);
@@ -263,69 +260,18 @@ void for_each_message(const MessageOptions& options, const Use& use) {
             case Format::raw:
                 stream.read_raw(*type, use);
                 break;
-            case Format::hex:
-                stream.read_hex(*type, use);
-                break;
             case Format::prefixed:
                 stream.read_prefixed(type, use);
                 break;
             case Format::tagged:
                 stream.read_prefixed(nullptr, use);
                 break;
+            case Format::hex:
             case Format::lines:
             case Format::pcapng:
                 break;
         }
     }
-}
-
-Output::Output(const std::string& file)
-    : name_(file.empty() || file == "-" ? "standard output" : file),
-      file_(file.empty() || file == "-" ? stdout : std::fopen(file.c_str(), "wb")) {
-    if (file_ == nullptr) {
-        throw CommandError(kTrouble, fmt::format("{}: {}", name_, std::generic_category().message(errno)));
-    }
-}
-
-Output::~Output() {
-    if (file_ != nullptr && file_ != stdout) static_cast<void>(std::fclose(file_));
-}
-
-void Output::write(const std::string& text) {
-    write(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-}
-
-void Output::write(std::span<const std::uint8_t> bytes) {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) {
-        throw CommandError(kTrouble, fmt::format("{}: {}", name_, std::generic_category().message(errno)));
-    }
-}
-
-void Output::write(Format format, const MessageType* type, std::span<const std::uint8_t> bytes) {
-    switch (format) {
-        case Format::lines:
-            return write(Json{{"type", type->name}, {"hex", to_hex(bytes)}}.dump() + "\n");
-        case Format::hex:
-            return write(to_hex(bytes) + "\n");
-        case Format::tagged:
-            write(number_bytes(type->id));
-            [[fallthrough]];
-        case Format::prefixed:
-            write(number_bytes(bytes.size()));
-            [[fallthrough]];
-        case Format::raw:
-            return write(bytes);
-        case Format::pcapng:
-            break;
-    }
-}
-
-void Output::finish() {
-    std::FILE* const file = file_;
-    if (file != stdout) file_ = nullptr;
-    const bool written = std::fflush(file) == 0 && std::ferror(file) == 0;
-    const bool closed = file == stdout || std::fclose(file) == 0;
-    if (!written || !closed) throw CommandError(kTrouble, fmt::format("{}: cannot be written", name_));
 }
 
 }  // namespace tool

@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tool/commands.h"
 #include "tool/message/message_type.h"
 #include "tool/message/record_text.h"
 #include "tool/message/shape.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
@@ -66,8 +66,12 @@ void add_filter_options(CLI::App& verb, FilterOptions& options) {
                     "Only messages where a field has, or has not, a value: f0=17, f2.f1!=0;\n"
                     "of a list, one element is enough")
         ->allow_extra_args(false);
-    verb.add_option("--from", options.from, "Only from this address")->allow_extra_args(false);
-    verb.add_option("--to", options.to, "Only to this address")->allow_extra_args(false);
+    verb.add_option("--from", options.from, "Only from this address")
+        ->allow_extra_args(false)
+        ->transform(whole_number());
+    verb.add_option("--to", options.to, "Only to this address")
+        ->allow_extra_args(false)
+        ->transform(whole_number());
 }
 
 MessageFilter::MessageFilter(const FilterOptions& options)

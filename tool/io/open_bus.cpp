@@ -4,18 +4,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <utility>
 
-#include "host/services.h"
 #include "tool/message/message_type.h"
+#include "tool/show/shown.h"
 
 namespace tool {
 namespace {
 
-std::atomic<std::uint64_t> lines = 0;
-
-void write_log(const char* text, void* /*context*/) { fmt::print(stderr, "{}\n", text); }
+void write_log(const char* text, void* /*context*/) { report_line(text); }
 
 }  // namespace
 
@@ -44,8 +41,19 @@ void OpenBus::on_message(std::function<void(const vorn_bus_message&)> handler) {
     handler_ = std::move(handler);
     vorn_bus_handle_all(
         bus_,
-        [](const vorn_bus_message* message, void* self) { static_cast<OpenBus*>(self)->handler_(*message); },
+        [](const vorn_bus_message* message, void* context) {
+            auto& self = *static_cast<OpenBus*>(context);
+            self.exception_.call([&] { self.handler_(*message); });
+        },
         this);
+}
+
+std::uint32_t OpenBus::poll(std::int32_t timeout_ms, std::uint32_t max_batches) {
+    std::uint32_t handled = 0;
+    const std::int32_t result = vorn_bus_poll(bus_, timeout_ms, max_batches, &handled);
+    exception_.rethrow();
+    if (result != VORN_BUS_OK) throw bus_error("receiving", result);
+    return handled;
 }
 
 vorn_bus_counters OpenBus::counters() const {
@@ -57,16 +65,5 @@ vorn_bus_counters OpenBus::counters() const {
 std::int32_t milliseconds(double seconds) {
     return static_cast<std::int32_t>(std::clamp(seconds * 1000, 1.0, 1e9));
 }
-
-void show_log_lines() {
-    auto& services = host::Services::instance();
-    services.record(false);
-    services.on_log([](const host::LogLine& line) {
-        ++lines;
-        fmt::print(stderr, "{}: {}\n", line.function, line.text);
-    });
-}
-
-std::uint64_t log_lines() { return lines; }
 
 }  // namespace tool

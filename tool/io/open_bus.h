@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tool/commands.h"
+#include "tool/io/carried_exception.h"
 #include "vorn/vorn_bus.h"
 
 namespace tool {
@@ -27,20 +28,20 @@ class OpenBus {
     OpenBus& operator=(const OpenBus&) = delete;
 
     vorn_bus* get() const { return bus_; }
+    // The handler may throw where poll() calls it.
     void on_message(std::function<void(const vorn_bus_message&)> handler);
+    // vorn_bus_poll; returns the number of batches handled. Throws what the handler throws, and CommandError.
+    std::uint32_t poll(std::int32_t timeout_ms, std::uint32_t max_batches);
     vorn_bus_counters counters() const;
 
   private:
     vorn_bus* bus_ = nullptr;
     std::function<void(const vorn_bus_message&)> handler_;
+    CarriedException exception_;
 };
 
 // Milliseconds as the bus takes them.
 std::int32_t milliseconds(double seconds);
-
-// Log lines of the library go to standard error from now on; returns their number so far.
-void show_log_lines();
-std::uint64_t log_lines();
 
 }  // namespace tool
 

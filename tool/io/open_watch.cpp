@@ -5,8 +5,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/io/carried_exception.h"
 #include "tool/io/interrupt.h"
 #include "tool/io/open_bus.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -19,13 +21,15 @@ using Clock = std::chrono::steady_clock;
 void add_watch_options(CLI::App& verb, WatchOptions& options) {
     verb.add_option("--bus", options.bus, "URL of the bus; else VORN_BUS_URL");
     verb.add_option("--address", options.addresses,
-                    "Whose arrivals to watch; all if not given, but tcp has to be told")
-        ->allow_extra_args(false);
-    verb.add_option("--count", options.count, "End after so many messages")->check(CLI::PositiveNumber);
-    verb.add_option("--duration", options.duration_s, "End after so many seconds")
-        ->check(CLI::PositiveNumber);
-    verb.add_option("--timeout", options.timeout_s, "End after so many seconds without a message")
-        ->check(CLI::PositiveNumber);
+                    "Whose arrivals to watch; all if not given; tcp needs them")
+        ->allow_extra_args(false)
+        ->transform(whole_number());
+    verb.add_option("--count", options.count, "End after this number of messages")
+        ->transform(whole_number(1));
+    verb.add_option("--duration", options.duration_s, "End after this number of seconds")
+        ->transform(seconds());
+    verb.add_option("--timeout", options.timeout_s, "End after this number of seconds without a message")
+        ->transform(seconds());
 }
 
 OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
@@ -41,7 +45,7 @@ OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
     given.addresses = options.addresses.data();
     given.address_count = static_cast<std::uint32_t>(options.addresses.size());
     given.queue_bytes = 32U << 20;
-    given.log = [](const char* text, void* /*context*/) { fmt::print(stderr, "{}\n", text); };
+    given.log = [](const char* text, void* /*context*/) { report_line(text); };
     const std::int32_t result = vorn_bus_watch_open(&given, &watch_);
     if (result == VORN_BUS_BAD_ARGUMENT) {
         throw CommandError(kBadUsage, fmt::format("{}: name the addresses to watch with --address", url));
@@ -60,21 +64,27 @@ void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
         if (options_.duration_s > 0 && seconds() >= options_.duration_s) return true;
         return options_.timeout_s > 0 && now - last > std::chrono::duration<double>(options_.timeout_s);
     };
+    struct Handler {
+        const std::function<void(const vorn_bus_watched&)>& use;
+        CarriedException exception;
+    } handler = {use, {}};
+    const auto handle = [](const vorn_bus_watched* message, void* context) {
+        auto& [use_it, exception] = *static_cast<Handler*>(context);
+        exception.call([&] { use_it(*message); });
+    };
     auto now = Clock::now();
     while (!is_over(now)) {
         std::uint32_t handled = 0;
         // One at a time where they are counted, so that it ends with the batch that is the last.
-        vorn_bus_watch_poll(
-            watch_, 100, options_.count != 0 ? 1 : 1000,
-            [](const vorn_bus_watched* message, void* use_it) {
-                (*static_cast<const std::function<void(const vorn_bus_watched&)>*>(use_it))(*message);
-            },
-            const_cast<void*>(static_cast<const void*>(&use)), &handled);
+        const std::int32_t result =
+            vorn_bus_watch_poll(watch_, 100, options_.count != 0 ? 1 : 1000, handle, &handler, &handled);
+        handler.exception.rethrow();
+        if (result != VORN_BUS_OK) throw bus_error("watching the bus", result);
         now = Clock::now();
         if (handled != 0) last = now;
         if (const std::uint64_t present = counters().receivers; present != receivers) {
             receivers = present;
-            fmt::print(stderr, "watching {} receiver{}\n", receivers, receivers == 1 ? "" : "s");
+            report("watching {} receiver{}", receivers, receivers == 1 ? "" : "s");
         }
         idle();
     }

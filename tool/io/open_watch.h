@@ -32,7 +32,7 @@ class OpenWatch {
     OpenWatch& operator=(const OpenWatch&) = delete;
 
     // Calls `use` for each message, and `idle` after each bundle and at least ten times a second, until a
-    // signal, or until `wanted` tells that so many are enough, or the time is over.
+    // signal, or until `wanted` returns --count or more, or the time is over. Throws what `use` throws.
     void run(const std::function<void(const vorn_bus_watched&)>& use,
              const std::function<std::uint64_t()>& wanted, const std::function<void()>& idle);
 

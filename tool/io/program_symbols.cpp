@@ -10,13 +10,17 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 #include "tool/commands.h"
 
 namespace tool {
 namespace {
 
-// Every offset of the file is held against its size.
+constexpr std::size_t kLongestName = 4096;
+constexpr std::size_t kMostNeeded = 1000;
+
+// Every offset of the file is checked against its size.
 class ElfFile {
   public:
     explicit ElfFile(const std::string& file) : name_(file) {
@@ -47,9 +51,9 @@ class ElfFile {
     std::string text(const Elf64_Shdr& strings, std::uint64_t offset) const {
         const std::uint64_t from = strings.sh_offset + offset;
         if (from >= bytes_.size()) throw bad();
-        const std::size_t end = bytes_.find('\0', from);
-        if (end == std::string::npos) throw bad();
-        return bytes_.substr(from, end - from);
+        // A longer name is none that anybody asks for.
+        const std::string_view text = std::string_view(bytes_).substr(from, kLongestName);
+        return std::string(text.substr(0, text.find('\0')));
     }
 
   private:
@@ -72,7 +76,7 @@ class ElfFile {
 
 }  // namespace
 
-ProgramSymbols program_symbols(const std::string& file) {
+ProgramSymbols program_symbols(const std::string& file, const std::set<std::string>& names) {
     const ElfFile elf(file);
     ProgramSymbols found;
     std::set<std::string> all;
@@ -83,15 +87,17 @@ ProgramSymbols program_symbols(const std::string& file) {
         const Elf64_Shdr strings = elf.section(table.sh_link);
         if (table.sh_type == SHT_DYNAMIC) {
             elf.each<Elf64_Dyn>(table, [&](const Elf64_Dyn& entry) {
-                if (entry.d_tag == DT_NEEDED) found.needed.push_back(elf.text(strings, entry.d_un.d_val));
+                if (entry.d_tag == DT_NEEDED && found.needed.size() < kMostNeeded)
+                    found.needed.push_back(elf.text(strings, entry.d_un.d_val));
             });
             continue;
         }
         if (table.sh_type == SHT_SYMTAB) found.stripped = false;
-        auto& names = table.sh_type == SHT_DYNSYM ? found.exported : all;
+        auto& list = table.sh_type == SHT_DYNSYM ? found.exported : all;
         elf.each<Elf64_Sym>(table, [&](const Elf64_Sym& symbol) {
-            if (symbol.st_shndx != SHN_UNDEF && symbol.st_name != 0)
-                names.insert(elf.text(strings, symbol.st_name));
+            if (symbol.st_shndx == SHN_UNDEF || symbol.st_name == 0) return;
+            const std::string name = elf.text(strings, symbol.st_name);
+            if (names.contains(name)) list.insert(name);
         });
     }
     for (const std::string& name : all) {

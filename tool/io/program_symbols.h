@@ -16,8 +16,9 @@ struct ProgramSymbols {
     bool stripped = true;             // no list of what is kept
 };
 
-// Reads a 64-bit ELF file of this machine's byte order. Throws CommandError if it is none.
-ProgramSymbols program_symbols(const std::string& file);
+// Looks for symbols of these names in a 64-bit ELF file of this machine's byte order. Throws CommandError if
+// it is none.
+ProgramSymbols program_symbols(const std::string& file, const std::set<std::string>& names);
 
 }  // namespace tool
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A line on the terminal that tells how far a long input is, how fast, and how long it will take.
+// A line on the terminal that shows how far a long input is, how fast, and how long it will take.
 #ifndef TOOL_PROGRESS_H
 #define TOOL_PROGRESS_H
 
@@ -13,7 +13,7 @@ namespace tool {
 // Shown on standard error where that is a terminal, from the first half second on.
 class Progress {
   public:
-    // The sizes of the files, read so many times, make the whole; standard input has none, and then only
+    // The sizes of the files, each read `times` times, make the whole; standard input has none, and then only
     // numbers are shown.
     explicit Progress(const std::vector<std::string>& files, std::uint64_t times = 1);
     ~Progress();

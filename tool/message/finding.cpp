@@ -13,7 +13,7 @@ Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes
         return finding;
     }
     finding.walk = walk(*type.shape, bytes);
-    if (!finding.good()) finding.logged = type.decode(bytes).faults;
+    if (!finding.is_whole()) finding.logged = type.decode(bytes).faults;
     return finding;
 }
 
@@ -22,7 +22,7 @@ std::string summary_of(const Finding& finding) {
         return fmt::format("no message, which has {} to {} bytes", kaplo::kShortestBuffer,
                            kaplo::kLongestBuffer);
     }
-    const char* const verdict = finding.good()                                       ? "ok"
+    const char* const verdict = finding.is_whole()                                   ? "ok"
                                 : finding.walk.outcome == kaplo::Outcome::bad_header ? "damaged in its header"
                                                                                      : "damaged in a field";
     return fmt::format("{}, {}", text_of(finding.walk.layout), verdict);

@@ -18,7 +18,7 @@ struct Finding {
     Walk walk;
     std::vector<std::string> logged;  // by the library, "function: text"
 
-    bool good() const { return is_buffer && walk.outcome == kaplo::Outcome::whole; }
+    bool is_whole() const { return is_buffer && walk.outcome == kaplo::Outcome::whole; }
     const char* verdict() const { return is_buffer ? verdict_text(walk.outcome) : "argument"; }
 };
 

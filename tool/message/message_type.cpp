@@ -6,11 +6,11 @@
 #include <system_error>
 #include <utility>
 
-#include "host/services.h"
 #include "runtime/pack.h"
 #include "runtime/release.h"
 #include "runtime/size.h"
 #include "runtime/unpack.h"
+#include "tool/message/host_services.h"
 #include "tool/message/walk.h"
 
 namespace tool {
@@ -18,15 +18,6 @@ namespace {
 
 // The tool's own unit, with the tool's host services as its hooks.
 kaplo::Unit unit;
-
-// What the services have been told since they were reset.
-std::vector<std::string> logged() {
-    std::vector<std::string> lines;
-    for (const host::LogLine& line : host::Services::instance().log_lines()) {
-        lines.push_back(fmt::format("{}: {}", line.function, line.text));
-    }
-    return lines;
-}
 
 template <class Record>
 class TypeOf final : public MessageType {
@@ -40,45 +31,34 @@ class TypeOf final : public MessageType {
         shape = find_shape(name);
     }
 
-    Json to_json(const void* record) const override { return record_to_json(of(record)); }
+    void visit(const void* record, RecordSink& sink) const override { visit_record(of(record), sink); }
     void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const override {
         record_from_json(object, *static_cast<Record*>(record), memory);
     }
-    Decoded decode(std::span<const std::uint8_t> bytes) const override {
+    void unpack(std::span<const std::uint8_t> bytes,
+                const std::function<void(const Unpacked&)>& use) const override {
         if (!is_buffer_size(bytes.size())) {
             throw RecordError(name, fmt::format("{} bytes are no message; it has {} to {}", bytes.size(),
                                                 kaplo::kShortestBuffer, kaplo::kLongestBuffer));
         }
-        auto& services = host::Services::instance();
-        services.reset();
+        struct Received {
+            ~Received() { kaplo::free_unpacked(unit, &record); }
+            Record record = {};
+        } received;
         kaplo::KaploMemHooksInit(unit);
         const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-        Record record = {};
-        Decoded decoded;
-        decoded.outcome = kaplo::read_root(unit, region, record);
-        decoded.record = record_to_json(record);
-        decoded.faults = logged();
-        kaplo::free_unpacked(unit, &record);
-        return decoded;
-    }
-    bool is_whole(std::span<const std::uint8_t> bytes) const override {
-        if (bytes.size() < kaplo::kShortestBuffer || bytes.size() > kaplo::kLongestBuffer) return false;
-        host::Services::instance().reset();
-        kaplo::KaploMemHooksInit(unit);
-        const kaplo::Region<kWireOrder> region(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-        Record record = {};
-        const bool whole = kaplo::read_root(unit, region, record) == kaplo::Outcome::whole;
-        kaplo::free_unpacked(unit, &record);
-        return whole;
+        LogLines lines;
+        const kaplo::Outcome outcome = kaplo::read_root(unit, region, received.record);
+        use({outcome, &received.record, lines.take()});
     }
     std::vector<std::string> refuse(std::span<const std::uint8_t> bytes) const override {
-        host::Services::instance().reset();
+        LogLines lines;
         const Record record = {};
         const std::uint8_t nothing = 0;  // a buffer without bytes is not null
         kaplo::check_unpack_arguments(unit, kaplo::unpack_name<Record>.c_str(),
                                       bytes.empty() ? &nothing : bytes.data(),
                                       static_cast<std::uint32_t>(bytes.size()), &record);
-        return logged();
+        return lines.take();
     }
     std::vector<std::uint8_t> pack(const void* record) const override {
         std::vector<std::uint8_t> bytes(packed_bytes(record));
@@ -149,6 +129,27 @@ const char* verdict_text(kaplo::Outcome outcome) {
             break;
     }
     return "field";
+}
+
+Json MessageType::to_json(const void* record, std::size_t most_elements) const {
+    JsonBuilder builder(most_elements);
+    visit(record, builder);
+    return builder.take();
+}
+
+Decoded MessageType::decode(std::span<const std::uint8_t> bytes, std::size_t most_elements) const {
+    Decoded decoded;
+    unpack(bytes, [&](const Unpacked& unpacked) {
+        decoded = {unpacked.outcome, to_json(unpacked.record, most_elements), unpacked.faults};
+    });
+    return decoded;
+}
+
+bool MessageType::is_whole(std::span<const std::uint8_t> bytes) const {
+    if (!is_buffer_size(bytes.size())) return false;
+    bool whole = false;
+    unpack(bytes, [&whole](const Unpacked& unpacked) { whole = unpacked.outcome == kaplo::Outcome::whole; });
+    return whole;
 }
 
 const TypeList& message_types() {

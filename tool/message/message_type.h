@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The message types as the tool handles them: by name or id, their records behind void pointers.
+// The message types as the tool handles them: by name or id, their records as void pointers.
 #ifndef TOOL_MESSAGE_TYPE_H
 #define TOOL_MESSAGE_TYPE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <memory_resource>
 #include <optional>
@@ -18,17 +20,24 @@
 
 namespace tool {
 
-// What became of received bytes, and why.
-struct Decoded {  // NOLINT(bugprone-exception-escape): Json's own move says that it does not throw
+// What unpack made of received bytes, and why.
+struct Unpacked {
+    kaplo::Outcome outcome;
+    const void* record;                      // valid until the function returns to which this is passed
+    const std::vector<std::string>& faults;  // "function: text", as a host's log shows them
+};
+
+// The same, as Json.
+struct Decoded {  // NOLINT(bugprone-exception-escape): Json's own move is declared noexcept
     kaplo::Outcome outcome = kaplo::Outcome::whole;
-    Json record;                      // as unpack leaves it
-    std::vector<std::string> faults;  // "function: text", as a host's log shows them
+    Json record;
+    std::vector<std::string> faults;
 };
 
 // "ok", "header" or "field"; "argument" is what verbs call the number of bytes that is no buffer's.
 const char* verdict_text(kaplo::Outcome outcome);
 
-// Whether so many bytes can be a message at all.
+// Whether that number of bytes can be a message at all.
 constexpr bool is_buffer_size(std::size_t bytes) {
     return bytes >= kaplo::kShortestBuffer && bytes <= kaplo::kLongestBuffer;
 }
@@ -44,16 +53,22 @@ class MessageType {
     std::optional<std::uint32_t> image_bytes;  // none: always sent in the compact layout
     const Shape* shape = nullptr;              // its fields
 
-    virtual Json to_json(const void* record) const = 0;
+    virtual void visit(const void* record, RecordSink& sink) const = 0;
+
+    // Of at most that many elements in all of its vectors.
+    Json to_json(const void* record, std::size_t most_elements = SIZE_MAX) const;
 
     // `record` is zeroed storage of record_bytes; see record_from_json.
     virtual void from_json(const Json& object, void* record, std::pmr::memory_resource& memory) const = 0;
 
-    // Reads `bytes` as unpack does. Throws RecordError where their number is no buffer's.
-    virtual Decoded decode(std::span<const std::uint8_t> bytes) const = 0;
+    // Reads `bytes` as unpack does, calls `use`, and frees. Throws RecordError where their number is no
+    // buffer's.
+    virtual void unpack(std::span<const std::uint8_t> bytes,
+                        const std::function<void(const Unpacked&)>& use) const = 0;
+    Decoded decode(std::span<const std::uint8_t> bytes, std::size_t most_elements = SIZE_MAX) const;
 
     // Whether `bytes` are read without a fault; where their number is no buffer's, they are not.
-    virtual bool is_whole(std::span<const std::uint8_t> bytes) const = 0;
+    bool is_whole(std::span<const std::uint8_t> bytes) const;
 
     // What the library logs where the number of bytes is no buffer's, as decode() has it.
     virtual std::vector<std::string> refuse(std::span<const std::uint8_t> bytes) const = 0;
@@ -67,7 +82,7 @@ class MessageType {
     virtual void unpack_from(std::span<const std::uint8_t> bytes, void* record) const = 0;
     virtual void free_unpacked(void* record) const = 0;
 
-    // The compact size, as pack tells it.
+    // The compact size, as pack returns it.
     virtual std::uint32_t packed_bytes(const void* record) const = 0;
 
     // The exported functions; records lie back to back, and target 0 is none.

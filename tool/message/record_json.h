@@ -10,18 +10,23 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory_resource>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "nac/catalogue.h"
 #include "tool/message/record_text.h"
+#include "tool/show/shown.h"
 
 namespace tool {
 
@@ -39,59 +44,153 @@ inline std::string field_name(std::uint32_t id) { return fmt::format("f{}", id);
 template <class Element>
 inline constexpr bool is_byte = std::is_same_v<Element, std::uint8_t>;
 
+// The text of what verbs print: ASCII, with what is no UTF-8 replaced, so that no text of others reaches a
+// terminal.
+std::string json_text(const Json& json);
+
+// Deeper than any record, and shallow enough for what follows the levels one by one.
+inline constexpr std::size_t kMostLevels = 32;
+
+// Reads JSON text. Throws std::invalid_argument with what is wrong and at which character.
+Json json_from_text(std::string_view text);
+
+// Takes a record value by value, in field order.
+class RecordSink {
+  public:
+    virtual ~RecordSink() = default;
+    virtual void begin_object() = 0;
+    virtual void end_object() = 0;
+    virtual void begin_array() = 0;
+    virtual void end_array() = 0;
+    virtual void key(std::string_view name) = 0;
+    virtual void number(std::uint64_t value) = 0;
+    virtual void text(std::string_view value) = 0;
+    // Vectors end before an element that would be too many.
+    virtual bool is_full() { return false; }
+};
+
+// Makes Json of a record, of at most that many elements in all of its vectors.
+class JsonBuilder final : public RecordSink {
+  public:
+    explicit JsonBuilder(std::size_t most_elements = SIZE_MAX) : elements_left_(most_elements) {}
+    void begin_object() override { open(Json::object()); }
+    void end_object() override { open_.pop_back(); }
+    void begin_array() override { open(Json::array()); }
+    void end_array() override { open_.pop_back(); }
+    void key(std::string_view name) override { key_ = name; }
+    void number(std::uint64_t value) override { add(value); }
+    void text(std::string_view value) override { add(std::string(value)); }
+    bool is_full() override { return elements_left_ == 0 || --elements_left_ == 0; }
+    Json take() { return std::move(root_); }
+
+  private:
+    Json& add(Json value);
+    void open(Json container) { open_.push_back(&add(std::move(container))); }
+
+    Json root_;
+    std::vector<Json*> open_;
+    std::string key_;
+    std::size_t elements_left_;
+};
+
+// Writes a record as JSON text, piece by piece, in memory that does not grow with the record.
+class JsonWriter final : public RecordSink {
+  public:
+    using Put = std::function<void(std::string_view)>;
+    explicit JsonWriter(Put put) : put_(std::move(put)) {}
+    void begin_object() override { begin('{'); }
+    void end_object() override { end('}'); }
+    void begin_array() override { begin('['); }
+    void end_array() override { end(']'); }
+    void key(std::string_view name) override;
+    void number(std::uint64_t value) override;
+    void text(std::string_view value) override;  // of characters that need no escape
+    void flush();
+
+  private:
+    void begin(char bracket);
+    void end(char bracket);
+    void separate();
+
+    Put put_;
+    std::string piece_;
+    bool is_first_ = true;  // in its object or array, or after its key
+};
+
 template <class Record>
-Json record_to_json(const Record& record) {
-    Json object = Json::object();
+void visit_record(const Record& record, RecordSink& sink) {
+    sink.begin_object();
     kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
         using Element = typename F::Element;
-        Json& value = object[field_name(id)];
+        sink.key(field_name(id));
+        const auto visit_numbers = [&sink](const auto& elements) {
+            sink.begin_array();
+            for (const auto element : elements) {
+                if (sink.is_full()) break;
+                sink.number(element);
+            }
+            sink.end_array();
+        };
         if constexpr (F::kind == kaplo::Kind::scalar) {
-            value = F::in(record);
+            sink.number(F::in(record));
         } else if constexpr (F::kind == kaplo::Kind::nested_table) {
-            value = record_to_json(F::in(record));
+            visit_record(F::in(record), sink);
         } else if constexpr (F::kind == kaplo::Kind::fixed_array) {
             if constexpr (is_byte<Element>) {
-                value = to_address(F::in(record));
+                sink.text(to_address(F::in(record)));
             } else {
-                value = F::in(record);
+                visit_numbers(F::in(record));
             }
         } else if (F::count(record) != 0 && F::elements(record) == nullptr) {
-            value = {{"lost", F::count(record)}};
+            sink.begin_object();
+            sink.key("lost");
+            sink.number(F::count(record));
+            sink.end_object();
         } else {
             const std::span elements(F::elements(record), F::count(record));
             if constexpr (is_byte<Element>) {
-                value = to_hex(elements);
-            } else {
-                value = Json::array();
+                sink.text(to_hex(elements));
+            } else if constexpr (F::kind == kaplo::Kind::table_vector) {
+                sink.begin_array();
                 for (const Element& element : elements) {
-                    if constexpr (F::kind == kaplo::Kind::table_vector) {
-                        value.push_back(record_to_json(element));
-                    } else {
-                        value.push_back(element);
-                    }
+                    if (sink.is_full()) break;
+                    visit_record(element, sink);
                 }
+                sink.end_array();
+            } else {
+                visit_numbers(elements);
             }
         }
     });
-    return object;
+    sink.end_object();
+}
+
+template <class Record>
+Json record_to_json(const Record& record) {
+    JsonBuilder builder;
+    visit_record(record, builder);
+    return builder.take();
 }
 
 template <class Integer>
 Integer integer_from_json(const Json& value, const std::string& path) {
     constexpr auto largest = std::numeric_limits<Integer>::max();
     if (!value.is_number_unsigned() || value.get<std::uint64_t>() > largest) {
-        throw RecordError(path, fmt::format("{} is not an integer from 0 to {}", value.dump(), largest));
+        throw RecordError(
+            path, fmt::format("{} is not an integer from 0 to {}", shortened(json_text(value)), largest));
     }
     return value.get<Integer>();
 }
 
 inline const std::string& text_from_json(const Json& value, const std::string& path) {
-    if (!value.is_string()) throw RecordError(path, fmt::format("{} is not a text", value.dump()));
+    if (!value.is_string())
+        throw RecordError(path, fmt::format("{} is not a text", shortened(json_text(value))));
     return value.get_ref<const std::string&>();
 }
 
 inline const Json& array_from_json(const Json& value, const std::string& path) {
-    if (!value.is_array()) throw RecordError(path, fmt::format("{} is not an array", value.dump()));
+    if (!value.is_array())
+        throw RecordError(path, fmt::format("{} is not an array", shortened(json_text(value))));
     return value;
 }
 
@@ -105,7 +204,7 @@ auto bytes_from_json(const Json& value, const std::string& path, Read read) {
 }
 
 // Fills a zeroed record; fields that the object does not name stay zero. Arrays come from `memory`, which
-// must live as long as the record. Throws RecordError; `path` is where the record stands in a larger one.
+// must live as long as the record. Throws RecordError; `path` is that of the record in a larger one.
 template <class Record>
 void record_from_json(const Json& object, Record& record, std::pmr::memory_resource& memory,
                       const std::string& path = "") {
@@ -116,7 +215,7 @@ void record_from_json(const Json& object, Record& record, std::pmr::memory_resou
         const bool unknown = kaplo::every_field<Record>(
             [&name = key]<class F, std::uint32_t id> { return name != field_name(id); });
         if (unknown)
-            throw RecordError(path + key,
+            throw RecordError(path + shortened(key),
                               fmt::format("{} has no such field", kaplo::Description<Record>::name.c_str()));
     }
     kaplo::each_field<Record>([&]<class F, std::uint32_t id> {

@@ -9,6 +9,8 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "tool/show/shown.h"
+
 namespace tool {
 namespace {
 
@@ -17,7 +19,8 @@ std::uint8_t byte_from(const std::string& text, std::size_t at) {
     const char* const first = text.data() + at;
     const auto [end, error] = std::from_chars(first, first + 2, value, 16);
     if (error != std::errc() || end != first + 2) {
-        throw std::invalid_argument(fmt::format("\"{}\" is not hexadecimal at character {}", text, at + 1));
+        throw std::invalid_argument(
+            fmt::format("\"{}\" is not hexadecimal at character {}", shortened(text), at + 1));
     }
     return value;
 }
@@ -30,7 +33,7 @@ std::string to_hex(std::span<const std::uint8_t> bytes) {
 
 std::vector<std::uint8_t> from_hex(const std::string& text) {
     if (text.size() % 2 != 0)
-        throw std::invalid_argument(fmt::format("\"{}\" has an odd number of digits", text));
+        throw std::invalid_argument(fmt::format("\"{}\" has an odd number of digits", shortened(text)));
     std::vector<std::uint8_t> bytes;
     bytes.reserve(text.size() / 2);
     for (std::size_t at = 0; at < text.size(); at += 2) bytes.push_back(byte_from(text, at));
@@ -53,7 +56,7 @@ std::vector<std::uint8_t> from_address(const std::string& text, std::size_t size
     if (size == kHardwareAddressBytes && text.size() == 3 * size - 1) {
         for (std::size_t i = 0; i < size; ++i) {
             if (i != 0 && text[3 * i - 1] != ':') {
-                throw std::invalid_argument(fmt::format("\"{}\" is not a hardware address", text));
+                throw std::invalid_argument(fmt::format("\"{}\" is not a hardware address", shortened(text)));
             }
             bytes[i] = byte_from(text, 3 * i);
         }
@@ -61,7 +64,8 @@ std::vector<std::uint8_t> from_address(const std::string& text, std::size_t size
     }
     bytes = from_hex(text);
     if (bytes.size() != size) {
-        throw std::invalid_argument(fmt::format("\"{}\" holds {} bytes, not {}", text, bytes.size(), size));
+        throw std::invalid_argument(
+            fmt::format("\"{}\" holds {} bytes, not {}", shortened(text), bytes.size(), size));
     }
     return bytes;
 }

@@ -17,7 +17,7 @@ inline constexpr std::size_t kIpv6AddressBytes = 16;
 // "0a1b"; nothing for no bytes.
 std::string to_hex(std::span<const std::uint8_t> bytes);
 
-// Reads what to_hex writes, in either case. Throws std::invalid_argument that says what is wrong.
+// Reads what to_hex writes, in either case. Throws std::invalid_argument with what is wrong.
 std::vector<std::uint8_t> from_hex(const std::string& text);
 
 // "02:00:5e:10:00:01" for 6 bytes, "2001:db8::1" for 16, hexadecimal digits for any other number.

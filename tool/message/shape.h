@@ -32,18 +32,18 @@ struct FieldShape {
     std::string text;  // "u32", "u8[6]", "Nac_SrvCar", "[u16]", "[Nac_Ipv6Addr]"
     kaplo::Kind kind;
     Display display;
-    std::uint32_t id;             // place in the list of fields, from 0
+    std::uint32_t id;             // index in the list of fields, from 0
     std::uint32_t element_bytes;  // of a scalar or element on the wire; of a table: of its reference
     std::uint32_t count;          // elements that the record holds in itself; 0 for vectors
     std::uint32_t record_offset;  // of the member in the record; of a vector: of its pointer
     std::optional<std::uint32_t> count_offset;  // of a vector: of its count in the record
-    std::uint32_t slot;                         // where the field's slot stands in its vtable
-    std::optional<std::uint32_t> image_place;   // in the fixed image, from the table's start
+    std::uint32_t slot;                         // offset of the field's slot in its vtable
+    std::optional<std::uint32_t> image_offset;  // in the fixed image, from the table's start
     std::optional<std::uint32_t> image_bytes;   // there, with all that it refers to
     const Shape* table = nullptr;               // of nested tables and vectors of tables
 };
 
-// Positions in a fixed image count from the table, which starts behind the reference.
+// Offsets in a fixed image count from the table, which starts after the reference.
 struct ImageShape {
     std::uint32_t bytes;  // the reference and the padding at the end included
     std::uint32_t table_length;
@@ -65,7 +65,7 @@ struct Shape {
     const char* nested_decoder = nullptr;
 };
 
-// All messages, module by module, each behind the tables in it that were not listed before.
+// All messages, module by module, each after the tables in it that were not listed before.
 const std::vector<const Shape*>& all_shapes();
 
 // Finds a shape by its full name; null if there is none.

@@ -32,7 +32,7 @@ class Walker {
 
     Walk run() {
         const std::uint32_t table = region_.root_reference();
-        const Place message;
+        const FieldPath message;
         show({.at = 0,
               .bytes = kaplo::kReferenceBytes,
               .part = Part::root_reference,
@@ -45,15 +45,15 @@ class Walker {
 
   private:
     // Makes a range known; where there is nobody to see it, nothing is put together.
-    void show(Range&& range, const Place* place = nullptr) {
+    void show(Range&& range, const FieldPath* path = nullptr) {
         if (!see_) return;
-        if (place != nullptr) range.path = place->text();
+        if (path != nullptr) range.path = path->text();
         see_(std::move(range));
     }
 
     // The first fault decides how unpack ends.
     void fault(std::uint32_t at, std::uint32_t bytes, const Shape& table, const FieldShape* field,
-               const Place& place, std::string what) {
+               const FieldPath& path, std::string what) {
         if (found_.faults.empty()) {
             found_.outcome = in_root_header_ ? kaplo::Outcome::bad_header : kaplo::Outcome::bad_field;
         }
@@ -61,21 +61,21 @@ class Walker {
             ++found_.more_faults;
             return;
         }
-        found_.faults.push_back({at, bytes, &table, field, place.text(), std::move(what)});
+        found_.faults.push_back({at, bytes, &table, field, path.text(), std::move(what)});
     }
 
-    std::uint32_t last_place() const { return region_.size() - kaplo::kReferenceBytes; }
+    std::uint32_t last_offset() const { return region_.size() - kaplo::kReferenceBytes; }
 
     // Walks through the table at `at`, to which the reference at `reference` leads.
-    void walk_table(const Shape& shape, std::uint32_t at, const Place& place, std::uint32_t depth,
+    void walk_table(const Shape& shape, std::uint32_t at, const FieldPath& path, std::uint32_t depth,
                     std::uint32_t reference) {
         in_root_header_ = depth == 0;
         Table table;
-        const bool good = table.open(silent_unit(), region_, at, "");
+        const bool opened = table.open(silent_unit(), region_, at, "");
         std::uint32_t soffset = 0;
         if (at < kaplo::kRootTableAt || !region_.read(at, soffset)) {
-            fault(reference, kaplo::kReferenceBytes, shape, nullptr, place,
-                  fmt::format("the table would be at {}, outside of 4 to {}", at, last_place()));
+            fault(reference, kaplo::kReferenceBytes, shape, nullptr, path,
+                  fmt::format("the table would be at {}, outside of 4 to {}", at, last_offset()));
             in_root_header_ = false;
             return;
         }
@@ -87,7 +87,7 @@ class Walker {
               .table = &shape,
               .number = soffset,
               .target = vtable},
-             &place);
+             &path);
         std::uint16_t length = 0;
         std::uint16_t table_length = 0;
         const bool inside = vtable >= kaplo::kRootTableAt && region_.read(vtable, length) &&
@@ -99,23 +99,23 @@ class Walker {
                   .depth = depth,
                   .table = &shape,
                   .number = length},
-                 &place);
+                 &path);
             show({.at = vtable + kaplo::kSlotBytes,
                   .bytes = kaplo::kSlotBytes,
                   .part = Part::table_length,
                   .depth = depth,
                   .table = &shape,
                   .number = table_length},
-                 &place);
+                 &path);
         }
-        if (!good) {
+        if (!opened) {
             if (inside) {
-                fault(vtable, kaplo::kSlotBytes, shape, nullptr, place,
+                fault(vtable, kaplo::kSlotBytes, shape, nullptr, path,
                       fmt::format("the vtable would have {} bytes, and {} are left", length,
                                   region_.size() - vtable));
             } else {
-                fault(at, kaplo::kReferenceBytes, shape, nullptr, place,
-                      fmt::format("the vtable would be at {}, outside of 4 to {}", vtable, last_place()));
+                fault(at, kaplo::kReferenceBytes, shape, nullptr, path,
+                      fmt::format("the vtable would be at {}, outside of 4 to {}", vtable, last_offset()));
             }
             in_root_header_ = false;
             return;
@@ -127,24 +127,24 @@ class Walker {
         if (depth == 0 && vtable + length == at && vtable == kaplo::kReferenceBytes) {
             found_.layout = Layout::compact;
         }
-        walk_slots(shape, at, vtable, length, place, depth);
+        walk_slots(shape, at, vtable, length, path, depth);
         for (const FieldShape& field : shape.fields) {
             std::uint32_t position = 0;
             if (table.locate(field.id, position)) {
-                walk_field(shape, field, position, vtable + field.slot, {&place, &field, {}}, depth);
+                walk_field(shape, field, position, vtable + field.slot, {&path, &field, {}}, depth);
             }
         }
-        if (is_image) show_padding(*shape.image, shape, at, place, depth);
+        if (is_image) show_padding(*shape.image, shape, at, path, depth);
     }
 
     void walk_slots(const Shape& shape, std::uint32_t at, std::uint32_t vtable, std::uint32_t length,
-                    const Place& place, std::uint32_t depth) {
+                    const FieldPath& path, std::uint32_t depth) {
         if (!see_) return;
         for (std::uint32_t id = 0; kaplo::slot_in_vtable(id) + kaplo::kSlotBytes <= length; ++id) {
             std::uint16_t slot = 0;
             if (!region_.read(vtable + kaplo::slot_in_vtable(id), slot)) return;
             const FieldShape* const field = id < shape.fields.size() ? &shape.fields[id] : nullptr;
-            const Place here = {&place, field, {}};
+            const FieldPath here = {&path, field, {}};
             show({.at = vtable + kaplo::slot_in_vtable(id),
                   .bytes = kaplo::kSlotBytes,
                   .part = Part::slot,
@@ -154,12 +154,12 @@ class Walker {
                   .id = id,
                   .number = slot,
                   .target = at + slot},
-                 field != nullptr ? &here : &place);
+                 field != nullptr ? &here : &path);
         }
     }
 
     // Shown only where nothing else is: see annotate().
-    void show_padding(const ImageShape& image, const Shape& shape, std::uint32_t at, const Place& place,
+    void show_padding(const ImageShape& image, const Shape& shape, std::uint32_t at, const FieldPath& path,
                       std::uint32_t depth) {
         const auto pad = [&](std::uint32_t first, std::uint32_t last) {
             const std::uint32_t end = std::min(last, region_.size());
@@ -169,7 +169,7 @@ class Walker {
                       .part = Part::padding,
                       .depth = depth,
                       .table = &shape},
-                     &place);
+                     &path);
             }
         };
         pad(at + image.table_length, at + image.vtable);
@@ -177,7 +177,7 @@ class Walker {
     }
 
     void walk_field(const Shape& shape, const FieldShape& field, std::uint32_t at, std::uint32_t slot,
-                    const Place& place, std::uint32_t depth) {
+                    const FieldPath& path, std::uint32_t depth) {
         switch (field.kind) {
             case Kind::scalar:
                 if (holds(at, field.element_bytes)) {
@@ -188,38 +188,38 @@ class Walker {
                           .table = &shape,
                           .field = &field,
                           .number = number_at(at, field.element_bytes)},
-                         &place);
+                         &path);
                 } else {
-                    outside(shape, field, at, field.element_bytes, slot, place);
+                    outside(shape, field, at, field.element_bytes, slot, path);
                 }
                 return;
             case Kind::nested_table:
-                if (const auto table = follow(shape, field, at, slot, place, depth)) {
-                    walk_table(*field.table, *table, place, depth + 1, at);
+                if (const auto table = follow(shape, field, at, slot, path, depth)) {
+                    walk_table(*field.table, *table, path, depth + 1, at);
                 }
                 return;
             case Kind::fixed_array:
             case Kind::scalar_vector:
             case Kind::table_vector:
-                if (const auto vector = follow(shape, field, at, slot, place, depth)) {
-                    walk_vector(shape, field, at, *vector, place, depth);
+                if (const auto vector = follow(shape, field, at, slot, path, depth)) {
+                    walk_vector(shape, field, at, *vector, path, depth);
                 }
                 return;
         }
     }
 
     void outside(const Shape& shape, const FieldShape& field, std::uint32_t at, std::uint32_t bytes,
-                 std::uint32_t slot, const Place& place) {
-        fault(slot, kaplo::kSlotBytes, shape, &field, place,
+                 std::uint32_t slot, const FieldPath& path) {
+        fault(slot, kaplo::kSlotBytes, shape, &field, path,
               fmt::format("{} bytes at {} do not end inside the message of {}", bytes, at, region_.size()));
     }
 
     // Follows the reference at `at`, of a field or of an element of it, to where something must start.
     std::optional<std::uint32_t> follow(const Shape& shape, const FieldShape& field, std::uint32_t at,
-                                        std::uint32_t slot, const Place& place, std::uint32_t depth) {
+                                        std::uint32_t slot, const FieldPath& path, std::uint32_t depth) {
         std::uint32_t distance = 0;
         if (!region_.read(at, distance)) {
-            outside(shape, field, at, kaplo::kReferenceBytes, slot, place);
+            outside(shape, field, at, kaplo::kReferenceBytes, slot, path);
             return std::nullopt;
         }
         std::uint32_t target = 0;
@@ -230,21 +230,21 @@ class Walker {
               .depth = depth + 1,
               .table = &shape,
               .field = &field,
-              .index = place.index,
+              .index = path.index,
               .number = distance,
               .target = target},
-             &place);
+             &path);
         if (ahead) return target;
-        fault(at, kaplo::kReferenceBytes, shape, &field, place,
+        fault(at, kaplo::kReferenceBytes, shape, &field, path,
               fmt::format("the reference {} leads beyond 32 bits", distance));
         return std::nullopt;
     }
 
     void walk_vector(const Shape& shape, const FieldShape& field, std::uint32_t reference,
-                     std::uint32_t vector, const Place& place, std::uint32_t depth) {
+                     std::uint32_t vector, const FieldPath& path, std::uint32_t depth) {
         std::uint32_t count = 0;
         if (!region_.read(vector, count)) {
-            fault(reference, kaplo::kReferenceBytes, shape, &field, place,
+            fault(reference, kaplo::kReferenceBytes, shape, &field, path,
                   fmt::format("the vector would be at {}, outside of the message of {}", vector,
                               region_.size()));
             return;
@@ -256,9 +256,9 @@ class Walker {
               .table = &shape,
               .field = &field,
               .number = count},
-             &place);
+             &path);
         const auto wrong = [&](std::string what) {
-            fault(vector, kaplo::kCountBytes, shape, &field, place, std::move(what));
+            fault(vector, kaplo::kCountBytes, shape, &field, path, std::move(what));
         };
         kaplo::Elements elements = {};
         if (!region_.follow_vector(reference, field.element_bytes, elements)) {
@@ -277,7 +277,7 @@ class Walker {
                   .table = &shape,
                   .field = &field,
                   .number = count},
-                 &place);
+                 &path);
         }
         if (field.kind == Kind::fixed_array) return;
         const std::uint32_t width =
@@ -289,7 +289,7 @@ class Walker {
         }
         if (field.kind != Kind::table_vector) return;
         for (std::uint32_t k = 0; k < count; ++k) {
-            const Place element = {place.parent, &field, k};
+            const FieldPath element = {path.parent, &field, k};
             const std::uint32_t at = elements.at + k * kaplo::kReferenceBytes;
             if (const auto table = follow(shape, field, at, at, element, depth)) {
                 walk_table(*field.table, *table, element, depth + 1, at);
@@ -358,7 +358,7 @@ const char* text_of(Layout layout) {
     return "other";
 }
 
-std::string Place::text() const {
+std::string FieldPath::text() const {
     if (field == nullptr) return "";
     std::string text = parent != nullptr ? parent->text() : "";
     if (!text.empty()) text += '.';

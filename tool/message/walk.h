@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A walk through the bytes of a message that tells what each of them means, by the rules of unpack.
+// A walk through the bytes of a message that finds what each of them means, by the rules of unpack.
 //
-// It goes where unpack goes, and on behind a fault, so that a damaged message is told to its end. Every table
-// and vector that it visits is at a place that a field names, so it ends as unpack does.
+// It goes where unpack goes, and on after a fault, to the end of a damaged message. Every table and vector
+// that it visits is referred to by a field, so it ends as unpack does.
 #ifndef TOOL_WALK_H
 #define TOOL_WALK_H
 
@@ -39,9 +39,9 @@ enum class Part {
 };
 const char* text_of(Part part);
 
-// Where a value stands in its record: the fields and elements that lead to it.
-struct Place {
-    const Place* parent = nullptr;  // null: the message itself
+// The path to a value in its record: the fields and elements that lead to it.
+struct FieldPath {
+    const FieldPath* parent = nullptr;  // null: the message itself
     const FieldShape* field = nullptr;
     std::optional<std::uint32_t> index;  // of an element
 
@@ -66,7 +66,7 @@ struct Range {
 
 // What unpack stops at, or would if it came there.
 struct Fault {
-    std::uint32_t at;     // of the bytes that are wrong, or behind whose end something lacks
+    std::uint32_t at;     // of the bytes that are wrong, or after which something is missing
     std::uint32_t bytes;  // 0: they are not there
     const Shape* table;
     const FieldShape* field;  // null: the table's header
@@ -105,7 +105,7 @@ struct Annotated {
     std::vector<Piece> pieces;
     bool cut = false;  // there were more than kMostRanges, and the rest is shown as unread
 };
-inline constexpr std::size_t kMostRanges = 1'000'000;
+inline constexpr std::size_t kMostRanges = 200'000;
 
 Annotated annotate(const Shape& shape, std::span<const std::uint8_t> message);
 

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "tool/show/shown.h"
+
 namespace tool {
 namespace {
 
@@ -73,7 +75,7 @@ for (const section of document.querySelectorAll("section")) {
       if (event.key === "Enter" || event.key === " ") { event.preventDefault(); select(k, "bytes"); }
     });
   });
-  // Bytes that are read twice tell the next of their meanings at each click.
+  // Bytes that are read twice select the next of their meanings at each click.
   bytes.forEach((byte, at) => byte.addEventListener("click", () => {
     const of = meanings[at];
     select(of[(of.indexOf(selected) + 1) % of.length], "row");
@@ -120,8 +122,9 @@ std::string hex_page_start() { return kStart; }
 
 std::string hex_page_section(std::size_t number, const std::string& origin, const MessageType& type,
                              std::span<const std::uint8_t> bytes, const Finding& finding) {
-    std::string text = fmt::format("<section id=\"message-{}\">\n<h2>{}</h2>\n<p>{}, {} bytes, {}</p>\n",
-                                   number, type.name, escaped(origin), bytes.size(), summary_of(finding));
+    std::string text =
+        fmt::format("<section id=\"message-{}\">\n<h2>{}</h2>\n<p>{}, {} bytes, {}</p>\n", number, type.name,
+                    escaped(shown(origin)), bytes.size(), summary_of(finding));
     const auto complain = [&text](const std::string& what) {
         text += fmt::format("<p class=\"bad\">{}</p>\n", escaped(what));
     };
@@ -131,7 +134,7 @@ std::string hex_page_section(std::size_t number, const std::string& origin, cons
 
     Annotated annotated;
     if (finding.is_buffer) annotated = annotate(*type.shape, bytes);
-    if (annotated.cut) complain(fmt::format("more than {} meanings: the rest is not told", kMostRanges));
+    if (annotated.cut) complain(fmt::format("more than {} meanings: the rest is not shown", kMostRanges));
     std::vector<const char*> marks(bytes.size(), "");
     for (const Range& range : annotated.ranges) {
         const char* const mark = mark_of(range);

@@ -2,19 +2,15 @@
 // nac assemble: the text of nac hex back into bytes.
 #include <fmt/format.h>
 
-#include <cctype>
-#include <cerrno>
-#include <fstream>
-#include <iostream>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "tool/io/line_reader.h"
 #include "tool/io/message_files.h"
 #include "tool/message/record_text.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -35,13 +31,12 @@ class Assembler {
           format_(options.json ? Format::lines : options.format),
           output_(output) {}
 
-    void read(std::istream& stream, const std::string& name) {
-        std::string line;
-        for (std::size_t number = 1; std::getline(stream, line); ++number) {
-            origin_ = fmt::format("{}:{}", name, number);
+    void read(const std::string& file) {
+        LineReader reader(file);
+        for (std::string line; reader.next(line);) {
+            origin_ = reader.origin();
             read_line(line.substr(0, line.find(';')));
         }
-        if (stream.bad()) throw CommandError(kTrouble, fmt::format("{}: cannot be read", name));
         end_message();
     }
 
@@ -50,8 +45,8 @@ class Assembler {
         return {kBadData, fmt::format("{}: {}", origin_, what)};
     }
 
-    // "message TYPE" starts a message; all else is bytes, perhaps behind a position, which says nothing:
-    // bytes that are put in or taken out move those behind them.
+    // "message TYPE" starts a message; all else is bytes, perhaps after an offset, which is not used: bytes
+    // that are inserted or removed move those after them.
     void read_line(const std::string& line) {
         std::istringstream words(line);
         std::string word;
@@ -60,7 +55,7 @@ class Assembler {
             if (first && word == "message") return start_message(words);
             if (first && word.back() == ':') {
                 if (word.find_first_not_of("0123456789abcdefABCDEF") != word.size() - 1) {
-                    throw bad(fmt::format("\"{}\" is no position", word));
+                    throw bad(fmt::format("\"{}\" is no offset", shortened(word)));
                 }
                 continue;
             }
@@ -70,6 +65,8 @@ class Assembler {
             }
             try {
                 const std::vector<std::uint8_t> more = from_hex(word);
+                if (more.size() > kaplo::kLongestBuffer - bytes_.size())
+                    throw bad(fmt::format("more than {} bytes are no message", kaplo::kLongestBuffer));
                 bytes_.insert(bytes_.end(), more.begin(), more.end());
             } catch (const std::invalid_argument& error) {
                 throw bad(error.what());
@@ -84,16 +81,16 @@ class Assembler {
         std::string name;
         if (words >> name) {
             type_ = named_message_type(name);
-            if (type_ == nullptr) throw bad(fmt::format("{} is not a message type", name));
+            if (type_ == nullptr) throw bad(fmt::format("{} is not a message type", shortened(name)));
         }
-        if (words >> name) throw bad(fmt::format("\"{}\" behind the type", name));
+        if (words >> name) throw bad(fmt::format("\"{}\" after the type", shortened(name)));
     }
 
     void end_message() {
         if (!in_message_) return;
         if (type_ == nullptr && (format_ == Format::lines || format_ == Format::tagged)) {
             throw CommandError(kBadUsage,
-                               fmt::format("{}: no line tells the message's type: give --type", origin_));
+                               fmt::format("{}: no line names the message's type: give --type", origin_));
         }
         if (format_ == Format::raw && written_)
             throw bad("a second message; a raw file is one, see --format");
@@ -116,17 +113,7 @@ class Assembler {
 ExitCode run_assemble(const AssembleOptions& options) {
     Output output(options.output);
     Assembler assembler(options, output);
-    for (const std::string& file : options.files) {
-        if (file == "-") {
-            assembler.read(std::cin, "standard input");
-            continue;
-        }
-        std::ifstream stream(file);
-        if (!stream) {
-            throw CommandError(kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno)));
-        }
-        assembler.read(stream, file);
-    }
+    for (const std::string& file : options.files) assembler.read(file);
     output.finish();
     return kOk;
 }
@@ -137,13 +124,13 @@ void add_assemble(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_assemble);
     verb.add_option("FILE", options.files, "Text as nac hex prints it; - is standard input")->required();
     add_format_option(verb, options.format, "What to write");
-    verb.add_option("--type", options.type, "Name or id of the type, where no line tells it")
+    verb.add_option("--type", options.type, "Name or id of the type, where no line names it")
         ->type_name("TYPE");
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, "As --format lines");
     verb.footer(
-        "A line: an optional position and a colon, hexadecimal digits, and words behind a semicolon.\n"
-        "\"message TYPE\" starts a message. Positions are not used.");
+        "A line: an optional offset and a colon, hexadecimal digits, and words after a semicolon.\n"
+        "\"message TYPE\" starts a message. Offsets are not used.");
 }
 
 }  // namespace tool

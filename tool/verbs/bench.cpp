@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "host/services.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/message_files.h"
 #include "tool/verb.h"
@@ -70,8 +69,6 @@ Json times_to_json(const Times& times) {
 }
 
 ExitCode run_bench(const BenchOptions& options) {
-    // Received arrays come from malloc: the tool's own services keep account, which takes longer than unpack.
-    host::Services::instance().set_use_flag(0);
     std::pmr::monotonic_buffer_resource arrays;
     std::map<const MessageType*, Load> loads;
     for_each_line(options.files, [&](const JsonLine& line) {
@@ -111,14 +108,12 @@ ExitCode run_bench(const BenchOptions& options) {
         const double bytes =
             static_cast<double>(load.message_bytes) / static_cast<double>(load.records.size());
         if (options.json) {
-            output.write(Json{{"type", type->name},
-                              {"records", load.records.size()},
-                              {"message_bytes", bytes},
-                              {"runs", options.runs},
-                              {"pack", times_to_json(pack)},
-                              {"unpack", times_to_json(unpack)}}
-                             .dump() +
-                         "\n");
+            output.write_line({{"type", type->name},
+                               {"records", load.records.size()},
+                               {"message_bytes", bytes},
+                               {"runs", options.runs},
+                               {"pack", times_to_json(pack)},
+                               {"unpack", times_to_json(unpack)}});
         } else {
             output.write(fmt::format("{:<37} {:>7} {:>9.1f} {:>9.1f} {:>9.1f}\n", type->name,
                                      load.records.size(), bytes, pack.median_ns, unpack.median_ns));
@@ -133,10 +128,10 @@ ExitCode run_bench(const BenchOptions& options) {
 void add_bench(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_bench);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
-    verb.add_option("--runs", options.runs, "Runs of which the median is told, 11 if not given")
-        ->check(CLI::Range(1U, 10001U));
+    verb.add_option("--runs", options.runs, "Runs of which the median is printed, 11 if not given")
+        ->transform(whole_number(1, 10001));
     verb.add_option("--time", options.milliseconds, "Milliseconds of a run, 20 if not given")
-        ->check(CLI::Range(0.001, 60000.0));
+        ->transform(real_number(0.001, 60000));
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.footer(

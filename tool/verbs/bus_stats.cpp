@@ -6,8 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "tool/io/carried_exception.h"
 #include "tool/io/open_bus.h"
 #include "tool/message/record_json.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -38,20 +40,25 @@ std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counte
 
 // The addresses at which a bus is open.
 std::vector<std::uint32_t> open_addresses(const char* url) {
-    std::vector<std::uint32_t> addresses;
+    struct Found {
+        std::vector<std::uint32_t> addresses;
+        CarriedException exception;
+    } found;
     const std::int32_t result = vorn_bus_list(
         url,
-        [](const vorn_bus_listed* listed, void* all) {
+        [](const vorn_bus_listed* listed, void* context) {
+            auto& [addresses, exception] = *static_cast<Found*>(context);
             if (listed->is_open != 0)
-                static_cast<std::vector<std::uint32_t>*>(all)->push_back(listed->address);
+                exception.call([&all = addresses, listed] { all.push_back(listed->address); });
         },
-        &addresses);
+        &found);
+    found.exception.rethrow();
     const std::string listing = fmt::format("listing the addresses of {}", vorn_bus_display_url(url));
     if (result == VORN_BUS_BAD_URL) {
         throw CommandError(kBadUsage, fmt::format("{}: {}", listing, vorn_bus_result_text(result)));
     }
     if (result != VORN_BUS_OK) throw bus_error(listing, result);
-    return addresses;
+    return found.addresses;
 }
 
 ExitCode run_bus_stats(const BusStatsOptions& options) {
@@ -63,14 +70,14 @@ ExitCode run_bus_stats(const BusStatsOptions& options) {
         const std::int32_t result =
             vorn_bus_ask_counters(url, address, milliseconds(options.timeout_s), &counters);
         if (result != VORN_BUS_OK) {
-            fmt::print(stderr, "nac: address {}: {}\n", address, vorn_bus_result_text(result));
+            report("nac: address {}: {}", address, vorn_bus_result_text(result));
             code = kTrouble;
             continue;
         }
         if (options.json) {
             Json line = {{"address", address}};
             for (const auto& [name, value] : by_name(counters)) line[name] = value;
-            fmt::print("{}\n", line.dump());
+            fmt::print("{}\n", json_text(line));
         } else {
             fmt::print("address {}\n", address);
             for (const auto& [name, value] : by_name(counters)) fmt::print("  {:<18} {:>12}\n", name, value);
@@ -85,12 +92,12 @@ void add_bus(CLI::App& command, Chosen& /*chosen*/) { command.require_subcommand
 
 void add_bus_stats(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_bus_stats);
-    verb.add_option("ADDRESS", options.addresses,
-                    "Whose; all that are open if not given, but tcp has to be told");
+    verb.add_option("ADDRESS", options.addresses, "Whose; all that are open if not given; tcp needs them")
+        ->transform(whole_number());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for an answer, 1 if not given")
-        ->check(CLI::PositiveNumber);
+        ->transform(seconds());
 }
 
 }  // namespace tool

@@ -36,7 +36,7 @@ struct Command {
     std::vector<Command> commands;
 
     std::string joined(const char* separator) const { return fmt::format("{}", fmt::join(path, separator)); }
-    // Behind the tool's own name: "bus stats".
+    // After the tool's own name: "bus stats".
     std::string verb() const { return fmt::format("{}", fmt::join(path.begin() + 1, path.end(), " ")); }
 };
 
@@ -47,7 +47,7 @@ std::string first_line(std::string text) {
     return text;
 }
 
-// A type name says what a value can be: "{a,b}", FILE, TYPE.
+// A type name lists what a value can be: "{a,b}", FILE, TYPE.
 std::vector<std::string> values_of(const std::string& type_name) {
     std::vector<std::string> values;
     if (type_name.find("TYPE") != std::string::npos) {
@@ -224,7 +224,11 @@ ExitCode run_completion(const CompletionOptions& options) {
                                : options.shell == "zsh" ? zsh_script(root)
                                                         : fish_script(root);
     Output output(options.output);
-    output.write(options.json ? Json{{"shell", options.shell}, {"script", script}}.dump() + "\n" : script);
+    if (options.json) {
+        output.write_line({{"shell", options.shell}, {"script", script}});
+    } else {
+        output.write(script);
+    }
     output.finish();
     return kOk;
 }

@@ -8,6 +8,7 @@
 
 #include "tool/io/message_files.h"
 #include "tool/message/message_type.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -23,22 +24,22 @@ ExitCode run_decode(const DecodeOptions& options) {
     std::size_t damaged = 0;
     Output output(options.output);
     for_each_message(options.messages, [&](const Message& message) {
-        Decoded decoded;
+        const auto write = [&](const Unpacked& unpacked) {
+            output.write(fmt::format(R"({{"type":"{}","verdict":"{}","record":)", message.type.name,
+                                     verdict_text(unpacked.outcome)));
+            write_record(message.type, unpacked.record, output);
+            output.write(R"(,"faults":)" + json_text(unpacked.faults) + "}\n");
+            if (unpacked.outcome == kaplo::Outcome::whole) return;
+            ++damaged;
+            report("nac: {}: {} is damaged in {}{}{}", message.origin, message.type.name,
+                   unpacked.outcome == kaplo::Outcome::bad_header ? "its header" : "a field",
+                   unpacked.faults.empty() ? "" : ": ", fmt::join(unpacked.faults, "; "));
+        };
         try {
-            decoded = message.type.decode(message.bytes);
+            message.type.unpack(message.bytes, write);
         } catch (const RecordError& error) {
             throw message.bad(error.what());
         }
-        const Json object = {{"type", message.type.name},
-                             {"verdict", verdict_text(decoded.outcome)},
-                             {"record", decoded.record},
-                             {"faults", decoded.faults}};
-        output.write(object.dump() + "\n");
-        if (decoded.outcome == kaplo::Outcome::whole) return;
-        ++damaged;
-        fmt::print(stderr, "nac: {}: {} is damaged in {}{}{}\n", message.origin, message.type.name,
-                   decoded.outcome == kaplo::Outcome::bad_header ? "its header" : "a field",
-                   decoded.faults.empty() ? "" : ": ", fmt::join(decoded.faults, "; "));
     });
     output.finish();
     return damaged == 0 ? kOk : kBadData;

@@ -58,10 +58,10 @@ Json or_null(const std::optional<T>& value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
-// Places in an image count from its start.
+// Offsets in an image count from its start.
 std::optional<std::uint32_t> in_image(const FieldShape& field) {
-    if (!field.image_place) return std::nullopt;
-    return kaplo::kRootTableAt + *field.image_place;
+    if (!field.image_offset) return std::nullopt;
+    return kaplo::kRootTableAt + *field.image_offset;
 }
 
 Json field_to_json(const FieldShape& field) {
@@ -109,7 +109,7 @@ ExitCode run_describe(const DescribeOptions& options) {
             throw CommandError(kBadUsage, fmt::format("{} is no type; nac types lists the messages", name));
         }
         if (options.json) {
-            fmt::print("{}\n", shape_to_json(*shape).dump());
+            fmt::print("{}\n", json_text(shape_to_json(*shape)));
         } else {
             print_shape(*shape);
         }

@@ -8,7 +8,7 @@
 
 namespace tool {
 
-// Names, kinds, sizes and places of a record type and of its fields; tables in it by name.
+// Names, kinds, sizes and offsets of a record type and of its fields; tables in it by name.
 Json shape_to_json(const Shape& shape);
 
 }  // namespace tool

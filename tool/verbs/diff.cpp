@@ -16,6 +16,7 @@
 
 #include "tool/io/message_files.h"
 #include "tool/message/finding.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -27,14 +28,14 @@ struct DiffOptions {
     bool json = false;
 };
 
-// A message as it is compared: what the library reads, and where each value stands.
+// A message as it is compared: what the library reads, and the offset of each value.
 struct Side {
     std::string origin;
     const MessageType* type;
     std::vector<std::uint8_t> bytes;
     Finding finding;
     std::vector<std::pair<std::string, Json>> values;  // by path, in field order
-    std::map<std::string, std::uint32_t> places;       // by path
+    std::map<std::string, std::uint32_t> offsets;      // by path
 };
 
 // A record's values by path: "f0", "f6.f4[3].f0", "f15[2]".
@@ -61,15 +62,15 @@ Side read_side(const Message& message) {
     if (!side.finding.is_buffer) return side;
     flatten(message.type.decode(message.bytes).record, "", side.values);
     walk(*message.type.shape, message.bytes, [&side](Range&& range) {
-        if (range.part == Part::scalar) side.places.emplace(range.path, range.at);
+        if (range.part == Part::scalar) side.offsets.emplace(range.path, range.at);
         if (range.part != Part::elements) return;
         if (range.field->display != Display::numbers) {
-            side.places.emplace(range.path, range.at);
+            side.offsets.emplace(range.path, range.at);
             return;
         }
         const std::uint32_t width = range.field->element_bytes;
         for (std::uint32_t k = 0; k < range.bytes / width; ++k) {
-            side.places.emplace(fmt::format("{}[{}]", range.path, k), range.at + k * width);
+            side.offsets.emplace(fmt::format("{}[{}]", range.path, k), range.at + k * width);
         }
     });
     return side;
@@ -89,9 +90,9 @@ struct Difference {
 std::vector<Difference> differences(const Side& left, const Side& right) {
     std::map<std::string, const Json*> others;
     for (const auto& [path, value] : right.values) others.emplace(path, &value);
-    const auto place = [](const Side& side, const std::string& path) {
-        const auto found = side.places.find(path);
-        return found == side.places.end() ? std::nullopt : std::optional(found->second);
+    const auto offset = [](const Side& side, const std::string& path) {
+        const auto found = side.offsets.find(path);
+        return found == side.offsets.end() ? std::nullopt : std::optional(found->second);
     };
     std::vector<Difference> list;
     for (const auto& [path, value] : left.values) {
@@ -99,17 +100,17 @@ std::vector<Difference> differences(const Side& left, const Side& right) {
         const Json* const there = other == others.end() ? nullptr : other->second;
         if (there != nullptr) others.erase(other);
         if (there != nullptr && *there == value) continue;
-        list.push_back({path, {&value, place(left, path)}, {there, place(right, path)}});
+        list.push_back({path, {&value, offset(left, path)}, {there, offset(right, path)}});
     }
     for (const auto& [path, value] : right.values) {
-        if (others.contains(path)) list.push_back({path, {}, {&value, place(right, path)}});
+        if (others.contains(path)) list.push_back({path, {}, {&value, offset(right, path)}});
     }
     return list;
 }
 
 std::string text_of(const Value& value) {
     if (value.value == nullptr) return "not there";
-    return value.value->dump() + (value.at ? fmt::format(" at {}", *value.at) : std::string());
+    return json_text(*value.value) + (value.at ? fmt::format(" at {}", *value.at) : std::string());
 }
 
 Json json_of(const Value& value) {
@@ -222,12 +223,13 @@ class Diff {
                                             {"left", json_of(difference.left)},
                                             {"right", json_of(difference.right)}});
             }
-            return output_.write(object.dump() + "\n");
+            return output_.write_line(object);
         }
         if (same && left.bytes == right.bytes) return;
-        output_.write(fmt::format("- {}: {}, {} bytes, {}\n+ {}: {}, {} bytes, {}\n", left.origin,
-                                  left.type->name, left.bytes.size(), summary_of(left.finding), right.origin,
-                                  right.type->name, right.bytes.size(), summary_of(right.finding)));
+        output_.write(fmt::format("- {}: {}, {} bytes, {}\n+ {}: {}, {} bytes, {}\n", shown(left.origin),
+                                  left.type->name, left.bytes.size(), summary_of(left.finding),
+                                  shown(right.origin), right.type->name, right.bytes.size(),
+                                  summary_of(right.finding)));
         for (const Difference& difference : list) {
             output_.write(fmt::format("  {:<16} {}  ->  {}\n", difference.path, text_of(difference.left),
                                       text_of(difference.right)));
@@ -243,10 +245,11 @@ class Diff {
                            {"left", is_left ? json_of(side) : Json(nullptr)},
                            {"right", is_left ? Json(nullptr) : json_of(side)},
                            {"fields", Json::array()}};
-            return output_.write(object.dump() + "\n");
+            return output_.write_line(object);
         }
         output_.write(fmt::format("{} {}: {}, {} bytes, {}\n  without a partner\n", is_left ? '-' : '+',
-                                  side.origin, side.type->name, side.bytes.size(), summary_of(side.finding)));
+                                  shown(side.origin), side.type->name, side.bytes.size(),
+                                  summary_of(side.finding)));
     }
 
     bool differ() const { return differ_; }
@@ -289,7 +292,7 @@ void add_diff(CLI::App& command, Chosen& chosen) {
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.footer(
-        "Each difference tells where the two values stand. Exit code 1 if records or verdicts differ;\n"
+        "Each difference has the offsets of the two values. Exit code 1 if records or verdicts differ;\n"
         "the same record in other bytes, as in the other layout, is no difference.");
 }
 

@@ -82,7 +82,7 @@ std::string script() {
 ExitCode run_dissector(const DissectorOptions& options) {
     if (options.json) {
         const Json object = {{"language", "lua"}, {"link_type", 147}, {"script", script()}};
-        fmt::print("{}\n", object.dump());
+        fmt::print("{}\n", json_text(object));
     } else {
         fmt::print("{}", script());
     }

@@ -60,7 +60,7 @@ local function define(name, nested_decoder, root_decoder, id, list)
 end
 
 @TYPES@
--- ---- reading: every number is held against the room that is left before it is used ----------------------
+-- ---- reading: every number is checked against the remaining bytes before use ----------------------
 
 -- What is known of the message that is read: its bytes and their number, and how much has been shown.
 local reader = {}
@@ -70,7 +70,7 @@ local function holds_table(at) return at >= 4 and at <= reader.size - 4 end
 local function u16(at) return reader.bytes(at, 2):le_uint() end
 local function u32(at) return reader.bytes(at, 4):le_uint() end
 
--- Ends reading: the tree's item says what is wrong.
+-- Ends reading: the tree's item shows what is wrong.
 local function fail(tree, text)
     if not reader.failed then
         reader.failed = true
@@ -94,7 +94,7 @@ local function follow(at)
     return target
 end
 
--- Where the elements behind the reference at a position begin, and how many there are.
+-- The offset and number of the elements to which the reference at a position leads.
 local function follow_vector(at, bytes)
     local vector = follow(at)
     if not vector or not holds(vector, 4) then return nil end
@@ -206,10 +206,10 @@ function read_table(tree, type, at, decoder)
     local absent = {}
     for _, field in ipairs(type.fields) do
         local slot = 4 + 2 * field.number
-        local place = length >= slot + 2 and u16(vtable + slot) or 0
-        if place == 0 then
+        local offset = length >= slot + 2 and u16(vtable + slot) or 0
+        if offset == 0 then
             absent[#absent + 1] = field.name
-        elseif not read[field.kind](tree, field, at + place) then
+        elseif not read[field.kind](tree, field, at + offset) then
             return false
         end
     end
@@ -219,7 +219,7 @@ function read_table(tree, type, at, decoder)
     return true
 end
 
--- The part of a packet that is handed on does not tell that the packet was cut.
+-- The part of a packet that is passed on does not show that the packet was cut.
 local packet_is_cut = false
 
 local function read_message(tvb, pinfo, tree, type)

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <set>
 #include <string>
 
 #include "tool/io/open_bus.h"
@@ -41,31 +42,32 @@ class Report {
 
     void symbol(const char* kind, const char* name, const std::string& state) {
         object_[kind].push_back({{"name", name}, {"state", state}});
-        if (!json_) fmt::print("{:<34} {}\n", name, state);
+        if (!json_) fmt::print("{:<34} {}\n", name, shown(state));
     }
 
     // Hooks switch as a pair: allocation from the host and release by the system never meet.
     void memory(bool allocates, bool caches, bool releases) {
-        tell("arrays", "arrays that arrive: ",
+        line("arrays", "arrays that arrive: ",
              caches && releases ? "the host's cache, where its use flag is 1" : "malloc");
-        tell("buffers", "buffers to send:    ", allocates && releases ? "the host's allocator" : "malloc");
+        line("buffers", "buffers to send:    ", allocates && releases ? "the host's allocator" : "malloc");
     }
 
-    void tell(const char* key, const char* label, const Json& value, const std::string& more = "") {
+    void line(const char* key, const char* label, const Json& value, const std::string& more = "") {
         object_[key] = value;
         if (!json_)
-            fmt::print("{}{}{}\n", label, value.is_string() ? value.get<std::string>() : value.dump(), more);
+            fmt::print("{}{}{}\n", label,
+                       shown(value.is_string() ? value.get<std::string>() : json_text(value)), shown(more));
     }
 
     void needs(const std::string& library) {
         object_["needs"].push_back(library);
-        if (!json_) fmt::print("needs {}\n", library);
+        if (!json_) fmt::print("needs {}\n", shown(library));
     }
 
-    void place(const std::string& place) { object_["place"] = place; }
+    void endpoint(const std::string& endpoint) { object_["endpoint"] = endpoint; }
 
     void finish() const {
-        if (json_) fmt::print("{}\n", object_.dump());
+        if (json_) fmt::print("{}\n", json_text(object_));
     }
 
   private:
@@ -74,7 +76,9 @@ class Report {
 };
 
 ExitCode look_at_program(const std::string& file, Report& report) {
-    const ProgramSymbols symbols = program_symbols(file);
+    std::set<std::string> names(kHooks.begin(), kHooks.end());
+    names.insert(kBusFunctions.begin(), kBusFunctions.end());
+    const ProgramSymbols symbols = program_symbols(file, names);
     bool hidden = false;
     const auto exported = [&](const char* name) { return symbols.exported.contains(name); };
     for (const char* const name : kHooks) {
@@ -105,8 +109,8 @@ ExitCode look_at_program(const std::string& file, Report& report) {
 // make a stream, which accepts what others send from then on.
 std::string free_endpoint(const std::string& bus, std::uint32_t address) {
     const char* const url = url_or_null(bus);
-    const std::string shown = vorn_bus_display_url(url);
-    if (shown.compare(0, 4, "nats") != 0) return vorn_bus_endpoint(OpenBus(bus, address).get());
+    const std::string display = vorn_bus_display_url(url);
+    if (display.compare(0, 4, "nats") != 0) return vorn_bus_endpoint(OpenBus(bus, address).get());
     struct Search {
         std::uint32_t address;
         bool is_open;
@@ -121,7 +125,7 @@ std::string free_endpoint(const std::string& bus, std::uint32_t address) {
             found.endpoint = listed->endpoint;
         },
         &search);
-    const std::string looking = fmt::format("looking for address {} on {}", address, shown);
+    const std::string looking = fmt::format("looking for address {} on {}", address, display);
     if (result != VORN_BUS_OK) throw bus_error(looking, result);
     if (search.is_open) throw bus_error(looking, VORN_BUS_ADDRESS_TAKEN);
     return search.endpoint;
@@ -130,19 +134,19 @@ std::string free_endpoint(const std::string& bus, std::uint32_t address) {
 ExitCode run_doctor(const DoctorOptions& options) {
     Report report(options.json);
     if (!options.program.empty()) return look_at_program(options.program, report);
-    const auto tell_origin = [&report](const char* kind, const char* name) {
+    const auto symbol_origin = [&report](const char* kind, const char* name) {
         const std::string file = found_in(name);
         report.symbol(kind, name, file.empty() ? "not found" : file);
     };
-    for (const char* const name : kHooks) tell_origin("hooks", name);
+    for (const char* const name : kHooks) symbol_origin("hooks", name);
     const auto there = [](const char* name) { return !found_in(name).empty(); };
     report.memory(there("ZEB_OsalMemAlloc"), there("ZEB_OsalMemCacheAlloc"), there("ZEB_OsalMemFree"));
-    for (const char* const name : kBusFunctions) tell_origin("bus_functions", name);
-    report.tell("bus", "bus:     ", vorn_bus_display_url(url_or_null(options.bus)),
-                options.bus.empty() ? ", by VORN_BUS_URL or for lack of it" : "");
-    const std::string place = free_endpoint(options.bus, options.as);
-    report.tell("address", "address: ", options.as, ", free, at " + place);
-    report.place(place);
+    for (const char* const name : kBusFunctions) symbol_origin("bus_functions", name);
+    report.line("bus", "bus:     ", shown(vorn_bus_display_url(url_or_null(options.bus))),
+                options.bus.empty() ? ", from VORN_BUS_URL or by default" : "");
+    const std::string endpoint = shown(free_endpoint(options.bus, options.as));
+    report.line("address", "address: ", options.as, ", free, at " + endpoint);
+    report.endpoint(endpoint);
     report.finish();
     return kOk;
 }
@@ -153,7 +157,7 @@ void add_doctor(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_doctor);
     verb.add_option("PROGRAM", options.program, "A program's file; this process if not given");
     verb.add_option("--bus", options.bus, kBusHelp);
-    verb.add_option("--as", options.as, "The address, 0 if not given");
+    verb.add_option("--as", options.as, "The address, 0 if not given")->transform(whole_number());
     verb.add_flag("--json", options.json, kJsonHelp);
 }
 

@@ -26,7 +26,7 @@ struct EncodeOptions {
     bool json = false;
 };
 
-// The record of a line: its member, or, where --type tells the type, the line itself.
+// The record of a line: its member, or, where --type names the type, the line itself.
 const Json& record_of(const JsonLine& line, bool may_be_bare) {
     const bool bare = may_be_bare && !line.object.contains("record") && !line.object.contains("type");
     return bare ? line.object : line.member("record");

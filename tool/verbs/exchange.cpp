@@ -14,11 +14,12 @@
 #include <vector>
 
 #include "bus/send.h"
-#include "host/services.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/open_bus.h"
+#include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -64,15 +65,7 @@ class Exchange {
   public:
     Exchange(const Input& input, bool json) : input_(input), json_(json), bus_("loop:", kAddress) {
         bus_.on_message([this](const vorn_bus_message& message) { receive(message); });
-        auto& services = host::Services::instance();
-        services.record(false);
-        services.on_log([this](const host::LogLine& line) {
-            ++log_lines_;
-            fmt::print(stderr, "{}: {}\n", line.function, line.text);
-        });
-        if (const std::int32_t result = register_all_modules(); result != 0) {
-            throw CommandError(kTrouble, fmt::format("the bus refused a registration with {}", result));
-        }
+        show_log_lines();
         if (!json_) fmt::print("{:<7} {:<36} {:>6}  {}\n", "sent", "type", "bytes", "record");
     }
 
@@ -82,13 +75,19 @@ class Exchange {
             const auto found = input_.by_type.find(type.get());
             if (found != input_.by_type.end()) send_in_batches(*type, found->second.origins.size());
         }
-        const std::size_t kept = host::Services::instance().live_blocks();
-        const bool all_well = differences_ == 0 && log_lines_ == 0 && kept == 0;
-        fmt::print(json_ ? stderr : stdout,
-                   "{} records of {} types: {} arrived from single sends, {} from {} batches; {} differ, "
-                   "{} log lines, {} arrays not freed\n",
-                   input_.in_order.size(), input_.by_type.size(), single_arrivals_, batch_arrivals_, batches_,
-                   differences_, log_lines_, kept);
+        const std::uint64_t kept = live_blocks();
+        const std::uint64_t log_lines = shown_log_lines();
+        const bool all_well = differences_ == 0 && log_lines == 0 && kept == 0;
+        const std::string totals = fmt::format(
+            "{} records of {} types: {} arrived from single sends, {} from {} batches; {} differ, "
+            "{} log lines, {} arrays not freed",
+            input_.in_order.size(), input_.by_type.size(), single_arrivals_, batch_arrivals_, batches_,
+            differences_, log_lines, kept);
+        if (json_) {
+            report_line(totals);
+        } else {
+            fmt::print("{}\n", totals);
+        }
         return all_well ? kOk : kBadData;
     }
 
@@ -106,14 +105,14 @@ class Exchange {
             throw CommandError(kTrouble, fmt::format("{}: sending {} gave 0x{:08X}", records.origins[index],
                                                      type.name, result));
         }
-        vorn_bus_poll(bus_.get(), 0, 0, nullptr);
+        bus_.poll(0, 0);
         if (expected_ != index + count) {
             throw CommandError(kTrouble, fmt::format("{}: {} of {} records arrived", records.origins[index],
                                                      expected_ - index, count));
         }
     }
 
-    // As few batches as the room of one batch allows; types that travel as images have no such limit.
+    // As few batches as the capacity of a batch allows; types that travel as images have no such limit.
     void send_in_batches(const MessageType& type, std::size_t count) {
         const Records& records = input_.by_type.at(&type);
         for (std::size_t first = 0; first < count;) {
@@ -135,7 +134,11 @@ class Exchange {
     }
 
     void receive(const vorn_bus_message& arrival) {
-        const std::size_t index = expected_++;
+        const std::size_t index = expected_;
+        if (index >= input_.by_type.at(type_).origins.size()) {
+            throw CommandError(kTrouble, fmt::format("{}: more records arrived than were sent", type_->name));
+        }
+        ++expected_;
         ++(as_batch_ ? batch_arrivals_ : single_arrivals_);
         const Json received = type_->to_json(arrival.record);
         const Records& records = input_.by_type.at(type_);
@@ -144,15 +147,15 @@ class Exchange {
         if (json_) {
             const Json line = {
                 {"type", type_->name}, {"sent", how}, {"bytes", arrival.packed_bytes}, {"record", received}};
-            fmt::print("{}\n", line.dump());
+            fmt::print("{}\n", json_text(line));
         } else {
             fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed_bytes, summary(received));
         }
         if (arrival.message_id != type_->id || arrival.record_bytes != type_->record_bytes ||
             received != sent) {
             ++differences_;
-            fmt::print(stderr, "nac: {}: {} arrived different: {}\n", records.origins[index], type_->name,
-                       Json::diff(sent, received).dump());
+            report("nac: {}: {} arrived different: {}", records.origins[index], type_->name,
+                   shortened(json_text(Json::diff(sent, received)), 1000));
         }
     }
 
@@ -166,7 +169,6 @@ class Exchange {
     std::size_t batch_arrivals_ = 0;
     std::size_t batches_ = 0;
     std::size_t differences_ = 0;
-    std::size_t log_lines_ = 0;
 };
 
 ExitCode run_exchange(const ExchangeOptions& options) {

@@ -13,6 +13,7 @@
 #include "tool/message/finding.h"
 #include "tool/message/record_text.h"
 #include "tool/show/hex_page.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -35,7 +36,7 @@ class HexText {
     explicit HexText(bool coloured) : coloured_(coloured) {}
 
     std::string of(const Message& message, const Finding& finding) {
-        text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, message.origin,
+        text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, shown(message.origin),
                             message.bytes.size(), summary_of(finding));
         for (const Fault& fault : finding.walk.faults) note("! " + fault_text(fault), kRed);
         if (finding.walk.more_faults != 0) note(fmt::format("! and {} more", finding.walk.more_faults), kRed);
@@ -47,7 +48,7 @@ class HexText {
         const Annotated annotated = annotate(*message.type.shape, message.bytes);
         for (const Piece& piece : annotated.pieces) add(piece, annotated, message.bytes);
         if (annotated.cut)
-            note(fmt::format("more than {} meanings: the rest is not told", kMostRanges), kRed);
+            note(fmt::format("more than {} meanings: the rest is not shown", kMostRanges), kRed);
         return text_;
     }
 
@@ -106,30 +107,39 @@ Json name_or_null(const T* thing) {
     return thing != nullptr ? Json(thing->name) : Json(nullptr);
 }
 
-Json hex_json(const Message& message, const Finding& finding) {
+Json range_json(const Range& range, const Message& message) {
+    const bool leads = range.part == Part::root_reference || range.part == Part::soffset ||
+                       range.part == Part::reference || (range.part == Part::slot && range.number != 0);
+    return {{"at", range.at},
+            {"bytes", range.bytes},
+            {"hex", to_hex(message.bytes.subspan(range.at, range.bytes))},
+            {"part", text_of(range.part)},
+            {"depth", range.depth},
+            {"table", name_or_null(range.table)},
+            {"field", name_or_null(range.field)},
+            {"path", range.path},
+            {"value", range.part == Part::scalar ? Json(range.number) : Json(nullptr)},
+            {"target", leads ? Json(range.target) : Json(nullptr)},
+            {"text", meaning(range, message.bytes, true)},
+            {"faulty", range.faulty}};
+}
+
+// Range by range: all of them as Json would take much more memory than the message.
+void write_json(Output& output, const Message& message, const Finding& finding) {
     Json object = {{"origin", message.origin}};
     object.update(finding_to_json(finding, message.type, message.bytes));
-    object["ranges"] = Json::array();
-    if (!finding.is_buffer) return object;
-    const Annotated annotated = annotate(*message.type.shape, message.bytes);
-    for (const Range& range : annotated.ranges) {
-        const bool leads = range.part == Part::root_reference || range.part == Part::soffset ||
-                           range.part == Part::reference || (range.part == Part::slot && range.number != 0);
-        object["ranges"].push_back(
-            {{"at", range.at},
-             {"bytes", range.bytes},
-             {"hex", to_hex(message.bytes.subspan(range.at, range.bytes))},
-             {"part", text_of(range.part)},
-             {"depth", range.depth},
-             {"table", name_or_null(range.table)},
-             {"field", name_or_null(range.field)},
-             {"path", range.path},
-             {"value", range.part == Part::scalar ? Json(range.number) : Json(nullptr)},
-             {"target", leads ? Json(range.target) : Json(nullptr)},
-             {"text", meaning(range, message.bytes, true)},
-             {"faulty", range.faulty}});
+    std::string text = json_text(object);
+    text.pop_back();
+    output.write(text + R"(,"ranges":[)");
+    if (finding.is_buffer) {
+        const char* separator = "";
+        const Annotated annotated = annotate(*message.type.shape, message.bytes);
+        for (const Range& range : annotated.ranges) {
+            output.write(separator + json_text(range_json(range, message)));
+            separator = ",";
+        }
     }
-    return object;
+    output.write("]}\n");
 }
 
 bool is_coloured(const HexOptions& options) {
@@ -140,25 +150,25 @@ bool is_coloured(const HexOptions& options) {
 }
 
 ExitCode run_hex(const HexOptions& options) {
-    bool good = true;
+    bool whole = true;
     Output output(options.output);
     HexText text(is_coloured(options));
     std::size_t messages = 0;
     if (options.html) output.write(hex_page_start());
     for_each_message(options.messages, [&](const Message& message) {
         const Finding finding = find_faults(message.type, message.bytes);
-        good &= finding.good();
+        whole &= finding.is_whole();
         if (options.html) {
             output.write(hex_page_section(++messages, message.origin, message.type, message.bytes, finding));
         } else if (options.json) {
-            output.write(hex_json(message, finding).dump() + "\n");
+            write_json(output, message, finding);
         } else {
             output.write(text.of(message, finding));
         }
     });
     if (options.html) output.write(hex_page_end());
     output.finish();
-    return good ? kOk : kBadData;
+    return whole ? kOk : kBadData;
 }
 
 const std::map<std::string, Colour>& colours() {

@@ -16,6 +16,7 @@
 #include "tool/io/message_filter.h"
 #include "tool/io/progress.h"
 #include "tool/message/message_type.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -111,7 +112,7 @@ class Summary {
     }
 
     void print(const CaptureReader& reader) const {
-        fmt::print("{}\n", reader.name());
+        fmt::print("{}\n", shown(reader.name()));
         fmt::print("  {} messages in {} batches, {} bytes; {} damaged, {} of unknown types, {} cut\n",
                    all_.messages, batches_, all_.bytes, all_.damaged, unknown_, cut_);
         if (all_.messages != 0) {
@@ -162,7 +163,7 @@ class Summary {
                    rate(totals.messages), totals.damaged);
     }
 
-    // A message that was cut cannot be told from a damaged one, and counts as neither.
+    // A message that was cut may be damaged or not, and counts as neither.
     bool check(const CapturedMessage& message, std::uint64_t packet) {
         const MessageType* const type = find_message_type(message.id);
         if (type == nullptr) {
@@ -212,12 +213,11 @@ ExitCode run_info(const InfoOptions& options) {
                 summary.add(message, reader.packets());
         }
         if (options.json) {
-            fmt::print("{}\n", summary.to_json(reader).dump());
+            fmt::print("{}\n", json_text(summary.to_json(reader)));
         } else {
             summary.print(reader);
         }
-        if (!reader.complaint().empty())
-            fmt::print(stderr, "nac: {}: {}\n", reader.name(), reader.complaint());
+        if (!reader.complaint().empty()) report("nac: {}: {}", reader.name(), reader.complaint());
         if (!reader.complaint().empty() || summary.has_damage()) code = kBadData;
     }
     return code;

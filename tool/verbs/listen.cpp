@@ -3,12 +3,14 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <cstdio>
 
 #include "tool/io/interrupt.h"
 #include "tool/io/open_bus.h"
+#include "tool/io/output.h"
+#include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -24,19 +26,22 @@ struct ListenOptions {
 
 using Clock = std::chrono::steady_clock;
 
-void print(const vorn_bus_message& message, bool json) {
+void print(const vorn_bus_message& message, bool json, Output& output) {
     const MessageType& type = *find_message_type(message.message_id);  // only its ids are registered
-    const Json record = type.to_json(message.record);
     if (json) {
         Json line = {{"type", type.name}, {"from", message.source}, {"bytes", message.packed_bytes}};
         if (message.target != 0) line["target"] = message.target;
         if (message.flags != 0) line["repeated"] = true;
-        line["record"] = record;
-        fmt::print("{}\n", line.dump());
+        std::string text = json_text(line);
+        text.pop_back();
+        output.write(text + R"(,"record":)");
+        write_record(type, message.record, output);
+        output.write("}\n");
     } else {
         const std::string target = message.target == 0 ? "" : fmt::format(" to {}", message.target);
-        fmt::print("{:<7} {:<36} {:>6}  {}\n", fmt::format("{}{}", message.source, target), type.name,
-                   message.packed_bytes, summary(record));
+        output.write(fmt::format("{:<7} {:<36} {:>6}  {}\n", fmt::format("{}{}", message.source, target),
+                                 type.name, message.packed_bytes,
+                                 summary(type.to_json(message.record, kSummaryElements))));
     }
 }
 
@@ -44,46 +49,46 @@ ExitCode run_listen(const ListenOptions& options) {
     show_log_lines();
     catch_interrupts();
     OpenBus bus(options.bus, options.as);
+    Output output("-");
     std::uint64_t arrived = 0;
     auto last = Clock::now();
     bus.on_message([&](const vorn_bus_message& message) {
         ++arrived;
         last = Clock::now();
-        print(message, options.json);
+        print(message, options.json, output);
     });
-    fmt::print(stderr, "listening at address {}: {}\n", options.as, vorn_bus_endpoint(bus.get()));
-    if (!options.json) fmt::print("{:<7} {:<36} {:>6}  {}\n", "from", "type", "bytes", "record");
-    static_cast<void>(std::fflush(stdout));
+    report("listening at address {}: {}", options.as, vorn_bus_endpoint(bus.get()));
+    if (!options.json)
+        output.write(fmt::format("{:<7} {:<36} {:>6}  {}\n", "from", "type", "bytes", "record"));
+    output.flush();
 
     bool silent = false;
     while (!is_interrupted() && !silent && (options.count == 0 || arrived < options.count)) {
-        std::uint32_t handled = 0;
-        vorn_bus_poll(bus.get(), 100, 1, &handled);
-        if (handled != 0 && bus.counters().waiting_batches != 0) continue;
-        if (std::fflush(stdout) != 0) throw CommandError(kTrouble, "standard output cannot be written");
+        if (bus.poll(100, 1) != 0 && bus.counters().waiting_batches != 0) continue;
+        output.flush();
         silent =
             options.timeout_s > 0 && Clock::now() - last > std::chrono::duration<double>(options.timeout_s);
     }
     const vorn_bus_counters counters = bus.counters();
-    fmt::print(stderr, "{} records in {} batches arrived; {} of unknown ids, {} damaged, {} log lines\n",
-               arrived, counters.received_batches, counters.unknown_messages, counters.damaged, log_lines());
+    report("{} records in {} batches arrived; {} of unknown ids, {} damaged, {} log lines", arrived,
+           counters.received_batches, counters.unknown_messages, counters.damaged, shown_log_lines());
     if (arrived < options.count) {
         throw CommandError(
             kTrouble, fmt::format("{} of {} records did not arrive", options.count - arrived, options.count));
     }
-    return counters.unknown_messages + counters.damaged + log_lines() == 0 ? kOk : kBadData;
+    return counters.unknown_messages + counters.damaged + shown_log_lines() == 0 ? kOk : kBadData;
 }
 
 }  // namespace
 
 void add_listen(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_listen);
-    verb.add_option("--as", options.as, "The address")->required();
+    verb.add_option("--as", options.as, "The address")->required()->transform(whole_number());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, "One JSON object a line, as nac send reads them");
-    verb.add_option("--count", options.count, "End after so many records")->check(CLI::PositiveNumber);
-    verb.add_option("--timeout", options.timeout_s, "End after so many seconds without a record")
-        ->check(CLI::PositiveNumber);
+    verb.add_option("--count", options.count, "End after this number of records")->transform(whole_number(1));
+    verb.add_option("--timeout", options.timeout_s, "End after this number of seconds without a record")
+        ->transform(seconds());
 }
 
 }  // namespace tool

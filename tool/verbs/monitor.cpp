@@ -15,8 +15,10 @@
 
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
+#include "tool/io/output.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -61,13 +63,12 @@ class Monitor {
                    [this] { return all_.messages; }, [this] { show_in_time(); });
         if (!options_.messages && Clock::now() != shown_) show();
         const vorn_bus_watch_counters counters = watch_.counters();
-        fmt::print(stderr,
-                   "{} messages seen, {} bytes, {} damaged; {} left out, {} batches lost on the way here\n",
-                   all_.messages, all_.bytes, all_.damaged, left_out_, counters.lost_batches);
+        report("{} messages seen, {} bytes, {} damaged; {} left out, {} batches lost on the way here",
+               all_.messages, all_.bytes, all_.damaged, left_out_, counters.lost_batches);
         if (all_.messages < options_.watch.count) {
-            throw CommandError(
-                kTrouble, fmt::format("{} of {} messages did not come", options_.watch.count - all_.messages,
-                                      options_.watch.count));
+            throw CommandError(kTrouble,
+                               fmt::format("{} of {} messages did not arrive",
+                                           options_.watch.count - all_.messages, options_.watch.count));
         }
         return all_.damaged == 0 ? kOk : kBadData;
     }
@@ -103,7 +104,7 @@ class Monitor {
 
     static Decoded decode(const MessageType& type, std::span<const std::uint8_t> bytes) {
         try {
-            return type.decode(bytes);
+            return type.decode(bytes, kSummaryElements);
         } catch (const RecordError& error) {
             Decoded decoded;
             decoded.outcome = kaplo::Outcome::bad_header;
@@ -149,7 +150,7 @@ class Monitor {
             object["record"] = std::move(decoded.record);
             object["faults"] = decoded.faults;
         }
-        fmt::print("{}\n", object.dump());
+        fmt::print("{}\n", json_text(object));
     }
 
     // The first few of each interval, for the lines below the table.
@@ -158,11 +159,11 @@ class Monitor {
     }
 
     void show_in_time() {
-        if (std::fflush(stdout) != 0) throw CommandError(kTrouble, "standard output cannot be written");
+        flush_standard_output();
         if (options_.messages || Clock::now() - shown_ < std::chrono::duration<double>(options_.interval_s))
             return;
         show();
-        if (std::fflush(stdout) != 0) throw CommandError(kTrouble, "standard output cannot be written");
+        flush_standard_output();
     }
 
     void show() {
@@ -217,7 +218,7 @@ class Monitor {
                  {"messages_per_second", rate(row.messages, row.messages_before, seconds)},
                  {"bytes_per_second", rate(row.bytes, row.bytes_before, seconds)}});
         }
-        fmt::print("{}\n", object.dump());
+        fmt::print("{}\n", json_text(object));
     }
 
     // Only types of which something has come since the last time.
@@ -274,7 +275,7 @@ void add_monitor(CLI::App& command, Chosen& chosen) {
     add_watch_options(verb, options.watch);
     add_filter_options(verb, options.filter);
     verb.add_option("--interval", options.interval_s, "Seconds between two views, 1 if not given")
-        ->check(CLI::Range(0.05, 3600.0));
+        ->transform(real_number(0.05, 3600));
     verb.add_flag("--messages", options.messages, "A line for each message, instead of rates");
     verb.add_flag("--plain", options.plain, "Lines, on a terminal too");
     verb.add_flag("--json", options.json, "One JSON object a view, or a message");

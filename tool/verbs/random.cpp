@@ -120,7 +120,7 @@ ExitCode run_random(const RandomOptions& options) {
         const Filling filling =
             options.filling == Filling::mixed ? static_cast<Filling>(n / types.size() % 4) : options.filling;
         const Json line = {{"type", type.name}, {"record", maker.record(*type.shape, filling)}};
-        output.write(line.dump() + "\n");
+        output.write_line(line);
     }
     output.finish();
     return kOk;
@@ -142,10 +142,11 @@ void add_random(CLI::App& command, Chosen& chosen) {
     verb.add_option("--type", options.types, "Name or id of a type; all in turn if not given")
         ->type_name("TYPE")
         ->allow_extra_args(false);
-    verb.add_option("--seed", options.seed, "The same records for the same seed; 0 if not given");
-    verb.add_option("--count", options.count, "How many records, 25 if not given");
+    verb.add_option("--seed", options.seed, "The same records for the same seed; 0 if not given")
+        ->transform(whole_number());
+    verb.add_option("--count", options.count, "How many records, 25 if not given")->transform(whole_number());
     verb.add_option("--elements", options.elements, "Most elements of a vector, 4 if not given")
-        ->check(CLI::Range(0U, 65536U));
+        ->transform(whole_number(0, 65536));
     verb.add_option("--filling", options.filling,
                     "zero: nothing set; sparse: one value in eight; rich: every value, no vector empty;\n"
                     "extreme: values at their limits; mixed, if not given: each in turn")

@@ -9,6 +9,7 @@
 #include "tool/io/capture.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -35,16 +36,15 @@ class Recorder {
           writer_(options.output, options.split_bytes, options.snapshot_bytes) {}
 
     ExitCode run() {
-        fmt::print(stderr, "recording into {}\n",
-                   options_.output == "-" ? "standard output" : options_.output);
+        report("recording into {}", options_.output == "-" ? "standard output" : options_.output);
         watch_.run([this](const vorn_bus_watched& message) { take(message); },
                    [this] { return writer_.messages(); }, [this] { flush(); });
         const vorn_bus_watch_counters counters = watch_.counters();
         writer_.finish(counters.lost_batches);
-        tell(counters);
+        print_totals(counters);
         if (writer_.messages() < options_.watch.count) {
             throw CommandError(kTrouble,
-                               fmt::format("{} of {} messages did not come",
+                               fmt::format("{} of {} messages did not arrive",
                                            options_.watch.count - writer_.messages(), options_.watch.count));
         }
         return counters.lost_batches == 0 ? kOk : kTrouble;
@@ -70,17 +70,15 @@ class Recorder {
         writer_.flush();
     }
 
-    void tell(const vorn_bus_watch_counters& counters) const {
-        fmt::print(
-            stderr,
+    void print_totals(const vorn_bus_watch_counters& counters) const {
+        report(
             "{} messages of {} batches recorded, {} bytes in {} file{}; {} left out, {} cut, {} batches "
-            "lost, {} damaged envelopes\n",
+            "lost, {} damaged envelopes",
             writer_.messages(), counters.batches, writer_.bytes(), writer_.files().size(),
             writer_.files().size() == 1 ? "" : "s", left_out_, writer_.cut_messages(), counters.lost_batches,
             counters.damaged);
         if (counters.interruptions != 0)
-            fmt::print(stderr, "{} times a receiver or a server went and came again\n",
-                       counters.interruptions);
+            report("{} times a receiver or a server went and came again", counters.interruptions);
         if (!options_.json) return;
         const Json summary = {{"messages", writer_.messages()},
                               {"batches", counters.batches},
@@ -92,7 +90,7 @@ class Recorder {
                               {"lost_batches", counters.lost_batches},
                               {"damaged_envelopes", counters.damaged},
                               {"interruptions", counters.interruptions}};
-        fmt::print("{}\n", summary.dump());
+        fmt::print("{}\n", json_text(summary));
     }
 
     const RecordOptions& options_;
@@ -121,10 +119,10 @@ void add_record(CLI::App& command, Chosen& chosen) {
     add_filter_options(verb, options.filter);
     verb.add_option("--split-bytes", options.split_bytes,
                     "Begin another file, OUT-2.pcapng, before one has more bytes")
-        ->check(CLI::PositiveNumber);
+        ->transform(whole_number(1));
     verb.add_option("--snaplen", options.snapshot_bytes,
                     "Bytes of a packet that are kept; 262144, the most that Wireshark takes, if not given")
-        ->check(CLI::Range(kCaptureHeaderBytes, 64U << 20));
+        ->transform(whole_number(kCaptureHeaderBytes, 64U << 20));
     verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
     verb.footer("Exit code 3 if copies of batches were lost on the way.");
 }

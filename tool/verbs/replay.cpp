@@ -13,13 +13,13 @@
 #include <thread>
 #include <vector>
 
-#include "host/services.h"
 #include "tool/io/capture.h"
 #include "tool/io/interrupt.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_bus.h"
 #include "tool/io/open_watch.h"
 #include "tool/io/progress.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -44,7 +44,7 @@ struct ReplayOptions {
     bool json = false;
 };
 
-// How often times faster than it was; 0: as fast as it is taken.
+// Factor of the recorded speed; 0: as fast as it is taken.
 double speed_of(const std::string& text) {
     if (text == "max") return 0;
     try {
@@ -65,7 +65,6 @@ class Replay {
           is_loop_(std::string(vorn_bus_display_url(url_or_null(options.bus))).compare(0, 5, "loop:") == 0),
           receives_(options.receive || is_loop_),
           progress_(options.files, options.repeat) {
-        host::Services::instance().record(false);  // of what damaged messages make the library say
         catch_interrupts();
     }
 
@@ -75,14 +74,14 @@ class Replay {
             for (const std::string& file : options_.files) play(file);
         }
         finish();
-        tell();
+        print_totals();
         return complaints_.empty() ? kOk : kBadData;
     }
 
   private:
-    struct Place {
+    struct Collected {
         std::uint32_t id;
-        std::size_t at;
+        std::size_t offset;
         std::uint32_t length;
     };
 
@@ -108,7 +107,7 @@ class Replay {
         if (!is_interrupted()) send();
         if (reader.complaint().empty()) return;
         complaints_.push_back(fmt::format("{}: {}", reader.name(), reader.complaint()));
-        fmt::print(stderr, "nac: {}\n", complaints_.back());
+        report("nac: {}", complaints_.back());
     }
 
     // Sends the batch that is collected as one call.
@@ -122,8 +121,8 @@ class Replay {
             if (sent_batches_ == 0) begin();
             wait_for(batch_.time);
             descriptors_.clear();
-            for (const Place& place : messages_)
-                descriptors_.push_back({bytes_.data() + place.at, place.id, place.length});
+            for (const Collected& message : messages_)
+                descriptors_.push_back({bytes_.data() + message.offset, message.id, message.length});
             const std::int32_t result = vorn_bus_send(
                 sender(options_.as.value_or(batch_.source)).get(), destination, descriptors_.data(),
                 static_cast<std::uint32_t>(descriptors_.size()), batch_.target);
@@ -151,8 +150,8 @@ class Replay {
             offset_ = at;
             begun_round_ = Clock::now();
         }
-        const std::chrono::duration<double, std::nano> behind = (at - *offset_) / speed_;
-        const auto due = begun_round_ + std::chrono::duration_cast<Clock::duration>(behind);
+        const std::chrono::duration<double, std::nano> later = (at - *offset_) / speed_;
+        const auto due = begun_round_ + std::chrono::duration_cast<Clock::duration>(later);
         while (!is_interrupted() && Clock::now() < due)
             std::this_thread::sleep_until(std::min(due, Clock::now() + 100ms));
     }
@@ -168,7 +167,8 @@ class Replay {
         if (auto known = senders_.extract(address); !known.empty()) receivers_.insert(std::move(known));
         OpenBus& bus = open(receivers_, address);
         bus.on_message([](const vorn_bus_message& /*message*/) {});
-        vorn_bus_start(bus.get());
+        if (const std::int32_t result = vorn_bus_start(bus.get()); result != VORN_BUS_OK)
+            throw bus_error(fmt::format("receiving at address {}", address), result);
     }
 
     using Buses = std::map<std::uint32_t, std::unique_ptr<OpenBus>>;
@@ -212,15 +212,14 @@ class Replay {
         } while (receives_ && received_ < sent_messages_ && Clock::now() < deadline);
     }
 
-    void tell() const {
+    void print_totals() const {
         const double rate = static_cast<double>(sent_messages_) / std::max(seconds_, 1e-9);
-        fmt::print(
-            stderr,
+        report(
             "{} messages in {} batches, {} bytes, sent in {:.3f} s: {:.0f} messages/s; {} left out, {} "
-            "cut, {} batches lost, {} still on their way\n",
+            "cut, {} batches lost, {} still on their way",
             sent_messages_, sent_batches_, sent_bytes_, seconds_, rate, left_out_, cut_, lost_,
             on_their_way_);
-        if (receives_) fmt::print(stderr, "{} messages arrived within the tool\n", received_);
+        if (receives_) report("{} messages arrived within the tool", received_);
         if (options_.json) {
             const Json summary = {{"messages", sent_messages_},
                                   {"batches", sent_batches_},
@@ -233,7 +232,7 @@ class Replay {
                                   {"batches_on_their_way", on_their_way_},
                                   {"arrived_messages", receives_ ? Json(received_) : Json(nullptr)},
                                   {"complaints", complaints_}};
-            fmt::print("{}\n", summary.dump());
+            fmt::print("{}\n", json_text(summary));
         }
         if (lost_ + on_their_way_ != 0) throw CommandError(kTrouble, "not all batches were handled");
         if (receives_ && received_ != sent_messages_)
@@ -257,7 +256,7 @@ class Replay {
     CapturedMessage batch_;
     bool batch_is_cut_ = false;
     std::string origin_;
-    std::vector<Place> messages_;
+    std::vector<Collected> messages_;
     std::vector<std::uint8_t> bytes_;
     std::vector<VORN_SendDescriptor> descriptors_;
 
@@ -282,19 +281,20 @@ void add_replay(CLI::App& command, Chosen& chosen) {
     verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_option("--speed", options.speed,
-                    "So many times faster than it was, 1 if not given; max: as fast as it is taken");
-    verb.add_option("--as", options.as, "Send from this address, instead of from those of the capture");
+                    "Factor of the recorded speed, 1 if not given; max: as fast as it is taken");
+    verb.add_option("--as", options.as, "Send from this address, instead of from those of the capture")
+        ->transform(whole_number());
     verb.add_option("--redirect", options.redirect,
-                    "Send to this address, instead of to those of the capture");
-    verb.add_option("--repeat", options.repeat, "So many times, one after the other")
-        ->check(CLI::PositiveNumber);
+                    "Send to this address, instead of to those of the capture")
+        ->transform(whole_number());
+    verb.add_option("--repeat", options.repeat, "How many times, 1 if not given")->transform(whole_number(1));
     verb.add_flag("--receive", options.receive,
-                  "Receive at the destinations within the tool, and count; so it is on loop: always");
+                  "Receive at the destinations within the tool, and count; always so on loop:");
     verb.add_option("--delay", options.delay_s,
-                    "Wait so many seconds before the first message, so that watchers find the receivers")
-        ->check(CLI::PositiveNumber);
+                    "Seconds to wait before the first message, so that watchers find the receivers")
+        ->transform(seconds());
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for a receiver, 10 if not given")
-        ->check(CLI::PositiveNumber);
+        ->transform(seconds());
     add_filter_options(verb, options.filter);
     verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
     verb.footer("Messages that were cut when they were recorded are left out, with their batches.");

@@ -14,6 +14,8 @@
 #include "tool/io/json_lines.h"
 #include "tool/io/open_bus.h"
 #include "tool/io/progress.h"
+#include "tool/message/host_services.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -76,11 +78,11 @@ class Sender {
                                  {"sent_batches", counters.sent_batches},
                                  {"lost_batches", counters.lost_batches},
                                  {"unhandled_batches", counters.unhandled_batches}};
-            fmt::print("{}\n", object.dump());
+            fmt::print("{}\n", json_text(object));
         }
-        fmt::print(stderr, "{} records sent to address {} in {} batches; {} lost, {} still on their way\n",
-                   counters.sent_messages, options_.to, counters.sent_batches, counters.lost_batches,
-                   counters.unhandled_batches);
+        report("{} records sent to address {} in {} batches; {} lost, {} still on their way",
+               counters.sent_messages, options_.to, counters.sent_batches, counters.lost_batches,
+               counters.unhandled_batches);
         if (flushed != VORN_BUS_OK) throw bus_error(fmt::format("address {}", options_.to), flushed);
         return kOk;
     }
@@ -135,16 +137,17 @@ ExitCode run_send(const SendOptions& options) {
 void add_send(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_send);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
-    verb.add_option("--to", options.to, "Address of the receiver")->required();
-    verb.add_option("--as", options.as, "Address of the sender, 0 if not given");
-    verb.add_option("--target", options.target, "Target handed on with each message");
+    verb.add_option("--to", options.to, "Address of the receiver")->required()->transform(whole_number());
+    verb.add_option("--as", options.as, "Address of the sender, 0 if not given")->transform(whole_number());
+    verb.add_option("--target", options.target, "Target passed on with each message")
+        ->transform(whole_number());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--batch", options.batch, "Neighbouring records of a type travel as one batch");
     verb.add_flag("--json", options.json, "What was sent and what was lost, as a JSON object");
     verb.add_option("--rate", options.rate, "Records a second; as fast as they are taken if not given")
-        ->check(CLI::PositiveNumber);
+        ->transform(real_number(0.001, 1e9));
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for the receiver, 10 if not given")
-        ->check(CLI::PositiveNumber);
+        ->transform(seconds());
 }
 
 }  // namespace tool

@@ -16,7 +16,7 @@ struct TypesOptions {
     bool json = false;
 };
 
-// "f0-f3 u32, f4 u16": neighbours of one kind share an entry. Broken into lines behind `indent` blanks.
+// "f0-f3 u32, f4 u16": neighbours of one kind share an entry. Broken into lines after `indent` blanks.
 std::string fields_text(const Shape& shape, std::size_t indent) {
     constexpr std::size_t kWidth = 78;
     std::string text;
@@ -31,7 +31,7 @@ std::string fields_text(const Shape& shape, std::size_t indent) {
                                 : fmt::format("{}-{} {}", field.name, shape.fields[last].name, field.text);
         if (last + 1 != shape.fields.size()) entry += ", ";
         if (indent + line.size() + entry.size() > kWidth) {
-            line.pop_back();  // the blank behind the comma
+            line.pop_back();  // the blank after the comma
             text += fmt::format("{:{}}{}\n", "", indent, line);
             line.clear();
         }
@@ -43,7 +43,7 @@ std::string fields_text(const Shape& shape, std::size_t indent) {
 
 ExitCode run_types(const TypesOptions& options) {
     if (options.json) {
-        for (const auto& type : message_types()) fmt::print("{}\n", shape_to_json(*type->shape).dump());
+        for (const auto& type : message_types()) fmt::print("{}\n", json_text(shape_to_json(*type->shape)));
         return kOk;
     }
     for (const auto& type : message_types()) {

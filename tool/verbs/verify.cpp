@@ -7,6 +7,7 @@
 
 #include "tool/io/message_files.h"
 #include "tool/message/finding.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -20,7 +21,7 @@ struct VerifyOptions {
 };
 
 std::string text_of(const Finding& finding, const Message& message) {
-    std::string text = fmt::format("{}: {}, {} bytes, {}\n", message.origin, message.type.name,
+    std::string text = fmt::format("{}: {}, {} bytes, {}\n", shown(message.origin), message.type.name,
                                    message.bytes.size(), summary_of(finding));
     for (const Fault& fault : finding.walk.faults) {
         text += fmt::format("  {}\n", fault_text(fault));
@@ -37,15 +38,15 @@ ExitCode run_verify(const VerifyOptions& options) {
     for_each_message(options.messages, [&](const Message& message) {
         const Finding finding = find_faults(message.type, message.bytes);
         ++all;
-        if (!finding.good()) ++damaged;
-        if (options.quiet && finding.good()) return;
+        if (!finding.is_whole()) ++damaged;
+        if (options.quiet && finding.is_whole()) return;
         if (!options.json) return output.write(text_of(finding, message));
         Json object = {{"origin", message.origin}};
         object.update(finding_to_json(finding, message.type, message.bytes));
-        output.write(object.dump() + "\n");
+        output.write_line(object);
     });
     output.finish();
-    fmt::print(stderr, "{} messages, {} damaged\n", all, damaged);
+    report("{} messages, {} damaged", all, damaged);
     return damaged == 0 ? kOk : kBadData;
 }
 
@@ -58,7 +59,7 @@ void add_verify(CLI::App& command, Chosen& chosen) {
     verb.add_flag("-q,--quiet", options.quiet, "Only the damaged ones");
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.footer(
-        "The first fault is where the library stops; those behind it are in what it does not reach.\n"
+        "The first fault is where the library stops; those after it are in what it does not reach.\n"
         "Exit code 1 if a message is damaged.");
 }
 

@@ -34,8 +34,8 @@ const table = {type: "Nac_SetUserTableMsg", record: {
 
 function damaged() {
   const [message] = encode(table);
-  const told = JSON.parse(execFileSync(nac, ["hex", "--json", "-"], {input: JSON.stringify(message), encoding: "utf8"}));
-  const count = told.ranges.find(range => range.part === "count" && range.path === "f15");
+  const shown = JSON.parse(execFileSync(nac, ["hex", "--json", "-"], {input: JSON.stringify(message), encoding: "utf8"}));
+  const count = shown.ranges.find(range => range.part === "count" && range.path === "f15");
   const bytes = Buffer.from(message.hex, "hex");
   bytes.writeUInt32LE(50000, count.at);
   return {message: {...message, hex: bytes.toString("hex")}, at: count.at};
@@ -57,24 +57,24 @@ async function test(page, requests) {
   const sections = page.locator("section");
   assert.equal(await sections.count(), 4);
 
-  const told = JSON.parse(execFileSync(nac, ["hex", "--json", "-"], {input: JSON.stringify(whole), encoding: "utf8"}));
+  const shown = JSON.parse(execFileSync(nac, ["hex", "--json", "-"], {input: JSON.stringify(whole), encoding: "utf8"}));
   const first = sections.nth(0);
-  assert.equal(await first.locator(".bytes b").count(), told.bytes);
+  assert.equal(await first.locator(".bytes b").count(), shown.bytes);
   const rows = first.locator(".meanings li");
-  assert.equal(await rows.count(), told.ranges.length);
-  for (let k = 0; k < told.ranges.length; k += 5) {
-    const range = told.ranges[k];
+  assert.equal(await rows.count(), shown.ranges.length);
+  for (let k = 0; k < shown.ranges.length; k += 5) {
+    const range = shown.ranges[k];
     await rows.nth(k).click();
     assert.deepEqual(await marked(first, "on"), span(range.at, range.bytes), `meaning ${range.text}`);
     assert.equal(await first.locator(".meanings li.on").count(), 1);
   }
   // What belongs to the same field is near: reference, count and elements of its vector.
-  const elements = told.ranges.findIndex(range => range.part === "elements" && range.path === "f15");
+  const elements = shown.ranges.findIndex(range => range.part === "elements" && range.path === "f15");
   await rows.nth(elements).click();
-  const near = told.ranges.filter(range => range.path === "f15").flatMap(range => span(range.at, range.bytes)).sort((a, b) => a - b);
+  const near = shown.ranges.filter(range => range.path === "f15").flatMap(range => span(range.at, range.bytes)).sort((a, b) => a - b);
   assert.deepEqual(await marked(first, "near"), near);
 
-  for (let at = 0; at < told.bytes; at += 7) {
+  for (let at = 0; at < shown.bytes; at += 7) {
     await first.locator(".bytes b").nth(at).click();
     const row = first.locator(".meanings li.on");
     assert.equal(await row.count(), 1);
@@ -99,7 +99,7 @@ async function test(page, requests) {
   await bad.first().click();
   assert.deepEqual(await marked(third, "on"), span(broken.at, 4));
 
-  // A byte with two meanings tells them in turn.
+  // A byte with two meanings selects them in turn.
   const fourth = sections.nth(3);
   const seen = [];
   for (let click = 0; click < 3; ++click) {
@@ -110,7 +110,7 @@ async function test(page, requests) {
 
   assert.deepEqual(requests.filter(url => !url.startsWith("file:") && !url.startsWith("data:")), []);
   assert.equal(requests.filter(url => url.startsWith("file:")).length, 1);
-  console.log(`count: ${told.bytes} bytes and ${told.ranges.length} meanings select each other in ${await version(page)}`);
+  console.log(`count: ${shown.bytes} bytes and ${shown.ranges.length} meanings select each other in ${await version(page)}`);
 
   // No messages make a page without sections; names of files are text.
   assert.equal(writePage([]).status, 0);

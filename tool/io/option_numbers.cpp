@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/format.h>
+
+#include <charconv>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "tool/verb.h"
+
+namespace tool {
+
+CLI::Validator whole_number(std::uint64_t least, std::uint64_t most) {
+    const auto check = [least, most](std::string& text) -> std::string {
+        const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+        const std::string_view digits = std::string_view(text).substr(hexadecimal ? 2 : 0);
+        std::uint64_t number = 0;
+        const char* const last = digits.data() + digits.size();
+        const auto [end, error] = std::from_chars(digits.data(), last, number, hexadecimal ? 16 : 10);
+        if (error != std::errc() || end != last || number < least || number > most)
+            return fmt::format("{} is no whole number from {} to {}", text, least, most);
+        text = fmt::format("{}", number);
+        return "";
+    };
+    if (least == 0 && most == UINT64_MAX) return {check, ""};
+    return {check,
+            most == UINT64_MAX ? fmt::format("{} or more", least) : fmt::format("{} to {}", least, most)};
+}
+
+CLI::Validator real_number(double least, double most) {
+    return {[least, most](std::string& text) -> std::string {
+                double number = 0;
+                const char* const last = text.data() + text.size();
+                const auto [end, error] = std::from_chars(text.data(), last, number);
+                const bool fits = number >= least && number <= most;  // NaN does not
+                if (error == std::errc() && end == last && fits) return "";
+                return fmt::format("{} is no number from {} to {}", text, least, most);
+            },
+            fmt::format("{} to {}", least, most)};
+}
+
+}  // namespace tool

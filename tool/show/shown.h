@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// Text from files, the bus and servers, made safe for a terminal; standard error.
+#ifndef TOOL_SHOWN_H
+#define TOOL_SHOWN_H
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace tool {
+
+// `text` with control characters, characters that change the direction of text, and bytes that are no UTF-8
+// written as "\x1b", and without the user and password of URLs: "nats://***@host".
+std::string shown(std::string_view text);
+
+// "...": at most `most` bytes of a text that may be long.
+std::string shortened(std::string_view text, std::size_t most = 80);
+
+// Writes one line, without its end, to standard error as shown() has it. Does not throw: a line that cannot
+// be written there can be reported nowhere.
+void report_line(std::string_view text) noexcept;
+
+template <class... Values>
+void report(fmt::format_string<Values...> format, Values&&... values) {
+    report_line(fmt::format(format, std::forward<Values>(values)...));
+}
+
+}  // namespace tool
+
+#endif
