@@ -2,6 +2,7 @@
 # What the tests of the tool's verbs share: the real binary, the corpus, the schemas of what --json prints.
 #
 # NAC names the binary. python3-jsonschema is Debian's, and so is the python that runs these tests.
+import functools
 import json
 import os
 import pathlib
@@ -63,13 +64,18 @@ def messages(cases: list[dict[str, object]]) -> str:
     return lines(*({"type": case["type"], "hex": case["hex"]} for case in cases))
 
 
-def assert_fits(verb: str, each: object) -> None:
-    """Checks what --json printed against the verb's schema, which refers to files beside it."""
+@functools.cache
+def validator_of(verb: str) -> jsonschema.Draft202012Validator:
+    """Of what a verb's --json prints. Its schema refers to files beside it."""
     path = ROOT / f"docs/schemas/{verb}.json"
     schema = json.loads(path.read_text())
     jsonschema.Draft202012Validator.check_schema(schema)
-    resolver = jsonschema.RefResolver(path.as_uri(), schema)
-    jsonschema.Draft202012Validator(schema, resolver=resolver).validate(each)
+    return jsonschema.Draft202012Validator(schema, resolver=jsonschema.RefResolver(path.as_uri(), schema))
+
+
+def assert_fits(verb: str, each: object) -> None:
+    """Checks what --json printed against the verb's schema."""
+    validator_of(verb).validate(each)
 
 
 class VerbTest(unittest.TestCase):
