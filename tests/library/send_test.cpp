@@ -7,7 +7,9 @@
 #include <string>
 
 #ifdef KAPLO_COUNTED
+extern "C" {
 #include <gcov.h>
+}
 #endif
 
 #include "bus/send.h"
