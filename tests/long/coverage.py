@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-# Which lines and branches of the library the tests of the preset coverage have run; all must have, but those below.
+# Which lines and branches the tests have run: of the library, in the preset coverage, all must have been but those below;
+# of the bus and the tool, in the preset coverage-programs, a table shows how many, if that build has run its tests.
 #
 # gcov counts. The instances of a template are one source: its branch is taken if any instance takes it. Where the
 # programs differ in a line's number of branches, as for a lambda that is called for each field, those count that compile
-# it for all message types. What nothing can take stands in ARGUED with the reason. Prints the totals and whatever is left;
-# exits with 1 if anything is.
+# it for all message types. What nothing can take stands in ARGUED with the reason. The edges on which exceptions leave a
+# call are no branches. Prints the totals and what is left of the library, and writes what is left of the others to
+# build/coverage-programs/left.txt; exits with 1 if anything is left of the library.
 import collections
 import concurrent.futures
 import json
@@ -14,8 +16,10 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-BUILD = ROOT / "build/coverage"
-COUNTED = ("runtime", "bus", "nac")
+LIBRARY = ROOT / "build/coverage", ("runtime", "bus", "nac")
+PROGRAMS = ROOT / "build/coverage-programs", ("vorn", "tool")
+
+Counts = dict[tuple[str, int], tuple[int, list[int]]]  # (file, line number): times run, times each branch was taken
 
 # Lines, as they stand, some of whose branches or which themselves are never run, and why.
 BY_THE_COMPILER = "runs in the compiler, which makes blank images and frames; the tests compare these"
@@ -26,6 +30,7 @@ ARGUED: dict[tuple[str, str], str] = {
         "for most types the two are the same",
     ("runtime/compact.h", "if (is_copied<T, order> && !std::is_constant_evaluated()) {"): BY_THE_COMPILER,
     ("runtime/wire.h", 'if (!std::is_constant_evaluated()) asm("" : "+r"(mask));'): BY_THE_COMPILER,
+    ("runtime/wire.h", 'if (!std::is_constant_evaluated()) asm("" : "+r"(count));'): BY_THE_COMPILER,
     ("runtime/image.h", "for (std::uint32_t k = 0; k < std::extent_v<typename F::Member>; ++k) {"):
         "byte_swap_test compiles images of records of its own for both byte orders and needs one",
     ("runtime/wire.h", "if (std::is_constant_evaluated()) {"): BY_THE_COMPILER,
@@ -33,34 +38,63 @@ ARGUED: dict[tuple[str, str], str] = {
 }
 
 
-def counts_of(data: pathlib.Path) -> list[tuple[str, int, int, list[int]]]:
+def counts_of(data: pathlib.Path, build: pathlib.Path, folders: tuple[str, ...]) -> list[tuple[str, int, int, list[int]]]:
     """(file, line number, times run, times each branch was taken) of every instance of every line."""
-    done = subprocess.run(["gcov", "--branch-probabilities", "--json-format", "--stdout", data], cwd=BUILD, check=True,
+    done = subprocess.run(["gcov", "--branch-probabilities", "--json-format", "--stdout", data], cwd=build, check=True,
                           capture_output=True, text=True)
     found = []
     for document in map(json.loads, done.stdout.splitlines()):
         for file in document["files"]:
-            path = (ROOT / file["file"]).resolve()  # the library's own are relative to the project
-            if path.is_relative_to(ROOT) and path.relative_to(ROOT).parts[0] in COUNTED:
+            path = (build / file["file"]).resolve()
+            if not path.exists():
+                path = (ROOT / file["file"]).resolve()  # the library's own are relative to the project
+            if path.is_relative_to(ROOT) and path.relative_to(ROOT).parts[0] in folders:
                 found += [(str(path.relative_to(ROOT)), line["line_number"], line["count"],
-                           [branch["count"] for branch in line["branches"]]) for line in file["lines"]]
+                           [branch["count"] for branch in line["branches"] if not branch["throw"]])
+                          for line in file["lines"]]
     return found
 
 
-def main() -> int:
+def counts(build: pathlib.Path, folders: tuple[str, ...]) -> Counts:
     run: collections.Counter[tuple[str, int]] = collections.Counter()
     taken: dict[tuple[str, int], dict[int, list[int]]] = collections.defaultdict(dict)
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for found in pool.map(counts_of, BUILD.rglob("*.gcda")):
+        for found in pool.map(lambda data: counts_of(data, build, folders), build.rglob("*.gcda")):
             for path, number, times, branches in found:
                 run[path, number] += times
                 so_far = taken[path, number].setdefault(len(branches), [0] * len(branches))
                 for i, count in enumerate(branches):
                     so_far[i] += count
-    if not run:
-        sys.exit("coverage: nothing was counted; run the tests of the preset coverage first")
+    return {line: (times, taken[line][max(taken[line])]) for line, times in run.items()}
 
-    fullest = {line: kinds[max(kinds)] for line, kinds in taken.items()}
+
+def print_row(name: str, lines_run: int, lines: int, taken: int, branches: int) -> None:
+    print(f"{name:<14} {lines_run:>6} of {lines:>6} lines {100 * lines_run / lines:>6.1f} %   "
+          f"{taken:>6} of {branches:>6} branches {100 * taken / max(branches, 1):>6.1f} %")
+
+
+def print_programs() -> None:
+    build, folders = PROGRAMS
+    counted = counts(build, folders)
+    by_folder: dict[str, list[tuple[int, list[int]]]] = collections.defaultdict(list)
+    left = []
+    for (path, number), (times, branches) in sorted(counted.items()):
+        for folder in {path.split("/")[0], path.rpartition("/")[0]}:
+            by_folder[folder].append((times, branches))
+        if not times or 0 in branches:
+            left.append(f"{path}:{number}: run {times} times, {branches.count(0)} of {len(branches)} branches never taken")
+    for folder, lines in sorted(by_folder.items()):
+        print_row(folder, sum(times > 0 for times, _ in lines), len(lines),
+                  sum(len(branches) - branches.count(0) for _, branches in lines), sum(len(branches) for _, branches in lines))
+    (build / "left.txt").write_text("".join(f"{line}\n" for line in left))
+
+
+def main() -> int:
+    counted = counts(*LIBRARY)
+    if not counted:
+        sys.exit("coverage: nothing was counted; run the tests of the preset coverage first")
+    run = {line: times for line, (times, _) in counted.items()}
+    fullest = {line: branches for line, (_, branches) in counted.items()}
     branches = sum(map(len, fullest.values()))
     never_taken = argued = argued_lines = 0
     left = []
@@ -85,6 +119,8 @@ def main() -> int:
     left += [f"{path}: excluded without need: {text}" for path, text in ARGUED.keys() - used]
     for each in left:
         print(each)
+    if any(PROGRAMS[0].rglob("*.gcda")):
+        print_programs()
     return 1 if left else 0
 
 
