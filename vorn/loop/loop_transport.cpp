@@ -139,7 +139,7 @@ class LoopTransport final : public Transport {
         if (!peer_batches) return VORN_BUS_NO_PEER;
         std::shared_ptr<Window> window = window_to(destination);
         if (!window->take(batch.header.bytes, *peer_batches, timeout)) return VORN_BUS_FULL;
-        std::unique_ptr<Delivery> delivery = make_delivery(batch, std::move(window));
+        std::unique_ptr<Delivery> delivery = make_delivery(batch, window);
         Hub& hub = Hub::instance();
         std::unique_lock locked(hub.lock);
         const auto peer = hub.open.find({name_, destination});
@@ -182,7 +182,8 @@ class LoopTransport final : public Transport {
     const Endpoint& own() const { return own_; }
 
   private:
-    static std::unique_ptr<Delivery> make_delivery(const Outgoing& batch, std::shared_ptr<Window> window) {
+    static std::unique_ptr<Delivery> make_delivery(const Outgoing& batch,
+                                                   const std::shared_ptr<Window>& window) {
         try {
             return std::make_unique<LoopDelivery>(batch, window);
         } catch (...) {
