@@ -20,7 +20,7 @@ constexpr std::uint32_t fnv1a(const Text<length>& text) {
     return hash;
 }
 
-// The record's name as the bus spells it, with a dot behind the package: "Nac.Lease" for Nac_Lease.
+// The record's name as the bus spells it, with a dot after the package: "Nac.Lease" for Nac_Lease.
 template <std::size_t length>
 constexpr Text<length> dotted(Text<length> name) {
     for (char& character : name.characters) {

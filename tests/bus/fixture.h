@@ -69,7 +69,7 @@ class TestBus {
     std::uint32_t send(std::uint32_t destination, const Nac_SetPortMsg& record, std::uint64_t target = 0);
     std::uint32_t send(std::uint32_t destination, const std::vector<Nac_SetPortMsg>& records);
 
-    // Polls until so many messages have arrived in all, at most ten seconds. False: fewer came.
+    // Polls until that many messages have arrived in all, at most ten seconds. False: fewer came.
     bool poll_until(std::size_t messages);
 
     std::vector<Arrived> arrived();

@@ -328,7 +328,7 @@ TEST_F(SendExamples, TwoDataFlowListsTake65568BytesWithDescriptorsAt65536) {
     EXPECT_EQ(reinterpret_cast<const std::uint8_t*>(bus.sends().at(0).descriptors_at), block + 65536);
 }
 
-// Records that pack to just so many bytes: 46 and a byte string of 8 less.
+// Records that pack to exactly the bytes wanted: 46 and a byte string of 8 less.
 class BatchArea : public MessageTest {
   protected:
     static constexpr std::uint32_t kEmpty = 46;

@@ -56,7 +56,7 @@ def inserted(data: bytes, at: int, more: bytes) -> bytes:
     return data[:at] + more + data[at:]
 
 
-def field_place(data: bytes, i: int, reference_at: int = 0) -> int:
+def field_offset(data: bytes, i: int, reference_at: int = 0) -> int:
     """Where field i of the table that a reference leads to stands."""
     table = reference_at + u32(data, reference_at)
     vtable = table - i32(data, table)
@@ -207,7 +207,7 @@ def test_group_array_compact_layout() -> None:
         assert (u32(data, 20), u32(data, 24)) == (4, 3)
         first = follow(data, 28)
         assert first == 40 + vtable_length and i32(data, first) == vtable_length
-        reference = field_place(data, TYPES[element].slots - 1, 28)
+        reference = field_offset(data, TYPES[element].slots - 1, 28)
         assert u32(data, reference) == 18
         assert u16(compact(name, record_with(name, f1=[zero_record(element)])), 6) == 4 + 4 + 8
 
@@ -236,7 +236,7 @@ def test_dacl_compact_layout() -> None:
 def test_rule_compact_layout() -> None:
     data = compact(RULE, record_with(RULE, f0=1, f3=2))
     assert (u32(data, 0), u16(data, 4), u16(data, 6), i32(data, 22)) == (22, 18, 13, 18)
-    reference = field_place(data, 6)
+    reference = field_offset(data, 6)
     assert reference == 31 and u32(data, reference) == 64 and i32(data, 31 + 64) == 60
     assert compact_size(RULE, zero_record(RULE)) == 30 + 188
 
@@ -713,7 +713,7 @@ def test_nested_faults_keep_what_was_read() -> None:
     nested = record_with(GROUP, f0=1, f1=2, f4=3)
     record = record_with(GROUP_MSG, f0=7, f1=nested)
     data = compact(GROUP_MSG, record)
-    reference = field_place(data, 1)
+    reference = field_offset(data, 1)
     table = follow(data, reference)
     function = "Nac_CfgUclGroupIp_unpack_non_root"
     bare = record_with(GROUP_MSG, f0=7)
@@ -734,7 +734,7 @@ def test_nested_faults_keep_what_was_read() -> None:
 
 def test_reference_to_itself_is_an_empty_table() -> None:
     data = compact(GROUP_MSG, record_with(GROUP_MSG, f0=7, f1=record_with(GROUP, f0=1)))
-    expect(unpack(GROUP_MSG, patched(data, field_place(data, 1), 0)), "ok", record_with(GROUP_MSG, f0=7))
+    expect(unpack(GROUP_MSG, patched(data, field_offset(data, 1), 0)), "ok", record_with(GROUP_MSG, f0=7))
 
 
 def test_short_rule_vtable() -> None:
@@ -746,7 +746,7 @@ def test_short_rule_vtable() -> None:
 def test_query_ack_keeps_fields_before_a_nested_fault() -> None:
     info = record_with(INFO, f0=1, f1=2, f2=record_with(CFG, f0=9))
     data = compact(QUERY_ACK, record_with(QUERY_ACK, f0=5, f1=info))
-    reference = field_place(data, 3, field_place(data, 1))
+    reference = field_offset(data, 3, field_offset(data, 1))
     damaged = patched(data, reference, len(data))
     expect(unpack(QUERY_ACK, damaged), "field", record_with(QUERY_ACK, f0=5, f1=info),
            [table_line("Nac_UserDataFlowCfg_unpack_non_root", reference + len(data), len(data))])
@@ -758,13 +758,13 @@ def test_fixed_array_counts() -> None:
     dacl = maximal_record(DACL)
     data = compact(DACL, dacl)
     for count in (0, 15, 17, 0xFFFFFFFF):
-        at = follow(data, field_place(data, 4))
+        at = follow(data, field_offset(data, 4))
         expect(unpack(DACL, patched(data, at, count)), "field",
                record_with(DACL, **{f"f{i}": dacl[f"f{i}"] for i in range(4)}))
     offline = maximal_record(OFFLINE)
     data = compact(OFFLINE, offline)
     for count in (5, 7):
-        at = follow(data, field_place(data, 4))
+        at = follow(data, field_offset(data, 4))
         expect(unpack(OFFLINE, patched(data, at, count)), "field",
                record_with(OFFLINE, **{f"f{i}": offline[f"f{i}"] for i in range(4)}))
 
@@ -772,7 +772,7 @@ def test_fixed_array_counts() -> None:
 def test_authen_array_count() -> None:
     record = record_with(AUTHEN, f0=1, f5="aa", f8="bbcc", f10=4)
     data = compact(AUTHEN, record)
-    at = follow(data, field_place(data, 9))
+    at = follow(data, field_offset(data, 9))
     for count in (5, 7):
         result = unpack(AUTHEN, patched(data, at, count))
         expect(result, "field", record_with(AUTHEN, f0=1, f5={"lost": 1}, f8={"lost": 2}))
@@ -786,11 +786,11 @@ def test_user_table_arrays() -> None:
     record = maximal_record(USER)
     data = compact(USER, record)
     free_name = "Nac_SetUserTableMsg_free_unpacked"
-    result = unpack(USER, patched(data, follow(data, field_place(data, 5)), 5))
+    result = unpack(USER, patched(data, follow(data, field_offset(data, 5)), 5))
     expect(result, "field", record_with(USER, **{f"f{i}": record[f"f{i}"] for i in range(5)}))
     assert result.allocations == [] and result.releases == [(None, free_name)] * 6
 
-    result = unpack(USER, patched(data, follow(data, field_place(data, 53)), 15))
+    result = unpack(USER, patched(data, follow(data, field_offset(data, 53)), 15))
     lost = {f"f{i}": {"lost": 2} for i in (12, 15, 16, 31, 32, 42, 51, 52)}
     expect(result, "field", record | lost | {"f53": [0] * 16, "f54": 0})
     assert result.releases == [(k, free_name) for k in range(8)]
@@ -813,7 +813,7 @@ def test_number_vector_counts() -> None:
     for i, first_bad in ((15, 0x80000000), (52, 0x40000000), (31, 0xFFFFFFFF), (12, 0x40000000)):
         record = maximal_record(USER)
         data = compact(USER, record)
-        at = follow(data, field_place(data, i))
+        at = follow(data, field_offset(data, i))
         for count in (first_bad, first_bad - 1, 0xFFFFFFFF, 0xFFFFFFFF - at - 3):
             result = unpack(USER, patched(data, at, count))
             assert result.outcome == "field" and result.log == []
@@ -843,7 +843,7 @@ def test_damaged_elements() -> None:
             assert result.releases == [(0, "Nac_UclGroupIpArray_free_unpacked")]
         expect(unpack(GROUPS, patched(data, at, len(data))), "field", after,
                [table_line("Nac_ConfigAccessUserUclGroupIpMsg_unpack_non_root", at + len(data), len(data))])
-        nested = field_place(data, 1, at)
+        nested = field_offset(data, 1, at)
         expect(unpack(GROUPS, patched(data, nested, len(data))), "field", after,
                [table_line("Nac_CfgUclGroupIp_unpack_non_root", nested + len(data), len(data))])
 
@@ -861,7 +861,7 @@ def test_damaged_list_element() -> None:
 def test_elements_may_share_a_table() -> None:
     element = record_with(GROUP_MSG, f0=1, f1=record_with(GROUP, f0=2))
     data = compact(GROUPS, record_with(GROUPS, f1=[element] * 2))
-    at = field_place(data, 1) + 8
+    at = field_offset(data, 1) + 8
     shared = patched(data, at, follow(data, at + 4) - at)
     expect(unpack(GROUPS, shared), "ok", record_with(GROUPS, f1=[element] * 2))
 

@@ -13,8 +13,8 @@ local bus = Proto("vorn", "VORN bus")
 local nac = Proto("nac", "Nac message")
 local id_table = DissectorTable.new("nac.id", "Nac message id", ftypes.UINT32, base.HEX, nac)
 
-local strange_header = ProtoExpert.new("vorn.strange", "No message of the bus", expert.group.MALFORMED, expert.severity.ERROR)
-bus.experts = {strange_header}
+local malformed_header = ProtoExpert.new("vorn.malformed", "No message of the bus", expert.group.MALFORMED, expert.severity.ERROR)
+bus.experts = {malformed_header}
 
 -- ---- types ----------------------------------------------------------------------------------------------
 
@@ -279,7 +279,7 @@ function bus.dissector(tvb, pinfo, tree)
     local head = captured >= 2 and tvb(1, 1):uint() or 0
     local item = tree:add(bus, tvb(0, math.min(captured, math.max(head, 2))))
     if head < HEADER_BYTES or head > captured or tvb(0, 1):uint() ~= 1 then
-        item:add_proto_expert_info(strange_header, "not the header of a message")
+        item:add_proto_expert_info(malformed_header, "not the header of a message")
         return captured
     end
     item:add(h.version, tvb(0, 1))

@@ -49,7 +49,7 @@ enum class Kind : std::uint8_t {
     ask = 9,        // anyone to receiver: your counters?
     counters = 10,  // receiver to anyone: these
     watch = 11,     // watcher to receiver: copies of what you take, please
-    watching = 12,  // receiver to watcher: so many batches until now
+    watching = 12,  // receiver to watcher: the number of batches until now
     copy = 13       // receiver to watcher: a data packet follows that was taken
 };
 inline constexpr Kind kLastKind = Kind::copy;

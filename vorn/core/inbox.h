@@ -36,7 +36,7 @@ class Delivery {
 };
 
 // Any number of threads put deliveries in; one at a time takes them out. How much is in it is the transports'
-// concern: each lets senders have so many batches on their way.
+// concern: each limits the batches that senders have on their way.
 class Inbox {
   public:
     Inbox() = default;

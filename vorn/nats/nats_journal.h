@@ -15,7 +15,7 @@ namespace vorn {
 // handled, and one for each session of a sender what is known of it: it may have stored its last batch twice.
 class Journal {
   public:
-    // Beyond so many, those that were silent longest are forgotten.
+    // Beyond this number, those that were silent longest are forgotten.
     static constexpr std::size_t kSessions = 4096;
 
     Journal() = default;
