@@ -126,7 +126,8 @@ std::uint32_t send_batch_compact(Unit& unit, std::uint32_t destination, const Re
         const std::uint32_t bytes = message_bytes(records + i);
         const std::uint32_t remaining = kBatchAreaBytes - offset;
         if (bytes == 0 || remaining < bytes) return kRefusal;
-        pack_to_send(unit, records + i, block.start() + offset, bytes, remaining, send_batch_name<Record>.c_str());
+        pack_to_send(unit, records + i, block.start() + offset, bytes, remaining,
+                     send_batch_name<Record>.c_str());
         put_descriptor(descriptors, i, {block.start() + offset, message_id<Record>, bytes});
         offset += bytes;
         if (i + 1 != count && offset > kBatchAreaBytes - 1) return kRefusal;

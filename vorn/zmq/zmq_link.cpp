@@ -16,9 +16,9 @@ using namespace std::chrono_literals;
 // than to copy hundreds of bytes.
 constexpr std::size_t kPacketBytes = 262144;
 
-// While this number of packets is on its way, one that is not full waits for more batches, or for the answer to
-// the others: the receiver has enough to do, and the fewer the packets, the less the cost of each batch. It
-// waits so long at most, since a handler may take its time.
+// While this number of packets is on its way, one that is not full waits for more batches, or for the answer
+// to the others: the receiver has enough to do, and the fewer the packets, the less the cost of each batch.
+// It waits so long at most, since a handler may take its time.
 constexpr std::size_t kEnoughPackets = 4;
 constexpr auto kMostHeld = 1ms;
 
