@@ -18,7 +18,7 @@ typedef struct VORN_SendDescriptor {
 } VORN_SendDescriptor;
 
 /* Fills a record of the registered type from `length` received bytes; returns the record's size in
- * bytes, whether the bytes were good or not. `record` must be zeroed storage of that size: a fault in
+ * bytes, whether the bytes were valid or not. `record` must be zeroed storage of that size: a fault in
  * the arguments leaves it untouched, and it is freed all the same. */
 typedef uint32_t (*VORN_IDLUnpackFunc)(const uint8_t* buffer, uint32_t length, void* record);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writing the compact layout: zero scalars left out, every vtable right before its table.
+// The writer of the compact layout: zero scalars left out, every vtable right before its table.
 #ifndef KAPLO_COMPACT_H
 #define KAPLO_COMPACT_H
 
@@ -26,7 +26,7 @@ class Writer {
 
     constexpr std::uint8_t* at() const { return at_; }
 
-    // Leaves `bytes` for later and tells where they start.
+    // Leaves `bytes` for later. Returns where they start.
     constexpr std::uint8_t* reserve(std::uint32_t bytes) {
         std::uint8_t* const start = at_;
         at_ += bytes;
@@ -48,7 +48,7 @@ class Writer {
         }
     }
 
-    // Makes the reserved reference point to `target`, which lies behind it.
+    // Makes the reserved reference point to `target`, which lies after it.
     static constexpr void refer(std::uint8_t* reference, const std::uint8_t* target) {
         store<order>(reference, static_cast<std::uint32_t>(target - reference));
     }
@@ -73,30 +73,30 @@ class OpenTable {
     template <class T>
     constexpr void put_scalar(std::uint32_t id, T value) {
         const std::size_t kept = mask_if(value != 0);
-        const std::size_t place = place_ & kept;
-        set_slot(id, place);
+        const std::size_t offset = offset_ & kept;
+        set_slot(id, offset);
         if constexpr (sizeof(T) <= kReferenceBytes) {
-            store<order>(table() + place, value);
+            store<order>(table() + offset, value);
         } else {
             const auto halves = std::bit_cast<std::array<std::uint32_t, 2>>(ordered<order>(value));
-            store<ByteOrder::host>(table() + place, halves[0]);
-            store<ByteOrder::host>(table() + place + (sizeof halves[0] & kept), halves[1]);
+            store<ByteOrder::host>(table() + offset, halves[0]);
+            store<ByteOrder::host>(table() + offset + (sizeof halves[0] & kept), halves[1]);
         }
-        place_ += sizeof(T) & kept;
+        offset_ += sizeof(T) & kept;
     }
 
-    // Leaves room for a reference and tells where; null for a field that is left out.
+    // Leaves bytes for a reference and returns where; null for a field that is left out.
     constexpr std::uint8_t* put_reference(std::uint32_t id, bool written) {
-        set_slot(id, written ? place_ : 0);
+        set_slot(id, written ? offset_ : 0);
         if (!written) return nullptr;
-        std::uint8_t* const reference = table() + place_;
-        place_ += kReferenceBytes;
+        std::uint8_t* const reference = table() + offset_;
+        offset_ += kReferenceBytes;
         return reference;
     }
 
-    constexpr std::uint32_t length() const { return static_cast<std::uint32_t>(place_); }
+    constexpr std::uint32_t length() const { return static_cast<std::uint32_t>(offset_); }
     constexpr std::uint8_t* table() const { return vtable_ + vtable_bytes<Record>; }
-    constexpr std::uint8_t* end() const { return table() + place_; }
+    constexpr std::uint8_t* end() const { return table() + offset_; }
 
     constexpr void close(std::uint32_t length) const {
         store<ByteOrder::host>(vtable_, vtable_length_entry<Record, order>);
@@ -105,88 +105,131 @@ class OpenTable {
     }
 
   private:
-    constexpr void set_slot(std::uint32_t id, std::size_t place) {
+    constexpr void set_slot(std::uint32_t id, std::size_t offset) {
         store<ByteOrder::host>(vtable_ + slot_in_vtable(id),
-                               slot_entry<order>(static_cast<std::uint32_t>(place)));
+                               slot_entry<order>(static_cast<std::uint32_t>(offset)));
     }
 
     std::uint8_t* vtable_;
-    std::size_t place_ = kReferenceBytes;  // of the next field, from the table's start
+    std::size_t offset_ = kReferenceBytes;  // of the next field, from the table's start
 };
 
-// Writes the table of a record in a vector: by copying, if it has every scalar (see runtime/frame.h).
-template <class Record, ByteOrder order>
-constexpr Writer<order> write_element(Writer<order> writer, const Record& record, bool every_scalar);
+// Where a field's reference is in the table, and in a vector of tables those of its elements. Null: not
+// written.
+struct References {
+    std::uint8_t* own = nullptr;
+    std::uint8_t* elements = nullptr;
+};
+template <class Record>
+using ReferencesOf = std::array<References, references_before<Record>(slots<Record>)>;
 
-// Writes the record's vtable, its table and all that the table refers to. `every_scalar`: it is known that no
-// scalar in them is 0. Returns the writer behind it.
+// Writes the slots, the scalars, and bytes for the references.
 template <class Record, ByteOrder order>
-[[gnu::flatten, gnu::noinline]] constexpr Writer<order> write_table(Writer<order> writer,
-                                                                    const Record& record, bool every_scalar) {
-    using Traits = Description<Record>;
-    OpenTable<Record, order> table(writer);
-    // Where each reference is reserved, later where its elements' are; null: not written.
-    std::array<std::uint8_t*, references_before<Record>(slots<Record>)> references = {};
-
-    const auto write_inline = [&]<class F, std::uint32_t id>() KAPLO_INLINE {
+KAPLO_INLINE constexpr void write_inline_part(OpenTable<Record, order>& table, const Record& record,
+                                              ReferencesOf<Record>& references) {
+    const auto write = [&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar) {
             table.put_scalar(id, F::in(record));
         } else {
-            references[references_before<Record>(id)] = table.put_reference(id, is_written<F>(record));
+            references[references_before<Record>(id)].own = table.put_reference(id, is_written<F>(record));
         }
     };
-    if constexpr (Traits::scalars_precede_references) {
+    if constexpr (Description<Record>::scalars_precede_references) {
         each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
-            if constexpr (F::kind == Kind::scalar) write_inline.template operator()<F, id>();
+            if constexpr (F::kind == Kind::scalar) write.template operator()<F, id>();
         });
         each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
-            if constexpr (F::kind != Kind::scalar) write_inline.template operator()<F, id>();
+            if constexpr (F::kind != Kind::scalar) write.template operator()<F, id>();
         });
     } else {
-        each_field<Record>(write_inline);
+        each_field<Record>(write);
     }
-    writer = Writer<order>(table.end());
-    std::uint32_t table_length = table.length();
+}
 
+// Writes the table's own vectors, of tables their references only. Returns the bytes of its fixed arrays.
+template <class Record, ByteOrder order>
+KAPLO_INLINE constexpr std::uint32_t write_vectors(Writer<order>& writer, const Record& record,
+                                                   ReferencesOf<Record>& references) {
+    std::uint32_t bytes_of_fixed_arrays = 0;
     each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         [[maybe_unused]] constexpr std::uint32_t n = references_before<Record>(id);
         if constexpr (F::kind == Kind::fixed_array) {
-            writer.refer(references[n], writer.at());
+            writer.refer(references[n].own, writer.at());
             writer.put(std::uint32_t{std::extent_v<typename F::Member>});
             writer.put_all(F::in(record), std::extent_v<typename F::Member>);
-            table_length += fixed_array_bytes<F>;
+            bytes_of_fixed_arrays += fixed_array_bytes<F>;
         } else if constexpr (is_one_of<Kind::scalar_vector, Kind::table_vector>(F::kind)) {
-            if (references[n] == nullptr) return;
-            writer.refer(references[n], writer.at());
+            if (references[n].own == nullptr) return;
+            writer.refer(references[n].own, writer.at());
             writer.put(F::count(record));
             if constexpr (F::kind == Kind::scalar_vector) {
                 writer.put_all(F::elements(record), F::count(record));
             } else {
-                references[n] = writer.reserve(F::count(record) * kReferenceBytes);
+                references[n].elements = writer.reserve(F::count(record) * kReferenceBytes);
             }
         }
     });
-    if constexpr (!Traits::table_length_omits_vectors) {
-        table_length = static_cast<std::uint32_t>(writer.at() - table.table());
-    }
-    table.close(table_length);
+    return bytes_of_fixed_arrays;
+}
 
+// Writes the tables that the table refers to, in the way `inner`.
+template <class Inner, class Record, ByteOrder order>
+KAPLO_INLINE constexpr void write_inner_tables(Writer<order>& writer, const Record& record, Inner inner,
+                                               const ReferencesOf<Record>& references) {
     each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         [[maybe_unused]] constexpr std::uint32_t n = references_before<Record>(id);
         if constexpr (F::kind == Kind::nested_table) {
-            writer.refer(references[n], writer.at() + vtable_bytes<typename F::Element>);
-            writer = write_table(writer, F::in(record), every_scalar);
+            writer.refer(references[n].own, writer.at() + vtable_bytes<typename F::Element>);
+            writer = inner.write(writer, F::in(record));
         } else if constexpr (F::kind == Kind::table_vector) {
-            if (references[n] == nullptr) return;
+            if (references[n].own == nullptr) return;
+            Inner of_elements = inner;
             for (std::uint32_t k = 0; k < F::count(record); ++k) {
-                writer.refer(references[n] + std::size_t{k} * kReferenceBytes,
+                writer.refer(references[n].elements + std::size_t{k} * kReferenceBytes,
                              writer.at() + vtable_bytes<typename F::Element>);
-                writer = write_element(writer, F::elements(record)[k], every_scalar);
+                writer = of_elements.write(writer, F::elements(record)[k]);
             }
         }
     });
+}
+
+template <class Inner, class Record, ByteOrder order>
+KAPLO_INLINE constexpr Writer<order> write_table_parts(Writer<order> writer, const Record& record,
+                                                       Inner inner) {
+    using Traits = Description<Record>;
+    OpenTable<Record, order> table(writer);
+    ReferencesOf<Record> references = {};
+    write_inline_part(table, record, references);
+    writer = Writer<order>(table.end());
+    const std::uint32_t bytes_of_fixed_arrays = write_vectors(writer, record, references);
+    table.close(Traits::table_length_omits_vectors ? table.length() + bytes_of_fixed_arrays
+                                                   : static_cast<std::uint32_t>(writer.at() - table.table()));
+    write_inner_tables(writer, record, inner, references);
     return writer;
 }
+
+// Writes the record's vtable, its table and all that the table refers to; inner tables in the way `inner`.
+// Returns the writer after it.
+template <class Inner, class Record>
+[[gnu::flatten, gnu::noinline]] constexpr Writer<ByteOrder::host> write_table(Writer<ByteOrder::host> writer,
+                                                                              const Record& record,
+                                                                              Inner inner) {
+    return write_table_parts(writer, record, inner);
+}
+template <class Inner, class Record>
+KAPLO_FOR_REVERSED constexpr Writer<ByteOrder::reversed> write_table(Writer<ByteOrder::reversed> writer,
+                                                                     const Record& record, Inner inner) {
+    return write_table_parts(writer, record, inner);
+}
+
+// The plain way: inner tables are written as their outer one is. Quicker ways (see runtime/pack.h) write the
+// same bytes.
+struct Plainly {
+    template <class Record, ByteOrder order>
+    constexpr Writer<order> write(Writer<order> writer, const Record& record) const {
+        return write_table(writer, record, *this);
+    }
+};
 
 }  // namespace kaplo
 

@@ -14,6 +14,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -161,7 +162,7 @@ KAPLO_INLINE constexpr bool every_of(List<F...> /*list*/, std::index_sequence<id
     return (visit.template operator()<F, static_cast<std::uint32_t>(id)>() && ...);
 }
 
-// Calls visit<field, id>() in field-id order until one returns false; tells whether none did.
+// Calls visit<field, id>() in field-id order until one returns false; returns whether none did.
 template <class Record, class Visitor>
 KAPLO_INLINE constexpr bool every_field(Visitor&& visit) {
     return every_of(typename Description<Record>::Fields{}, std::make_index_sequence<slots<Record>>{}, visit);
@@ -175,6 +176,22 @@ KAPLO_INLINE constexpr void each_field(Visitor&& visit) {
         return true;
     });
 }
+
+// Calls visit<i>() for all i below `count`.
+template <std::uint32_t count, class Visitor>
+KAPLO_INLINE constexpr void each_index(Visitor&& visit) {
+    [&]<std::size_t... i>(std::index_sequence<i...> /*indices*/) KAPLO_INLINE {
+        (visit.template operator()<static_cast<std::uint32_t>(i)>(), ...);
+    }
+    (std::make_index_sequence<count>{});
+}
+
+template <std::uint32_t id, class... F>
+std::tuple_element_t<id, std::tuple<F...>> field_of(List<F...> /*list*/);
+
+// The record's field `id`.
+template <class Record, std::uint32_t id>
+using FieldAt = decltype(field_of<id>(typename Description<Record>::Fields{}));
 
 template <Kind... kinds>
 constexpr bool is_one_of(Kind kind) {
@@ -193,6 +210,43 @@ constexpr std::uint32_t references_before(std::uint32_t end) {
     each_field<Record>([&]<class F, std::uint32_t id> { count += F::kind != Kind::scalar && id < end; });
     return count;
 }
+
+// How many of the record's fields are scalars.
+template <class Record>
+inline constexpr std::uint32_t scalars = slots<Record> - references_before<Record>(slots<Record>);
+
+// Where each field starts in the record, in field-id order as soon as its alignment allows; at last, the
+// size.
+template <class Record>
+inline constexpr std::array<std::uint32_t, slots<Record> + 1> record_layout = [] {
+    std::array<std::uint32_t, slots<Record> + 1> offsets = {};
+    std::uint32_t next = 0;
+    const auto add = [&next](std::size_t size, std::size_t alignment) {
+        const std::uint32_t start = round_up(next, static_cast<std::uint32_t>(alignment));
+        next = start + static_cast<std::uint32_t>(size);
+        return start;
+    };
+    each_field<Record>([&]<class F, std::uint32_t id> {
+        if constexpr (is_one_of<Kind::scalar_vector, Kind::table_vector>(F::kind)) {
+            offsets[id] = add(sizeof(std::uint32_t), alignof(std::uint32_t));  // the count
+            add(sizeof(void*), alignof(void*));
+        } else {
+            offsets[id] = add(sizeof(typename F::Member), alignof(typename F::Member));
+        }
+    });
+    offsets.back() = round_up(next, alignof(Record));
+    return offsets;
+}();
+
+template <class Record, std::uint32_t id>
+constexpr std::uint32_t offset_in_record() {
+    static_assert(record_layout<Record>.back() == sizeof(Record), "the members are in field-id order");
+    return record_layout<Record>[id];
+}
+
+// Whether each byte of the record belongs to a field.
+template <class Record>
+inline constexpr bool has_no_padding = std::has_unique_object_representations_v<Record>;
 
 // Unpack allocates arrays for the record, and free releases them.
 template <class Record>
@@ -219,6 +273,10 @@ inline constexpr bool nests_no_memory = every_field<Record>([]<class F, std::uin
 template <class Record>
 inline constexpr std::uint32_t vtable_bytes = kVtableHeaderBytes + kSlotBytes* slots<Record>;
 
+// Of the vtable and the soffset, which the compact layout puts side by side.
+template <class Record>
+inline constexpr std::uint32_t header_bytes = vtable_bytes<Record> + kReferenceBytes;
+
 // The numbers of the record's vtable, ready to be stored unchanged.
 template <class Record, ByteOrder order>
 inline constexpr std::uint16_t vtable_length_entry = in_full<order>(vtable_bytes<Record>);
@@ -227,18 +285,18 @@ constexpr std::uint16_t table_length_entry(std::uint32_t length) {
     return has_vectors<Record> ? in_full<order>(length) : in_short<order>(length);
 }
 template <ByteOrder order>
-constexpr std::uint16_t slot_entry(std::uint32_t place) {
-    return in_short<order>(place);
+constexpr std::uint16_t slot_entry(std::uint32_t offset) {
+    return in_short<order>(offset);
 }
 
-// Bytes behind a fixed array's reference: its count and its elements.
+// Bytes that a fixed array's reference leads to: its count and its elements.
 template <class F>
 inline constexpr std::uint32_t fixed_array_bytes = kCountBytes + sizeof(typename F::Member);
 
 // ---- the fixed image ---------------------------------------------------------------------------------
 
-// The image of a record: reference, table with every field in its place, vtable, and padding to a multiple
-// of 8. Positions count from the table, which starts behind the reference.
+// The image of a record: reference, table with every field at its own offset, vtable, and padding to a
+// multiple of 8. Positions count from the table, which starts after the reference.
 template <class Record>
 struct Image {
     static_assert(!owns_memory<Record>, "a record with vectors has no fixed image");

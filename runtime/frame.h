@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames: packed forms of a record in which every field has a place known to the compiler.
+// Frames: packed forms of a record in which every field has an offset known to the compiler.
 //
 // The fixed image of a record is such a form, and so is the compact table of a record without vectors whose
 // scalars are all present. A frame is what is the same in all messages of the form: references, vtables,
-// counts. Bytes that have the frame are sound, and their fields are copied without another look; a record is
+// counts. Bytes that have the frame are valid, and their fields are copied without another look; a record is
 // written by copying the frame and its fields.
 //
-// The compiler finds a frame by packing two records, in which every byte tells its place. So a frame cannot
-// differ from what the writer writes.
+// The compiler finds a frame by packing two records, in which every byte is the number of its position. So a
+// frame cannot differ from what the writer writes.
 #ifndef KAPLO_FRAME_H
 #define KAPLO_FRAME_H
 
@@ -23,6 +23,7 @@
 #include "runtime/compact.h"
 #include "runtime/description.h"
 #include "runtime/image.h"
+#include "runtime/word.h"
 
 namespace kaplo {
 
@@ -43,27 +44,13 @@ struct CompactForm {
         return static_cast<std::uint32_t>(table_bytes(record));
     }
     static constexpr void write(const Record& record, std::uint8_t* at) {
-        write_table(Writer<ByteOrder::host>(at), record, true);
+        write_table(Writer<ByteOrder::host>(at), record, Plainly());
     }
-};
-
-// Sixteen bytes, or a shorter word, at a time.
-template <std::uint32_t bytes>
-struct Word;
-template <>
-struct Word<8> {
-    using Type = std::uint64_t;
-    static bool is_zero(Type word) { return word == 0; }
-};
-template <>
-struct Word<16> {
-    using Type [[gnu::vector_size(16)]] = std::uint64_t;
-    static bool is_zero(Type word) { return (word[0] | word[1]) == 0; }
 };
 
 template <class Record, template <class> class Form>
 class Frame {
-    static_assert(!owns_memory<Record>, "the places of a record with vectors are not constant");
+    static_assert(!owns_memory<Record>, "the offsets in a record with vectors are not constant");
 
     // A record in which byte i is i + first: no two bytes are equal, and none is 0.
     template <std::uint8_t first>
@@ -167,9 +154,8 @@ class Frame {
     }();
 
     static constexpr std::uint32_t word_bytes = needed_bytes >= 16 ? 16 : 8;
-    using Word = kaplo::Word<word_bytes>;
 
-    // Where the words start that cover all bytes that `covers` accepts, as few as can be, none behind `end`.
+    // Where the words start that cover all bytes that `covers` accepts, as few as can be, none after `end`.
     template <class Covers>
     static constexpr auto words(std::uint32_t end, Covers covers) {
         Listed<std::uint32_t> starts;
@@ -192,12 +178,6 @@ class Frame {
         return true;
     }();
 
-    static typename Word::Type word_at(const std::uint8_t* at) {
-        typename Word::Type word;
-        std::memcpy(&word, at, sizeof word);
-        return word;
-    }
-
     template <class Visit, std::size_t... i>
     static void each(std::index_sequence<i...> /*numbers*/, Visit&& visit) {
         (visit.template operator()<i>(), ...);
@@ -215,14 +195,14 @@ class Frame {
   public:
     // Whether the `needed_bytes` at `from` have this frame. Padding may hold anything.
     static bool is_at(const std::uint8_t* from) {
-        typename Word::Type difference = {};
+        Word<word_bytes> difference = {};
         each<compared_words.count>([&]<std::size_t i> {
             constexpr std::uint32_t at = compared_words.items[i];
-            typename Word::Type word = word_at(from + at);
-            if constexpr (!is_all_frame<at>) word &= word_at(mask.data() + at);
-            difference |= word ^ word_at(frame.data() + at);
+            auto word = word_at<word_bytes>(from + at);
+            if constexpr (!is_all_frame<at>) word &= word_at<word_bytes>(mask.data() + at);
+            difference |= word ^ word_at<word_bytes>(frame.data() + at);
         });
-        return Word::is_zero(difference);
+        return is_zero(difference);
     }
 
     // Fills the record, every byte of it, from bytes that have this frame.
@@ -255,7 +235,7 @@ using ImageFrame = Frame<Record, ImageForm>;
 template <class Record>
 using CompactFrame = Frame<Record, CompactForm>;
 
-// A byte tells each place, counted from 1 and from 2.
+// A byte numbers the positions, from 1 and from 2.
 inline constexpr std::size_t kLargestFramedRecord = 0xFE;
 
 // Where frames are used: on the wire's usual byte order, since they hold its constants, and with memory
@@ -269,16 +249,6 @@ template <class Record>
 Writer<ByteOrder::host> write_framed(Writer<ByteOrder::host> writer, const Record& record) {
     CompactFrame<Record>::write(record, writer.reserve(CompactFrame<Record>::bytes));
     return writer;
-}
-
-template <class Record, ByteOrder order>
-constexpr Writer<order> write_element(Writer<order> writer, const Record& record, bool every_scalar) {
-    if constexpr (has_frames<Record, order>) {
-        if (every_scalar || table_bytes(record) == CompactFrame<Record>::bytes) {
-            return write_framed(writer, record);
-        }
-    }
-    return write_table(writer, record, every_scalar);
 }
 
 }  // namespace kaplo

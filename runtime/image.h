@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Packing in the fixed layout: a record's image, every field present at a place known to the compiler.
+// Packing in the fixed layout: a record's image, every field present at an offset known to the compiler.
 #ifndef KAPLO_IMAGE_H
 #define KAPLO_IMAGE_H
 
@@ -23,13 +23,13 @@ constexpr void write_frame(std::uint8_t* image) {
     put_entry(vtable, vtable_length_entry<Record, order>);
     put_entry(vtable + kSlotBytes, table_length_entry<Record, order>(Image<Record>::table_length));
     each_field<Record>([&]<class F, std::uint32_t id> {
-        constexpr std::uint32_t place = Image<Record>::places[id];
-        put_entry(vtable + slot_in_vtable(id), slot_entry<order>(place));
+        constexpr std::uint32_t offset = Image<Record>::places[id];
+        put_entry(vtable + slot_in_vtable(id), slot_entry<order>(offset));
         if constexpr (F::kind == Kind::nested_table) {
-            write_frame<typename F::Element, order>(table + place);
+            write_frame<typename F::Element, order>(table + offset);
         } else if constexpr (F::kind == Kind::fixed_array) {
-            store<order>(table + place, kReferenceBytes);
-            store<order>(table + place + kReferenceBytes, std::uint32_t{std::extent_v<typename F::Member>});
+            store<order>(table + offset, kReferenceBytes);
+            store<order>(table + offset + kReferenceBytes, std::uint32_t{std::extent_v<typename F::Member>});
         }
     });
 }

@@ -112,11 +112,11 @@ void log_vtable_offset(Unit& unit, const char* function, std::uint32_t table, st
     }
 }
 
-void log_vtable_length(Unit& unit, const char* function, std::uint32_t vtable_length, std::uint32_t room,
+void log_vtable_length(Unit& unit, const char* function, std::uint32_t vtable_length, std::uint32_t limit,
                        std::uint32_t line) {
     if (const LogHook write = log_hook(unit)) {
         write(&unit.state.log_module, kLogLevel, kLayoutCategory, "", line, function,
-              "[KAPLO]:Vtable Len(%u) is out of range(0 - %u)", vtable_length, room);
+              "[KAPLO]:Vtable Len(%u) is out of range(0 - %u)", vtable_length, limit);
     }
 }
 

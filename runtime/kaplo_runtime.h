@@ -107,7 +107,7 @@ void log_table_offset(Unit& unit, const char* function, std::uint32_t table, std
                       std::uint32_t line = __builtin_LINE());
 void log_vtable_offset(Unit& unit, const char* function, std::uint32_t table, std::uint32_t limit,
                        std::uint32_t line = __builtin_LINE());
-void log_vtable_length(Unit& unit, const char* function, std::uint32_t vtable_length, std::uint32_t room,
+void log_vtable_length(Unit& unit, const char* function, std::uint32_t vtable_length, std::uint32_t limit,
                        std::uint32_t line = __builtin_LINE());
 
 // Two wordings are in use, which differ in the blanks before "size"; each type keeps its own.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Received bytes, and the only place where numbers found in them become addresses.
+// Received bytes, and the only code that makes addresses of the numbers in them.
 //
-// Nothing here trusts a number before it is compared with the room that is left, and no comparison adds
-// what could wrap: a position is held against the size, a count against the rest behind it.
+// Nothing here trusts a number before it is compared with the remaining bytes, and no comparison adds
+// what could wrap: a position with the size, a count with what remains after it.
 #ifndef KAPLO_REGION_H
 #define KAPLO_REGION_H
 
@@ -45,8 +45,36 @@ class Region {
     }
 
     // The `count` bytes at `at`, where a table's frame may lie; null if they are not all inside.
-    const std::uint8_t* bytes_at(std::uint32_t at, std::uint32_t count) const {
-        return at >= kRootTableAt && holds(at, count) ? bytes_ + at : nullptr;
+    const std::uint8_t* bytes_at(std::uint64_t at, std::uint32_t count) const {
+        return at >= kRootTableAt && at <= size_ && count <= size_ - at ? bytes_ + at : nullptr;
+    }
+
+    // The vtable of so many bytes right before the table at `table`; null unless both begin inside. Positions
+    // of 64 bits: sums of two numbers from the wire do not wrap.
+    const std::uint8_t* vtable_before(std::uint64_t table, std::uint32_t vtable_bytes) const {
+        return table >= kRootTableAt + vtable_bytes && table + kReferenceBytes <= size_
+                   ? bytes_ + table - vtable_bytes
+                   : nullptr;
+    }
+
+    // The same for the table that a reference points to, which is all inside and further from the region's
+    // start than a vtable is long: null unless `count` bytes from the vtable on are inside.
+    const std::uint8_t* vtable_of(const std::uint8_t* reference, std::uint32_t vtable_bytes,
+                                  std::uint32_t count) const {
+        const auto distance = std::uint64_t{load<order, std::uint32_t>(reference)};
+        return distance + count <= std::uint64_t{bytes_from(reference)} + vtable_bytes
+                   ? reference + distance - vtable_bytes
+                   : nullptr;
+    }
+
+    // Bytes from `start`, which is inside, to the end.
+    std::uint32_t bytes_from(const std::uint8_t* start) const {
+        return size_ - static_cast<std::uint32_t>(start - bytes_);
+    }
+
+    // What the reference at `reference`, all of it inside, points to: perhaps outside.
+    std::uint64_t target_of(const std::uint8_t* reference) const {
+        return static_cast<std::uint64_t>(reference - bytes_) + load<order, std::uint32_t>(reference);
     }
 
     // Finds what the reference at `at` points to: further on, perhaps outside. False if the reference is
@@ -58,7 +86,7 @@ class Region {
         return distance <= UINT32_MAX - at;
     }
 
-    // Finds the vector behind the reference at `at`. False unless all its elements lie inside.
+    // Finds the vector that the reference leads to, at `at`. False unless all its elements lie inside.
     bool follow_vector(std::uint32_t at, std::uint32_t element_bytes, Elements& elements) const {
         std::uint32_t vector;
         if (!follow(at, vector) || !read(vector, elements.count)) return false;
@@ -84,7 +112,7 @@ class Region {
     std::uint32_t size_;
 };
 
-// A table whose header was found good: the table and all of its vtable lie inside the region.
+// A table whose header is valid: the table and all of its vtable lie inside the region.
 template <ByteOrder order>
 class Table {
   public:
@@ -107,32 +135,32 @@ class Table {
             return false;
         }
         at_ = at;
-        room_ = region.size_ - at;
+        remaining_ = region.size_ - at;
         table_ = region.bytes_ + at;
         vtable_ = region.bytes_ + vtable;
         vtable_length_ = vtable_length;
         return true;
     }
 
-    // Finds the field's place, inside the region or up to 64 KiB behind it. False: the field is absent.
+    // Finds the field's position, inside the region or up to 64 KiB after it. False: the field is absent.
     bool locate(std::uint32_t id, std::uint32_t& at) const {
         if (vtable_length_ < slot_in_vtable(id) + kSlotBytes) return false;
-        const std::uint16_t place = slot(id);
-        at = at_ + place;
-        return place != 0;
+        const std::uint16_t offset = slot(id);
+        at = at_ + offset;
+        return offset != 0;
     }
 
     // Whether each scalar of the record is absent or inside the region, and the vtable has all slots.
     template <class Record>
     KAPLO_INLINE bool holds_scalars() const {
         constexpr std::uint32_t widest = sizeof(std::uint64_t);
-        if (vtable_length_ < vtable_bytes<Record> || room_ < widest) return false;
-        if (all_slots<slots<Record>>() <= room_ - widest) return true;
+        if (vtable_length_ < vtable_bytes<Record> || remaining_ < widest) return false;
+        if (all_slots<slots<Record>>() <= remaining_ - widest) return true;
         std::uint32_t outside = 0;
         each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
             if constexpr (F::kind == Kind::scalar) {
                 constexpr std::uint32_t bytes = sizeof(typename F::Member);
-                outside |= slot(id) > room_ - bytes;
+                outside |= slot(id) > remaining_ - bytes;
             }
         });
         return outside == 0;
@@ -142,8 +170,8 @@ class Table {
     // start and masked out, without a branch, since that would be taken at random.
     template <std::unsigned_integral T>
     T scalar(std::uint32_t id) const {
-        const std::uint16_t place = slot(id);
-        return static_cast<T>(load<order, T>(table_ + place) & mask_if(place != 0));
+        const std::uint16_t offset = slot(id);
+        return static_cast<T>(load<order, T>(table_ + offset) & mask_if(offset != 0));
     }
 
   private:
@@ -169,7 +197,7 @@ class Table {
     }
 
     std::uint32_t at_ = 0;
-    std::uint32_t room_ = 0;  // bytes from the table's start to the region's end, at least 4
+    std::uint32_t remaining_ = 0;  // bytes from the table's start to the region's end, at least 4
     const std::uint8_t* table_ = nullptr;
     const std::uint8_t* vtable_ = nullptr;
     std::uint32_t vtable_length_ = 0;

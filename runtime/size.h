@@ -40,11 +40,24 @@ constexpr bool has_size(const typename F::Record& record) {
 // Which scalars a size counts: those that are not 0, or all.
 enum class Counting : bool { written, all };
 
-// Bytes of a table and all that it refers to. Stops counting above kLargestMessage, so that no sum wraps.
+// How many scalars of 1, 2, 4 and 8 bytes a size counts.
+using ScalarCounts = std::array<std::uint64_t, 4>;
+
+// Bytes of a table and all that it refers to, but for the scalars of this table and its inner ones, which are
+// added to `scalars`. Stops counting above kLargestMessage, so that no sum wraps.
+template <Counting counting, class Record>
+KAPLO_INLINE constexpr std::uint64_t count_bytes(const Record& record, ScalarCounts& scalars);
+
 template <Counting counting = Counting::written, class Record>
 [[gnu::flatten]] constexpr std::uint64_t table_bytes(const Record& record) {
-    std::uint64_t bytes = vtable_bytes<Record> + kReferenceBytes;
-    std::array<std::uint64_t, 4> scalars = {};  // of 1, 2, 4 and 8 bytes, counted without a branch
+    ScalarCounts scalars = {};
+    const std::uint64_t bytes = count_bytes<counting>(record, scalars);
+    return bytes + scalars[0] + 2 * scalars[1] + 4 * scalars[2] + 8 * scalars[3];
+}
+
+template <Counting counting, class Record>
+KAPLO_INLINE constexpr std::uint64_t count_bytes(const Record& record, ScalarCounts& scalars) {
+    std::uint64_t bytes = header_bytes<Record>;
     each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::scalar) {
             if constexpr (counting == Counting::all) {
@@ -55,7 +68,7 @@ template <Counting counting = Counting::written, class Record>
         } else if constexpr (F::kind == Kind::fixed_array) {
             bytes += kReferenceBytes + fixed_array_bytes<F>;
         } else if constexpr (F::kind == Kind::nested_table) {
-            bytes += kReferenceBytes + table_bytes<counting>(F::in(record));
+            bytes += kReferenceBytes + count_bytes<counting>(F::in(record), scalars);
         } else if (has_size<F>(record)) {
             using Element = typename F::Element;
             const std::uint64_t count = F::count(record);
@@ -72,7 +85,7 @@ template <Counting counting = Counting::written, class Record>
             }
         }
     });
-    return bytes + scalars[0] + 2 * scalars[1] + 4 * scalars[2] + 8 * scalars[3];
+    return bytes;
 }
 
 // Bytes that the size of a table includes, but the writer leaves out.
@@ -85,6 +98,26 @@ std::uint32_t left_out_bytes(const Record& record) {
         }
     });
     return bytes;
+}
+
+template <class Record>
+KAPLO_INLINE inline void count_zeros(const Record& record, std::uint64_t& zeros) {
+    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
+        if constexpr (F::kind == Kind::scalar) {
+            count_if(F::in(record) == 0, zeros);
+        } else if constexpr (F::kind == Kind::nested_table) {
+            count_zeros(F::in(record), zeros);
+        }
+    });
+}
+
+// Whether no scalar is 0, in a record without vectors.
+template <class Record>
+KAPLO_INLINE inline bool has_every_scalar(const Record& record) {
+    static_assert(!owns_memory<Record>);
+    std::uint64_t zeros = 0;
+    count_zeros(record, zeros);
+    return zeros == 0;
 }
 
 // Bytes of a whole message; 0 for a null record and for one that does not fit 32 bits.

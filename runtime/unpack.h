@@ -3,6 +3,7 @@
 #ifndef KAPLO_UNPACK_H
 #define KAPLO_UNPACK_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -13,6 +14,7 @@
 #include "runtime/inline.h"
 #include "runtime/region.h"
 #include "runtime/release.h"
+#include "runtime/shapes.h"
 
 namespace kaplo {
 
@@ -53,7 +55,7 @@ KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint
 
 // Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was.
 template <class Record, ByteOrder order>
-KAPLO_INLINE inline bool read_framed_table(Region<order> region, std::uint32_t at, Record& record) {
+KAPLO_INLINE inline bool read_framed_table(Region<order> region, std::uint64_t at, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = CompactFrame<Record>;
         const std::uint8_t* const bytes = region.bytes_at(at - vtable_bytes<Record>, Frame::needed_bytes);
@@ -80,6 +82,41 @@ KAPLO_INLINE inline bool read_framed_message(Region<order> region, Record& recor
     }
 }
 
+// Reads a small table by its shape (see read_shaped()).
+template <class Record, ByteOrder order>
+[[gnu::noinline]] const std::uint8_t* read_small_table(Region<order> region, std::uint32_t at,
+                                                       Record& record) {
+    return read_shaped(region, at, record);
+}
+
+// Reads elements from the k-th on that have every scalar, by their frame. Returns the number of the first
+// that has not.
+template <class Element, ByteOrder order>
+KAPLO_INLINE inline std::uint32_t read_full_elements(Region<order> region, Elements elements, std::uint32_t k,
+                                                     Element* array) {
+    for (; k < elements.count; ++k) {
+        const std::uint64_t table = region.target_of(elements.start + std::size_t{k} * kReferenceBytes);
+        if (!read_framed_table(region, table, array[k])) break;
+    }
+    return k;
+}
+
+// Reads elements from the k-th on by their shapes, up to one that has none, or up to and with one that has
+// every scalar: elements of a list are alike, so that after one that lacks a scalar others do. Returns the
+// number of the first that is not read.
+template <class Element, ByteOrder order>
+[[gnu::noinline]] std::uint32_t read_small_elements(Region<order> region, Elements elements, std::uint32_t k,
+                                                    Element* array) {
+    for (; k < elements.count; ++k) {
+        const std::uint64_t table = region.target_of(elements.start + std::size_t{k} * kReferenceBytes);
+        const std::uint8_t* const end = read_shaped(region, table, array[k]);
+        if (end == nullptr) break;
+        const std::uint8_t* const start = region.bytes() + table - vtable_bytes<Element>;
+        if (end - start == CompactFrame<Element>::bytes) return k + 1;
+    }
+    return k;
+}
+
 template <class F, ByteOrder order>
 [[gnu::noinline]] bool read_vector(Unit& unit, Region<order> region, std::uint32_t at,
                                    typename F::Record& record) {
@@ -99,6 +136,12 @@ template <class F, ByteOrder order>
     if constexpr (of_tables) {
         if constexpr (kPlatformMemory) memset_s(array, bytes, 0, bytes);
         for (std::uint32_t k = 0; k < elements.count; ++k) {
+            if constexpr (reads_shapes<Element, order>()) {
+                k = read_full_elements(region, elements, k, array);
+                if (k == elements.count) break;
+                k = read_small_elements(region, elements, k, array);
+                if (k == elements.count) break;
+            }
             std::uint32_t table;
             if (!region.follow(elements.at + k * kReferenceBytes, table)) return false;
             if (read_framed_table(region, table, array[k])) continue;
@@ -158,17 +201,28 @@ KAPLO_INLINE inline bool read_fields(Unit& unit, Region<order> region, Table<ord
     });
 }
 
-// How far reading came: to the end, to a fault in the header, or to one behind it.
+// How far reading came: to the end, to a fault in the header, or to one after it.
 enum class Outcome { whole, bad_header, bad_field };
 
-// Reads the table at `at`; faults of its header are logged under `name`, and leave the record as it was.
 template <class Record, ByteOrder order>
-[[gnu::noinline]] Outcome read_table(Unit& unit, Region<order> region, std::uint32_t at, const char* name,
-                                     Record& record) {
+KAPLO_INLINE inline Outcome read_table_parts(Unit& unit, Region<order> region, std::uint32_t at,
+                                             const char* name, Record& record) {
     Table<order> table;
     if (!table.open(unit, region, at, name)) return Outcome::bad_header;
     clear(record);
     return read_fields(unit, region, table, record) ? Outcome::whole : Outcome::bad_field;
+}
+
+// Reads the table at `at`; faults of its header are logged under `name`, and leave the record as it was.
+template <class Record>
+[[gnu::noinline]] Outcome read_table(Unit& unit, Region<ByteOrder::host> region, std::uint32_t at,
+                                     const char* name, Record& record) {
+    return read_table_parts(unit, region, at, name, record);
+}
+template <class Record>
+KAPLO_FOR_REVERSED Outcome read_table(Unit& unit, Region<ByteOrder::reversed> region, std::uint32_t at,
+                                      const char* name, Record& record) {
+    return read_table_parts(unit, region, at, name, record);
 }
 
 // Reads a nested table into a record inside another, or an element of its array.
@@ -178,12 +232,18 @@ KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint
     if constexpr (Description<Record>::nested_decoder_checks_arguments) {
         if (!check_unpack_arguments(unit, name, region.bytes(), region.size(), &record)) return false;
     }
+    if constexpr (reads_shapes<Record, order>() && has_inner_tables<Record>) {
+        if (read_small_table(region, at, record) != nullptr) return true;
+    }
     return read_table(unit, region, at, name, record) == Outcome::whole;
 }
 
 template <class Record, ByteOrder order>
 Outcome read_root(Unit& unit, Region<order> region, Record& record) {
     static_assert(nests_no_memory<Record>);
+    if constexpr (reads_shapes<Record, order>()) {
+        if (read_small_table(region, region.root_reference(), record) != nullptr) return Outcome::whole;
+    }
     const Outcome outcome =
         read_table(unit, region, region.root_reference(), root_decoder_name<Record>(), record);
     if constexpr (cleared_before_header_checks<Record>) {
@@ -195,12 +255,23 @@ Outcome read_root(Unit& unit, Region<order> region, Record& record) {
     return outcome;
 }
 
+// A large record is read from all over its message: what it will need is asked for at once.
+inline constexpr std::size_t kLargeRecord = 256;
+inline constexpr std::uint32_t kFetchedBytes = 1024;
+
+inline void fetch(const std::uint8_t* bytes, std::uint32_t length) {
+    constexpr std::uint32_t two_lines = 128;  // processors fetch them together
+    const std::uint32_t end = std::min(length, kFetchedBytes);
+    for (std::uint32_t at = two_lines; at < end; at += two_lines) __builtin_prefetch(bytes + at);
+}
+
 // Unpacks from the beginning: hooks not resolved, arguments not checked, no frame recognised.
 template <class Record>
 [[gnu::noinline]] std::uint32_t unpack_in_full(Unit& unit, const std::uint8_t* buffer, std::uint32_t length,
                                                Record* record) {
     KaploMemHooksInit(unit);
     if (check_unpack_arguments(unit, unpack_name<Record>.c_str(), buffer, length, record)) {
+        if constexpr (sizeof(Record) > kLargeRecord) fetch(buffer, length);
         if (unit.byte_swap == 0) {
             read_root(unit, Region<ByteOrder::host>(buffer, length), *record);
         } else {

@@ -39,10 +39,14 @@ template <class T, ByteOrder order>
 inline constexpr bool is_copied = sizeof(T) == 1 || order == ByteOrder::host;
 
 template <ByteOrder order, std::unsigned_integral T>
-T load(const std::uint8_t* at) {
-    T value;
-    std::memcpy(&value, at, sizeof value);
-    return ordered<order>(value);
+constexpr T load(const std::uint8_t* at) {
+    std::array<std::uint8_t, sizeof(T)> bytes = {};
+    if (std::is_constant_evaluated()) {
+        for (std::size_t i = 0; i < sizeof(T); ++i) bytes[i] = at[i];
+    } else {
+        std::memcpy(bytes.data(), at, sizeof(T));
+    }
+    return ordered<order>(std::bit_cast<T>(bytes));
 }
 
 template <ByteOrder order, std::unsigned_integral T>
