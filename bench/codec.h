@@ -36,6 +36,23 @@ template <class Record>
 Codec capnp_codec();
 template <class Record>
 Codec msgpack_codec();
+template <class Record>
+Codec zpp_bits_codec();  // only with BENCH_ZPP_BITS
+template <class Record>
+Codec sbe_codec();  // only with BENCH_SBE
+
+template <class Record>
+std::vector<Codec> all_codecs() {
+    return {library_codec<Record>(),  protobuf_codec<Record>(),   protobuf_arena_codec<Record>(),
+            nanopb_codec<Record>(),   protobuf_c_codec<Record>(), capnp_codec<Record>(),
+#ifdef BENCH_ZPP_BITS
+            zpp_bits_codec<Record>(),
+#endif
+#ifdef BENCH_SBE
+            sbe_codec<Record>(),
+#endif
+            msgpack_codec<Record>()};
+}
 
 // ---- reading into a record: arrays as the library allocates them, by malloc --------------------------
 

@@ -4,9 +4,12 @@
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +45,13 @@ struct Encoded {
     std::vector<Bytes> messages;
 };
 
+// Messages whose times are taken for each share of zeros, and cold.
+bool in_series(const Shape& shape) {
+    const std::string_view name = shape.name;
+    return name == "Nac_UserDataFlowMsg x 100" || name == "Nac_DaclRuleIpInfo" ||
+           name == "Nac_SetUserTableMsg rich";
+}
+
 class Case {
   public:
     virtual ~Case() = default;
@@ -54,7 +64,7 @@ class Case {
 };
 
 Output& output() {
-    static Output storage;
+    thread_local Output storage;
     return storage;
 }
 
@@ -69,11 +79,9 @@ class CaseOf : public Case {
             memory_bytes += bytes_in_memory(workload_.records()[i]) / static_cast<double>(records.size());
         }
 
-        encoded.reserve(8);  // samples point into it
-        for (const Codec& codec :
-             {library_codec<Record>(), protobuf_codec<Record>(), protobuf_arena_codec<Record>(),
-              nanopb_codec<Record>(), protobuf_c_codec<Record>(), capnp_codec<Record>(),
-              msgpack_codec<Record>()}) {
+        const std::vector<Codec> codecs = all_codecs<Record>();
+        encoded.reserve(codecs.size() + 1);  // samples point into it
+        for (const Codec& codec : codecs) {
             encoded.push_back({codec.name, encode_all(codec, records)});
             check(codec, records, encoded.back().messages);
             operations.push_back({std::string("encode/") + codec.name, codec.encode, records});
@@ -119,12 +127,65 @@ class CaseOf : public Case {
     Workload<Record> workload_;
 };
 
+// Messages as they come from elsewhere: 64 MiB of them, read in random order, in nobody's cache.
+template <class Record>
+class ColdCase : public Case {
+  public:
+    explicit ColdCase(const Shape& shape) : records_(shape, Content::varied) {
+        message = shape.name;
+        for (const Codec& codec : all_codecs<Record>()) {
+            if (!takes_part(codec.name)) continue;
+            std::vector<Bytes>& messages = messages_.emplace_back();
+            std::size_t bytes = 0;
+            for (std::size_t i = 0; bytes < kColdBytes; i = (i + 1) % records_.size()) {
+                const std::uint32_t size =
+                    codec.encode({&records_[i], nullptr, 0}, output().start(), output().capacity());
+                const auto* const start = static_cast<const std::uint8_t*>(output().start());
+                messages.emplace_back(start, start + size);
+                bytes += size;
+            }
+            std::shuffle(messages.begin(), messages.end(), std::mt19937_64(2026));
+            operations.push_back(
+                {std::string("decode/") + codec.name, codec.decode_and_release, samples_of(messages)});
+        }
+    }
+
+  private:
+    static constexpr std::size_t kColdBytes = std::size_t{64} << 20;
+
+    // Each of them takes that much memory.
+    static bool takes_part(const std::string& codec) {
+        return codec == "vorn_nac_user" || codec == "SBE" || codec == "zpp_bits" || codec == "protobuf";
+    }
+
+    Records<Record> records_;
+    std::deque<std::vector<Bytes>> messages_;
+};
+
 // All of them, in the order of the table.
 std::vector<std::unique_ptr<Case>> make_cases() {
     std::vector<std::unique_ptr<Case>> cases;
     each_message([&]<class Record>(const Shape& shape) {
         cases.push_back(std::make_unique<CaseOf<Record>>(shape, Content::same));
         cases.push_back(std::make_unique<CaseOf<Record>>(shape, Content::varied));
+    });
+    return cases;
+}
+
+std::vector<std::unique_ptr<Case>> make_series() {
+    std::vector<std::unique_ptr<Case>> cases;
+    each_message([&]<class Record>(const Shape& shape) {
+        if (!in_series(shape)) return;
+        for (const Content content : kSeries)
+            cases.push_back(std::make_unique<CaseOf<Record>>(shape, content));
+    });
+    return cases;
+}
+
+std::vector<std::unique_ptr<Case>> make_cold_cases() {
+    std::vector<std::unique_ptr<Case>> cases;
+    each_message([&]<class Record>(const Shape& shape) {
+        if (in_series(shape)) cases.push_back(std::make_unique<ColdCase<Record>>(shape));
     });
     return cases;
 }
@@ -181,11 +242,46 @@ void print_facts(const std::vector<std::unique_ptr<Case>>& cases) {
     std::puts(all.dump(1).c_str());
 }
 
+void register_benchmark(const std::string& message, const std::string& content, const Operation& operation) {
+    const std::string name = message + "/" + content + "/" + operation.name;
+    benchmark::RegisterBenchmark(name.c_str(), &time, operation);
+}
+
 void register_benchmarks(const std::vector<std::unique_ptr<Case>>& cases) {
     for (const auto& one : cases) {
         for (const Operation& operation : one->operations) {
-            const std::string name = one->message + "/" + name_of(one->content) + "/" + operation.name;
-            benchmark::RegisterBenchmark(name.c_str(), &time, operation);
+            register_benchmark(one->message, name_of(one->content), operation);
+        }
+    }
+}
+
+bool is_coding(const Operation& operation) { return !operation.name.starts_with("library/"); }
+
+void register_series(const std::vector<std::unique_ptr<Case>>& series,
+                     const std::vector<std::unique_ptr<Case>>& cold) {
+    for (const auto& one : series) {
+        for (const Operation& operation : one->operations) {
+            if (is_coding(operation)) register_benchmark(one->message, name_of(one->content), operation);
+        }
+    }
+    for (const auto& one : cold) {
+        for (const Operation& operation : one->operations)
+            register_benchmark(one->message, "cold", operation);
+    }
+}
+
+// The same work by two threads at once, of the library and of memcpy: on two cores, which --threads is run
+// on.
+void register_threads(const std::vector<std::unique_ptr<Case>>& cases) {
+    for (const auto& one : cases) {
+        if (one->content != Content::varied) continue;
+        for (const Operation& operation : one->operations) {
+            if (!operation.name.ends_with("vorn_nac_user") && !operation.name.ends_with("memcpy")) continue;
+            for (const int threads : {1, 2}) {
+                const std::string name =
+                    one->message + "/" + std::to_string(threads) + " threads/" + operation.name;
+                benchmark::RegisterBenchmark(name.c_str(), &time, operation)->Threads(threads);
+            }
         }
     }
 }
@@ -199,9 +295,22 @@ int main(int argc, char** argv) {
         bench::print_facts(cases);
         return 0;
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    bench::register_benchmarks(cases);
+    const bool threads = argc > 1 && std::string_view(argv[1]) == "--threads";
+    if (threads) std::swap(argv[0], argv[1]);
+    int rest = threads ? argc - 1 : argc;
+    char** const arguments = threads ? argv + 1 : argv;
+    benchmark::Initialize(&rest, arguments);
+    if (benchmark::ReportUnrecognizedArguments(rest, arguments)) return 2;
+    std::vector<std::unique_ptr<bench::Case>> series;
+    std::vector<std::unique_ptr<bench::Case>> cold;
+    if (threads) {
+        bench::register_threads(cases);
+    } else {
+        series = bench::make_series();
+        cold = bench::make_cold_cases();
+        bench::register_benchmarks(cases);
+        bench::register_series(series, cold);
+    }
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -220,6 +220,35 @@ FROM_CAPNP = {
                     "        for (std::uint32_t k = 0; k < elements.size(); ++k) from_peer(elements[k], record.{f}[k]);\n    }}",
 }
 
+# All that has a fixed offset, in any order, then groups, then data. A record is a message, a composite or a group's entry.
+SBE_MESSAGES = {"Nac_SetPortMsg": "SetPort", "Nac_UserDataFlowInfo": "Info", "Nac_UserDataFlowMsg": "Msg",
+                "Nac_DaclRuleIpInfo": "Dacl", "Nac_SetUserTableMsg": "UserTable"}
+SBE_ORDER = ["scalar", "bytes", "fixed_array", "nested_table", "table_vector", "byte_vector", "scalar_vector"]
+TO_SBE = {
+    "scalar": "message.{f}(record.{f});",
+    "bytes": "message.putF{id}(reinterpret_cast<const char*>(record.{f}));",
+    "fixed_array": "message.putF{id}(reinterpret_cast<const char*>(record.{f}));",
+    "nested_table": "to_peer(record.{f}, message.{f}());",
+    "table_vector": "{{\n        auto& group = message.g{sbe}{f}Count(static_cast<std::uint16_t>(record.{f}_count));\n"
+                    "        for (std::uint32_t k = 0; k < record.{f}_count; ++k) to_peer(record.{f}[k], group.next());\n    }}",
+    "byte_vector": "message.putF{id}(reinterpret_cast<const char*>(record.{f}), record.{f}_count);",
+    "scalar_vector": "message.putF{id}(reinterpret_cast<const char*>(record.{f}),"
+                     " static_cast<std::uint32_t>(record.{f}_count * sizeof({ctype})));",
+}
+FROM_SBE = {
+    "scalar": "record.{f} = message.{f}();",
+    "bytes": "message.getF{id}(reinterpret_cast<char*>(record.{f}), {length});",
+    "fixed_array": "message.getF{id}(reinterpret_cast<char*>(record.{f}), {length});",
+    "nested_table": "from_peer(message.{f}(), record.{f});",
+    "table_vector": "{{\n        auto& group = message.g{sbe}{f}();\n"
+                    "        record.{f} = array_of<{element}>(group.count(), record.{f}_count);\n"
+                    "        for (std::uint32_t k = 0; k < record.{f}_count; ++k) from_peer(group.next(), record.{f}[k]);\n    }}",
+    "byte_vector": "{{\n        const std::uint32_t size = message.{f}Length();\n"
+                   "        record.{f} = copy_of_data<std::uint8_t>(message.{f}(), size, record.{f}_count);\n    }}",
+    "scalar_vector": "{{\n        const std::uint32_t size = message.{f}Length();\n"
+                     "        record.{f} = copy_of_data<{ctype}>(message.{f}(), size, record.{f}_count);\n    }}",
+}
+
 
 def line(templates: dict, record: str, field: dict) -> str:
     kind, element = kind_of(field), field["element"]
@@ -228,7 +257,7 @@ def line(templates: dict, record: str, field: dict) -> str:
     return "    " + templates[kind].format(
         f=f"f{field['id']}", id=field["id"], length=field.get("length"), element=element, plain=plain(element),
         ctype=ctype(element) if element[0] == "u" else "", bound=BOUNDS.get(element), record=record,
-        plain_record=plain(record)) + "\n"
+        plain_record=plain(record), sbe=SBE_MESSAGES.get(record, "")) + "\n"
 
 
 def mapping(records: dict, to: dict, from_: dict, message: str, to_message: str, from_message: str) -> str:
@@ -274,6 +303,19 @@ def nanopb_mapping(records: dict) -> str:
     return text
 
 
+def sbe_mapping(records: dict) -> str:
+    text = f"{HEAD}#pragma once\nnamespace bench {{\nnamespace {{\ntemplate <class Record>\nstruct Peer;\n"
+    for record, message in SBE_MESSAGES.items():
+        text += f"template <>\nstruct Peer<{record}> {{ using Message = nacs::{message}; }};\n"
+    for record, fields in records.items():
+        ordered = sorted(fields, key=lambda field: SBE_ORDER.index(kind_of(field)))
+        text += f"template <class Message>\nvoid to_peer(const {record}& record, Message&& message) {{\n"
+        text += "".join(line(TO_SBE, record, field) for field in ordered) + "}\n"
+        text += f"template <class Message>\nvoid from_peer(Message&& message, {record}& record) {{\n"
+        text += "".join(line(FROM_SBE, record, field) for field in ordered) + "}\n"
+    return text + "}  // namespace\n}  // namespace bench\n"
+
+
 def main() -> None:
     records = json.loads(pathlib.Path(sys.argv[1]).read_text())
     folder = pathlib.Path(sys.argv[2])
@@ -289,6 +331,7 @@ def main() -> None:
         "nanopb_mapping.h": nanopb_mapping(records),
         "capnp_mapping.h": mapping(records, TO_CAPNP, FROM_CAPNP, "peer_capnp::{plain}", "{name}::Builder message",
                                    "{name}::Reader message"),
+        "sbe_mapping.h": sbe_mapping(records),
     }
     for name, text in files.items():
         (folder / name).write_text(text)

@@ -3,6 +3,7 @@
 #ifndef BENCH_MESSAGES_H
 #define BENCH_MESSAGES_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,9 +16,17 @@
 namespace bench {
 
 // Whether an operation gets one record every time, or walks a pool of records that differ.
-enum class Content { same, varied };
+// The series by the share of scalars that are zero are pools too.
+enum class Content { same, varied, zero_0, zero_1, zero_5, zero_50, same_two_thirds };
 
-constexpr const char* name_of(Content content) { return content == Content::same ? "same" : "varied"; }
+inline constexpr std::array kSeries = {Content::zero_0, Content::zero_1, Content::zero_5, Content::zero_50,
+                                       Content::same_two_thirds};
+
+constexpr const char* name_of(Content content) {
+    constexpr std::array names = {
+        "same", "varied", "0 % zero", "1 % zero", "5 % zero", "50 % zero", "the same two thirds zero"};
+    return names[static_cast<std::size_t>(content)];
+}
 
 // What a message's records look like.
 struct Shape {
@@ -61,6 +70,7 @@ class Records {
   public:
     Records(const Shape& shape, Content content)
         : shape_(shape),
+          content_(content),
           set_of_six_(content == Content::same ? shape.set_of_six_same : shape.set_of_six_varied) {
         if (content == Content::same) {
             Record record = {};
@@ -83,7 +93,7 @@ class Records {
         kaplo::each_field<Described>([&]<class F, std::uint32_t id> {
             using Element = typename F::Element;
             if constexpr (F::kind == kaplo::Kind::scalar) {
-                F::in(record) = random_.below(6) < set_of_six_ ? any<Element>() : Element{0};
+                F::in(record) = is_set(id) ? any<Element>() : Element{0};
             } else if constexpr (F::kind == kaplo::Kind::nested_table) {
                 fill(F::in(record));
             } else if constexpr (F::kind == kaplo::Kind::fixed_array) {
@@ -93,6 +103,25 @@ class Records {
                 F::elements(record) = array<Element>(F::count(record));
             }
         });
+    }
+
+    bool is_set(std::uint32_t id) {
+        switch (content_) {
+            case Content::zero_0:
+                return true;
+            case Content::zero_1:
+                return !random_.one_in(100);
+            case Content::zero_5:
+                return !random_.one_in(20);
+            case Content::zero_50:
+                return !random_.one_in(2);
+            case Content::same_two_thirds:
+                return id % 3 == 0;
+            case Content::same:
+            case Content::varied:
+                break;
+        }
+        return random_.below(6) < set_of_six_;
     }
 
     // A user with ten addresses, twenty rules, three names and three short lists of numbers.
@@ -133,6 +162,7 @@ class Records {
     }
 
     const Shape shape_;
+    const Content content_;
     const std::uint32_t set_of_six_;
     tests::Random random_{2026};
     std::vector<Record> records_;

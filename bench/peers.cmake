@@ -23,6 +23,7 @@ add_custom_command(
   OUTPUT ${generated}/peer_protobuf.proto ${generated}/peer_protobuf_c.proto ${generated}/peer_nanopb.proto
     ${generated}/peer_nanopb.options ${generated}/peer_capnp.capnp ${generated}/protobuf_mapping.h
     ${generated}/protobuf_c_mapping.h ${generated}/nanopb_mapping.h ${generated}/capnp_mapping.h
+    ${generated}/sbe_mapping.h
   COMMAND described_records > ${generated}/records.json
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/generate.py ${generated}/records.json ${generated}
   DEPENDS described_records generate.py
@@ -67,3 +68,17 @@ nac_add_bench_program(compare compare.cpp library_codec.cpp
   peer_protobuf.cpp peer_protobuf_c.cpp peer_nanopb.cpp peer_capnp.cpp peer_msgpack.cpp)
 target_link_libraries(compare PRIVATE
   bench_peer_schemas benchmark::benchmark GTest::gtest nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+
+# Peers that Debian has no package of take part where their headers are: an option names the folder, or the environment.
+foreach(peer IN ITEMS zpp_bits sbe)
+  string(TOUPPER NAC_BENCH_${peer} folder)
+  set(${folder} "$ENV{${folder}}" CACHE PATH "Folder of the headers of ${peer}, for the benchmarks")
+  if(${folder})
+    target_sources(compare PRIVATE peer_${peer}.cpp)
+    target_include_directories(compare SYSTEM PRIVATE ${${folder}})
+    string(TOUPPER BENCH_${peer} definition)
+    target_compile_definitions(compare PRIVATE ${definition})
+  else()
+    message(STATUS "left out: ${peer} in the benchmarks, since -D${folder}=DIR does not name its headers")
+  endif()
+endforeach()

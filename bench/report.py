@@ -16,15 +16,21 @@ import matplotlib.pyplot as plot  # noqa: E402
 from matplotlib import ticker  # noqa: E402
 
 OURS = "vorn_nac_user"
-PEERS = ["protobuf", "protobuf arena", "nanopb", "protobuf-c", "Cap'n Proto", "msgpack"]
-CODECS = [OURS, *PEERS]
+PEERS = ["protobuf", "protobuf arena", "nanopb", "protobuf-c", "Cap'n Proto", "zpp_bits", "SBE", "msgpack"]
 ELEMENTS = [1, 10, 100, 1000, 10000]
 CONTENTS = {"same": "the same record every time", "varied": "a pool of records, half of their scalars zero"}
 
 # Colours that the colour-blind tell apart, each with a shape of its own.
 LOOKS = {OURS: ("#000000", "D"), "protobuf": ("#0072B2", "o"), "protobuf arena": ("#56B4E9", "s"),
          "nanopb": ("#CC79A7", "v"), "protobuf-c": ("#009E73", "^"), "Cap'n Proto": ("#D55E00", "P"),
-         "msgpack": ("#E69F00", "X")}
+         "msgpack": ("#E69F00", "X"), "SBE": ("#7F3C8D", "p"), "zpp_bits": ("#8C8C00", "h")}
+SHARES = ["0 % zero", "1 % zero", "5 % zero", "50 % zero", "the same two thirds zero"]
+QUIET = 0.1  # of a quiet run, the third quartile is at most that far above the median
+
+
+def spread_of(row: dict) -> float:
+    """How far the third quartile is above the median."""
+    return statistics.quantiles(row["ns"], n=4)[2] / statistics.median(row["ns"]) - 1
 
 
 class Results:
@@ -35,14 +41,23 @@ class Results:
                         for row in results["times"]}
         self.facts = {(row["message"], row["content"]): row for row in results["facts"]}
         self.messages = list(dict.fromkeys(row["message"] for row in results["facts"]))
+        measured = results["facts"][0]["wire_bytes"]
+        self.peers = [peer for peer in PEERS if peer in measured]
+        self.left_out = [peer for peer in PEERS if peer not in measured]
+        self.codecs = [OURS, *self.peers]
+        self.looks = {codec: LOOKS[codec] for codec in self.codecs}
 
     def ns(self, message: str, content: str, operation: str) -> float | None:
         return self.medians.get((message, content, operation))
 
     def spread(self) -> float:
         """How far, in the median benchmark, the quarter of its slower repetitions is above its median."""
-        return statistics.median(statistics.quantiles(row["ns"], n=4)[2] / statistics.median(row["ns"]) - 1
-                                 for row in self.raw["times"])
+        return statistics.median(spread_of(row) for row in self.raw["times"])
+
+    def unquiet(self) -> list[str]:
+        """The benchmarks whose repetitions lie too far apart, the worst first."""
+        far = sorted(((spread_of(row), row) for row in self.raw["times"]), key=lambda pair: -pair[0])
+        return [f"{row['message']}, {row['content']}, {row['operation']}: {spread:.0%}" for spread, row in far if spread > QUIET]
 
 
 def write_json(results: dict, path: pathlib.Path) -> None:
@@ -84,11 +99,11 @@ def comparison(results: Results, direction: str, content: str) -> str:
         floor = results.ns(message, content, f"{direction}/memcpy")
         ours = results.ns(message, content, f"{direction}/{OURS}")
         row = [message, number(floor), f"**{number(ours)}** ({times(ours / floor)})"]
-        for peer in PEERS:
+        for peer in results.peers:
             value = results.ns(message, content, f"{direction}/{peer}")
             row.append(f"{number(value)} ({times(value / ours)})")
         rows.append(row)
-    return table(["ns a message", "memcpy", f"{OURS} (to memcpy)", *(f"{peer} (to ours)" for peer in PEERS)], rows)
+    return table(["ns a message", "memcpy", f"{OURS} (to memcpy)", *(f"{peer} (to ours)" for peer in results.peers)], rows)
 
 
 def own_operations(results: Results, content: str) -> str:
@@ -111,8 +126,8 @@ def wire_bytes(results: Results) -> str:
         for content in CONTENTS:
             sizes = results.facts[message, content]["wire_bytes"]
             rows.append([f"{message}, {content}", number(results.facts[message, content]["memory_bytes"]),
-                         number(sizes.get("fixed image")), *(number(sizes[codec]) for codec in CODECS)])
-    return table(["bytes", "C record with arrays", "fixed image", *CODECS], rows)
+                         number(sizes.get("fixed image")), *(number(sizes[codec]) for codec in results.codecs)])
+    return table(["bytes", "C record with arrays", "fixed image", *results.codecs], rows)
 
 
 def heap_calls(results: Results) -> str:
@@ -120,8 +135,44 @@ def heap_calls(results: Results) -> str:
     for message in results.messages:
         calls = results.facts[message, "varied"]["heap_calls"]
         for direction, word in (("encode", "write"), ("decode", "read")):
-            rows.append([f"{message}, {word}", *(number(calls[f"{direction}/{codec}"]) for codec in CODECS)])
-    return table(["calls of the heap", *CODECS], rows)
+            rows.append([f"{message}, {word}", *(number(calls[f"{direction}/{codec}"]) for codec in results.codecs)])
+    return table(["calls of the heap", *results.codecs], rows)
+
+
+def series(results: Results, direction: str) -> str:
+    rows = []
+    for message in results.messages:
+        for share in SHARES:
+            ours = results.ns(message, share, f"{direction}/{OURS}")
+            if ours is not None:
+                floor = results.ns(message, share, f"{direction}/memcpy")
+                peers = [results.ns(message, share, f"{direction}/{peer}") for peer in results.peers]
+                rows.append([f"{message}, {share}", number(floor), f"**{number(ours)}** ({times(ours / floor)})",
+                             *(f"{number(value)} ({times(value / ours)})" for value in peers)])
+    return table(["ns a message", "memcpy", f"{OURS} (to memcpy)", *(f"{peer} (to ours)" for peer in results.peers)], rows)
+
+
+def cold(results: Results) -> str:
+    peers = [peer for peer in results.peers if results.ns(results.messages[-1], "cold", f"decode/{peer}") is not None]
+    rows = []
+    for message in results.messages:
+        ours = results.ns(message, "cold", f"decode/{OURS}")
+        if ours is not None:
+            rows.append([message, f"**{number(ours)}**",
+                         *(f"{number(value)} ({times(value / ours)})"
+                           for value in (results.ns(message, "cold", f"decode/{peer}") for peer in peers))])
+    return table(["ns a message", OURS, *(f"{peer} (to ours)" for peer in peers)], rows)
+
+
+def threads(results: Results) -> str:
+    rows = []
+    for message in results.messages:
+        row = [message]
+        for direction in ("encode", "decode"):
+            alone, both = (results.ns(message, f"{count} threads", f"{direction}/{OURS}") for count in (1, 2))
+            row += [number(alone), f"{number(both)} ({times(both / alone)})"]
+        rows.append(row)
+    return table(["ns a message and thread", "write, one thread", "two (to one)", "read, one thread", "two (to one)"], rows)
 
 
 def facts_of_machine(results: Results) -> str:
@@ -133,15 +184,28 @@ def facts_of_machine(results: Results) -> str:
         f"median benchmark the third quartile is {results.spread():.1%} above the median"))
 
 
+def quietness(results: Results) -> str:
+    text = f"- left out: {', '.join(results.left_out)}\n" if results.left_out else ""
+    if far := results.unquiet():
+        text += (f"- **not a quiet run**: in {len(far)} of {len(results.raw['times'])} benchmarks the third quartile is more than "
+                 f"{QUIET:.0%} above the median; to be repeated. The worst: {'; '.join(far[:3])}\n")
+    return text
+
+
 def markdown(results: Results) -> str:
     text = ("# Results\n\nWritten by `./dev bench`; [the page above](../README.md) says what is measured and how to read "
             "it.\n\n" if results.raw["repetitions"] > 3 else "# Results of a quick run\n\nGood for trying only.\n\n")
-    text += facts_of_machine(results)
+    text += facts_of_machine(results) + quietness(results)
     text += f"\n{diagram_line(FIRST_DIAGRAM)}\n{MORE_DIAGRAMS}\n"
     for direction, heading in (("encode", "Write: a record to bytes"), ("decode", "Read: bytes to a record, and release")):
         text += f"\n## {heading}\n"
         for content, words in CONTENTS.items():
             text += f"\n{words[0].upper()}{words[1:]}:\n\n{comparison(results, direction, content)}"
+    text += "\n## By the share of zeros\n\nPools of records with that share of their scalars zero.\n"
+    for direction, words in (("encode", "Write"), ("decode", "Read and release")):
+        text += f"\n{words}:\n\n{series(results, direction)}"
+    text += f"\n## Cold memory\n\n64 MiB of messages, read in random order.\n\n{cold(results)}"
+    text += f"\n## Two threads\n\nAt the same work on a core each, with the pool.\n\n{threads(results)}"
     text += "\n## The library's operations\n"
     for content, words in CONTENTS.items():
         text += f"\n{words[0].upper()}{words[1:]}:\n\n{own_operations(results, content)}"
@@ -216,7 +280,7 @@ def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
     for axes, direction, words in zip(both, ("encode", "decode"), ("write a record", "read a message and release it")):
         def ratio(message: str, codec: str) -> float:
             return results.ns(message, content, f"{direction}/{codec}") / results.ns(message, content, f"{direction}/memcpy")
-        dots(axes, results.messages, ratio, LOOKS)
+        dots(axes, results.messages, ratio, results.looks)
         axes.set_xscale("log")
         plain_log(axes.xaxis)
         axes.axvline(1, color="#888888", linewidth=1.2)
@@ -224,7 +288,7 @@ def ratio_picture(results: Results, content: str, path: pathlib.Path) -> None:
         axes.annotate("memcpy", (1, -0.5), xytext=(3, 0), textcoords="offset points", fontsize=8, color="#666666", va="center")
     title(figure, "Time a message takes, over memcpy of the library's compact bytes",
           f"{CONTENTS[content]}; further left is faster")
-    legend(figure, LOOKS, 0.905)
+    legend(figure, results.looks, 0.905)
     figure.subplots_adjust(left=0.2, right=0.985, top=0.78, bottom=0.09, wspace=0.05)
     save(figure, path, results)
 
@@ -244,7 +308,7 @@ def spread_out(heights: dict[str, float], least: float) -> dict[str, float]:
 
 def growth_picture(results: Results, content: str, path: pathlib.Path) -> None:
     figure, both = plot.subplots(1, 2, figsize=(11, 5.2), sharey=True)
-    looks = {"memcpy": ("#888888", "."), **LOOKS}
+    looks = {"memcpy": ("#888888", "."), **results.looks}
     for axes, direction, words in zip(both, ("encode", "decode"), ("write a record", "read a message and release it")):
         ends = {}
         for codec, (colour, shape) in looks.items():

@@ -51,10 +51,9 @@ def facts(build: pathlib.Path) -> list:
     return json.loads(text)
 
 
-def times(build: pathlib.Path, cpu: int, repetitions: int, seconds: float) -> list:
-    raw = build / "bench" / "times.json"
+def times(compare: list, raw: pathlib.Path, repetitions: int, seconds: float) -> list:
     finished = subprocess.run(
-        ["taskset", "-c", str(cpu), build / "bench" / "compare", f"--benchmark_repetitions={repetitions}",
+        [*compare, f"--benchmark_repetitions={repetitions}",
          f"--benchmark_min_time={seconds}", "--benchmark_enable_random_interleaving=true", f"--benchmark_out={raw}",
          "--benchmark_out_format=json"],
         env={**os.environ, "LD_BIND_NOW": "1"}, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
@@ -71,7 +70,7 @@ def times(build: pathlib.Path, cpu: int, repetitions: int, seconds: float) -> li
     for name, nanoseconds in rows.items():
         if len(nanoseconds) != repetitions:
             sys.exit(f"{name} ran {len(nanoseconds)} times")
-        message, content, operation = re.sub(r"/repeats:\d+$", "", name).split("/", 2)
+        message, content, operation = re.sub(r"(/repeats:\d+|/threads:\d+)+$", "", name).split("/", 2)
         result.append({"message": message, "content": content, "operation": operation, "ns": nanoseconds})
     return result
 
@@ -91,11 +90,19 @@ def main() -> None:
     folder = options.output or (build / "performance" if options.quick else kept)
     folder.mkdir(parents=True, exist_ok=True)
 
+    compare = build / "bench" / "compare"
     started = datetime.datetime.now()
     results = {"machine": machine(build), "repetitions": repetitions, "seconds_each": seconds,
-               "facts": facts(build), "times": times(build, options.cpu, repetitions, seconds)}
+               "facts": facts(build),
+               "times": times(["taskset", "-c", str(options.cpu), compare], build / "bench/times.json", repetitions, seconds)
+               + times([compare, "--threads"], build / "bench/threads.json", repetitions, seconds)}
     report.write_json(results, folder / "results.json")
     report.write_all(results, folder)
+    measured = report.Results(results)
+    if measured.left_out:
+        print(f"left out: {', '.join(measured.left_out)}; docs/performance/README.md says how they take part")
+    if far := measured.unquiet():
+        print(f"not a quiet run: the repetitions of {len(far)} benchmarks lie too far apart, of {far[0]} most; repeat it")
     try:
         shown = folder.resolve().relative_to(ROOT)
     except ValueError:
