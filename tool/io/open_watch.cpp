@@ -69,8 +69,8 @@ void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
         CarriedException exception;
     } handler = {use, {}};
     const auto handle = [](const vorn_bus_watched* message, void* context) {
-        auto& [use_it, exception] = *static_cast<Handler*>(context);
-        exception.call([&] { use_it(*message); });
+        auto& own = *static_cast<Handler*>(context);
+        own.exception.call([&] { own.use(*message); });
     };
     auto now = Clock::now();
     while (!is_over(now)) {
