@@ -187,8 +187,8 @@ KAPLO_INLINE inline Writer<ByteOrder::host> write_shaped(Writer<ByteOrder::host>
     std::uint8_t* const end = writer.at();
     each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
         if constexpr (F::kind == Kind::nested_table) {
-            writer.refer(end - (slots<Record> - id) * kReferenceBytes,
-                         writer.at() + vtable_bytes<typename F::Element>);
+            Writer<ByteOrder::host>::refer(end - (slots<Record> - id) * kReferenceBytes,
+                                           writer.at() + vtable_bytes<typename F::Element>);
             writer = inner.write(writer, F::in(record));
         }
     });
