@@ -22,7 +22,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t kMostScalars = 18;  // of a record with its inner records, for all sets to be tried
-constexpr std::uint64_t kCutSets = 61;      // one in so many sets is cut and damaged, a prime
+constexpr std::uint64_t kCutSets = 61;      // one in this number of sets is cut and damaged, a prime
 
 std::uint64_t written_messages = 0;
 std::uint64_t read_messages = 0;

@@ -312,7 +312,7 @@ struct Image {
         }
     }
 
-    static constexpr std::array<std::uint32_t, slots<Record>> places = [] {
+    static constexpr std::array<std::uint32_t, slots<Record>> offsets = [] {
         std::array<std::uint32_t, slots<Record>> result = {};
         std::uint32_t next = kReferenceBytes;
         each_field<Record>([&]<class F, std::uint32_t id> {

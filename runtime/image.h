@@ -23,7 +23,7 @@ constexpr void write_frame(std::uint8_t* image) {
     put_entry(vtable, vtable_length_entry<Record, order>);
     put_entry(vtable + kSlotBytes, table_length_entry<Record, order>(Image<Record>::table_length));
     each_field<Record>([&]<class F, std::uint32_t id> {
-        constexpr std::uint32_t offset = Image<Record>::places[id];
+        constexpr std::uint32_t offset = Image<Record>::offsets[id];
         put_entry(vtable + slot_in_vtable(id), slot_entry<order>(offset));
         if constexpr (F::kind == Kind::nested_table) {
             write_frame<typename F::Element, order>(table + offset);
@@ -45,7 +45,7 @@ inline constexpr auto blank_image = [] {
 template <class Record, ByteOrder order>
 constexpr void write_image_fields(const Record& record, std::uint8_t* image) {
     each_field<Record>([&]<class F, std::uint32_t id> {
-        std::uint8_t* const at = image + kReferenceBytes + Image<Record>::places[id];
+        std::uint8_t* const at = image + kReferenceBytes + Image<Record>::offsets[id];
         if constexpr (F::kind == Kind::scalar) {
             store<order>(at, F::in(record));
         } else if constexpr (F::kind == Kind::nested_table) {

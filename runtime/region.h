@@ -49,8 +49,8 @@ class Region {
         return at >= kRootTableAt && at <= size_ && count <= size_ - at ? bytes_ + at : nullptr;
     }
 
-    // The vtable of so many bytes right before the table at `table`; null unless both begin inside. Positions
-    // of 64 bits: sums of two numbers from the wire do not wrap.
+    // The vtable of `vtable_bytes` bytes right before the table at `table`; null unless both begin inside.
+    // Positions of 64 bits: sums of two numbers from the wire do not wrap.
     const std::uint8_t* vtable_before(std::uint64_t table, std::uint32_t vtable_bytes) const {
         return table >= kRootTableAt + vtable_bytes && table + kReferenceBytes <= size_
                    ? bytes_ + table - vtable_bytes

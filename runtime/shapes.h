@@ -165,7 +165,7 @@ class Shapes {
 
     // The one shape that a header at `vtable` can have, by the slots of the scalars.
     KAPLO_INLINE static inline const Shape& candidate(const std::uint8_t* vtable) {
-        // So many numbers of the header are looked at together, the slots among them.
+        // Numbers of the header that are looked at together, the slots among them.
         constexpr std::uint32_t numbers = header_bytes<Record> >= 16 ? 8 : 4;
         constexpr std::uint32_t start = numbers == 8 ? 0 : kSlotBytes;
         constexpr std::uint32_t before = (slot_in_vtable(0) - start) / kSlotBytes;

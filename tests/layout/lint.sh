@@ -14,6 +14,7 @@ printf '== format\n'
 sources | xargs clang-format --dry-run --Werror
 printf '== layout\n'
 python3 tests/layout/layout_test.py
+python3 tests/layout/words_test.py
 printf '== clang-tidy\n'
 # Only the summary of suppressed warnings goes to the error output of a clean source: it is shown with findings.
 sources | grep -E '^(runtime|nac|tool|vorn)/.*\.cpp$' | xargs -P "$(nproc)" -I{} sh -c '

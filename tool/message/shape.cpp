@@ -113,7 +113,7 @@ class Shapes {
             made.text = fmt::format("{}[{}]", made.text, made.count);
         }
         if constexpr (!kaplo::owns_memory<Record>) {
-            made.image_offset = kaplo::Image<Record>::places[id];
+            made.image_offset = kaplo::Image<Record>::offsets[id];
             made.image_bytes = kaplo::Image<Record>::template width<F>();
         }
         return made;
