@@ -213,6 +213,10 @@ int32_t vorn_bus_stop(vorn_bus* bus) {
     return guarded([&] { return bus->bus->stop(); });
 }
 
+int32_t vorn_bus_verify_with(vorn_bus_verify verify) {
+    return guarded([&] { return vorn::Registry::instance().add_verifier(verify); });
+}
+
 void vorn_bus_clean_resources(void) {
     static_cast<void>(guarded([] {
         vorn::Registry::instance().clean();

@@ -63,6 +63,13 @@ typedef struct vorn_bus vorn_bus;
 /* A line for the host's log. `text` is valid until the function returns. Called from any thread. */
 typedef void (*vorn_bus_log)(const char* text, void* context);
 
+/* vorn_bus_options.check. */
+enum {
+    VORN_BUS_CHECK_FLAG = 0, /* the handler gets them with VORN_BUS_DAMAGED */
+    VORN_BUS_CHECK_DROP = 1, /* they are counted, logged and left out */
+    VORN_BUS_CHECK_NONE = 2  /* nobody looks: messages arrive without VORN_BUS_VERIFIED */
+};
+
 /* A member that is zero has the default in brackets. */
 typedef struct vorn_bus_options {
     uint32_t size;           /* sizeof(vorn_bus_options) */
@@ -73,7 +80,7 @@ typedef struct vorn_bus_options {
     uint32_t batch_bytes;    /* [1,000,000] largest batch to send or take, with its envelope; up to 64 MiB */
     int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for space; negative: not at all */
     int32_t linger_ms; /* [1000] how long closing waits for batches on their way; negative: not at all */
-    uint32_t reserved; /* 0 */
+    uint32_t check;    /* [VORN_BUS_CHECK_FLAG] what becomes of damaged messages */
     vorn_bus_log log;  /* [lines on standard error] */
     void* log_context;
 } vorn_bus_options;
@@ -99,20 +106,35 @@ int32_t vorn_bus_use(vorn_bus* bus);
 
 /* ---- receiving ---------------------------------------------------------------------------------- */
 
-/* nats only: the batch had reached a process that was killed before it reported whether it had handled it. */
-#define VORN_BUS_REPEATED 1u
+/* Whether `length` received bytes are a valid message of that id, that is, whether its unpack reads them
+ * without a fault. Returns 0: valid; above 0: damaged, and `why` has in one sentence what is wrong and where,
+ * 0 at the end; below 0: it does not know the id. Called by the polling or the receiving thread; it must
+ * return, and a C++ exception counts as an unknown id. */
+typedef int32_t (*vorn_bus_verify)(uint32_t message_id, const uint8_t* bytes, uint32_t length, char* why,
+                                   uint32_t capacity);
+
+/* From now on the buses of this process ask this function about each message that has a handler; of several
+ * they take the first that knows the id. Each package of messages brings one. Without any, no message is
+ * verified: unpack itself reports no fault to the bus. */
+int32_t vorn_bus_verify_with(vorn_bus_verify verify);
+
+/* Flags of a message. */
+#define VORN_BUS_REPEATED 1u /* nats only: a process was killed in a handler of this batch */
+#define VORN_BUS_VERIFIED 2u /* valid, or VORN_BUS_DAMAGED; without it, nobody knows */
+#define VORN_BUS_DAMAGED 4u  /* the record holds what stands before the first fault, and else zeros */
 
 /* A message that has arrived; valid until the handler returns. Later versions may add members at the end. */
 typedef struct vorn_bus_message {
     uint32_t message_id;
     uint32_t source;      /* the sender's address */
     uint32_t destination; /* this bus's address */
-    uint32_t flags;       /* VORN_BUS_REPEATED or 0 */
+    uint32_t flags;       /* VORN_BUS_REPEATED, VORN_BUS_VERIFIED, VORN_BUS_DAMAGED */
     uint64_t target;      /* of VORN_SendToMsg, or 0 */
     const void* record;   /* of the registered type; all zero if the message is too short to be one */
     const uint8_t* packed;
     uint32_t record_bytes;
     uint32_t packed_bytes;
+    const char* fault; /* what is wrong with a damaged message: "at 180, f15 of ..."; else null */
 } vorn_bus_message;
 
 /* Handlers of one bus run one at a time, in the polling or the receiving thread. They may send.
@@ -177,6 +199,7 @@ typedef struct vorn_bus_counters {
     uint64_t damaged;             /* envelopes or packets that do not hold what they claim */
     uint64_t redelivered_batches; /* arrived again, and left out */
     uint64_t missed_batches;      /* gone from the server before they were handled (nats only) */
+    uint64_t damaged_messages;    /* verified, and damaged: given to a handler, or dropped */
 } vorn_bus_counters;
 
 static inline vorn_bus_counters vorn_bus_counters_init(void) {

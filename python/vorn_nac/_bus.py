@@ -83,6 +83,7 @@ class Counters:
     damaged: int
     redelivered_batches: int
     missed_batches: int
+    damaged_messages: int
 
 
 _LogFunction = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)

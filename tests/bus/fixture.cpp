@@ -152,7 +152,8 @@ TestBus::TestBus(const std::string& url, std::uint32_t address,
                                         message->target,
                                         message->record_bytes,
                                         {record, record + message->record_bytes},
-                                        {message->packed, message->packed + message->packed_bytes}});
+                                        {message->packed, message->packed + message->packed_bytes},
+                                        message->fault == nullptr ? "" : message->fault});
             }
             if (bus.on_message) bus.on_message(*message);
         },

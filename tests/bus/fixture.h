@@ -44,6 +44,7 @@ struct Arrived {
     std::uint32_t record_bytes;
     std::vector<std::uint8_t> record;
     std::vector<std::uint8_t> packed;
+    std::string fault;  // empty: null
 
     // The record as Nac_SetPortMsg.
     Nac_SetPortMsg port() const;

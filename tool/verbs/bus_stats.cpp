@@ -35,7 +35,8 @@ std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counte
             {"ignored_messages", counters.ignored_messages},
             {"damaged", counters.damaged},
             {"redelivered_batches", counters.redelivered_batches},
-            {"missed_batches", counters.missed_batches}};
+            {"missed_batches", counters.missed_batches},
+            {"damaged_messages", counters.damaged_messages}};
 }
 
 // The addresses at which a bus is open.

@@ -56,7 +56,8 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     default_to(options.batch_bytes, kDefaultBatchBytes);
     default_to(options.send_timeout_ms, kDefaultSendTimeout);
     default_to(options.linger_ms, kDefaultLinger);
-    if (options.batch_bytes < kBatchHeaderBytes + kEntryBytes || options.batch_bytes > kLargestBatchBytes) {
+    if (options.batch_bytes < kBatchHeaderBytes + kEntryBytes || options.batch_bytes > kLargestBatchBytes ||
+        options.check > VORN_BUS_CHECK_NONE) {
         return VORN_BUS_BAD_ARGUMENT;
     }
     const Scheme* const scheme = find_scheme(url);
@@ -230,12 +231,21 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
         count(counters_.ignored_messages);
         return;
     }
+    flags |= check(message);
+    const bool is_damaged = (flags & VORN_BUS_DAMAGED) != 0;
+    if (is_damaged) {
+        count_alone(counters_.damaged_messages);
+        if (options_.check == VORN_BUS_CHECK_DROP) {
+            log_.line_about_outside("a damaged message of id ", message.id, " was left out: ", fault_.data());
+            return;
+        }
+    }
     const auto length = static_cast<std::uint32_t>(message.bytes.size());
     void* const record = storage_.start();
     const std::uint32_t record_bytes = route.functions.unpack(message.bytes.data(), length, record);
-    const vorn_bus_message arrived = {message.id,    header.source, header.destination,   flags,
-                                      header.target, record,        message.bytes.data(), record_bytes,
-                                      length};
+    const vorn_bus_message arrived = {
+        message.id, header.source,        header.destination, flags,  header.target,
+        record,     message.bytes.data(), record_bytes,       length, is_damaged ? fault_.data() : nullptr};
     try {
         route.handler.call(&arrived, route.handler.context);
     } catch (...) {
@@ -248,6 +258,27 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     count_alone(counters_.received_messages);
 }
 
+// VORN_BUS_VERIFIED where a verifier knows the id; and if the message is damaged, VORN_BUS_DAMAGED and its
+// fault.
+std::uint32_t Bus::check(const Message& message) {
+    if (options_.check == VORN_BUS_CHECK_NONE) return 0;
+    for (const vorn_bus_verify verify : verifiers_) {
+        fault_.front() = '\0';
+        std::int32_t verdict = -1;
+        try {
+            verdict =
+                verify(message.id, message.bytes.data(), static_cast<std::uint32_t>(message.bytes.size()),
+                       fault_.data(), static_cast<std::uint32_t>(fault_.size()));
+        } catch (...) {
+            log_.line_about_outside("a verifier threw an exception on a message of id ", message.id);
+        }
+        fault_.back() = '\0';
+        if (verdict == 0) return VORN_BUS_VERIFIED;
+        if (verdict > 0) return VORN_BUS_VERIFIED | VORN_BUS_DAMAGED;
+    }
+    return 0;
+}
+
 void Bus::renew_routes() {
     const std::lock_guard locked(handlers_lock_);
     // Versions first: what is registered meanwhile renews the routes once more.
@@ -258,6 +289,7 @@ void Bus::renew_routes() {
         const auto own = handlers_.find(id);
         routes[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
     }
+    verifiers_ = Registry::instance().verifiers();
     routes_.swap(routes);
     routes_registry_ = registry;
     routes_handlers_ = handlers;
@@ -334,6 +366,7 @@ void Bus::read_counters(vorn_bus_counters& counters) const {
     counters.damaged = now(counters_.damaged);
     counters.redelivered_batches = now(counters_.redelivered_batches);
     counters.missed_batches = now(counters_.missed_batches);
+    counters.damaged_messages = now(counters_.damaged_messages);
 }
 
 }  // namespace vorn

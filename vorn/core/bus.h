@@ -3,6 +3,7 @@
 #ifndef VORN_BUS_IMPL_H
 #define VORN_BUS_IMPL_H
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
@@ -12,6 +13,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "vorn/core/inbox.h"
 #include "vorn/core/registry.h"
@@ -75,6 +77,7 @@ class Bus {
     void handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled);
     void handle_batch(const Batch& batch, std::uint32_t flags);
     void handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags);
+    std::uint32_t check(const Message& message);
     void renew_routes();
 
     vorn_bus_options options_;
@@ -100,6 +103,8 @@ class Bus {
 
     // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
+    std::vector<vorn_bus_verify> verifiers_;
+    std::array<char, 512> fault_ = {};    // of the message that is handled
     std::uint32_t handled_messages_ = 0;  // of the batch that is handled
     bool handler_failed_ = false;         // in this poll
     std::uint64_t routes_registry_ = 0;

@@ -19,6 +19,15 @@ Result Registry::add(std::uint32_t message_id, const Registered& functions) {
     return VORN_BUS_OK;
 }
 
+Result Registry::add_verifier(vorn_bus_verify verify) {
+    if (verify == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    const std::lock_guard locked(lock_);
+    if (std::find(verifiers_.begin(), verifiers_.end(), verify) == verifiers_.end())
+        verifiers_.push_back(verify);
+    version_.fetch_add(1, std::memory_order_release);
+    return VORN_BUS_OK;
+}
+
 Result Registry::add_clean(VORN_IDLResourceCleanFunc function) {
     if (function == nullptr) return VORN_BUS_BAD_ARGUMENT;
     const std::lock_guard locked(lock_);
@@ -38,6 +47,11 @@ void Registry::clean() const {
 std::unordered_map<std::uint32_t, Registered> Registry::copy() const {
     const std::lock_guard locked(lock_);
     return by_id_;
+}
+
+std::vector<vorn_bus_verify> Registry::verifiers() const {
+    const std::lock_guard locked(lock_);
+    return verifiers_;
 }
 
 }  // namespace vorn

@@ -25,6 +25,7 @@ class Registry {
     // Whoever registers an id again replaces the pair.
     Result add(std::uint32_t message_id, const Registered& functions);
     Result add_clean(VORN_IDLResourceCleanFunc function);
+    Result add_verifier(vorn_bus_verify verify);
 
     // Calls each once, in the order of registration, outside of the lock.
     void clean() const;
@@ -32,11 +33,13 @@ class Registry {
     // Changes with every registration, so that readers can keep a copy.
     std::uint64_t version() const { return version_.load(std::memory_order_acquire); }
     std::unordered_map<std::uint32_t, Registered> copy() const;
+    std::vector<vorn_bus_verify> verifiers() const;
 
   private:
     mutable std::mutex lock_;
     std::unordered_map<std::uint32_t, Registered> by_id_;
     std::vector<VORN_IDLResourceCleanFunc> cleans_;
+    std::vector<vorn_bus_verify> verifiers_;
     std::atomic<std::uint64_t> version_ = 1;
 };
 

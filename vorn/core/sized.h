@@ -22,7 +22,8 @@ struct Sized<vorn_bus_options> {
 };
 template <>
 struct Sized<vorn_bus_counters> {
-    static constexpr std::size_t kFirst = offsetof(vorn_bus_counters, missed_batches) + sizeof(std::uint64_t);
+    static constexpr std::size_t kFirst =
+        offsetof(vorn_bus_counters, damaged_messages) + sizeof(std::uint64_t);
     static constexpr const char* kName = "vorn_bus_counters";
 };
 template <>

@@ -156,6 +156,7 @@ struct Counters {
     std::atomic<std::uint64_t> damaged = 0;
     std::atomic<std::uint64_t> redelivered_batches = 0;
     std::atomic<std::uint64_t> missed_batches = 0;
+    std::atomic<std::uint64_t> damaged_messages = 0;
 };
 
 inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
