@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
     if (result != 0) return fail("registration", result);
     result = vorn_bus_open(&options, &bus);
     if (result != VORN_BUS_OK) return fail("open", result);
-    vorn_bus_handle(bus, 0x09B58155u, on_set_port, NULL); /* the id of Nac_SetPortMsg, from nac types */
+    vorn_bus_handle(bus, Nac_SetPortMsg_ID, on_set_port, NULL);
 
     /* The process's own loop: it could wait for other descriptors too. */
     waiting.fd = vorn_bus_descriptor(bus);

@@ -11,15 +11,6 @@
 #include "nac/user.h"
 #include "nac/user_type.h"
 
-#define NAC_ALL_MESSAGES(MESSAGE)   \
-    NAC_DATAFLOW_MESSAGES(MESSAGE)  \
-    NAC_EVT_MESSAGES(MESSAGE)       \
-    NAC_PORT_MESSAGES(MESSAGE)      \
-    NAC_UCLGROUP_MESSAGES(MESSAGE)  \
-    NAC_USER_MESSAGES(MESSAGE)      \
-    NAC_USER_TYPE_MESSAGES(MESSAGE) \
-    NAC_IPSEC_ACCESS_MESSAGES(MESSAGE)
-
 // Applies MODULE to each module's name, the prefix of its functions, and the list of its messages.
 #define NAC_ALL_MODULES(MODULE)                                  \
     MODULE(dataflow, nac_fwm_dataflow, NAC_DATAFLOW_MESSAGES)    \

@@ -8,14 +8,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_DATAFLOW_MESSAGES(MESSAGE) \
-    MESSAGE(Nac_UserDataFlowCfg)       \
-    MESSAGE(Nac_UserDataFlowInfo)      \
-    MESSAGE(Nac_UserDataFlowMsg)       \
-    MESSAGE(Nac_UserDataFlowQueryMsg)  \
-    MESSAGE(Nac_UserDataFlowQueryAckMsg)
-
 namespace kaplo {
 
 template <>
@@ -26,7 +18,7 @@ struct Description<Nac_UserDataFlowCfg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>>;
 };
 static_assert(sizeof(Nac_UserDataFlowCfg) == 32);
-static_assert(message_id<Nac_UserDataFlowCfg> == 0x67B1E31C);
+static_assert(message_id<Nac_UserDataFlowCfg> == Nac_UserDataFlowCfg_ID);
 static_assert(Image<Nac_UserDataFlowCfg>::bytes == 56 && Image<Nac_UserDataFlowCfg>::vtable_in_image == 40);
 
 template <>
@@ -39,7 +31,7 @@ struct Description<Nac_UserDataFlowInfo> : Usual {
         List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>, Field<&R::f5>>;
 };
 static_assert(sizeof(Nac_UserDataFlowInfo) == 136);
-static_assert(message_id<Nac_UserDataFlowInfo> == 0x4DDC107E);
+static_assert(message_id<Nac_UserDataFlowInfo> == Nac_UserDataFlowInfo_ID);
 static_assert(Image<Nac_UserDataFlowInfo>::bytes == 256 &&
               Image<Nac_UserDataFlowInfo>::vtable_in_image == 240);
 
@@ -51,7 +43,7 @@ struct Description<Nac_UserDataFlowMsg> : Usual {
     using Fields = List<Vector<&R::f0_count, &R::f0>>;
 };
 static_assert(sizeof(Nac_UserDataFlowMsg) == 16);
-static_assert(message_id<Nac_UserDataFlowMsg> == 0x1824A7EB);
+static_assert(message_id<Nac_UserDataFlowMsg> == Nac_UserDataFlowMsg_ID);
 
 template <>
 struct Description<Nac_UserDataFlowQueryMsg> : Usual {
@@ -60,7 +52,7 @@ struct Description<Nac_UserDataFlowQueryMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>>;
 };
 static_assert(sizeof(Nac_UserDataFlowQueryMsg) == 8);
-static_assert(message_id<Nac_UserDataFlowQueryMsg> == 0x2D4DDDF7);
+static_assert(message_id<Nac_UserDataFlowQueryMsg> == Nac_UserDataFlowQueryMsg_ID);
 static_assert(Image<Nac_UserDataFlowQueryMsg>::bytes == 24 &&
               Image<Nac_UserDataFlowQueryMsg>::vtable_in_image == 16);
 
@@ -71,7 +63,7 @@ struct Description<Nac_UserDataFlowQueryAckMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>>;
 };
 static_assert(sizeof(Nac_UserDataFlowQueryAckMsg) == 144);
-static_assert(message_id<Nac_UserDataFlowQueryAckMsg> == 0x07987F08);
+static_assert(message_id<Nac_UserDataFlowQueryAckMsg> == Nac_UserDataFlowQueryAckMsg_ID);
 static_assert(Image<Nac_UserDataFlowQueryAckMsg>::bytes == 280 &&
               Image<Nac_UserDataFlowQueryAckMsg>::vtable_in_image == 268);
 

@@ -7,9 +7,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_EVT_MESSAGES(MESSAGE) MESSAGE(Nac_PortVlanChangeMsg)
-
 namespace kaplo {
 
 template <>
@@ -19,7 +16,7 @@ struct Description<Nac_PortVlanChangeMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>>;
 };
 static_assert(sizeof(Nac_PortVlanChangeMsg) == 12);
-static_assert(message_id<Nac_PortVlanChangeMsg> == 0xDDDBF760);
+static_assert(message_id<Nac_PortVlanChangeMsg> == Nac_PortVlanChangeMsg_ID);
 static_assert(Image<Nac_PortVlanChangeMsg>::bytes == 32 &&
               Image<Nac_PortVlanChangeMsg>::vtable_in_image == 20);
 

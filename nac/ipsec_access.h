@@ -7,13 +7,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_IPSEC_ACCESS_MESSAGES(MESSAGE) \
-    MESSAGE(Nac_IpsecAuthenReqMsg)         \
-    MESSAGE(Nac_IpsecAuthenAckMsg)         \
-    MESSAGE(Nac_IpsecDownReqMsg)           \
-    MESSAGE(Nac_IpsecDownAckMsg)
-
 namespace kaplo {
 
 template <>
@@ -28,7 +21,7 @@ struct Description<Nac_IpsecAuthenReqMsg> : Usual {
                         Field<&R::f12>, Field<&R::f13>, Field<&R::f14>, Vector<&R::f15_count, &R::f15>>;
 };
 static_assert(sizeof(Nac_IpsecAuthenReqMsg) == 104);
-static_assert(message_id<Nac_IpsecAuthenReqMsg> == 0x54DA743D);
+static_assert(message_id<Nac_IpsecAuthenReqMsg> == Nac_IpsecAuthenReqMsg_ID);
 
 template <>
 struct Description<Nac_IpsecAuthenAckMsg> : Usual {
@@ -43,7 +36,7 @@ struct Description<Nac_IpsecAuthenAckMsg> : Usual {
              Vector<&R::f16_count, &R::f16>>;
 };
 static_assert(sizeof(Nac_IpsecAuthenAckMsg) == 104);
-static_assert(message_id<Nac_IpsecAuthenAckMsg> == 0x708A19A2);
+static_assert(message_id<Nac_IpsecAuthenAckMsg> == Nac_IpsecAuthenAckMsg_ID);
 
 template <>
 struct Description<Nac_IpsecDownReqMsg> : Usual {
@@ -52,7 +45,7 @@ struct Description<Nac_IpsecDownReqMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>>;
 };
 static_assert(sizeof(Nac_IpsecDownReqMsg) == 20);
-static_assert(message_id<Nac_IpsecDownReqMsg> == 0xEC72CD18);
+static_assert(message_id<Nac_IpsecDownReqMsg> == Nac_IpsecDownReqMsg_ID);
 static_assert(Image<Nac_IpsecDownReqMsg>::bytes == 48 && Image<Nac_IpsecDownReqMsg>::vtable_in_image == 28);
 
 template <>
@@ -62,7 +55,7 @@ struct Description<Nac_IpsecDownAckMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>>;
 };
 static_assert(sizeof(Nac_IpsecDownAckMsg) == 20);
-static_assert(message_id<Nac_IpsecDownAckMsg> == 0x2B0B60C3);
+static_assert(message_id<Nac_IpsecDownAckMsg> == Nac_IpsecDownAckMsg_ID);
 static_assert(Image<Nac_IpsecDownAckMsg>::bytes == 48 && Image<Nac_IpsecDownAckMsg>::vtable_in_image == 28);
 
 }  // namespace kaplo

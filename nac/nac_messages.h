@@ -1,12 +1,16 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* libvorn_nac_user: the typed messages of the Nac package (network access control) on the VORN bus.
  *
- * Every message type has a record, a plain struct, followed by its seven functions (NAC_MESSAGE_FUNCTIONS).
+ * Every message type has a record, a plain struct, followed by its seven functions (NAC_MESSAGE_FUNCTIONS)
+ * and its id on the bus: the 32-bit FNV-1a hash of "Nac.SetPortMsg" is Nac_SetPortMsg_ID.
  * Every module has three functions, at the end of this file. Other records travel only inside records.
  *
- * Fields are named by field id. Where no comment says more, only their width is known here: sender and
- * receiver agree on what a value means. Integers are in the host's byte order. A vector is f<N>_count
- * elements in the array at f<N>; empty is count 0 with a null pointer. Arrays are held inline.
+ * Fields are named by field id. Known of them here are kind and width, and, where a comment at the field says
+ * so, that an array is a hardware address, an IPv6 address or a byte string. What a value stands for, which
+ * number is a port or a time and which byte string a name, sender and receiver agree on elsewhere.
+ *
+ * Integers are in the host's byte order. A vector is f<N>_count elements in the array at f<N>; empty is count
+ * 0 with a null pointer. Arrays are held inline.
  *
  * Threads: every function may be called from any thread at any time; none keeps a pointer to a record or
  * a buffer after it has returned. Two calls must not share a record or a buffer that one of them writes.
@@ -31,7 +35,9 @@
  * Message__pack writes `record` to `buffer` in the compact layout. `*length` is the buffer's capacity in
  * bytes on entry and the packed size on success. Returns 0, or NAC_REFUSED with `*length` as it was: null
  * record or length, a capacity below the packed size, or a packed size above 0xFFFFFFFF. A null buffer
- * with enough capacity gives the size, writes nothing, and logs a line. `buffer` stays the caller's. A
+ * with enough capacity gives the size, writes nothing, and logs a line; vorn_inspect_packed_bytes
+ * (inspect/vorn_inspect.h) logs none, and for types without vectors the largest compact size stands at the
+ * record: a buffer of that size always suffices. `buffer` stays the caller's. A
  * vector with count 0 must have a null pointer: otherwise some types count 8 bytes that they leave as
  * they were. A null pointer with a count, as a failed unpack may leave it, packs as no vector.
  *
@@ -77,6 +83,7 @@ typedef struct Nac_UserDataFlowCfg {
     uint64_t f3;
 } Nac_UserDataFlowCfg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDataFlowCfg);
+#define Nac_UserDataFlowCfg_ID 0x67B1E31Cu
 
 /* One user's data-flow information. Record 136 bytes, compact 104 to 240, fixed image 256. */
 typedef struct Nac_UserDataFlowInfo {
@@ -88,6 +95,7 @@ typedef struct Nac_UserDataFlowInfo {
     Nac_UserDataFlowCfg f5;
 } Nac_UserDataFlowInfo;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDataFlowInfo);
+#define Nac_UserDataFlowInfo_ID 0x4DDC107Eu
 
 /* A list of data-flow information. Record 16 bytes, compact 14, or 22 and 104 to 240 an element. */
 typedef struct Nac_UserDataFlowMsg {
@@ -95,6 +103,7 @@ typedef struct Nac_UserDataFlowMsg {
     Nac_UserDataFlowInfo* f0;
 } Nac_UserDataFlowMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDataFlowMsg);
+#define Nac_UserDataFlowMsg_ID 0x1824A7EBu
 
 /* A data-flow query. Record 8 bytes, compact 16 to 24, fixed image 24. */
 typedef struct Nac_UserDataFlowQueryMsg {
@@ -102,6 +111,7 @@ typedef struct Nac_UserDataFlowQueryMsg {
     uint32_t f1;
 } Nac_UserDataFlowQueryMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDataFlowQueryMsg);
+#define Nac_UserDataFlowQueryMsg_ID 0x2D4DDDF7u
 
 /* The answer to a query. Record 144 bytes, compact 120 to 260, fixed image 280. */
 typedef struct Nac_UserDataFlowQueryAckMsg {
@@ -109,6 +119,7 @@ typedef struct Nac_UserDataFlowQueryAckMsg {
     Nac_UserDataFlowInfo f1;
 } Nac_UserDataFlowQueryAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDataFlowQueryAckMsg);
+#define Nac_UserDataFlowQueryAckMsg_ID 0x07987F08u
 
 /* ---- module evt --------------------------------------------------------------------------------- */
 
@@ -119,6 +130,7 @@ typedef struct Nac_PortVlanChangeMsg {
     uint16_t f2;
 } Nac_PortVlanChangeMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_PortVlanChangeMsg);
+#define Nac_PortVlanChangeMsg_ID 0xDDDBF760u
 
 /* ---- module port -------------------------------------------------------------------------------- */
 
@@ -128,6 +140,7 @@ typedef struct Nac_SetPortMsg {
     uint32_t f1;
 } Nac_SetPortMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_SetPortMsg);
+#define Nac_SetPortMsg_ID 0x09B58155u
 
 /* ---- module uclgroup ---------------------------------------------------------------------------- */
 
@@ -140,6 +153,7 @@ typedef struct Nac_CfgUclGroupIp {
     uint8_t f4;
 } Nac_CfgUclGroupIp;
 NAC_MESSAGE_FUNCTIONS(Nac_CfgUclGroupIp);
+#define Nac_CfgUclGroupIp_ID 0xDCF172EBu
 
 /* Configures an access user's UCL group address. Record 24 bytes, compact 38 to 56, fixed image 72. */
 typedef struct Nac_ConfigAccessUserUclGroupIpMsg {
@@ -147,6 +161,7 @@ typedef struct Nac_ConfigAccessUserUclGroupIpMsg {
     Nac_CfgUclGroupIp f1;
 } Nac_ConfigAccessUserUclGroupIpMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_ConfigAccessUserUclGroupIpMsg);
+#define Nac_ConfigAccessUserUclGroupIpMsg_ID 0xEA1A4E5Du
 
 /* Its acknowledgement. Record 28 bytes, compact 40 to 62, fixed image 80. */
 typedef struct Nac_ConfigAccessUserUclGroupIpAckMsg {
@@ -155,6 +170,7 @@ typedef struct Nac_ConfigAccessUserUclGroupIpAckMsg {
     Nac_CfgUclGroupIp f2;
 } Nac_ConfigAccessUserUclGroupIpAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_ConfigAccessUserUclGroupIpAckMsg);
+#define Nac_ConfigAccessUserUclGroupIpAckMsg_ID 0x790D218Au
 
 /* Many configurations at once. Record 16 bytes, compact 16 to 20, and 8 and 38 to 56 an element. */
 typedef struct Nac_UclGroupIpArray {
@@ -163,6 +179,7 @@ typedef struct Nac_UclGroupIpArray {
     Nac_ConfigAccessUserUclGroupIpMsg* f1;
 } Nac_UclGroupIpArray;
 NAC_MESSAGE_FUNCTIONS(Nac_UclGroupIpArray);
+#define Nac_UclGroupIpArray_ID 0xA7B682F4u
 
 /* Many acknowledgements at once. Record 16 bytes, compact 16 to 20, and 8 and 40 to 62 an element. */
 typedef struct Nac_UclGroupIpAckArray {
@@ -171,6 +188,7 @@ typedef struct Nac_UclGroupIpAckArray {
     Nac_ConfigAccessUserUclGroupIpAckMsg* f1;
 } Nac_UclGroupIpAckArray;
 NAC_MESSAGE_FUNCTIONS(Nac_UclGroupIpAckArray);
+#define Nac_UclGroupIpAckArray_ID 0x542827C5u
 
 /* ---- module user_type --------------------------------------------------------------------------- */
 
@@ -206,6 +224,7 @@ typedef struct Nac_DaclRuleIpInfo {
     uint16_t f27;
 } Nac_DaclRuleIpInfo;
 NAC_MESSAGE_FUNCTIONS(Nac_DaclRuleIpInfo);
+#define Nac_DaclRuleIpInfo_ID 0xD65D70E6u
 
 /* A downloadable ACL rule as a RADIUS server hands it out. Record 148 bytes, compact 218 to 286, fixed
  * image 296. */
@@ -219,6 +238,7 @@ typedef struct Nac_RadiusDaclRule {
     Nac_DaclRuleIpInfo f6;
 } Nac_RadiusDaclRule;
 NAC_MESSAGE_FUNCTIONS(Nac_RadiusDaclRule);
+#define Nac_RadiusDaclRule_ID 0x2FEB16ADu
 
 /* User detection settings. Record 8 bytes, compact 18 to 24, fixed image 32. */
 typedef struct Nac_UserDetectInfo {
@@ -227,6 +247,7 @@ typedef struct Nac_UserDetectInfo {
     uint32_t f2;
 } Nac_UserDetectInfo;
 NAC_MESSAGE_FUNCTIONS(Nac_UserDetectInfo);
+#define Nac_UserDetectInfo_ID 0x6AE6D195u
 
 /* ---- module user -------------------------------------------------------------------------------- */
 
@@ -311,6 +332,7 @@ typedef struct Nac_SetUserTableMsg {
     uint8_t f54;
 } Nac_SetUserTableMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_SetUserTableMsg);
+#define Nac_SetUserTableMsg_ID 0x47986D1Du
 
 /* Acknowledges a table entry. Record 36 bytes, compact 30 to 64, fixed image 72. */
 typedef struct Nac_SetUserTableAckMsg {
@@ -325,6 +347,7 @@ typedef struct Nac_SetUserTableAckMsg {
     uint32_t f8;
 } Nac_SetUserTableAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_SetUserTableAckMsg);
+#define Nac_SetUserTableAckMsg_ID 0x2198074Au
 
 /* A table entry was hit. Record 24 bytes, compact 24 to 48, fixed image 48. */
 typedef struct Nac_UserTableHitMsg {
@@ -336,6 +359,7 @@ typedef struct Nac_UserTableHitMsg {
     uint32_t f5;
 } Nac_UserTableHitMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserTableHitMsg);
+#define Nac_UserTableHitMsg_ID 0xDC29F120u
 
 /* Layer 2 says that an access user went offline. Record 32 bytes, compact 42 to 68, fixed image 72. */
 typedef struct Nac_L2NotifyNacUserOfflineMsg {
@@ -349,12 +373,14 @@ typedef struct Nac_L2NotifyNacUserOfflineMsg {
     uint32_t f7;
 } Nac_L2NotifyNacUserOfflineMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_L2NotifyNacUserOfflineMsg);
+#define Nac_L2NotifyNacUserOfflineMsg_ID 0x03ED5F77u
 
 /* A table's version has changed. Record 4 bytes, compact 14 to 18, fixed image 24. */
 typedef struct Nac_TableVersionChangeMsg {
     uint32_t f0;
 } Nac_TableVersionChangeMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_TableVersionChangeMsg);
+#define Nac_TableVersionChangeMsg_ID 0x73821176u
 
 /* Acknowledges a table synchronisation. Record 20 bytes, compact 22 to 42, fixed image 48. */
 typedef struct Nac_UserTableSyncAckMsg {
@@ -365,6 +391,7 @@ typedef struct Nac_UserTableSyncAckMsg {
     uint32_t f4;
 } Nac_UserTableSyncAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_UserTableSyncAckMsg);
+#define Nac_UserTableSyncAckMsg_ID 0xEDB37817u
 
 /* ---- module ipsec_access ------------------------------------------------------------------------ */
 
@@ -392,6 +419,7 @@ typedef struct Nac_IpsecAuthenReqMsg {
     uint8_t* f15;
 } Nac_IpsecAuthenReqMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_IpsecAuthenReqMsg);
+#define Nac_IpsecAuthenReqMsg_ID 0x54DA743Du
 
 /* The answer. Record 104 bytes, compact 46 to 102 and the byte strings. */
 typedef struct Nac_IpsecAuthenAckMsg {
@@ -417,6 +445,7 @@ typedef struct Nac_IpsecAuthenAckMsg {
     uint8_t* f16;
 } Nac_IpsecAuthenAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_IpsecAuthenAckMsg);
+#define Nac_IpsecAuthenAckMsg_ID 0x708A19A2u
 
 /* Takes an IPsec user down. Record 20 bytes, compact 22 to 42, fixed image 48. */
 typedef struct Nac_IpsecDownReqMsg {
@@ -427,6 +456,7 @@ typedef struct Nac_IpsecDownReqMsg {
     uint32_t f4;
 } Nac_IpsecDownReqMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_IpsecDownReqMsg);
+#define Nac_IpsecDownReqMsg_ID 0xEC72CD18u
 
 /* The answer. Record 20 bytes, compact 22 to 42, fixed image 48. */
 typedef struct Nac_IpsecDownAckMsg {
@@ -437,6 +467,7 @@ typedef struct Nac_IpsecDownAckMsg {
     uint32_t f4;
 } Nac_IpsecDownAckMsg;
 NAC_MESSAGE_FUNCTIONS(Nac_IpsecDownAckMsg);
+#define Nac_IpsecDownAckMsg_ID 0x2B0B60C3u
 
 /* ---- modules ------------------------------------------------------------------------------------ */
 
@@ -469,6 +500,52 @@ NAC_API void nac_fwm_uclgroup__send_resource_clean(void);
 NAC_API void nac_fwm_user__send_resource_clean(void);
 NAC_API void nac_fwm_user_type__send_resource_clean(void);
 NAC_API void nac_ipsec_access__send_resource_clean(void);
+
+/* ---- lists -------------------------------------------------------------------------------------- */
+
+/* Each applies MESSAGE to the module's message types, in the order in which they are registered. The cases of
+ * a switch that names an id, with #define NAME(Message) case Message##_ID: return #Message; are
+ * NAC_ALL_MESSAGES(NAME). */
+#define NAC_DATAFLOW_MESSAGES(MESSAGE) \
+    MESSAGE(Nac_UserDataFlowCfg)       \
+    MESSAGE(Nac_UserDataFlowInfo)      \
+    MESSAGE(Nac_UserDataFlowMsg)       \
+    MESSAGE(Nac_UserDataFlowQueryMsg)  \
+    MESSAGE(Nac_UserDataFlowQueryAckMsg)
+#define NAC_EVT_MESSAGES(MESSAGE) MESSAGE(Nac_PortVlanChangeMsg)
+#define NAC_PORT_MESSAGES(MESSAGE) MESSAGE(Nac_SetPortMsg)
+#define NAC_UCLGROUP_MESSAGES(MESSAGE)            \
+    MESSAGE(Nac_CfgUclGroupIp)                    \
+    MESSAGE(Nac_ConfigAccessUserUclGroupIpMsg)    \
+    MESSAGE(Nac_ConfigAccessUserUclGroupIpAckMsg) \
+    MESSAGE(Nac_UclGroupIpArray)                  \
+    MESSAGE(Nac_UclGroupIpAckArray)
+#define NAC_USER_MESSAGES(MESSAGE)         \
+    MESSAGE(Nac_SetUserTableMsg)           \
+    MESSAGE(Nac_SetUserTableAckMsg)        \
+    MESSAGE(Nac_UserTableHitMsg)           \
+    MESSAGE(Nac_L2NotifyNacUserOfflineMsg) \
+    MESSAGE(Nac_TableVersionChangeMsg)     \
+    MESSAGE(Nac_UserTableSyncAckMsg)
+#define NAC_USER_TYPE_MESSAGES(MESSAGE) \
+    MESSAGE(Nac_DaclRuleIpInfo)         \
+    MESSAGE(Nac_RadiusDaclRule)         \
+    MESSAGE(Nac_UserDetectInfo)
+#define NAC_IPSEC_ACCESS_MESSAGES(MESSAGE) \
+    MESSAGE(Nac_IpsecAuthenReqMsg)         \
+    MESSAGE(Nac_IpsecAuthenAckMsg)         \
+    MESSAGE(Nac_IpsecDownReqMsg)           \
+    MESSAGE(Nac_IpsecDownAckMsg)
+
+/* All message types of the package. */
+#define NAC_ALL_MESSAGES(MESSAGE)   \
+    NAC_DATAFLOW_MESSAGES(MESSAGE)  \
+    NAC_EVT_MESSAGES(MESSAGE)       \
+    NAC_PORT_MESSAGES(MESSAGE)      \
+    NAC_UCLGROUP_MESSAGES(MESSAGE)  \
+    NAC_USER_MESSAGES(MESSAGE)      \
+    NAC_USER_TYPE_MESSAGES(MESSAGE) \
+    NAC_IPSEC_ACCESS_MESSAGES(MESSAGE)
 
 #ifdef __cplusplus
 }

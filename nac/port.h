@@ -7,9 +7,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_PORT_MESSAGES(MESSAGE) MESSAGE(Nac_SetPortMsg)
-
 namespace kaplo {
 
 template <>
@@ -19,7 +16,7 @@ struct Description<Nac_SetPortMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>>;
 };
 static_assert(sizeof(Nac_SetPortMsg) == 8);
-static_assert(message_id<Nac_SetPortMsg> == 0x09B58155);
+static_assert(message_id<Nac_SetPortMsg> == Nac_SetPortMsg_ID);
 static_assert(Image<Nac_SetPortMsg>::bytes == 24 && Image<Nac_SetPortMsg>::vtable_in_image == 16);
 
 }  // namespace kaplo

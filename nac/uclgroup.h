@@ -7,14 +7,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_UCLGROUP_MESSAGES(MESSAGE)            \
-    MESSAGE(Nac_CfgUclGroupIp)                    \
-    MESSAGE(Nac_ConfigAccessUserUclGroupIpMsg)    \
-    MESSAGE(Nac_ConfigAccessUserUclGroupIpAckMsg) \
-    MESSAGE(Nac_UclGroupIpArray)                  \
-    MESSAGE(Nac_UclGroupIpAckArray)
-
 namespace kaplo {
 
 template <>
@@ -24,7 +16,7 @@ struct Description<Nac_CfgUclGroupIp> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>>;
 };
 static_assert(sizeof(Nac_CfgUclGroupIp) == 20);
-static_assert(message_id<Nac_CfgUclGroupIp> == 0xDCF172EB);
+static_assert(message_id<Nac_CfgUclGroupIp> == Nac_CfgUclGroupIp_ID);
 static_assert(Image<Nac_CfgUclGroupIp>::bytes == 48 && Image<Nac_CfgUclGroupIp>::vtable_in_image == 28);
 
 template <>
@@ -34,7 +26,7 @@ struct Description<Nac_ConfigAccessUserUclGroupIpMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>>;
 };
 static_assert(sizeof(Nac_ConfigAccessUserUclGroupIpMsg) == 24);
-static_assert(message_id<Nac_ConfigAccessUserUclGroupIpMsg> == 0xEA1A4E5D);
+static_assert(message_id<Nac_ConfigAccessUserUclGroupIpMsg> == Nac_ConfigAccessUserUclGroupIpMsg_ID);
 static_assert(Image<Nac_ConfigAccessUserUclGroupIpMsg>::bytes == 72 &&
               Image<Nac_ConfigAccessUserUclGroupIpMsg>::vtable_in_image == 60);
 
@@ -45,7 +37,7 @@ struct Description<Nac_ConfigAccessUserUclGroupIpAckMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>>;
 };
 static_assert(sizeof(Nac_ConfigAccessUserUclGroupIpAckMsg) == 28);
-static_assert(message_id<Nac_ConfigAccessUserUclGroupIpAckMsg> == 0x790D218A);
+static_assert(message_id<Nac_ConfigAccessUserUclGroupIpAckMsg> == Nac_ConfigAccessUserUclGroupIpAckMsg_ID);
 static_assert(Image<Nac_ConfigAccessUserUclGroupIpAckMsg>::bytes == 80 &&
               Image<Nac_ConfigAccessUserUclGroupIpAckMsg>::vtable_in_image == 64);
 
@@ -58,7 +50,7 @@ struct Description<Nac_UclGroupIpArray> : Usual {
     using Fields = List<Field<&R::f0>, Vector<&R::f1_count, &R::f1>>;
 };
 static_assert(sizeof(Nac_UclGroupIpArray) == 16);
-static_assert(message_id<Nac_UclGroupIpArray> == 0xA7B682F4);
+static_assert(message_id<Nac_UclGroupIpArray> == Nac_UclGroupIpArray_ID);
 
 template <>
 struct Description<Nac_UclGroupIpAckArray> : Usual {
@@ -69,7 +61,7 @@ struct Description<Nac_UclGroupIpAckArray> : Usual {
     using Fields = List<Field<&R::f0>, Vector<&R::f1_count, &R::f1>>;
 };
 static_assert(sizeof(Nac_UclGroupIpAckArray) == 16);
-static_assert(message_id<Nac_UclGroupIpAckArray> == 0x542827C5);
+static_assert(message_id<Nac_UclGroupIpAckArray> == Nac_UclGroupIpAckArray_ID);
 
 }  // namespace kaplo
 

@@ -8,15 +8,6 @@
 #include "nac/user_type.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_USER_MESSAGES(MESSAGE)         \
-    MESSAGE(Nac_SetUserTableMsg)           \
-    MESSAGE(Nac_SetUserTableAckMsg)        \
-    MESSAGE(Nac_UserTableHitMsg)           \
-    MESSAGE(Nac_L2NotifyNacUserOfflineMsg) \
-    MESSAGE(Nac_TableVersionChangeMsg)     \
-    MESSAGE(Nac_UserTableSyncAckMsg)
-
 namespace kaplo {
 
 template <>
@@ -62,7 +53,7 @@ struct Description<Nac_SetUserTableMsg> : Usual {
              Vector<&R::f52_count, &R::f52>, Field<&R::f53>, Field<&R::f54>>;
 };
 static_assert(sizeof(Nac_SetUserTableMsg) == 328);
-static_assert(message_id<Nac_SetUserTableMsg> == 0x47986D1D);
+static_assert(message_id<Nac_SetUserTableMsg> == Nac_SetUserTableMsg_ID);
 
 template <>
 struct Description<Nac_SetUserTableAckMsg> : Usual {
@@ -73,7 +64,7 @@ struct Description<Nac_SetUserTableAckMsg> : Usual {
                         Field<&R::f5>, Field<&R::f6>, Field<&R::f7>, Field<&R::f8>>;
 };
 static_assert(sizeof(Nac_SetUserTableAckMsg) == 36);
-static_assert(message_id<Nac_SetUserTableAckMsg> == 0x2198074A);
+static_assert(message_id<Nac_SetUserTableAckMsg> == Nac_SetUserTableAckMsg_ID);
 static_assert(Image<Nac_SetUserTableAckMsg>::bytes == 72 &&
               Image<Nac_SetUserTableAckMsg>::vtable_in_image == 44);
 
@@ -86,7 +77,7 @@ struct Description<Nac_UserTableHitMsg> : Usual {
         List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>, Field<&R::f5>>;
 };
 static_assert(sizeof(Nac_UserTableHitMsg) == 24);
-static_assert(message_id<Nac_UserTableHitMsg> == 0xDC29F120);
+static_assert(message_id<Nac_UserTableHitMsg> == Nac_UserTableHitMsg_ID);
 static_assert(Image<Nac_UserTableHitMsg>::bytes == 48 && Image<Nac_UserTableHitMsg>::vtable_in_image == 32);
 
 template <>
@@ -99,7 +90,7 @@ struct Description<Nac_L2NotifyNacUserOfflineMsg> : Usual {
                         Field<&R::f5>, Field<&R::f6>, Field<&R::f7>>;
 };
 static_assert(sizeof(Nac_L2NotifyNacUserOfflineMsg) == 32);
-static_assert(message_id<Nac_L2NotifyNacUserOfflineMsg> == 0x03ED5F77);
+static_assert(message_id<Nac_L2NotifyNacUserOfflineMsg> == Nac_L2NotifyNacUserOfflineMsg_ID);
 static_assert(Image<Nac_L2NotifyNacUserOfflineMsg>::bytes == 72 &&
               Image<Nac_L2NotifyNacUserOfflineMsg>::vtable_in_image == 48);
 
@@ -110,7 +101,7 @@ struct Description<Nac_TableVersionChangeMsg> : Usual {
     using Fields = List<Field<&R::f0>>;
 };
 static_assert(sizeof(Nac_TableVersionChangeMsg) == 4);
-static_assert(message_id<Nac_TableVersionChangeMsg> == 0x73821176);
+static_assert(message_id<Nac_TableVersionChangeMsg> == Nac_TableVersionChangeMsg_ID);
 static_assert(Image<Nac_TableVersionChangeMsg>::bytes == 24 &&
               Image<Nac_TableVersionChangeMsg>::vtable_in_image == 12);
 
@@ -121,7 +112,7 @@ struct Description<Nac_UserTableSyncAckMsg> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>>;
 };
 static_assert(sizeof(Nac_UserTableSyncAckMsg) == 20);
-static_assert(message_id<Nac_UserTableSyncAckMsg> == 0xEDB37817);
+static_assert(message_id<Nac_UserTableSyncAckMsg> == Nac_UserTableSyncAckMsg_ID);
 static_assert(Image<Nac_UserTableSyncAckMsg>::bytes == 48 &&
               Image<Nac_UserTableSyncAckMsg>::vtable_in_image == 28);
 

@@ -7,12 +7,6 @@
 #include "nac/nac_messages.h"
 #include "runtime/description.h"
 
-// In the order in which they are registered.
-#define NAC_USER_TYPE_MESSAGES(MESSAGE) \
-    MESSAGE(Nac_DaclRuleIpInfo)         \
-    MESSAGE(Nac_RadiusDaclRule)         \
-    MESSAGE(Nac_UserDetectInfo)
-
 namespace kaplo {
 
 template <>
@@ -29,7 +23,7 @@ struct Description<Nac_DaclRuleIpInfo> : Usual {
              Field<&R::f24>, Field<&R::f25>, Field<&R::f26>, Field<&R::f27>>;
 };
 static_assert(sizeof(Nac_DaclRuleIpInfo) == 124);
-static_assert(message_id<Nac_DaclRuleIpInfo> == 0xD65D70E6);
+static_assert(message_id<Nac_DaclRuleIpInfo> == Nac_DaclRuleIpInfo_ID);
 static_assert(Image<Nac_DaclRuleIpInfo>::bytes == 240 && Image<Nac_DaclRuleIpInfo>::vtable_in_image == 180);
 
 template <>
@@ -41,7 +35,7 @@ struct Description<Nac_RadiusDaclRule> : Usual {
                         Field<&R::f5>, Field<&R::f6>>;
 };
 static_assert(sizeof(Nac_RadiusDaclRule) == 148);
-static_assert(message_id<Nac_RadiusDaclRule> == 0x2FEB16AD);
+static_assert(message_id<Nac_RadiusDaclRule> == Nac_RadiusDaclRule_ID);
 static_assert(Image<Nac_RadiusDaclRule>::bytes == 296 && Image<Nac_RadiusDaclRule>::vtable_in_image == 272);
 
 template <>
@@ -51,7 +45,7 @@ struct Description<Nac_UserDetectInfo> : Usual {
     using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>>;
 };
 static_assert(sizeof(Nac_UserDetectInfo) == 8);
-static_assert(message_id<Nac_UserDetectInfo> == 0x6AE6D195);
+static_assert(message_id<Nac_UserDetectInfo> == Nac_UserDetectInfo_ID);
 static_assert(Image<Nac_UserDetectInfo>::bytes == 32 && Image<Nac_UserDetectInfo>::vtable_in_image == 16);
 
 }  // namespace kaplo

@@ -237,7 +237,7 @@ def type_page(each: Type, by_name: dict[str, Type]) -> str:
     shown = purpose[name].rstrip(".")
     return page(name, 3, escaped(shown[0].lower() + shown[1:]), [
         synopsis(HEADER, (prototype for _, prototype in functions_of(name))),
-        ("DESCRIPTION", paragraph(f"{purpose[name]} Message id 0x{each['id']:08X}, module {each['module']}.") + "\n" +
+        ("DESCRIPTION", paragraph(f"{purpose[name]} Message id 0x{each['id']:08X}, {name}_ID, module {each['module']}.") + "\n" +
          "\n".join(paragraph(each.replace("Message", name)) for each in function_descriptions())),
         ("RECORD", record),
         ("SEE ALSO", see_also(("nac_messages", 3), (prefix_of(each["module"]), 3),

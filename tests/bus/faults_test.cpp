@@ -39,7 +39,7 @@ TEST_P(Faults, AHandlerThatThrowsEndsItsMessageAndNothingElse) {
         records[i].f31 = text.data();
     }
     receiver.on_message = [&](const vorn_bus_message& message) {
-        if (message.message_id != kSetUserTableId) return;
+        if (message.message_id != Nac_SetUserTableMsg_ID) return;
         if (static_cast<const Nac_SetUserTableMsg*>(message.record)->f0 == 1) throw std::runtime_error("one");
     };
     vorn_bus_use(sender.get());

@@ -20,9 +20,6 @@
 
 namespace tests {
 
-inline constexpr std::uint32_t kSetPortId = 162890069;
-inline constexpr std::uint32_t kSetUserTableId = 1201171741;
-
 // A URL of its own for each test: a loop's name, a folder, ports, or a stream's prefix.
 class TestUrl {
   public:

@@ -41,7 +41,7 @@ TEST_P(Semantics, AMessageArrivesWithItsIdAddressesTargetAndRecord) {
     ASSERT_EQ(sender.send(kReceiver, {24, 1}, 0x1122334455667788), 0U);
     ASSERT_TRUE(receiver.poll_until(1));
     const Arrived message = receiver.arrived().at(0);
-    EXPECT_EQ(message.message_id, kSetPortId);
+    EXPECT_EQ(message.message_id, Nac_SetPortMsg_ID);
     EXPECT_EQ(message.source, kSender);
     EXPECT_EQ(message.destination, kReceiver);
     EXPECT_EQ(message.flags, 0U);
@@ -215,7 +215,7 @@ TEST_P(Semantics, MessagesOfAnUnknownIdAreCountedAndTheOthersOfTheBatchArrive) {
     const std::array<std::uint8_t, 24> port = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0,
                                                8,  0, 0, 0, 7, 0, 0,  0, 1, 0, 0, 0};
     const std::array<VORN_SendDescriptor, 2> descriptors = {
-        {{port.data(), 5, 24}, {port.data(), kSetPortId, 24}}};
+        {{port.data(), 5, 24}, {port.data(), Nac_SetPortMsg_ID, 24}}};
     ASSERT_EQ(vorn_bus_send(sender.get(), kReceiver, descriptors.data(), 2, 0), 0);
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.arrived().at(0).port().f0, 7U);
@@ -243,7 +243,7 @@ TEST_P(Semantics, AnIdsOwnHandlerGoesBeforeTheOneForAll) {
     TestBus sender(url(), kSender);
     std::uint32_t own = 0;
     vorn_bus_handle(
-        receiver.get(), kSetPortId,
+        receiver.get(), Nac_SetPortMsg_ID,
         [](const vorn_bus_message* message, void* seen) {
             *static_cast<std::uint32_t*>(seen) = static_cast<const Nac_SetPortMsg*>(message->record)->f0;
         },
@@ -254,7 +254,7 @@ TEST_P(Semantics, AnIdsOwnHandlerGoesBeforeTheOneForAll) {
         return own == 17;
     }));
     EXPECT_TRUE(receiver.arrived().empty());
-    vorn_bus_handle(receiver.get(), kSetPortId, nullptr, nullptr);
+    vorn_bus_handle(receiver.get(), Nac_SetPortMsg_ID, nullptr, nullptr);
     ASSERT_EQ(sender.send(kReceiver, {18, 0}), 0U);
     EXPECT_TRUE(receiver.poll_until(1));
 }
@@ -272,7 +272,7 @@ TEST_P(Semantics, BytesThatAreNoMessageArriveAsAZeroRecord) {
     ASSERT_EQ(Nac_SetUserTableMsg__sendmsg(kReceiver, &before, 1), 0U);
     const std::array<std::uint8_t, 3> bytes = {1, 2, 3};
     for (std::uint32_t length = 0; length <= 3; ++length) {
-        const VORN_SendDescriptor descriptor = {length == 0 ? nullptr : bytes.data(), kSetUserTableId,
+        const VORN_SendDescriptor descriptor = {length == 0 ? nullptr : bytes.data(), Nac_SetUserTableMsg_ID,
                                                 length};
         ASSERT_EQ(vorn_bus_send(sender.get(), kReceiver, &descriptor, 1, 0), 0);
     }
@@ -289,7 +289,7 @@ TEST_P(Semantics, ADamagedMessageArrivesAsUnpackLeavesIt) {
     TestBus receiver(url(), kReceiver);
     TestBus sender(url(), kSender);
     const std::array<std::uint8_t, 8> bytes = {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
-    const VORN_SendDescriptor descriptor = {bytes.data(), kSetUserTableId, 8};
+    const VORN_SendDescriptor descriptor = {bytes.data(), Nac_SetUserTableMsg_ID, 8};
     ASSERT_EQ(vorn_bus_send(sender.get(), kReceiver, &descriptor, 1, 0), 0);
     ASSERT_TRUE(receiver.poll_until(1));
     EXPECT_EQ(receiver.arrived()[0].record, std::vector<std::uint8_t>(sizeof(Nac_SetUserTableMsg), 0));
@@ -369,7 +369,7 @@ TEST_P(Semantics, AHandlerMaySend) {
         const std::array<std::uint8_t, 24> port = {
             12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0, 8, 0, 0, 0, static_cast<std::uint8_t>(i),
             0,  0, 0, 0, 0, 0, 0};
-        const VORN_SendDescriptor descriptor = {port.data(), kSetPortId, 24};
+        const VORN_SendDescriptor descriptor = {port.data(), Nac_SetPortMsg_ID, 24};
         ASSERT_EQ(vorn_bus_send(client.get(), kReceiver, &descriptor, 1, 0), 0);
         ASSERT_TRUE(client.poll_until(i + 1));
         EXPECT_EQ(client.arrived().at(i).port().f0, i + 1);
@@ -547,7 +547,7 @@ TEST_P(Semantics, TwoBusesTalkBothWaysAtOnce) {
     ASSERT_EQ(vorn_bus_start(right.get()), 0);
     const std::array<std::uint8_t, 24> port = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0,
                                                8,  0, 0, 0, 7, 0, 0,  0, 1, 0, 0, 0};
-    const VORN_SendDescriptor descriptor = {port.data(), kSetPortId, 24};
+    const VORN_SendDescriptor descriptor = {port.data(), Nac_SetPortMsg_ID, 24};
     const auto send_all = [&](vorn_bus* bus, std::uint32_t destination) {
         for (std::uint32_t i = 0; i < kBatches; ++i)
             EXPECT_EQ(vorn_bus_send(bus, destination, &descriptor, 1, 0), 0);
@@ -578,7 +578,7 @@ TEST_P(Semantics, AWatchSeesWhatAnotherTakesAndWhatThatIs) {
     ASSERT_EQ(watch.seen().size(), 4U);
     for (std::size_t i = 0; i < 4; ++i) {
         const vorn_bus_watched& message = watch.seen()[i].message;
-        EXPECT_EQ(message.message_id, kSetPortId);
+        EXPECT_EQ(message.message_id, Nac_SetPortMsg_ID);
         EXPECT_EQ(message.source, kSender);
         EXPECT_EQ(message.destination, kReceiver);
         EXPECT_EQ(message.target, i == 0 ? 0x1122334455667788U : 0U);
@@ -713,13 +713,13 @@ TEST_P(Semantics, DamagedAndUnknownMessagesAreWatchedAsTheyAre) {
     ASSERT_TRUE(watch.wait_for_receivers(2));
     const std::array<std::uint8_t, 3> bytes = {1, 2, 3};
     const std::array<VORN_SendDescriptor, 3> descriptors = {
-        {{bytes.data(), 5, 3}, {nullptr, kSetPortId, 0}, {bytes.data(), kSetPortId, 3}}};
+        {{bytes.data(), 5, 3}, {nullptr, Nac_SetPortMsg_ID, 0}, {bytes.data(), Nac_SetPortMsg_ID, 3}}};
     ASSERT_EQ(vorn_bus_send(sender.get(), kReceiver, descriptors.data(), 3, 0), 0);
     ASSERT_TRUE(watch.poll_until(3));
     EXPECT_EQ(watch.seen()[0].message.message_id, 5U);
     EXPECT_EQ(watch.seen()[0].packed, (std::vector<std::uint8_t>{1, 2, 3}));
     EXPECT_TRUE(watch.seen()[1].packed.empty());
-    EXPECT_EQ(watch.seen()[2].message.message_id, kSetPortId);
+    EXPECT_EQ(watch.seen()[2].message.message_id, Nac_SetPortMsg_ID);
     EXPECT_TRUE(receiver.poll_until(2));
 }
 

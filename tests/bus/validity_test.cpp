@@ -23,7 +23,7 @@ int asked = 0;
 
 std::int32_t verify_ports(std::uint32_t id, const std::uint8_t* bytes, std::uint32_t length, char* why,
                           std::uint32_t capacity) {
-    if (id != kSetPortId) return -1;
+    if (id != Nac_SetPortMsg_ID) return -1;
     ++asked;
     if (length != 0 && bytes[0] != 0xFF) return 0;
     std::snprintf(why, capacity, "at 0 of %u bytes: a wrong beginning", length);
@@ -54,7 +54,7 @@ constexpr std::array<std::uint8_t, 20> kValid = {0x0C, 0, 0, 0, 0x08, 0, 0x0C, 0
 constexpr std::array<std::uint8_t, 4> kDamaged = {0xFF, 0, 0, 0};
 
 // One batch: a damaged message, and a valid one.
-void send_both(TestBus& sender, std::uint32_t id = kSetPortId) {
+void send_both(TestBus& sender, std::uint32_t id = Nac_SetPortMsg_ID) {
     const std::array<VORN_SendDescriptor, 2> descriptors = {
         {{kDamaged.data(), id, kDamaged.size()}, {kValid.data(), id, kValid.size()}}};
     ASSERT_EQ(vorn_bus_send(sender.get(), kReceiver, descriptors.data(), 2, 0), VORN_BUS_OK);

@@ -47,7 +47,7 @@ class Speaker {
     // Batches of one message each, with numbers from `first`.
     void say_batches(std::uint64_t session, std::uint64_t first, std::uint32_t batches,
                      std::uint32_t claimed) {
-        const VORN_SendDescriptor descriptor = {kPort.data(), kSetPortId, 24};
+        const VORN_SendDescriptor descriptor = {kPort.data(), Nac_SetPortMsg_ID, 24};
         const std::uint32_t bytes = *batch_bytes(&descriptor, 1);
         Buffer packet(Data::kBytes + std::size_t{batches} * bytes);
         write_packet(packet.data(), Data{session, first, claimed, 0});

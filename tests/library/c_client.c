@@ -121,7 +121,7 @@ static void records_are_sent(void) {
 
     CHECK(Nac_SetPortMsg__sendmsg(5, ports, 1) == 0);
     CHECK(sent.destination == 5 && sent.target == 0 && sent.count == 1);
-    CHECK(sent.message_id == 162890069 && sent.length == 24);
+    CHECK(sent.message_id == Nac_SetPortMsg_ID && sent.length == 24);
 
     CHECK(Nac_SetPortMsg__sendtomsg(6, ports, 2, 0x123456789) == 0);
     CHECK(sent.destination == 6 && sent.target == 0x123456789 && sent.count == 2);
@@ -135,7 +135,7 @@ static void modules_register(void) {
     Nac_SetPortMsg port = {0, 0};
 
     CHECK(nac_fwm_port_recv_init() == 0);
-    CHECK(registered.count == 1 && registered.message_id == 162890069);
+    CHECK(registered.count == 1 && registered.message_id == Nac_SetPortMsg_ID);
     CHECK(registered.unpack(sent.bytes, sent.length, &port) == sizeof port);
     CHECK(port.f0 == 3);
     registered.free_unpacked(&port);

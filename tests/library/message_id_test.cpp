@@ -27,10 +27,11 @@ struct Id {
     const char* name;
     std::uint32_t decimal;
     std::uint32_t by_the_compiler;
+    std::uint32_t in_the_header;
 };
 
 #define ID(name, decimal) \
-    { #name, decimal, kaplo::message_id < Nac_##name> }
+    { #name, decimal, kaplo::message_id < Nac_##name>, Nac_##name##_ID }
 constexpr Id kIds[] = {
     ID(UserDataFlowCfg, 1739711260),
     ID(UserDataFlowInfo, 1306267774),
@@ -63,6 +64,7 @@ constexpr Id kIds[] = {
 TEST(MessageId, IsTheHashOfThePackageAndTheName) {
     for (const Id& id : kIds) {
         EXPECT_EQ(id.by_the_compiler, id.decimal) << id.name;
+        EXPECT_EQ(id.in_the_header, id.decimal) << id.name;
         EXPECT_EQ(hash(std::string("Nac.") + id.name), id.decimal) << id.name;
     }
 }

@@ -300,7 +300,7 @@ TEST_F(SendExamples, SetPortSingleIsOneDescriptorOf24BytesAndNoAllocation) {
     const Sent sent = bus.sends().at(0);
     EXPECT_FALSE(sent.target.has_value());
     ASSERT_EQ(sent.descriptors.size(), 1U);
-    EXPECT_EQ(sent.descriptors[0].message_id, 162890069U);
+    EXPECT_EQ(sent.descriptors[0].message_id, Nac_SetPortMsg_ID);
     EXPECT_EQ(sent.descriptors[0].length, 24U);
     EXPECT_TRUE(services.allocations().empty());
 }
