@@ -2,11 +2,14 @@
 // nac: command line and exit codes.
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <cstdlib>
 #include <exception>
+#include <new>
 #include <string>
 
 #include "tool/commands.h"
 #include "tool/io/output.h"
+#include "tool/show/shown.h"
 
 namespace tool {
 namespace {
@@ -32,7 +35,20 @@ void add(CLI::App& app, Chosen& chosen, const ListedVerb& verb) {
     verb.add(*command, chosen);
 }
 
+// Of nlohmann's values the destructor allocates, and cannot throw: lack of memory comes here.
+[[noreturn]] void end_without_memory() noexcept {
+    try {
+        if (std::current_exception() != nullptr) throw;
+    } catch (const std::bad_alloc&) {
+        report_lack_of_memory();
+        std::_Exit(kTrouble);
+    } catch (...) {  // ends as it would have
+    }
+    std::abort();
+}
+
 ExitCode run(int argc, char** argv) {
+    std::set_terminate(end_without_memory);
     CLI::App app("Messages of the Nac package on the VORN bus.", "nac");
     app.set_version_flag("--version", "nac " NAC_VERSION);
     app.require_subcommand(1);

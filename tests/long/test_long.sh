@@ -8,6 +8,8 @@ build() {
     cmake --preset "$1" -DNAC_BUILD_TESTS=ON >"build/$1.log" 2>&1 || { cat "build/$1.log" >&2; exit 1; }
     cmake --build --preset "$1" ${2:+--target "$2"}
 }
+say "failures of the system under every verb"
+python3 tests/tool/failures/injected_failures.py --most 2000
 say "all pairs of damages"
 build/release/fuzz/exhaustive --all-pairs
 say "threads under helgrind"

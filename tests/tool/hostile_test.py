@@ -75,6 +75,19 @@ class FullDisk(VerbTest):
             self.assertIn("standard output: No space left on device", listener.report())
 
 
+class Files(VerbTest):
+    def test_what_can_be_read_only_once_is_read_once(self) -> None:
+        # As a shell's <(...) gives it.
+        with tempfile.TemporaryDirectory() as folder:
+            pipe = f"{folder}/pipe"
+            os.mkfifo(pipe)
+            writer = subprocess.Popen(["sh", "-c", f"printf '%s' '{lines(PORT, PORT)}' >{pipe}"])
+            done = nac("decode", pipe)
+            writer.wait(10)
+            self.assert_done(done, 0)
+            self.assertEqual(len(done.stdout.splitlines()), 2)
+
+
 class Json(VerbTest):
     def test_deep_levels_are_bad_data(self) -> None:
         for opening in ("[", '{"a":'):

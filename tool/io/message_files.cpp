@@ -8,9 +8,12 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
@@ -142,13 +145,18 @@ void read_capture(CaptureReader& reader, const MessageType* type, const Use& use
         throw CommandError(kBadData, fmt::format("{}: {} messages could not be read", reader.name(), bad));
 }
 
-// Whether a file that is given holds a capture. Standard input is not asked: it can be read only once.
+// Whether a file that is given holds a capture. What can be read only once, as standard input, is not asked.
 bool holds_capture(const std::string& file) {
-    std::array<char, 4> first = {};
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(first.data(), first.size());
-    return stream.gcount() == first.size() &&
-           is_capture({reinterpret_cast<const std::uint8_t*>(first.data()), first.size()});
+    std::error_code ignored;  // the file's reader has the same trouble
+    if (!std::filesystem::is_regular_file(file, ignored)) return false;
+    const auto close = [](std::FILE* opened) { static_cast<void>(std::fclose(opened)); };
+    const std::unique_ptr<std::FILE, decltype(close)> in(std::fopen(file.c_str(), "rbe"), close);
+    std::array<std::uint8_t, 4> first = {};
+    const std::size_t got = in != nullptr ? std::fread(first.data(), 1, first.size(), in.get()) : 0;
+    if (in == nullptr || (got == 0 && std::ferror(in.get()) != 0)) {
+        throw CommandError(kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno)));
+    }
+    return is_capture(std::span(first).first(got));
 }
 
 void read_lines(const MessageOptions& options, const MessageType* type, const Use& use) {

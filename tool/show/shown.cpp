@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/show/shown.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 
 namespace tool {
@@ -59,6 +62,16 @@ std::string without_passwords(std::string_view text) {
     }
 }
 
+// Not through stdio, which has a buffer to allocate.
+void write_to_standard_error(std::string_view text) noexcept {
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
 }  // namespace
 
 std::string shown(std::string_view text) {
@@ -84,11 +97,14 @@ std::string shortened(std::string_view text, std::size_t most) {
 
 void report_line(std::string_view text) noexcept {
     try {
-        const std::string line = shown(text) + "\n";
-        static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+        write_to_standard_error(shown(text) + "\n");
     } catch (const std::exception&) {
-        static_cast<void>(std::fputs("nac: no memory for a line of this report\n", stderr));
+        report_lack_of_memory();
     }
+}
+
+void report_lack_of_memory() noexcept {
+    write_to_standard_error("nac: no memory for what is to be reported\n");
 }
 
 }  // namespace tool

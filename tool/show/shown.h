@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <cstddef>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,9 +24,13 @@ std::string shortened(std::string_view text, std::size_t most = 80);
 // be written there can be reported nowhere.
 void report_line(std::string_view text) noexcept;
 
+void report_lack_of_memory() noexcept;
+
 template <class... Values>
-void report(fmt::format_string<Values...> format, Values&&... values) {
+void report(fmt::format_string<Values...> format, Values&&... values) noexcept try {
     report_line(fmt::format(format, std::forward<Values>(values)...));
+} catch (const std::exception&) {
+    report_lack_of_memory();
 }
 
 }  // namespace tool
