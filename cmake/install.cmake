@@ -32,6 +32,15 @@ install_header(runtime/zeb_osal_api.h)
 install_pkg_config(vorn_nac)
 install_pkg_config(vorn_nac_static)
 
+# What a message is, as data.
+if(NAC_BUILD_INSPECT)
+  install(TARGETS vorn_nac_inspect vorn_nac_inspect_static EXPORT vorn_nac-inspect)
+  install(EXPORT vorn_nac-inspect NAMESPACE vorn_nac:: DESTINATION ${package_folder})
+  install_header(inspect/vorn_inspect.h)
+  install_pkg_config(vorn_nac_inspect)
+  install_pkg_config(vorn_nac_inspect_static)
+endif()
+
 # The bus, and what a host links.
 if(NAC_BUILD_BUS)
   install(TARGETS vorn_bus vorn_host vorn_host_static EXPORT vorn_nac-bus)

@@ -89,14 +89,25 @@ template <class Record, ByteOrder order>
     return read_shaped(region, at, record);
 }
 
+// A vector whose elements are read to learn whether they are valid, one after the other into the same
+// element.
+template <class F>
+inline constexpr bool is_only_checked = requires {
+    F::is_only_checked;
+};
+
+// How far it is from one element to the next, in elements.
+template <class F>
+inline constexpr std::uint32_t step_of = is_only_checked<F> ? 0 : 1;
+
 // Reads elements from the k-th on that have every scalar, by their frame. Returns the number of the first
 // that has not.
-template <class Element, ByteOrder order>
+template <std::uint32_t step, class Element, ByteOrder order>
 KAPLO_INLINE inline std::uint32_t read_full_elements(Region<order> region, Elements elements, std::uint32_t k,
                                                      Element* array) {
     for (; k < elements.count; ++k) {
         const std::uint64_t table = region.target_of(elements.start + std::size_t{k} * kReferenceBytes);
-        if (!read_framed_table(region, table, array[k])) break;
+        if (!read_framed_table(region, table, array[k * step])) break;
     }
     return k;
 }
@@ -104,12 +115,12 @@ KAPLO_INLINE inline std::uint32_t read_full_elements(Region<order> region, Eleme
 // Reads elements from the k-th on by their shapes, up to one that has none, or up to and with one that has
 // every scalar: elements of a list are alike, so that after one that lacks a scalar others do. Returns the
 // number of the first that is not read.
-template <class Element, ByteOrder order>
+template <std::uint32_t step, class Element, ByteOrder order>
 [[gnu::noinline]] std::uint32_t read_small_elements(Region<order> region, Elements elements, std::uint32_t k,
                                                     Element* array) {
     for (; k < elements.count; ++k) {
         const std::uint64_t table = region.target_of(elements.start + std::size_t{k} * kReferenceBytes);
-        const std::uint8_t* const end = read_shaped(region, table, array[k]);
+        const std::uint8_t* const end = read_shaped(region, table, array[k * step]);
         if (end == nullptr) break;
         const std::uint8_t* const start = region.bytes() + table - vtable_bytes<Element>;
         if (end - start == CompactFrame<Element>::bytes) return k + 1;
@@ -129,25 +140,33 @@ template <class F, ByteOrder order>
     F::count(record) = elements.count;
     if (elements.count == 0) return true;
     const std::uint64_t bytes = std::uint64_t{elements.count} * sizeof(Element);
-    auto* const array = static_cast<Element*>(
-        allocate_array(unit, bytes, root_decoder_name<Record>(), Description<Record>::allocation_complaint));
-    if (array == nullptr) return false;
-    F::elements(record) = array;
+    [[maybe_unused]] std::conditional_t<is_only_checked<F>, Element, List<>> element;
+    Element* array;
+    if constexpr (is_only_checked<F>) {
+        if (bytes > UINT32_MAX) return false;
+        array = &element;
+    } else {
+        array = static_cast<Element*>(allocate_array(unit, bytes, root_decoder_name<Record>(),
+                                                     Description<Record>::allocation_complaint));
+        if (array == nullptr) return false;
+        F::elements(record) = array;
+    }
+    constexpr std::uint32_t step = step_of<F>;
     if constexpr (of_tables) {
-        if constexpr (kPlatformMemory) memset_s(array, bytes, 0, bytes);
+        if constexpr (kPlatformMemory && !is_only_checked<F>) memset_s(array, bytes, 0, bytes);
         for (std::uint32_t k = 0; k < elements.count; ++k) {
             if constexpr (reads_shapes<Element, order>()) {
-                k = read_full_elements(region, elements, k, array);
+                k = read_full_elements<step>(region, elements, k, array);
                 if (k == elements.count) break;
-                k = read_small_elements(region, elements, k, array);
+                k = read_small_elements<step>(region, elements, k, array);
                 if (k == elements.count) break;
             }
             std::uint32_t table;
             if (!region.follow(elements.at + k * kReferenceBytes, table)) return false;
-            if (read_framed_table(region, table, array[k])) continue;
-            if (!read_nested(unit, region, table, array[k])) return false;
+            if (read_framed_table(region, table, array[k * step])) continue;
+            if (!read_nested(unit, region, table, array[k * step])) return false;
         }
-    } else {
+    } else if constexpr (!is_only_checked<F>) {
         copy_elements<order>(array, elements.start, elements.count);
     }
     return true;

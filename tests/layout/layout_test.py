@@ -7,7 +7,7 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 ARCHITECTURE = (ROOT / "ARCHITECTURE.md").read_text()
-PUBLIC_HEADERS = ["nac/nac_messages.h", "bus/vorn_bus_api.h", "runtime/zeb_osal_api.h"]
+PUBLIC_HEADERS = ["nac/nac_messages.h", "bus/vorn_bus_api.h", "runtime/zeb_osal_api.h", "inspect/vorn_inspect.h"]
 # Of another library, which may show what it shares with the first.
 BUS_HEADER = "vorn/vorn_bus.h"
 SCREEN_LINES = 60

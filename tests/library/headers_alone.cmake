@@ -6,6 +6,11 @@ set(c_headers bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/bus/*.h
   ${PROJECT_SOURCE_DIR}/nac/*.h ${PROJECT_SOURCE_DIR}/runtime/*.h)
+if(NAC_BUILD_INSPECT)
+  file(GLOB inspect_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/inspect/*.h)
+  list(APPEND headers ${inspect_headers})
+  list(APPEND c_headers inspect/vorn_inspect.h)
+endif()
 if(NAC_BUILD_BUS)
   file(GLOB bus_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/vorn/*.h ${PROJECT_SOURCE_DIR}/vorn/*/*.h)
   list(APPEND headers ${bus_headers})

@@ -15,6 +15,9 @@ C_SAYS = "139 bytes: 42, 2 groups, the last {6 9}\n"
 CPP_SAYS = "346 bytes: 3 flows, the same; cut short: 0 flows\n"
 HOST_SAYS = "2 groups; asked of the host: 1 send buffers, 1 arrays, 2 releases, 1 log lines\n"
 HIDDEN_SAYS = "2 groups; asked of the host: 0 send buffers, 0 arrays, 0 releases, 0 log lines\n"
+INSPECT_SAYS = """Nac_SetPortMsg {"f0":7,"f1":9}
+Nac_SetPortMsg is damaged: at 4, header of Nac_SetPortMsg: the vtable would have 255 bytes, and 20 are left
+"""
 # Each program, what it prints, and which of our libraries it loads.
 PROGRAMS = {"codec_c_shared": (C_SAYS, {"libvorn_nac_user.so.1"}),
             "codec_c_static": (C_SAYS, set()),
@@ -22,7 +25,9 @@ PROGRAMS = {"codec_c_shared": (C_SAYS, {"libvorn_nac_user.so.1"}),
             "codec_cpp_static": (CPP_SAYS, set()),
             "host_shared": (HOST_SAYS, {"libvorn_nac_user.so.1", "libvorn_bus.so.1"}),
             "host_static": (HOST_SAYS, {"libvorn_bus.so.1"}),
-            "host_hidden": (HIDDEN_SAYS, {"libvorn_nac_user.so.1", "libvorn_bus.so.1"})}
+            "host_hidden": (HIDDEN_SAYS, {"libvorn_nac_user.so.1", "libvorn_bus.so.1"}),
+            "inspect_shared": (INSPECT_SAYS, {"libvorn_nac_inspect.so.1", "libvorn_nac_user.so.1", "libvorn_bus.so.1"}),
+            "inspect_static": (INSPECT_SAYS, {"libvorn_bus.so.1"})}
 HOOKS = ["ZEB_OsalMemUseFlagGet", "ZEB_OsalMemCacheAlloc", "ZEB_OsalMemAlloc", "ZEB_OsalMemFree", "ZEB_OsalLogWrite"]
 BUS_FUNCTIONS = ["VORN_RegIDLFuncHook", "VORN_RegIDLResorceCleanFuncHook", "VORN_SendMsg", "VORN_SendToMsg"]
 

@@ -14,7 +14,7 @@ GENERATED = {"share/bash-completion/completions/nac": ["completion", "bash"],
           "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
           "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
           "wireshark/plugins/vorn_nac.lua": ["dissector"]}
-HEADERS = {"bus/vorn_bus_api.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h"}
+HEADERS = {"bus/vorn_bus_api.h", "inspect/vorn_inspect.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h"}
 
 
 class Installed(unittest.TestCase):
