@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "bench/operations.h"
+#include "inspect/vorn_inspect.h"
 
 namespace bench {
 namespace {
@@ -37,11 +39,24 @@ void call(const Operation& operation, std::size_t calls) {
     }
 }
 
+// Not of libvorn_nac_user; it may cost little more than its unpack.
+template <class Record>
+std::uint32_t verify(const Sample& sample, void* /*output*/, std::uint32_t /*capacity*/) {
+    static const vorn_type* const type =
+        vorn_inspect_type_by_id(vorn_nac_catalogue(), kaplo::message_id<Record>);
+    return vorn_inspect_verify(type, sample.bytes, sample.length, nullptr, nullptr);
+}
+
 template <class Record>
 void run_all(const Shape& shape, Content content) {
     const Workload<Record> workload(shape, content);
     const std::size_t calls = workload.compact().front().size() > kLargeBytes ? kCallsOfLarge : kCalls;
-    for (const Operation& operation : workload.operations()) {
+    std::vector<Operation> operations = workload.operations();
+    operations.push_back({"verify", &verify<Record>, samples_of(workload.compact())});
+    if (workload.has_image) {
+        operations.push_back({"verify image", &verify<Record>, samples_of(workload.images())});
+    }
+    for (const Operation& operation : operations) {
         const std::size_t batches = operation.name.starts_with("send ") ? kCallsOfLarge : calls;
         CALLGRIND_ZERO_STATS;
         call(operation, batches);

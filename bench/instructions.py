@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Counts the instructions of each of the library's operations under callgrind, and compares them with the table
-# instructions.json, which has a section for each compiler.
+# Counts the instructions of each of the library's operations, and of verification, under callgrind, and compares them
+# with the table instructions.json, which has a section for each compiler.
 #
 # Counted is what runs in the library itself. The C library is left out: which memcpy it takes depends on the
 # processor, and what malloc does on all that was allocated before. Everything else is the same in every run: the
@@ -19,12 +19,15 @@ import tempfile
 TABLE = pathlib.Path(__file__).with_suffix(".json")
 MADE_BY = "./dev bench-instructions --update"
 TOLERANCE = 0.03
-LIBRARY = "libvorn_nac_user.so"
+LIBRARIES = ("libvorn_nac_user.so", "libvorn_nac_inspect.so")
+MOST_OF_UNPACK = 1.2  # what verify may cost
 SOURCES = {  # where an operation's instructions come from
     "size": "runtime/size.h",
     "pack": "runtime/pack.h, runtime/compact.h, runtime/frame.h, runtime/size.h",
     "unpack": "runtime/unpack.h, runtime/frame.h, runtime/region.h, runtime/release.h",
     "unpack image": "runtime/unpack.h, runtime/frame.h, runtime/region.h",
+    "verify": "inspect/type_operations.h, inspect/checked_record.h, and what unpack reads with",
+    "verify image": "inspect/type_operations.h, and what unpack reads with",
     "send": "bus/send.h, and what it packs with: runtime/image.h or runtime/pack.h",
 }
 
@@ -61,7 +64,7 @@ def is_counted(part: str, function: str, operation: str) -> bool:
     if operation == "size":
         program = pathlib.Path(os.environ["PROGRAM"]).name
         return pathlib.Path(part).name == program and "(anonymous namespace)::call(" not in function
-    return LIBRARY in part
+    return any(library in part for library in LIBRARIES)
 
 
 def readable(function: str) -> str:
@@ -121,6 +124,16 @@ def compare(now: dict[str, dict], before: dict[str, float]) -> tuple[list[str], 
     return worse, better
 
 
+def dear_verifications(now: dict[str, dict]) -> list[str]:
+    """Verifications of valid messages that cost too much beside unpack."""
+    found = []
+    for name, row in now.items():
+        unpack = name.replace("/verify", "/unpack")
+        if unpack != name and row["instructions"] > MOST_OF_UNPACK * now[unpack]["instructions"]:
+            found.append(f"{name}: {row['instructions']} instructions, and unpack {now[unpack]['instructions']}")
+    return found
+
+
 def write(table: dict) -> None:
     sections = [f' "{compiler}": {{\n  "version": {json.dumps(section["version"])},\n  "instructions": {{\n'
                 + ",\n".join(f"   {json.dumps(name)}: {count}" for name, count in section["instructions"].items())
@@ -144,6 +157,9 @@ def main() -> None:
     table = json.loads(TABLE.read_text()) if TABLE.exists() else {}
     table.pop("made by", None)
     now = measure()
+    if dear := dear_verifications(now):
+        print(f"Verification takes more than {MOST_OF_UNPACK} times what unpack takes:", *dear, sep="\n  ")
+        sys.exit(1)
     if options.update:
         table[compiler] = {"version": version, "instructions": {name: row["instructions"] for name, row in now.items()}}
         write(table)

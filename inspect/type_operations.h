@@ -16,6 +16,8 @@
 // Of a message; the pointers are not null, but write_image where there is no image.
 struct vorn_type_operations {
     vorn_verdict (*check)(const std::uint8_t* bytes, std::uint32_t length);  // of a buffer's length
+    vorn_verdict (*verify)(const vorn_type* type, const std::uint8_t* bytes, std::size_t length,
+                           vorn_fault_handler on_fault, void* context);
     vorn_verdict (*unpack)(const std::uint8_t* bytes, std::size_t length, void* record);
     std::uint32_t (*packed_bytes)(const void* record);
     void (*write_image)(const void* record, std::uint8_t* buffer);
@@ -43,16 +45,33 @@ constexpr vorn_verdict verdict_of(kaplo::Outcome outcome) {
 }
 
 template <class Record>
-[[gnu::noinline]] vorn_verdict check_in_full(kaplo::Region<kWireOrder> region) {
+vorn_verdict check(const std::uint8_t* bytes, std::uint32_t length) {
     CheckedRecord<Record> record;
-    return verdict_of(kaplo::read_root(silent_unit, region, record));
+    return verdict_of(kaplo::read_root(silent_unit, kaplo::Region<kWireOrder>(bytes, length), record));
 }
 
+// Whether that can be a message at all.
+inline bool is_message_size(const std::uint8_t* bytes, std::size_t length) {
+    return bytes != nullptr && length >= kaplo::kShortestBuffer && length <= kaplo::kLongestBuffer;
+}
+
+// Asks the decoder, and lets the walk explain what it refuses.
+vorn_verdict verify_in_full(const vorn_type* type, const std::uint8_t* bytes, std::size_t length,
+                            vorn_fault_handler on_fault, void* context);
+
+// A message with its frame is valid without another look, as for unpack().
 template <class Record>
-vorn_verdict check(const std::uint8_t* bytes, std::uint32_t length) {
-    const kaplo::Region<kWireOrder> region(bytes, length);
-    Record record;
-    return kaplo::read_framed_message(region, record) ? VORN_VERDICT_VALID : check_in_full<Record>(region);
+vorn_verdict verify(const vorn_type* type, const std::uint8_t* bytes, std::size_t length,
+                    vorn_fault_handler on_fault, void* context) {
+    if constexpr (kaplo::has_frames<Record, kWireOrder>) {
+        Record record;
+        if (is_message_size(bytes, length) &&
+            kaplo::read_framed_message(kaplo::Region<kWireOrder>(bytes, static_cast<std::uint32_t>(length)),
+                                       record)) {
+            return VORN_VERDICT_VALID;
+        }
+    }
+    return verify_in_full(type, bytes, length, on_fault, context);
 }
 
 template <class Record>
@@ -84,7 +103,8 @@ void write_image(const void* record, std::uint8_t* buffer) {
 
 template <class Record>
 constexpr vorn_type_operations make_operations() {
-    vorn_type_operations made = {&check<Record>, &unpack<Record>, &packed_bytes<Record>, nullptr};
+    vorn_type_operations made = {&check<Record>, &verify<Record>, &unpack<Record>, &packed_bytes<Record>,
+                                 nullptr};
     if constexpr (!kaplo::owns_memory<Record>) made.write_image = &write_image<Record>;
     return made;
 }

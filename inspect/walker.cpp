@@ -281,8 +281,9 @@ vorn_verdict vorn_inspect_walk(const vorn_type* type, const std::uint8_t* bytes,
                                vorn_range_handler on_range, vorn_fault_handler on_fault, void* context,
                                vorn_layout* layout) {
     if (layout != nullptr) *layout = VORN_LAYOUT_OTHER;
-    if (!inspect::is_message_size(type, bytes, length)) {
-        if (type != nullptr && on_fault != nullptr) {
+    if (type == nullptr || type->operations == nullptr) return VORN_VERDICT_ARGUMENT;
+    if (!inspect::is_message_size(bytes, length)) {
+        if (on_fault != nullptr) {
             std::array<char, 80> text = {};
             inspect::BoundedText what(text.data(), text.size());
             if (bytes == nullptr) what.add("no bytes at all; ");

@@ -21,12 +21,6 @@ namespace inspect {
 using Region = kaplo::Region<kWireOrder>;
 using Table = kaplo::Table<kWireOrder>;
 
-// Whether that can be a message of the type at all.
-inline bool is_message_size(const vorn_type* type, const std::uint8_t* bytes, std::size_t length) {
-    return type != nullptr && type->operations != nullptr && bytes != nullptr &&
-           length >= kaplo::kShortestBuffer && length <= kaplo::kLongestBuffer;
-}
-
 // The path to a value, as long as the walk is there: "f6.f4[3].f0".
 class PathText {
   public:
