@@ -829,6 +829,7 @@ TEST(Process, UrlsAreShownWithoutWhatStandsBeforeAnAt) {
         {"nats://user:p@s,s@one:1", "nats://***@s,***@one:1"},
         {"nats://user:@@one:1", "nats://***@one:1"},
         {"nats:user:password@one:1", "***@one:1"},
+        {"nats:user:pass://word@one:1", "***@one:1"},
         {"user:password@one:1", "***@one:1"},
         {"nats://one:1?prefix=p", "nats://one:1?prefix=p"},
         {"ipc:///run/a@b", "ipc:///run/a@b"},

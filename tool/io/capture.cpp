@@ -196,10 +196,11 @@ bool is_capture(std::span<const std::uint8_t> beginning) {
 }
 
 CaptureReader::CaptureReader(const std::string& file)
-    : name_(file == "-" ? "standard input" : file), in_(stdin), owned_(file != "-") {
-    if (owned_) {
-        in_ = std::fopen(file.c_str(), "rbe");
-        if (in_ == nullptr) throw file_error(file);
+    : name_(file == "-" ? "standard input" : file), in_(stdin) {
+    if (file != "-") {
+        opened_ = open_file(file);
+        if (opened_ == nullptr) throw file_error(file);
+        in_ = opened_.get();
         static_cast<void>(std::setvbuf(in_, nullptr, _IOFBF, kBufferBytes));
     }
     read_section(true);
@@ -208,10 +209,6 @@ CaptureReader::CaptureReader(const std::string& file)
 CaptureReader::CaptureReader(std::FILE* in, std::span<const std::uint8_t> beginning, std::string name)
     : name_(std::move(name)), in_(in), beginning_(beginning.begin(), beginning.end()) {
     read_section(true);
-}
-
-CaptureReader::~CaptureReader() {
-    if (owned_) static_cast<void>(std::fclose(in_));
 }
 
 template <class T>

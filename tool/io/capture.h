@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tool/io/opened_file.h"
 #include "tool/io/output.h"
 
 namespace tool {
@@ -89,7 +90,6 @@ class CaptureReader {
     explicit CaptureReader(const std::string& file);
     // Takes a stream whose first bytes have been read already, and does not close it.
     CaptureReader(std::FILE* in, std::span<const std::uint8_t> beginning, std::string name);
-    ~CaptureReader();
     CaptureReader(const CaptureReader&) = delete;
     CaptureReader& operator=(const CaptureReader&) = delete;
 
@@ -128,8 +128,8 @@ class CaptureReader {
     void each_option(std::size_t from, Use&& use) const;
 
     std::string name_;
-    std::FILE* in_ = nullptr;
-    bool owned_ = false;
+    OpenedFile opened_;  // null: the stream is another's
+    std::FILE* in_;
     std::vector<std::uint8_t> beginning_;
     std::uint64_t position_ = 0;
     std::uint64_t block_at_ = 0;

@@ -13,13 +13,13 @@
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <stdexcept>
 #include <system_error>
 
 #include "tool/io/capture.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/line_reader.h"
+#include "tool/io/opened_file.h"
 #include "tool/message/record_text.h"
 #include "tool/show/shown.h"
 
@@ -149,8 +149,7 @@ void read_capture(CaptureReader& reader, const MessageType* type, const Use& use
 bool holds_capture(const std::string& file) {
     std::error_code ignored;  // the file's reader has the same trouble
     if (!std::filesystem::is_regular_file(file, ignored)) return false;
-    const auto close = [](std::FILE* opened) { static_cast<void>(std::fclose(opened)); };
-    const std::unique_ptr<std::FILE, decltype(close)> in(std::fopen(file.c_str(), "rbe"), close);
+    const OpenedFile in = open_file(file);
     std::array<std::uint8_t, 4> first = {};
     const std::size_t got = in != nullptr ? std::fread(first.data(), 1, first.size(), in.get()) : 0;
     if (in == nullptr || (got == 0 && std::ferror(in.get()) != 0)) {

@@ -40,8 +40,9 @@ std::string display_url(const std::string& url) {
     if (url.starts_with("loop:") || url.starts_with("ipc://")) return url;
     const std::size_t last_at = url.rfind('@');
     if (last_at == std::string::npos) return url;
-    const std::size_t scheme = url.find("://");
-    std::size_t from = scheme == std::string::npos || scheme > last_at ? 0 : scheme + 3;
+    const std::size_t scheme =
+        url.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz+-.0123456789");
+    std::size_t from = url.compare(scheme, 3, "://") == 0 ? scheme + 3 : 0;
     std::string shown = url.substr(0, from);
     while (from <= last_at) {
         const std::size_t comma = std::min(url.find(',', from), url.size());
