@@ -267,6 +267,21 @@ class Info(CaptureTest):
         self.assertIn("29 messages in 29 batches", text)
         self.assertIn("from 2023-11-14 22:13:20.000000000 UTC", text)
 
+    def test_each_message_with_its_bytes(self) -> None:
+        messages = [pcapng.Message(TYPES["Nac_SetPortMsg"], port(1), target=2**64 - 1),
+                    pcapng.Message(77, b"ab", source=3, destination=4, position=1, count=2, batch=5, cut=9)]
+        done = nac("info", "--json", "--messages", self.write(pcapng.capture(messages)))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        first, second = map(json.loads, done.stdout.splitlines())
+        assert_fits("info", first)
+        self.assertEqual((first["target"], bytes.fromhex(first["hex"])), (2**64 - 1, port(1)))
+        self.assertEqual(second, {"packet": 2, "time": messages[1].time, "from": 3, "to": 4, "target": 0, "batch": 5,
+                                  "position": 1, "count": 2, "id": 77, "bytes": 11, "hex": "6162"})
+        done = nac("info", "--json", "--messages", "--from", "3", self.write(pcapng.capture(messages)[:-4]))
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertIn("ends within", done.stderr)
+        self.assertEqual(nac("info", "--messages", self.write(pcapng.capture(messages))).returncode, 2)
+
     def test_damage_is_found(self) -> None:
         messages = pcapng.batches([(TYPES["Nac_SetPortMsg"], port(1)), (TYPES["Nac_SetPortMsg"], b"\xff\xff\xff\xff" + bytes(4)),
                                  (TYPES["Nac_SetPortMsg"], b"ab"), (77, b"abcd")])

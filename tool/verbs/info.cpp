@@ -16,6 +16,7 @@
 #include "tool/io/message_filter.h"
 #include "tool/io/progress.h"
 #include "tool/message/message_type.h"
+#include "tool/message/record_text.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -28,6 +29,7 @@ struct InfoOptions {
     std::vector<std::string> files;
     FilterOptions filter;
     bool json = false;
+    bool messages = false;
 };
 
 struct Totals {
@@ -199,6 +201,20 @@ class Summary {
     std::uint64_t cut_ = 0;
 };
 
+Json message_json(const CapturedMessage& message, std::uint64_t packet) {
+    return {{"packet", packet},
+            {"time", message.time},
+            {"from", message.source},
+            {"to", message.destination},
+            {"target", message.target},
+            {"batch", message.batch},
+            {"position", message.position},
+            {"count", message.count},
+            {"id", message.id},
+            {"bytes", message.bytes_on_bus},
+            {"hex", to_hex(message.bytes)}};
+}
+
 ExitCode run_info(const InfoOptions& options) {
     const MessageFilter filter(options.filter);
     Progress progress(options.files);
@@ -209,10 +225,16 @@ ExitCode run_info(const InfoOptions& options) {
         CapturedMessage message;
         while (reader.next(message)) {
             progress.add(reader.block_bytes());
-            if (filter.passes(message.id, message.source, message.destination, message.bytes))
+            if (!filter.passes(message.id, message.source, message.destination, message.bytes)) continue;
+            if (options.messages) {
+                fmt::print("{}\n", json_text(message_json(message, reader.packets())));
+            } else {
                 summary.add(message, reader.packets());
+            }
         }
-        if (options.json) {
+        if (options.messages) {
+            // Each message has had its line.
+        } else if (options.json) {
             fmt::print("{}\n", json_text(summary.to_json(reader)));
         } else {
             summary.print(reader);
@@ -229,7 +251,9 @@ void add_info(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_info);
     verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
     add_filter_options(verb, options.filter);
-    verb.add_flag("--json", options.json, "One JSON object a capture");
+    CLI::Option* const json = verb.add_flag("--json", options.json, "One JSON object a capture");
+    verb.add_flag("--messages", options.messages, "With --json, instead one object a message, with its bytes")
+        ->needs(json);
     verb.footer("Exit code 1 if messages are damaged, or if a capture ends early.");
 }
 
