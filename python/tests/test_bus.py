@@ -2,7 +2,7 @@
 # The bus from Python: what is sent arrives, between threads, processes, and Python and the tool.
 import json
 import logging
-import pathlib
+import os
 import select
 import subprocess
 import sys
@@ -10,13 +10,13 @@ import threading
 
 import pytest
 import vorn_nac
-from support import NAC, ROOT
-from vorn_nac import _bus, Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result
+from support import NAC, ROOT, nac
+from vorn_nac import _bus, Bus, BusError, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_UserTableHitMsg, Result, WrongKind
 
 
 @pytest.fixture
-def url(tmp_path: pathlib.Path) -> str:
-    return f"ipc://{tmp_path}"
+def url(vorn_bus_url: str) -> str:
+    return vorn_bus_url
 
 
 def test_a_batch_arrives_in_order_and_together(url: str) -> None:
@@ -65,6 +65,16 @@ def test_refusals_are_exceptions_that_name_the_reason(url: str) -> None:
     with pytest.raises(BusError) as caught:
         Bus("carrier-pigeon://", 1)
     assert caught.value.result == Result.BAD_URL
+
+
+def test_what_is_no_record_is_named(url: str) -> None:
+    with Bus(url, 1) as bus:
+        for given in (Nac_SetPortMsg, {"f0": 1}, "Nac_SetPortMsg", 7, [Nac_SetPortMsg], b"abc"):
+            with pytest.raises(WrongKind, match="was given for a record"):
+                bus.send(1, given)  # type: ignore[arg-type]
+        bus.send(1, (Nac_SetPortMsg(f0=k) for k in range(3)))
+        assert [message.record for message in (bus.receive(timeout=10) for _ in range(3)) if message] == \
+            [Nac_SetPortMsg(f0=k) for k in range(3)]
 
 
 def test_what_is_out_of_range_or_absent_is_named(url: str) -> None:
@@ -145,6 +155,21 @@ def test_the_example_of_two_processes_runs() -> None:
     assert len(code) <= 15
 
 
+def test_the_example_receives_checks_and_prints_by_name(url: str) -> None:
+    path = ROOT / "python/examples/receive_and_check.py"
+    receiver = subprocess.Popen([sys.executable, str(path), "28"], stdout=subprocess.PIPE, text=True,
+                                env={**os.environ, "VORN_BUS_URL": url})
+    assert receiver.stdout is not None and receiver.stdout.readline() == "listening\n"
+    nac("replay", "--bus", url, "--speed", "max", "--as", "1", "--redirect", "2", "examples/port-move.pcapng")
+    printed = receiver.communicate(timeout=60)[0]
+    assert receiver.returncode == 0
+    assert printed.count("damaged: ") == 1
+    assert "  damaged: at 180, f15 of Nac_SetUserTableMsg: 16777216 elements of 2 bytes, and 109 bytes are left\n" in printed
+    assert "Nac_SetPortMsg from 1\n  f0: 24\n  f1: 1\n" in printed
+    code = [line for line in path.read_text().splitlines() if line and not line.startswith("#")]
+    assert len(code) <= 15
+
+
 def test_a_forked_child_with_an_open_bus_ends(url: str) -> None:
     program = f"""
 import os, sys
@@ -163,3 +188,39 @@ print(bus.receive(timeout=10).record.f0)
 """
     done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=60, check=False)
     assert (done.stdout, done.stderr, done.returncode) == ("7\n3\n", "", 0)
+
+
+def test_a_forked_child_of_a_process_whose_thread_receives_ends(url: str) -> None:
+    program = f"""
+import os, threading, time
+from vorn_nac import Bus, BusError
+bus = Bus({url!r}, 1)
+threading.Thread(target=bus.receive, daemon=True).start()
+time.sleep(0.5)
+child = os.fork()
+if child == 0:
+    try:
+        bus.receive(timeout=1)
+    except BusError as error:
+        print(error, flush=True)
+    bus.close()
+else:
+    print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), flush=True)
+    os._exit(0)
+"""
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=60, check=False)
+    assert done.stdout.splitlines() == [
+        "this bus was opened before a fork, by the parent: " + str(BusError("", Result.NOT_OPEN)).removeprefix(": "), "0"]
+    assert done.stderr == ""
+
+
+def test_a_pool_of_forked_processes_packs_and_ends(url: str) -> None:
+    program = f"""
+import multiprocessing
+from vorn_nac import Bus, Nac_SetPortMsg, pack
+def packed(number): return len(pack(Nac_SetPortMsg(f0=number)))
+with Bus({url!r}, 1) as bus, multiprocessing.get_context("fork").Pool(2) as pool:
+    print(sum(pool.map(packed, range(1, 101))))
+"""
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, timeout=60, check=False)
+    assert (done.stdout, done.stderr, done.returncode) == ("2000\n", "", 0)

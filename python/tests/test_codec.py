@@ -1,13 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
 # pack, unpack and verify give the results that `nac` prints for the same records and bytes.
+import concurrent.futures
 import json
 import pathlib
-from typing import Any, Iterator
+from typing import Any, Callable, Iterator
 
 import pytest
 import vorn_nac
 from support import CORPUS, FUZZ, nac
-from vorn_nac import BadRecord, Damaged, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_SrvCar, UnknownType
+from vorn_nac import BadRecord, Damaged, Nac_SetPortMsg, Nac_SetUserTableMsg, Nac_SrvCar, UnknownType, WrongKind
 
 TYPE_NAMES = list(vorn_nac.TYPES)
 
@@ -124,10 +125,16 @@ def test_pack_agrees_on_random_records(filling: str, tmp_path: pathlib.Path) -> 
     (Nac_SetUserTableMsg(f5=b"12345"), "Nac_SetUserTableMsg.f5: 5 elements, where the array has 6"),
     (Nac_SetUserTableMsg(f15=[1, 70000]), "Nac_SetUserTableMsg.f15[1]: 70000 does not fit into 16 bits"),
     (Nac_SetUserTableMsg(f19=Nac_SrvCar(f0=256)), "Nac_SetUserTableMsg.f19.f0: 256 does not fit into 8 bits"),
-    (Nac_SetUserTableMsg(f31="alice"), "Nac_SetUserTableMsg.f31: 'alice' is no bytes"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f31="alice"), "Nac_SetUserTableMsg.f31: 'alice' is no bytes: text.encode() makes bytes of text"),  # type: ignore[arg-type]
     (Nac_SetUserTableMsg(f15=7), "Nac_SetUserTableMsg.f15: 7 is no list"),  # type: ignore[arg-type]
     (Nac_SetUserTableMsg(f32=7), "Nac_SetUserTableMsg.f32: 7 is no list"),  # type: ignore[arg-type]
     (Nac_SetUserTableMsg(f32=[7]), "Nac_SetUserTableMsg.f32[0]: 7 is no Nac_RadiusDaclRule"),  # type: ignore[list-item]
+    (Nac_SetUserTableMsg(f15=b"ab"), "Nac_SetUserTableMsg.f15: b'ab' is no list"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f53=[0] * 15), "Nac_SetUserTableMsg.f53: 15 elements, where the array has 16"),
+    (Nac_SetUserTableMsg(f19=Nac_SetPortMsg()),  # type: ignore[arg-type]
+     "Nac_SetUserTableMsg.f19: Nac_SetPortMsg(f0=0, f1=0) is no Nac_SrvCar"),
+    (Nac_SetUserTableMsg(f19={"f0": 1}), "Nac_SetUserTableMsg.f19: {'f0': 1} is no Nac_SrvCar"),  # type: ignore[arg-type]
+    (Nac_SetUserTableMsg(f19=Nac_SrvCar), "Nac_SetUserTableMsg.f19: the class Nac_SrvCar is no Nac_SrvCar"),  # type: ignore[arg-type]
 ])
 def test_a_value_that_does_not_fit_is_named(record: vorn_nac.Record, text: str) -> None:
     with pytest.raises(BadRecord) as caught:
@@ -148,10 +155,95 @@ def test_what_is_no_message_is_refused_in_words() -> None:
         vorn_nac.pack(Nac_SetUserTableMsg(), "image")
     with pytest.raises(ValueError, match="'packed' is no layout"):
         vorn_nac.pack(Nac_SetPortMsg(), "packed")  # type: ignore[arg-type]
-    with pytest.raises(BadRecord, match="Nac_SetPortMsg has no field f2"):
+    with pytest.raises(BadRecord, match="Nac_SetPortMsg: f2: Nac_SetPortMsg has no such field"):
         vorn_nac.from_json(Nac_SetPortMsg, {"f0": 1, "f2": 1})
-    with pytest.raises(Damaged, match="3 bytes, where a message has 4 to 2147483647"):
+    with pytest.raises(Damaged, match="3 bytes are no message, which has 4 to 2147483647"):
         vorn_nac.unpack(Nac_SetPortMsg, b"abc")
+
+
+@pytest.mark.parametrize(("call", "text"), [
+    (lambda: vorn_nac.pack(Nac_SetPortMsg),  # type: ignore[arg-type]
+     "the class Nac_SetPortMsg was given for a record: Nac_SetPortMsg(...) makes one"),
+    (lambda: vorn_nac.pack({"f0": 1}),  # type: ignore[arg-type]
+     "{'f0': 1} was given for a record: from_json(TYPE, ...) makes a record of it"),
+    (lambda: vorn_nac.to_json(b"abc"), "b'abc' was given for a record"),  # type: ignore[arg-type]
+    (lambda: vorn_nac.from_json("Nac_SetPortMsg", {}),  # type: ignore[arg-type]
+     "'Nac_SetPortMsg' was given for a record's class"),
+    (lambda: vorn_nac.unpack(Nac_SetPortMsg(), b""),  # type: ignore[call-overload]
+     "a record was given for a message type: give its class, its name or its id"),
+    (lambda: vorn_nac.unpack({}, b""),  # type: ignore[call-overload]
+     "{} was given for a message type: give its class, its name or its id"),
+    (lambda: vorn_nac.unpack(int, b""),  # type: ignore[type-var]
+     "the class int was given for a message type: give its class, its name or its id"),
+    (lambda: vorn_nac.unpack(Nac_SetPortMsg, "0c00"),  # type: ignore[call-overload]
+     "'0c00' was given for the bytes of a message; bytes.fromhex makes bytes of hexadecimal text"),
+    (lambda: vorn_nac.verify(Nac_SetPortMsg, 12), "12 was given for the bytes of a message"),  # type: ignore[arg-type]
+])
+def test_another_kind_of_thing_is_named(call: Callable[[], object], text: str) -> None:
+    with pytest.raises(WrongKind) as caught:
+        call()
+    assert str(caught.value) == text and isinstance(caught.value, TypeError)
+
+
+def test_a_long_value_is_cut_in_the_text() -> None:
+    with pytest.raises(BadRecord) as caught:
+        vorn_nac.pack(Nac_SetUserTableMsg(f31="a" * 1000))  # type: ignore[arg-type]
+    assert len(str(caught.value)) < 200
+
+
+def test_bytes_of_a_record_are_its_message_and_its_type_unpacks_them() -> None:
+    record = Nac_SetPortMsg(f0=24, f1=1)
+    assert bytes(record) == vorn_nac.pack(record) == bytes.fromhex("0c00000008000c0004000800080000001800000001000000")
+    assert Nac_SetPortMsg.unpack(bytes(record)) == record
+    with pytest.raises(Damaged):
+        Nac_SetPortMsg.unpack(bytes(record)[:-1])
+    with pytest.raises(UnknownType, match="Nac_SrvCar is no message"):
+        bytes(Nac_SrvCar())
+
+
+def test_a_class_derived_from_a_message_packs_and_unpacks_like_it() -> None:
+    class Port(Nac_SetPortMsg):
+        pass
+
+    assert bytes(Port(f0=5)) == bytes(Nac_SetPortMsg(f0=5))
+    assert type(Port.unpack(bytes(Nac_SetPortMsg(f0=5)))) is Port
+    assert vorn_nac.type_of("Nac_SetPortMsg") is Nac_SetPortMsg
+
+
+def test_bytes_may_be_any_buffer_and_integers_whatever_counts_as_one() -> None:
+    class Seven:
+        def __index__(self) -> int:
+            return 7
+
+    record = Nac_SetUserTableMsg(f0=Seven(), f1=True, f5=bytearray(6), f15=(1, 2), f31=memoryview(b"ab"))  # type: ignore[arg-type]
+    assert vorn_nac.unpack(Nac_SetUserTableMsg, bytes(record)) == Nac_SetUserTableMsg(f0=7, f1=1, f15=[1, 2], f31=b"ab")
+    assert vorn_nac.to_json(record)["f31"] == "6162"
+
+
+def test_arrays_larger_than_the_kept_buffers_are_packed_and_unpacked() -> None:
+    for size in (4095, 4096, 4097, 100_000, 3_000_000):
+        record = Nac_SetUserTableMsg(f31=bytes(range(256)) * (size // 256) + bytes(size % 256), f52=list(range(size // 4)))
+        assert vorn_nac.unpack(Nac_SetUserTableMsg, vorn_nac.pack(record)) == record
+
+
+def test_a_call_within_a_call_and_calls_of_threads_have_their_own_memory() -> None:
+    inner = Nac_SetUserTableMsg(f31=b"inner" * 100, f52=list(range(300)))
+
+    class Nested:
+        def __index__(self) -> int:
+            assert vorn_nac.unpack(Nac_SetUserTableMsg, bytes(inner)) == inner
+            return 7
+
+    outer = Nac_SetUserTableMsg(f31=b"outer" * 200, f32=[vorn_nac.Nac_RadiusDaclRule(f1=Nested())])  # type: ignore[arg-type]
+    packed = bytes(outer)
+    assert vorn_nac.unpack(Nac_SetUserTableMsg, packed).f31 == outer.f31
+
+    def many(number: int) -> bool:
+        record = Nac_SetUserTableMsg(f31=bytes([number]) * 2000, f52=[number] * 100)
+        return all(vorn_nac.unpack(Nac_SetUserTableMsg, bytes(record)) == record for _ in range(300))
+
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        assert all(threads.map(many, range(8)))
 
 
 def test_a_type_has_a_class_a_name_and_an_id() -> None:

@@ -1,5 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # The package: it finds its libraries, type-checks, and describes itself.
+import dataclasses
+import inspect
+import json
 import os
 import pathlib
 import pydoc
@@ -7,10 +10,11 @@ import re
 import shutil
 import subprocess
 import sys
+import typing
 
 import pytest
 import vorn_nac
-from support import NAC, ROOT
+from support import NAC, ROOT, nac
 
 PACKAGE = pathlib.Path(vorn_nac.__file__).parents[1]
 LIBRARIES = pathlib.Path(NAC).parent
@@ -22,12 +26,13 @@ def python(code: str, **environment: str) -> subprocess.CompletedProcess[str]:
                           env={**inherited, "PYTHONPATH": str(PACKAGE), **environment})
 
 
+NAMES = ("libvorn_bus.so.1", "libvorn_nac_user.so.1", "libvorn_nac_inspect.so.1")
 USE = "import vorn_nac; print(vorn_nac.pack(vorn_nac.Nac_SetPortMsg(f0=7)).hex())"
 PACKED = "0c00000008000c000400000008000000" + "07000000"
 
 
 def test_finds_the_libraries_in_the_folder_that_is_named(tmp_path: pathlib.Path) -> None:
-    for name in ("libvorn_bus.so.1", "libvorn_nac_user.so.1"):
+    for name in NAMES:
         shutil.copy(LIBRARIES / name, tmp_path)
     done = python(USE + "; print(open('/proc/self/maps').read())", VORN_NAC_LIBRARY_DIR=str(tmp_path))
     assert (done.returncode, done.stderr) == (0, "")
@@ -43,7 +48,7 @@ def test_finds_the_libraries_where_the_loader_looks() -> None:
 def test_finds_the_libraries_of_the_build_tree_in_which_it_lies(tmp_path: pathlib.Path) -> None:
     (tmp_path / "python").mkdir()
     shutil.copytree(PACKAGE / "vorn_nac", tmp_path / "python/vorn_nac")
-    for name in ("libvorn_bus.so.1", "libvorn_nac_user.so.1"):
+    for name in NAMES:
         shutil.copy(LIBRARIES / name, tmp_path)
     done = python(USE + "; print(open('/proc/self/maps').read())", PYTHONPATH=str(tmp_path / "python"))
     assert (done.returncode, done.stderr) == (0, "")
@@ -53,7 +58,7 @@ def test_finds_the_libraries_of_the_build_tree_in_which_it_lies(tmp_path: pathli
 def test_says_where_it_looked_in_vain(tmp_path: pathlib.Path) -> None:
     done = python("import vorn_nac", VORN_NAC_LIBRARY_DIR=str(tmp_path))
     assert done.returncode == 1
-    assert "LibraryNotFound: libvorn_bus.so.1 and libvorn_nac_user.so.1 cannot be loaded" in done.stderr
+    assert "LibraryNotFound: libvorn_bus.so.1, libvorn_nac_user.so.1, libvorn_nac_inspect.so.1 cannot be loaded" in done.stderr
     assert str(tmp_path) in done.stderr
 
 
@@ -69,7 +74,7 @@ def test_type_checks_strictly() -> None:
 def test_help_describes_every_public_name() -> None:
     text = pydoc.plain(pydoc.render_doc(vorn_nac))
     for name in vorn_nac.__all__:
-        assert name in text
+        assert name in text or name == "__version__"
         each = getattr(vorn_nac, name)
         if callable(each) and name != "Layout":
             assert pydoc.getdoc(each).strip(), f"{name} has no description"
@@ -77,9 +82,42 @@ def test_help_describes_every_public_name() -> None:
     assert {getattr(vorn_nac, name).__module__ for name in ("Bus", "Damaged", "Fault", "pack")} == {"vorn_nac"}
 
 
+def test_annotations_of_all_classes_and_functions_can_be_evaluated() -> None:
+    for each in (getattr(vorn_nac, name) for name in vorn_nac.__all__):
+        members = [getattr(member, "__func__", getattr(member, "fget", member)) for member in vars(each).values()] \
+            if isinstance(each, type) else []
+        for one in (each, *members):
+            if isinstance(one, type) or inspect.isfunction(one):
+                typing.get_type_hints(one, include_extras=True)
+
+
+def test_annotations_of_fields_have_ranges_and_lengths() -> None:
+    hints = typing.get_type_hints(vorn_nac.Nac_SetUserTableMsg, include_extras=True)
+    assert hints["f0"].__metadata__ == (vorn_nac.Range(0, 0xFFFFFFFF),)
+    assert hints["f5"].__metadata__ == (vorn_nac.Length(6),)
+    assert hints["f53"].__metadata__ == (vorn_nac.Length(16),)
+    assert typing.get_args(hints["f15"])[0].__metadata__ == (vorn_nac.Range(0, 0xFFFF),)
+    assert typing.get_type_hints(vorn_nac.Nac_SetUserTableMsg)["f0"] is int
+
+
+def test_the_version_is_that_of_the_project() -> None:
+    version = re.search(r"project\(vorn_nac VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text())
+    assert version is not None and vorn_nac.__version__ == version[1]
+
+
+def test_shapes_are_those_that_the_tool_prints() -> None:
+    printed = [json.loads(line) for line in nac("describe", "--json", *(name for name in vorn_nac.__all__
+                                                                        if name.startswith("Nac_"))).stdout.splitlines()]
+    assert len(printed) > 25
+    for each in printed:
+        shape = dataclasses.asdict(getattr(vorn_nac, each["name"]).shape)
+        del shape["address"]
+        assert {**shape, "fields": list(shape["fields"])} == each
+
+
 def test_results_and_counters_are_those_of_the_header() -> None:
     header = (ROOT / "vorn/vorn_bus.h").read_text()
-    results = re.findall(r"^    VORN_BUS_(\w+) =\s+(\d+)", header, re.M)
+    results = re.findall(r"^    VORN_BUS_(?!CHECK_)(\w+) =\s+(\d+)", header, re.M)
     assert {name: int(number) for name, number in results} == {each.name: each.value for each in vorn_nac.Result}
     counters = re.search(r"typedef struct vorn_bus_counters \{(.*?)\}", header, re.S)
     assert counters is not None

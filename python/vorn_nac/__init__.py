@@ -2,7 +2,7 @@
 """Typed access-control messages for the VORN bus.
 
 Each message type is a dataclass. pack makes bytes of a record, unpack makes a record of bytes, verify lists the faults
-of bytes, and Bus sends and receives records between processes:
+of bytes, Bus sends and receives records between processes, and open_capture reads what `nac record` has recorded:
 
     from vorn_nac import Bus, Nac_SetPortMsg, pack, unpack, verify
 
@@ -14,24 +14,31 @@ of bytes, and Bus sends and receives records between processes:
         bus.send(2, Nac_SetPortMsg(f0=24, f1=1))    # to the process at address 2
         bus.flush()                                 # until it is handled there
 
-libvorn_nac_user and libvorn_bus do the work. They are loaded from the folder that VORN_NAC_LIBRARY_DIR names. If it is
-not set, they are loaded from where the dynamic loader looks, else from the build tree that contains this package.
+libvorn_nac_user, libvorn_nac_inspect and libvorn_bus do the work. They are loaded from the folder that
+VORN_NAC_LIBRARY_DIR names. If it is not set, they are loaded from the package itself, if it brings them, else from where
+the dynamic loader looks, else from the build tree that contains this package.
 
-Every exception of this package derives from Error: BadRecord, Damaged, BusError, UnknownType, LibraryNotFound.
+Every exception of this package derives from Error: BadRecord, WrongKind, Damaged, BusError, BadCapture, UnknownType,
+LibraryNotFound.
 """
 from . import records
 from ._bus import Bus, BusError, Counters, Message, Result, ask_counters
-from ._codec import TYPES, Damaged, Layout, from_json, inspect, pack, to_json, type_of, unpack, verify
-from ._record import BadRecord, Error, LibraryNotFound, Record, UnknownType
-from ._shape import Field, Shape
-from ._walk import Fault, Inspection
+from ._capture import BadCapture, Capture, CapturedMessage, open_capture
+from ._catalogue import Field, Shape
+from ._codec import TYPES, Damaged, Layout, Record, from_json, inspect, pack, to_json, type_of, unpack, verify
+from ._errors import BadRecord, Error, LibraryNotFound, UnknownType, WrongKind
+from ._inspect import Fault, Inspection
+from ._ranges import Length, Range
+from ._version import __version__
 from .records import *  # noqa: F403
 
 __all__ = [
     "pack", "unpack", "verify", "inspect", "Fault", "Inspection", "Layout",
     "Bus", "Message", "Counters", "Result", "ask_counters",
-    "TYPES", "type_of", "to_json", "from_json", "Record", "Shape", "Field",
-    "Error", "BadRecord", "Damaged", "BusError", "UnknownType", "LibraryNotFound",
+    "open_capture", "Capture", "CapturedMessage",
+    "TYPES", "type_of", "to_json", "from_json", "Record", "Shape", "Field", "Range", "Length",
+    "Error", "BadRecord", "WrongKind", "Damaged", "BusError", "BadCapture", "UnknownType", "LibraryNotFound",
+    "__version__",
 ]
 __all__ += records.__all__
 

@@ -1,20 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
 # The bus: libvorn_bus, opened, sent through and polled from Python.
-from __future__ import annotations
-
 import collections
 import ctypes
 import enum
 import logging
+import os
 import threading
 import time
 import weakref
 from dataclasses import dataclass
-from typing import Any, Iterator, Optional, Sequence, Union
+from typing import Any, Iterable, Iterator, Optional, Self, Union
 
 from . import _codec, _library
-from ._record import Error, Record
-from ._walk import Fault
+from ._codec import Record
+from ._errors import Error
+from ._inspect import Fault
 
 _log = logging.getLogger("vorn_nac")
 
@@ -92,7 +92,7 @@ _LogFunction = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 class _Options(ctypes.Structure):
     _fields_ = [("size", ctypes.c_uint32), ("address", ctypes.c_uint32), ("url", ctypes.c_char_p),
                 ("queue_batches", ctypes.c_uint32), ("queue_bytes", ctypes.c_uint32), ("batch_bytes", ctypes.c_uint32),
-                ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32), ("reserved", ctypes.c_uint32),
+                ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32), ("check", ctypes.c_uint32),
                 ("log", _LogFunction), ("log_context", ctypes.c_void_p)]
 
 
@@ -171,8 +171,8 @@ class Bus:
             bus.flush()
 
     url: "ipc://", "tcp://...", "nats://..." or "loop:"; None: VORN_BUS_URL of the environment, else "loop:".
-    The options are those of vorn_bus_options, times in seconds; 0 means the default. Log lines of the bus go to the
-    logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
+    The options are those of vorn_bus_options, times in seconds; 0 means the default. Log lines of the bus go to
+    the logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
     """
 
     def __init__(self, url: Optional[str] = None, address: int = 0, *, queue_batches: int = 0, queue_bytes: int = 0,
@@ -194,6 +194,7 @@ class Bus:
         self._handle: Optional[ctypes.c_void_p] = handle
         self._arrived: collections.deque[Message] = collections.deque()
         self._receiving = threading.Lock()
+        self._process = os.getpid()
         self._handler = _handler_for(self._arrived)
         self._close = weakref.finalize(self, _close, handle, self._handler)
         self._check("receiving", _library.bus.vorn_bus_handle_all(handle, self._handler, None))
@@ -206,9 +207,11 @@ class Bus:
     def _open(self) -> ctypes.c_void_p:
         if self._handle is None:
             raise BusError("this bus is closed", Result.NOT_OPEN)
+        if self._process != os.getpid():
+            raise BusError("this bus was opened before a fork, by the parent", Result.NOT_OPEN)
         return self._handle
 
-    def send(self, to: int, records: Union[Record, Sequence[Record]], target: int = 0) -> None:
+    def send(self, to: int, records: Union[Record, Iterable[Record]], target: int = 0) -> None:
         """Sends one record, or several as one batch: all of them arrive, in order and together, or none.
 
         Waits for a peer and for capacity in its queue, at most send_timeout. Raises BusError if the batch was not sent.
@@ -217,7 +220,8 @@ class Bus:
         _within_32_bits("to", to)
         if not 0 <= target < 1 << 64:
             raise ValueError(f"target {target} does not fit into 64 bits")
-        batch = [records] if isinstance(records, Record) else list(records)
+        several = isinstance(records, Iterable) and not isinstance(records, (str, dict))
+        batch: list[Any] = [*records] if several else [records]  # type: ignore[misc]
         descriptors = (_Descriptor * len(batch))()
         for descriptor, record in zip(descriptors, batch):
             packed = _codec.pack(record, "sent")
@@ -228,6 +232,7 @@ class Bus:
     def receive(self, timeout: Optional[float] = None) -> Optional[Message]:
         """The next message, or None if none has come within `timeout` seconds; without one it waits for ever."""
         end = None if timeout is None else time.monotonic() + timeout
+        self._open()  # or, in a forked child, the lock may be held by a thread that the child has not
         with self._receiving:
             while not self._arrived:
                 left = None if end is None else max(0.0, end - time.monotonic())
@@ -273,7 +278,7 @@ class Bus:
         self._handle = None
         self._close()
 
-    def __enter__(self) -> Bus:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, *exception: object) -> None:
@@ -284,8 +289,10 @@ def _handler_for(arrived: collections.deque[Message]) -> Any:
     """What the bus calls. It refers to the queue and not to the Bus, so that the Bus can be collected."""
     def handle(pointer: Any, context: int) -> None:
         message = pointer.contents
-        arrived.append(Message(_codec.record_at(_codec.type_of(message.message_id), message.record), message.source,
-                               message.destination, message.target, bool(message.flags & _REPEATED),
+        record = _codec.copier_of(_codec.type_of(message.message_id)).read(
+            ctypes.string_at(message.record, message.record_bytes))
+        arrived.append(Message(record, message.source, message.destination, message.target,
+                               bool(message.flags & _REPEATED),
                                ctypes.string_at(message.packed, message.packed_bytes)))
     return _Handler(handle)
 

@@ -25,12 +25,13 @@ NOT_RUN = {
     ("tests/reference/README.md", "python3 make_corpus.py"): "writes into the sources; reference/check_corpus compares",
     ("docs/performance/README.md", "./dev bench "): "times the machine, for minutes, and writes into docs/",
     ("docs/performance/README.md", "./dev bench-instructions"): "is the test instructions",
+    ("docs/python.md", "pip install ."): "python/tests/test_wheel.py runs it",
     ("docs/captures.md", "nac monitor"): "runs until it is stopped; tool/capture_test runs it",
     ("docs/captures.md", "nac record"): "runs until it is stopped; tool/capture_test runs it",
     ("docs/captures.md", "nac replay"): "needs what the line before it records; tool/capture_test runs it",
 }
 COMMAND = re.compile(r"(?:\./dev|nac|build/\S+|cmake|ctest|python3|pip|apt-get|apt|dpkg|gcc|g\+\+|cc|git|man|sudo)\s+\S")
-PROGRAM_LANGUAGES = ("c", "cpp", "cmake", "json")
+PROGRAM_LANGUAGES = ("c", "cpp", "cmake", "json", "python")
 
 
 class Shown(NamedTuple):
