@@ -10,6 +10,8 @@ build() {
 }
 say "failures of the system under every verb"
 python3 tests/tool/failures/injected_failures.py --most 2000
+say "four readers"
+python3 tests/long/four_readers.py build/release
 say "all pairs of damages"
 build/release/fuzz/exhaustive --all-pairs
 say "threads under helgrind"

@@ -35,15 +35,22 @@ class PlainReader {
         static const std::string unpack_name = name + "_unpack";
         static const std::string decoder =
             Traits::root_decodes_as_nested ? name + "_unpack_non_root" : unpack_name;
+        verdict = Verdict::argument;
         if (!arguments(unpack_name, record)) return;
         const bool first = Traits::root_decodes_as_nested || owns_memory<Record>();
         if (first) std::memset(static_cast<void*>(record), 0, sizeof *record);
         Table table;
+        verdict = Verdict::header;
         if (!open(number(0, 4), decoder, table)) return;
         if (!first) std::memset(static_cast<void*>(record), 0, sizeof *record);
-        if (!fields(table, decoder, *record) && owns_memory<Record>())
-            release(name + "_free_unpacked", *record);
+        verdict = Verdict::valid;
+        if (fields(table, decoder, *record)) return;
+        verdict = Verdict::field;
+        if (owns_memory<Record>()) release(name + "_free_unpacked", *record);
     }
+
+    enum class Verdict { valid, argument, header, field };
+    Verdict verdict = Verdict::valid;  // how far it came
 
     std::vector<std::string> log;       // "function: text"
     Requests allocations;               // asked of the hook, failed ones included
