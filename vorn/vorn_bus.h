@@ -106,16 +106,20 @@ int32_t vorn_bus_use(vorn_bus* bus);
 
 /* ---- receiving ---------------------------------------------------------------------------------- */
 
+struct vorn_fault; /* what is wrong with a message: inspect/vorn_inspect.h */
+
 /* Whether `length` received bytes are a valid message of that id, that is, whether its unpack reads them
- * without a fault. Returns 0: valid; above 0: damaged, and `why` has in one sentence what is wrong and where,
- * 0 at the end; below 0: it does not know the id. Called by the polling or the receiving thread; it must
- * return, and a C++ exception counts as an unknown id. */
-typedef int32_t (*vorn_bus_verify)(uint32_t message_id, const uint8_t* bytes, uint32_t length, char* why,
-                                   uint32_t capacity);
+ * without a fault: vorn_nac_verify of libvorn_nac_inspect, or what another package of messages brings.
+ * Returns 0: valid; above 0: damaged, and on_fault was called with each fault, in the order of reading, until
+ * it returned other than 0; below 0: it does not know the id. Called by the polling or the receiving thread;
+ * it must return, and a C++ exception counts as an unknown id. */
+typedef int32_t (*vorn_bus_verify)(uint32_t message_id, const uint8_t* bytes, uint32_t length,
+                                   int32_t (*on_fault)(const struct vorn_fault* fault, void* context),
+                                   void* context);
 
 /* From now on the buses of this process ask this function about each message that has a handler; of several
- * they take the first that knows the id. Each package of messages brings one. Without any, no message is
- * verified: unpack itself reports no fault to the bus. */
+ * they take the first that knows the id. Without any, no message is verified: unpack reports no fault to the
+ * bus. */
 int32_t vorn_bus_verify_with(vorn_bus_verify verify);
 
 /* Flags of a message. */

@@ -6,11 +6,11 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "inspect/vorn_inspect.h"
 #include "tests/bus/fixture.h"
 
 namespace tests {
@@ -21,31 +21,49 @@ constexpr std::uint32_t kSender = 1;
 
 int asked = 0;
 
-std::int32_t verify_ports(std::uint32_t id, const std::uint8_t* bytes, std::uint32_t length, char* why,
-                          std::uint32_t capacity) {
+using OnFault = std::int32_t (*)(const vorn_fault*, void*);
+
+const std::string kLongPath(600, 'p');
+
+vorn_type named(const char* name) {
+    vorn_type type = {};
+    type.name = name;
+    return type;
+}
+
+std::int32_t verify_ports(std::uint32_t id, const std::uint8_t* bytes, std::uint32_t length, OnFault on_fault,
+                          void* context) {
     if (id != Nac_SetPortMsg_ID) return -1;
     ++asked;
     if (length != 0 && bytes[0] != 0xFF) return 0;
-    std::snprintf(why, capacity, "at 0 of %u bytes: a wrong beginning", length);
+    const vorn_type table = named("Nac_SetPortMsg");
+    const vorn_field field = {};
+    const vorn_fault faults[] = {{0, 1, &table, &field, "f0", "a wrong beginning"},
+                                 {9, 1, &table, &field, "f1", "which unpack would not reach"}};
+    for (const vorn_fault& fault : faults) {
+        if (on_fault(&fault, context) != 0) break;
+    }
+    return 1;
+}
+
+std::int32_t find_headers_damaged(std::uint32_t /*id*/, const std::uint8_t* bytes, std::uint32_t length,
+                                  OnFault on_fault, void* context) {
+    const vorn_type table = named("Nac_SrvCar");
+    const vorn_fault fault = {length,     0, &table, nullptr, bytes[0] == 0xFF ? "" : kLongPath.c_str(),
+                              "not there"};
+    on_fault(&fault, context);
     return 1;
 }
 
 std::int32_t know_nothing(std::uint32_t /*id*/, const std::uint8_t* /*bytes*/, std::uint32_t /*length*/,
-                          char* why, std::uint32_t capacity) {
+                          OnFault /*on_fault*/, void* /*context*/) {
     ++asked;
-    std::snprintf(why, capacity, "not for others to see");
     return -1;
 }
 
 std::int32_t throw_instead(std::uint32_t /*id*/, const std::uint8_t* /*bytes*/, std::uint32_t /*length*/,
-                           char* /*why*/, std::uint32_t /*capacity*/) {
+                           OnFault /*on_fault*/, void* /*context*/) {
     throw std::runtime_error("thrown by a verifier");
-}
-
-std::int32_t fill_everything(std::uint32_t /*id*/, const std::uint8_t* /*bytes*/, std::uint32_t /*length*/,
-                             char* why, std::uint32_t capacity) {
-    for (std::uint32_t i = 0; i < capacity; ++i) why[i] = 'x';
-    return 1;
 }
 
 // 16 bytes: f0 = 7 and no f1. The first is of the reference to the root table.
@@ -72,7 +90,7 @@ TEST_P(Validity, DamagedMessagesArriveWithAFlagAndWhatIsWrong) {
     ASSERT_TRUE(receiver.poll_until(2));
     const std::vector<Arrived> arrived = receiver.arrived();
     EXPECT_EQ(arrived[0].flags, VORN_BUS_VERIFIED | VORN_BUS_DAMAGED);
-    EXPECT_EQ(arrived[0].fault, "at 0 of 4 bytes: a wrong beginning");
+    EXPECT_EQ(arrived[0].fault, "at 0, f0 of Nac_SetPortMsg: a wrong beginning");
     EXPECT_EQ(arrived[0].port().f0, 0U);
     EXPECT_EQ(arrived[1].flags, VORN_BUS_VERIFIED);
     EXPECT_EQ(arrived[1].fault, "");
@@ -94,10 +112,8 @@ TEST_P(Validity, DroppedTheyAreCountedAndLoggedAndTheOthersOfTheBatchArrive) {
     EXPECT_EQ(receiver.arrived()[0].port().f0, 7U);
     EXPECT_EQ(receiver.counters().damaged_messages, 1U);
     EXPECT_EQ(receiver.counters().received_messages, 1U);
-    EXPECT_EQ(
-        receiver.log(),
-        std::vector<std::string>{"vorn 2: a damaged message of id 162890069 was left out: at 0 of 4 bytes: a "
-                                 "wrong beginning"});
+    EXPECT_EQ(receiver.log(), std::vector<std::string>{"vorn 2: a damaged message of id 162890069 was left "
+                                                       "out: at 0, f0 of Nac_SetPortMsg: a wrong beginning"});
 }
 
 class ValidityOnLoop : public Validity {};
@@ -128,16 +144,16 @@ TEST_P(ValidityOnLoop, ABusThatChecksNothingAsksNobody) {
 }
 
 TEST_P(ValidityOnLoop, VerifiersAreAskedInTheirOrderOnceEachUntilOneKnowsTheId) {
-    for (const vorn_bus_verify verify : {know_nothing, verify_ports, know_nothing, fill_everything})
+    for (const vorn_bus_verify verify : {know_nothing, verify_ports, know_nothing, find_headers_damaged})
         ASSERT_EQ(vorn_bus_verify_with(verify), VORN_BUS_OK);
     TestBus receiver(url(), kReceiver);
     TestBus sender(url(), kSender);
     send_both(sender);
     ASSERT_TRUE(receiver.poll_until(2));
     EXPECT_EQ(asked, 4);
-    EXPECT_EQ(receiver.arrived()[0].fault, "at 0 of 4 bytes: a wrong beginning");
+    EXPECT_EQ(receiver.arrived()[0].fault, "at 0, f0 of Nac_SetPortMsg: a wrong beginning");
     EXPECT_EQ(receiver.arrived()[1].flags, VORN_BUS_VERIFIED);
-    EXPECT_EQ(receiver.arrived()[1].fault, "") << "what the first wrote is gone";
+    EXPECT_EQ(receiver.arrived()[1].fault, "");
 }
 
 TEST_P(ValidityOnLoop, AVerifierMayBeRegisteredWhileTheBusIsOpen) {
@@ -163,13 +179,14 @@ TEST_P(ValidityOnLoop, AVerifierThatThrowsKnowsNothing) {
     EXPECT_EQ(receiver.log().at(0), "vorn 2: a verifier threw an exception on a message of id 162890069");
 }
 
-TEST_P(ValidityOnLoop, WhatIsWrongEndsWithAZeroWhateverAVerifierWrites) {
-    ASSERT_EQ(vorn_bus_verify_with(fill_everything), VORN_BUS_OK);
+TEST_P(ValidityOnLoop, WhatIsWrongWithAHeaderIsNamedSoAndLongSentencesAreCut) {
+    ASSERT_EQ(vorn_bus_verify_with(find_headers_damaged), VORN_BUS_OK);
     TestBus receiver(url(), kReceiver);
     TestBus sender(url(), kSender);
     send_both(sender);
     ASSERT_TRUE(receiver.poll_until(2));
-    EXPECT_EQ(receiver.arrived()[0].fault, std::string(511, 'x'));
+    EXPECT_EQ(receiver.arrived()[0].fault, "at 4, header of Nac_SrvCar: not there");
+    EXPECT_EQ(receiver.arrived()[1].fault, ("at 20, " + kLongPath).substr(0, 511));
 }
 
 TEST_P(ValidityOnLoop, MessagesWithoutAHandlerAreNotVerified) {

@@ -101,7 +101,7 @@ class Sandbox:
         return [(shown, self.printed(started))] + self.received(shown)
 
     def received(self, shown: Shown) -> list[tuple[Shown, str]]:
-        if " send " not in shown.command:
+        if not re.search(" (send|replay) ", shown.command):
             return []
         ended, self.listening = self.listening, []
         return [(each, self.printed(started)) for each, started in ended]

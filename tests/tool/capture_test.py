@@ -473,7 +473,7 @@ class Monitor(CaptureTest):
         rows = out.splitlines()
         self.assertEqual(len(rows), 4)
         self.assertRegex(rows[1], r"^\d\d:\d\d:\d\d\.\d{6} 1 -> 2 +Nac_SetPortMsg +\d+  \{f0=7 f1=1\}$")
-        self.assertIn("damaged: Nac_SetPortMsg_unpack: [KAPLO]:Table offset", rows[2])
+        self.assertIn("damaged: at 0, header of Nac_SetPortMsg: the table would be at 4294967295", rows[2])
         self.assertIn("0x00000063", rows[3])
         self.assertIn("1 damaged", words)
 

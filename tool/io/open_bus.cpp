@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "inspect/vorn_inspect.h"
 #include "tool/message/message_type.h"
 #include "tool/show/shown.h"
 
@@ -25,6 +26,8 @@ const char* url_or_null(const std::string& url) { return url.empty() ? nullptr :
 OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
     const std::int32_t registered = register_all_modules();
     if (registered != 0) throw bus_error("registering the modules", registered);
+    const std::int32_t verified = vorn_bus_verify_with(vorn_nac_verify);
+    if (verified != VORN_BUS_OK) throw bus_error("registering what verifies messages", verified);
     vorn_bus_options options = vorn_bus_options_init();
     options.url = url_or_null(url);
     options.address = address;

@@ -152,10 +152,12 @@ class Exchange {
             fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed_bytes, summary(received));
         }
         if (arrival.message_id != type_->id || arrival.record_bytes != type_->record_bytes ||
-            received != sent) {
+            received != sent ||
+            (arrival.flags & (VORN_BUS_VERIFIED | VORN_BUS_DAMAGED)) != VORN_BUS_VERIFIED) {
             ++differences_;
             report("nac: {}: {} arrived different: {}", records.origins[index], type_->name,
-                   shortened(json_text(Json::diff(sent, received)), 1000));
+                   arrival.fault != nullptr ? arrival.fault
+                                            : shortened(json_text(Json::diff(sent, received)), 1000));
         }
     }
 

@@ -7,6 +7,7 @@
 #include "tool/io/interrupt.h"
 #include "tool/io/open_bus.h"
 #include "tool/io/output.h"
+#include "tool/message/fault_text.h"
 #include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
@@ -31,7 +32,11 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
     if (json) {
         Json line = {{"type", type.name}, {"from", message.source}, {"bytes", message.packed_bytes}};
         if (message.target != 0) line["target"] = message.target;
-        if (message.flags != 0) line["repeated"] = true;
+        if ((message.flags & VORN_BUS_REPEATED) != 0) line["repeated"] = true;
+        line["verdict"] = message.fault == nullptr ? "ok" : "damaged";
+        line["faults"] = message.fault == nullptr
+                             ? Json::array()
+                             : Json(fault_texts(message.message_id, {message.packed, message.packed_bytes}));
         std::string text = json_text(line);
         text.pop_back();
         output.write(text + R"(,"record":)");
@@ -41,7 +46,9 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
         const std::string target = message.target == 0 ? "" : fmt::format(" to {}", message.target);
         output.write(fmt::format("{:<7} {:<36} {:>6}  {}\n", fmt::format("{}{}", message.source, target),
                                  type.name, message.packed_bytes,
-                                 summary(type.to_json(message.record, kSummaryElements))));
+                                 message.fault == nullptr
+                                     ? summary(type.to_json(message.record, kSummaryElements))
+                                     : fmt::format("damaged: {}", message.fault)));
     }
 }
 
@@ -70,13 +77,18 @@ ExitCode run_listen(const ListenOptions& options) {
             options.timeout_s > 0 && Clock::now() - last > std::chrono::duration<double>(options.timeout_s);
     }
     const vorn_bus_counters counters = bus.counters();
-    report("{} records in {} batches arrived; {} of unknown ids, {} damaged, {} log lines", arrived,
-           counters.received_batches, counters.unknown_messages, counters.damaged, shown_log_lines());
+    report(
+        "{} records in {} batches arrived; {} damaged, {} of unknown ids, {} damaged batches or packets, {} "
+        "log lines",
+        arrived, counters.received_batches, counters.damaged_messages, counters.unknown_messages,
+        counters.damaged, shown_log_lines());
     if (arrived < options.count) {
         throw CommandError(
             kTrouble, fmt::format("{} of {} records did not arrive", options.count - arrived, options.count));
     }
-    return counters.unknown_messages + counters.damaged + shown_log_lines() == 0 ? kOk : kBadData;
+    const bool all_well =
+        counters.damaged_messages + counters.unknown_messages + counters.damaged + shown_log_lines() == 0;
+    return all_well ? kOk : kBadData;
 }
 
 }  // namespace
@@ -89,6 +101,7 @@ void add_listen(CLI::App& command, Chosen& chosen) {
     verb.add_option("--count", options.count, "End after this number of records")->transform(whole_number(1));
     verb.add_option("--timeout", options.timeout_s, "End after this number of seconds without a record")
         ->transform(seconds());
+    verb.footer("Exit code 1 if something damaged or of an unknown id arrived, 3 if records did not arrive.");
 }
 
 }  // namespace tool

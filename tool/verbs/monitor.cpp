@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <map>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
 #include "tool/io/output.h"
+#include "tool/message/fault_text.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
 #include "tool/show/shown.h"
@@ -116,14 +118,13 @@ class Monitor {
 
     static std::string line(const vorn_bus_watched& message, const MessageType* type) {
         const std::string addresses = fmt::format("{} -> {}", message.source, message.destination);
-        const Decoded decoded =
-            type != nullptr ? decode(*type, {message.packed, message.packed_bytes}) : Decoded{};
-        const bool whole = decoded.outcome == kaplo::Outcome::whole;
-        return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}{}", time_of_day(message.time), addresses,
-                           type_name(message.message_id), message.packed_bytes, whole ? "" : "damaged: ",
-                           type == nullptr                   ? "unknown"
-                           : whole || decoded.faults.empty() ? summary(decoded.record)
-                                                             : decoded.faults.front());
+        const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
+        const std::vector<std::string> faults = fault_texts(message.message_id, bytes);
+        return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}", time_of_day(message.time), addresses,
+                           type_name(message.message_id), message.packed_bytes,
+                           type == nullptr  ? "unknown"
+                           : faults.empty() ? summary(decode(*type, bytes).record)
+                                            : fmt::format("damaged: {}", faults.front()));
     }
 
     void print(const vorn_bus_watched& message, const MessageType* type, bool whole) const {
@@ -146,9 +147,9 @@ class Monitor {
                        {"record", nullptr},
                        {"faults", Json::array()}};
         if (type != nullptr) {
-            Decoded decoded = decode(*type, {message.packed, message.packed_bytes});
-            object["record"] = std::move(decoded.record);
-            object["faults"] = decoded.faults;
+            const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
+            object["record"] = decode(*type, bytes).record;
+            object["faults"] = fault_texts(message.message_id, bytes);
         }
         fmt::print("{}\n", json_text(object));
     }

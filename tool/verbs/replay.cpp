@@ -204,9 +204,11 @@ class Replay {
             Clock::now() + std::chrono::duration<double>(receives_ ? options_.timeout_s : 0);
         do {
             received_ = 0;
+            damaged_ = 0;
             for (const auto& [address, bus] : receivers_) {
                 const vorn_bus_counters counters = bus->counters();
                 received_ += counters.received_messages + counters.unknown_messages;
+                damaged_ += counters.damaged_messages;
             }
             if (received_ < sent_messages_ && receives_) std::this_thread::sleep_for(1ms);
         } while (receives_ && received_ < sent_messages_ && Clock::now() < deadline);
@@ -219,7 +221,7 @@ class Replay {
             "cut, {} batches lost, {} still on their way",
             sent_messages_, sent_batches_, sent_bytes_, seconds_, rate, left_out_, cut_, lost_,
             on_their_way_);
-        if (receives_) report("{} messages arrived within the tool", received_);
+        if (receives_) report("{} messages arrived within the tool, {} damaged", received_, damaged_);
         if (options_.json) {
             const Json summary = {{"messages", sent_messages_},
                                   {"batches", sent_batches_},
@@ -231,6 +233,7 @@ class Replay {
                                   {"lost_batches", lost_},
                                   {"batches_on_their_way", on_their_way_},
                                   {"arrived_messages", receives_ ? Json(received_) : Json(nullptr)},
+                                  {"damaged_messages", receives_ ? Json(damaged_) : Json(nullptr)},
                                   {"complaints", complaints_}};
             fmt::print("{}\n", json_text(summary));
         }
@@ -268,6 +271,7 @@ class Replay {
     std::uint64_t lost_ = 0;
     std::uint64_t on_their_way_ = 0;
     std::uint64_t received_ = 0;
+    std::uint64_t damaged_ = 0;
     double seconds_ = 0;
     std::vector<std::string> complaints_;
 };

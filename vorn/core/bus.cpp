@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -13,6 +15,7 @@
 #include <utility>
 
 #include "bus/registration.h"
+#include "inspect/vorn_inspect.h"
 
 namespace vorn {
 namespace {
@@ -29,6 +32,15 @@ constexpr std::size_t kRecordStorageBytes = 65536;
 template <class T>
 void default_to(T& value, T instead) {
     if (value == 0) value = instead;
+}
+
+// Of the faults of a message the bus shows the first, at which unpack stops.
+std::int32_t write_fault(const vorn_fault* fault, void* text) {
+    auto& written = *static_cast<FaultText*>(text);
+    const char* const header = fault->field != nullptr ? "" : *fault->path == '\0' ? "header" : " header";
+    std::snprintf(written.data(), written.size(), "at %" PRIu32 ", %s%s of %s: %s", fault->at, fault->path,
+                  header, fault->table->name, fault->what);
+    return 1;
 }
 
 }  // namespace
@@ -262,17 +274,15 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
 // fault.
 std::uint32_t Bus::check(const Message& message) {
     if (options_.check == VORN_BUS_CHECK_NONE) return 0;
+    fault_.front() = '\0';
     for (const vorn_bus_verify verify : verifiers_) {
-        fault_.front() = '\0';
         std::int32_t verdict = -1;
         try {
-            verdict =
-                verify(message.id, message.bytes.data(), static_cast<std::uint32_t>(message.bytes.size()),
-                       fault_.data(), static_cast<std::uint32_t>(fault_.size()));
+            verdict = verify(message.id, message.bytes.data(),
+                             static_cast<std::uint32_t>(message.bytes.size()), write_fault, &fault_);
         } catch (...) {
             log_.line_about_outside("a verifier threw an exception on a message of id ", message.id);
         }
-        fault_.back() = '\0';
         if (verdict == 0) return VORN_BUS_VERIFIED;
         if (verdict > 0) return VORN_BUS_VERIFIED | VORN_BUS_DAMAGED;
     }

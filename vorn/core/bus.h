@@ -39,6 +39,9 @@ class RecordStorage {
     void* start_;
 };
 
+// One sentence; cut where it is longer.
+using FaultText = std::array<char, 512>;
+
 class Bus {
   public:
     // Throws nothing but bad_alloc and system_error.
@@ -104,7 +107,7 @@ class Bus {
     // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
     std::vector<vorn_bus_verify> verifiers_;
-    std::array<char, 512> fault_ = {};    // of the message that is handled
+    FaultText fault_ = {};                // of the message that is handled
     std::uint32_t handled_messages_ = 0;  // of the batch that is handled
     bool handler_failed_ = false;         // in this poll
     std::uint64_t routes_registry_ = 0;
