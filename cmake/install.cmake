@@ -27,6 +27,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vorn_nac-config-version.c
 install(FILES ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake ${PROJECT_BINARY_DIR}/vorn_nac-config-version.cmake
   DESTINATION ${package_folder})
 install_header(nac/nac_messages.h)
+foreach(header IN ITEMS message_functions nac owned_records typed_bus)
+  install_header(nac/${header}.hpp)
+endforeach()
 install_header(bus/vorn_bus_api.h)
 install_header(runtime/zeb_osal_api.h)
 install_pkg_config(vorn_nac)
@@ -34,6 +37,7 @@ install_pkg_config(vorn_nac_static)
 
 # What a message is, as data.
 if(NAC_BUILD_INSPECT)
+  set_target_properties(vorn_nac_inspect PROPERTIES INSTALL_RPATH "$ORIGIN")  # to libvorn_nac_user
   install(TARGETS vorn_nac_inspect vorn_nac_inspect_static EXPORT vorn_nac-inspect)
   install(EXPORT vorn_nac-inspect NAMESPACE vorn_nac:: DESTINATION ${package_folder})
   install_header(inspect/vorn_inspect.h)

@@ -6,6 +6,7 @@
 #include "nac/dataflow.h"
 #include "nac/evt.h"
 #include "nac/ipsec_access.h"
+#include "nac/message_functions.hpp"
 #include "nac/port.h"
 #include "nac/uclgroup.h"
 #include "nac/user.h"
@@ -20,27 +21,5 @@
     MODULE(user, nac_fwm_user, NAC_USER_MESSAGES)                \
     MODULE(user_type, nac_fwm_user_type, NAC_USER_TYPE_MESSAGES) \
     MODULE(ipsec_access, nac_ipsec_access, NAC_IPSEC_ACCESS_MESSAGES)
-
-namespace nac {
-
-// The seven exported functions of a message type, found by its record.
-template <class Record>
-struct Functions;
-
-#define NAC_FUNCTIONS_OF(Message)                                   \
-    template <>                                                     \
-    struct Functions<Message> {                                     \
-        static constexpr auto pack = &Message##__pack;              \
-        static constexpr auto unpack = &Message##__unpack;          \
-        static constexpr auto free = &Message##_free__unpacked;     \
-        static constexpr auto send_single = &Message##__sendsingle; \
-        static constexpr auto send_batch = &Message##__sendbatch;   \
-        static constexpr auto send = &Message##__sendmsg;           \
-        static constexpr auto send_to = &Message##__sendtomsg;      \
-    };
-NAC_ALL_MESSAGES(NAC_FUNCTIONS_OF)
-#undef NAC_FUNCTIONS_OF
-
-}  // namespace nac
 
 #endif

@@ -4,7 +4,7 @@
 # formats them in place. Prints every finding; exits with 1 after the first kind of finding.
 set -eu
 cd "$(dirname "$0")/../.."
-sources() { find . -path ./build -prune -o \( -name "*.c" -o -name "*.cpp" -o -name "*.h" \) -print | sed 's|^\./||' | sort; }
+sources() { find . -path ./build -prune -o \( -name "*.c" -o -name "*.cpp" -o -name "*.h" -o -name "*.hpp" \) -print | sed 's|^\./||' | sort; }
 if [ "$1" = --format ]; then
     sources | xargs clang-format -i
     exit

@@ -17,6 +17,11 @@ if(NAC_BUILD_BUS)
   list(APPEND c_headers vorn/vorn_bus.h)
 endif()
 
+if(NAC_BUILD_INSPECT AND NAC_BUILD_BUS)
+  file(GLOB cpp_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/nac/*.hpp)
+  list(APPEND headers ${cpp_headers})
+endif()
+
 add_library(headers_alone OBJECT)
 target_link_libraries(headers_alone PRIVATE nac_compile_options)
 function(compile_alone header suffix)

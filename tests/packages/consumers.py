@@ -11,6 +11,9 @@ import sys
 import tempfile
 
 SOURCE = pathlib.Path(__file__).resolve().parent / "consumer"
+# In the sources, or as a package installs them.
+EXAMPLES = next(folder for folder in (SOURCE.parents[2] / "examples", pathlib.Path("/usr/share/doc/libvorn-bus-dev/examples"))
+                if (folder / "receiver.c").exists())
 C_SAYS = "139 bytes: 42, 2 groups, the last {6 9}\n"
 CPP_SAYS = "346 bytes: 3 flows, the same; cut short: 0 flows\n"
 HOST_SAYS = "2 groups; asked of the host: 1 send buffers, 1 arrays, 2 releases, 1 log lines\n"
@@ -61,13 +64,13 @@ def run(*command: object, environment: dict[str, str] | None = None) -> str:
 
 
 def compile_by_cmake(folder: pathlib.Path, environment: dict[str, str]) -> None:
-    run("cmake", "-S", SOURCE, "-B", folder, environment=environment)
+    run("cmake", "-S", SOURCE, "-B", folder, f"-DEXAMPLES={EXAMPLES}", environment=environment)
     run("cmake", "--build", folder, environment=environment)
 
 
 def compile_by_pkg_config(folder: pathlib.Path, environment: dict[str, str]) -> None:
     folder.mkdir()
-    run("make", "-C", SOURCE, f"OUT={folder}", environment=environment)
+    run("make", "-C", SOURCE, f"OUT={folder}", f"EXAMPLES={EXAMPLES}", environment=environment)
 
 
 def check_programs(folder: pathlib.Path, nac: str) -> None:
@@ -82,6 +85,19 @@ def check_programs(folder: pathlib.Path, nac: str) -> None:
         expect(f"exit code of nac doctor {name}", done.returncode, code)
         expect(f"nac doctor {name}", re.sub(r"(^|\n)needs .*", "", done.stdout).rstrip(), output)
         expect(f"what mends {name}", done.stderr, f"nac: {folder / name}{mend}" if mend else "")
+
+
+def check_examples(folder: pathlib.Path) -> None:
+    """What the sender sends each receiver prints by name."""
+    for name in ("receiver", "receiver_cpp"):
+        with tempfile.TemporaryDirectory() as bus:
+            environment = {**os.environ, "VORN_BUS_URL": f"ipc://{bus}"}
+            with subprocess.Popen([folder / name, "2", "4"], stdout=subprocess.PIPE, text=True, env=environment) as receiver:
+                run(folder / "sender", "2", environment=environment)
+                printed, _ = receiver.communicate(timeout=30)
+        expect(f"exit code of {name}", receiver.returncode, 0)
+        expect(f"first line of {name}", printed.splitlines()[0], 'Nac_SetPortMsg from address 1: {"f0":24,"f1":1}')
+        expect(f"lines of {name}", len(printed.splitlines()), 4)
 
 
 def main() -> int:
@@ -101,10 +117,11 @@ def main() -> int:
             try:
                 compile_by(built, environment)
                 check_programs(built, nac)
+                check_examples(built)
             except Failure as failure:
                 print(f"consumers by {way}: {failure}", file=sys.stderr)
                 return 1
-            print(f"count: {len(PROGRAMS)} consumers by {way}: compiled, run, and seen by nac doctor")
+            print(f"count: {len(PROGRAMS)} consumers and 3 examples by {way}: compiled, run, and seen by nac doctor")
     return 0
 
 

@@ -14,7 +14,8 @@ GENERATED = {"share/bash-completion/completions/nac": ["completion", "bash"],
           "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
           "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
           "wireshark/plugins/vorn_nac.lua": ["dissector"]}
-HEADERS = {"bus/vorn_bus_api.h", "inspect/vorn_inspect.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h"}
+HEADERS = {"bus/vorn_bus_api.h", "inspect/vorn_inspect.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h",
+           "nac/message_functions.hpp", "nac/nac.hpp", "nac/owned_records.hpp", "nac/typed_bus.hpp"}
 
 
 class Installed(unittest.TestCase):
@@ -44,7 +45,7 @@ class Installed(unittest.TestCase):
 
     def test_headers_are_the_public_ones(self) -> None:
         include = self.prefix / "include/vorn_nac"
-        self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h")}, HEADERS)
+        self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h*")}, HEADERS)
 
     def test_what_the_tool_generates_is_installed(self) -> None:
         for suffix, arguments in GENERATED.items():
