@@ -22,7 +22,7 @@ def built() -> pathlib.Path:
         return ROOT / given
     folder = ROOT / "build/wheel"
     subprocess.run(["cmake", "-S", ROOT, "-B", folder, "-DCMAKE_BUILD_TYPE=Release", "-DNAC_BUILD_TESTS=OFF"], check=True)
-    subprocess.run(["cmake", "--build", folder, "--parallel", "--target", "nac_python", "vorn_nac_inspect"], check=True)
+    subprocess.run(["cmake", "--build", folder, "--parallel", str(os.cpu_count()), "--target", "nac_python"], check=True)
     return folder
 
 

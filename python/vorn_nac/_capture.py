@@ -4,7 +4,6 @@ import json
 import os
 import pathlib
 import subprocess
-import tempfile
 from dataclasses import dataclass
 from typing import Iterator, Optional, Self, Union
 
@@ -60,32 +59,31 @@ class Capture:
 
     def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
         absolute = str(pathlib.Path(path).absolute())  # which is neither an option nor -
-        self._complaints = tempfile.TemporaryFile()
         self._nac = subprocess.Popen([_library.program(), "info", "--json", "--messages", absolute],
-                                     stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self._complaints)
+                                     stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
     def __iter__(self) -> Iterator[CapturedMessage]:
         """Raises BadCapture at the end of what can be read, if that is not the capture's end."""
-        assert self._nac.stdout is not None
-        if self._nac.stdout.closed:
+        lines, complaints = self._nac.stdout, self._nac.stderr
+        assert lines is not None and complaints is not None
+        if lines.closed:
             return
-        for line in self._nac.stdout:
+        for line in lines:
             given = json.loads(line)
             packed = bytes.fromhex(given["hex"])
             yield CapturedMessage(given["packet"], given["time"], given["from"], given["to"], given["target"],
                                   given["batch"], given["position"], given["count"], given["id"],
                                   given["bytes"] - len(packed), packed)
-        if self._nac.wait() != 0:
-            self._complaints.seek(0)
-            raise BadCapture(self._complaints.read().decode(errors="replace").strip().removeprefix("nac: "))
+        complaint = complaints.read().decode(errors="replace").strip()
+        code = self._nac.wait()
+        self.close()
+        if code != 0:
+            raise BadCapture(complaint.removeprefix("nac: "))
 
     def close(self) -> None:
         """Ends the reading. A second call does nothing."""
-        assert self._nac.stdout is not None
-        self._nac.stdout.close()
         self._nac.kill()
-        self._nac.wait()
-        self._complaints.close()
+        self._nac.communicate()
 
     def __enter__(self) -> Self:
         return self

@@ -192,6 +192,8 @@ def pack(record: Record, layout: Layout = "compact") -> bytes:
     elif layout not in ("image", "sent"):
         raise ValueError(f"{layout!r} is no layout; there are compact, image and sent")
     elif codec.image_bytes:
+        if len(scratch.packed) < codec.image_bytes:
+            scratch.resize_packed(codec.image_bytes)
         length.value = _inspect.write_image(codec.address, struct_bytes, scratch.packed, len(scratch.packed))
     else:
         raise BadRecord(f"{type(record).__name__} has vectors, and so no fixed image")
