@@ -161,6 +161,24 @@ def test_what_is_no_message_is_refused_in_words() -> None:
         vorn_nac.unpack(Nac_SetPortMsg, b"abc")
 
 
+def test_no_value_of_any_field_does_anything_but_pack_or_raise_bad_record() -> None:
+    odd = [None, -1, True, 1 << 70, 1.5, "x", "abcdef", b"x", b"abcdef", [], [None], [-1], [b"x"], {}, (1,), [[1]],
+           range(2), object(), Nac_SrvCar, Nac_SrvCar(), Nac_SetPortMsg(), [Nac_SrvCar()], [Nac_SetPortMsg]]
+    refused = packed = 0
+    for record_type in vorn_nac.TYPES.values():
+        for field in record_type.shape.fields:
+            for value in odd:
+                record = record_type()
+                setattr(record, field.name, value)
+                try:
+                    vorn_nac.unpack(record_type, vorn_nac.pack(record))
+                    packed += 1
+                except BadRecord as error:
+                    assert str(error).startswith(f"{record_type.__name__}.{field.name}")
+                    refused += 1
+    assert refused > 4000 and packed > 150
+
+
 @pytest.mark.parametrize(("call", "text"), [
     (lambda: vorn_nac.pack(Nac_SetPortMsg),  # type: ignore[arg-type]
      "the class Nac_SetPortMsg was given for a record: Nac_SetPortMsg(...) makes one"),
