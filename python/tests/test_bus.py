@@ -7,6 +7,7 @@ import select
 import subprocess
 import sys
 import threading
+from typing import Literal, Optional
 
 import pytest
 import vorn_nac
@@ -168,6 +169,23 @@ def test_the_example_receives_checks_and_prints_by_name(url: str) -> None:
     assert "Nac_SetPortMsg from 1\n  f0: 24\n  f1: 1\n" in printed
     code = [line for line in path.read_text().splitlines() if line and not line.startswith("#")]
     assert len(code) <= 15
+
+
+def test_a_damaged_message_arrives_with_its_flag_or_not_at_all(url: str) -> None:
+    def replay() -> None:
+        nac("replay", "--bus", url, "--speed", "max", "--as", "1", "--redirect", "2", "examples/port-move.pcapng")
+
+    checks: dict[Literal["flag", "drop", "none"], list[Optional[bool]]] = {
+        "flag": [False] * 17 + [True] + [False] * 10, "drop": [False] * 27, "none": [None] * 28}
+    for check, damaged in checks.items():
+        with Bus(url, 2, check=check) as bus:
+            threading.Thread(target=replay).start()
+            messages = [message for message in (bus.receive(timeout=10) for _ in damaged) if message]
+            assert [message.damaged for message in messages] == damaged
+            assert sum(1 for message in messages if message.faults) == (0 if check == "drop" else 1)
+            assert bus.counters.damaged_messages == (0 if check == "none" else 1)
+    with pytest.raises(ValueError, match="'ignore' is no check of messages"):
+        Bus(url, 1, check="ignore")  # type: ignore[arg-type]
 
 
 def test_a_forked_child_with_an_open_bus_ends(url: str) -> None:

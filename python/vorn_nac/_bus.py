@@ -9,7 +9,7 @@ import threading
 import time
 import weakref
 from dataclasses import dataclass
-from typing import Any, Iterable, Iterator, Optional, Self, Union
+from typing import Any, Iterable, Iterator, Literal, Optional, Self, Union
 
 from . import _codec, _library
 from ._codec import Record
@@ -59,6 +59,7 @@ class Message:
     target: int  # what the sender gave, or 0
     repeated: bool  # it had reached a process that was killed before it acknowledged it
     packed: bytes
+    damaged: Optional[bool]  # None: nobody has looked, since the bus was opened with check="none"
 
     @property
     def faults(self) -> list[Fault]:
@@ -112,7 +113,8 @@ class _Counters(ctypes.Structure):
 
 
 _Handler = ctypes.CFUNCTYPE(None, ctypes.POINTER(_Message), ctypes.c_void_p)
-_REPEATED = 1
+_REPEATED, _VERIFIED, _DAMAGED = 1, 2, 4
+_CHECKS = {"flag": 0, "drop": 1, "none": 2}
 _FOR_EVER = -1
 
 
@@ -131,6 +133,7 @@ def _declare() -> None:
         "vorn_bus_display_url": (ctypes.c_char_p, [ctypes.c_char_p]),
         "vorn_bus_endpoint": (ctypes.c_char_p, [handle]),
         "vorn_bus_descriptor": (ctypes.c_int, [handle]),
+        "vorn_bus_verify_with": (i32, [handle]),
         "VORN_RegIDLFuncHook": (i32, [u32, handle, handle]),
     }
     for name, (result, arguments) in functions.items():
@@ -150,7 +153,10 @@ _log_line = _LogFunction(_write_log)
 
 
 def _register_types() -> None:
-    """As the modules' recv_init functions do: which functions unpack and free each id."""
+    """What verifies messages and, as the modules' recv_init functions do, what unpacks and frees each id."""
+    verify = ctypes.cast(_library.inspect.vorn_nac_verify, ctypes.c_void_p)
+    if (result := _library.bus.vorn_bus_verify_with(verify)) != Result.OK:
+        raise BusError("registering what verifies messages", result)
     for name, message_type in _codec.TYPES.items():
         functions = [ctypes.cast(_library.codec[name + suffix], ctypes.c_void_p)
                      for suffix in ("__unpack", "_free__unpacked")]
@@ -171,21 +177,25 @@ class Bus:
             bus.flush()
 
     url: "ipc://", "tcp://...", "nats://..." or "loop:"; None: VORN_BUS_URL of the environment, else "loop:".
-    The options are those of vorn_bus_options, times in seconds; 0 means the default. Log lines of the bus go to
-    the logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
+    The options are those of vorn_bus_options, times in seconds; 0 means the default. check: what becomes of damaged
+    messages: "flag", they arrive with `damaged`; "drop", they do not arrive; "none", nobody looks. Log lines of the bus go
+    to the logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
     """
 
     def __init__(self, url: Optional[str] = None, address: int = 0, *, queue_batches: int = 0, queue_bytes: int = 0,
-                 batch_bytes: int = 0, send_timeout: Optional[float] = None, linger: Optional[float] = None) -> None:
+                 batch_bytes: int = 0, send_timeout: Optional[float] = None, linger: Optional[float] = None,
+                 check: Literal["flag", "drop", "none"] = "flag") -> None:
         def wait(seconds: Optional[float]) -> int:  # 0 is the default, negative: do not wait
             return 0 if seconds is None else _milliseconds(seconds) or -1
 
         for name, value in (("address", address), ("queue_batches", queue_batches), ("queue_bytes", queue_bytes),
                             ("batch_bytes", batch_bytes)):
             _within_32_bits(name, value)
+        if check not in _CHECKS:
+            raise ValueError(f"{check!r} is no check of messages; there are flag, drop and none")
         encoded = None if url is None else url.encode()
         options = _Options(ctypes.sizeof(_Options), address, encoded, queue_batches, queue_bytes, batch_bytes,
-                           wait(send_timeout), wait(linger), 0, _log_line, None)
+                           wait(send_timeout), wait(linger), _CHECKS[check], _log_line, None)
         _register_types()
         handle = ctypes.c_void_p()
         self._check(f"opening {_library.bus.vorn_bus_display_url(encoded).decode()} at {address}",
@@ -293,7 +303,8 @@ def _handler_for(arrived: collections.deque[Message]) -> Any:
             ctypes.string_at(message.record, message.record_bytes))
         arrived.append(Message(record, message.source, message.destination, message.target,
                                bool(message.flags & _REPEATED),
-                               ctypes.string_at(message.packed, message.packed_bytes)))
+                               ctypes.string_at(message.packed, message.packed_bytes),
+                               bool(message.flags & _DAMAGED) if message.flags & _VERIFIED else None))
     return _Handler(handle)
 
 
