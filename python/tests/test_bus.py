@@ -176,7 +176,7 @@ def test_a_damaged_message_arrives_with_its_flag_or_not_at_all(url: str) -> None
         nac("replay", "--bus", url, "--speed", "max", "--as", "1", "--redirect", "2", "examples/port-move.pcapng")
 
     checks: dict[Literal["flag", "drop", "none"], list[Optional[bool]]] = {
-        "flag": [False] * 17 + [True] + [False] * 10, "drop": [False] * 27, "none": [None] * 28}
+        "flag": [*[False] * 17, True, *[False] * 10], "drop": [*[False] * 27], "none": [*[None] * 28]}
     for check, damaged in checks.items():
         with Bus(url, 2, check=check) as bus:
             threading.Thread(target=replay).start()
