@@ -157,6 +157,10 @@ def test_what_is_no_message_is_refused_in_words() -> None:
         vorn_nac.pack(Nac_SetPortMsg(), "packed")  # type: ignore[arg-type]
     with pytest.raises(BadRecord, match="Nac_SetPortMsg: f2: Nac_SetPortMsg has no such field"):
         vorn_nac.from_json(Nac_SetPortMsg, {"f0": 1, "f2": 1})
+    with pytest.raises(BadRecord, match="Nac_SetPortMsg: Object of type object is not JSON serializable"):
+        vorn_nac.from_json(Nac_SetPortMsg, {"f0": object()})
+    with pytest.raises(BadRecord, match="Nac_SetPortMsg: f0: -1 is not an integer from 0 to 4294967295"):
+        vorn_nac.from_json(Nac_SetPortMsg, {"f0": -1})
     with pytest.raises(Damaged, match="3 bytes are no message, which has 4 to 2147483647"):
         vorn_nac.unpack(Nac_SetPortMsg, b"abc")
 

@@ -12,6 +12,7 @@ from dataclasses import dataclass
 from typing import Any, Iterable, Iterator, Literal, Optional, Self, Union
 
 from . import _codec, _library
+from ._catalogue import CATALOGUE
 from ._codec import Record
 from ._errors import Error
 from ._inspect import Fault
@@ -134,7 +135,6 @@ def _declare() -> None:
         "vorn_bus_endpoint": (ctypes.c_char_p, [handle]),
         "vorn_bus_descriptor": (ctypes.c_int, [handle]),
         "vorn_bus_verify_with": (i32, [handle]),
-        "VORN_RegIDLFuncHook": (i32, [u32, handle, handle]),
     }
     for name, (result, arguments) in functions.items():
         function = getattr(_library.bus, name)  # which keeps it, unlike bus[name]
@@ -153,16 +153,11 @@ _log_line = _LogFunction(_write_log)
 
 
 def _register_types() -> None:
-    """What verifies messages and, as the modules' recv_init functions do, what unpacks and frees each id."""
+    """What verifies messages, and what unpacks and frees each type."""
     verify = ctypes.cast(_library.inspect.vorn_nac_verify, ctypes.c_void_p)
-    if (result := _library.bus.vorn_bus_verify_with(verify)) != Result.OK:
-        raise BusError("registering what verifies messages", result)
-    for name, message_type in _codec.TYPES.items():
-        functions = [ctypes.cast(_library.codec[name + suffix], ctypes.c_void_p)
-                     for suffix in ("__unpack", "_free__unpacked")]
-        result = _library.bus.VORN_RegIDLFuncHook(message_type.shape.id, *functions)
-        if result != Result.OK:
-            raise BusError(f"registering {name}", result)
+    result = _library.bus.vorn_bus_verify_with(verify) or _library.inspect.vorn_inspect_register_all(CATALOGUE)
+    if result != Result.OK:
+        raise BusError("registering the message types", result)
 
 
 def _milliseconds(seconds: Optional[float]) -> int:

@@ -85,12 +85,7 @@ def _shape(given: CType) -> Shape:
                  tuple(_field(given.fields[k].contents) for k in range(given.field_count)), ctypes.addressof(given))
 
 
-def _shapes() -> dict[str, Shape]:
-    function = _library.inspect.vorn_nac_catalogue
-    function.restype = ctypes.POINTER(_CCatalogue)
-    catalogue = function().contents
-    made = (_shape(catalogue.types[k].contents) for k in range(catalogue.type_count))
-    return {shape.name: shape for shape in made}
-
-
-SHAPES = _shapes()
+_library.inspect.vorn_nac_catalogue.restype = ctypes.POINTER(_CCatalogue)
+CATALOGUE = _library.inspect.vorn_nac_catalogue()
+_types = CATALOGUE.contents
+SHAPES = {shape.name: shape for shape in (_shape(_types.types[k].contents) for k in range(_types.type_count))}
