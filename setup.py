@@ -28,6 +28,7 @@ def built() -> pathlib.Path:
 
 class WithBinaries(build_py):
     def run(self) -> None:
+        shutil.rmtree(self.build_lib, ignore_errors=True)  # which may have modules that are gone from the sources
         super().run()
         if not self.editable_mode:  # an editable package finds them in the build
             for name in BINARIES:
