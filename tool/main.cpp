@@ -10,6 +10,7 @@
 #include "tool/commands.h"
 #include "tool/io/output.h"
 #include "tool/show/shown.h"
+#include "tool/show/usage_error.h"
 
 namespace tool {
 namespace {
@@ -59,8 +60,9 @@ ExitCode run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // CLI11 has exit codes of its own; here only --help and --version are 0.
-        return app.exit(error) == 0 ? kOk : kBadUsage;
+        if (error.get_exit_code() == 0) return app.exit(error) == 0 ? kOk : kTrouble;  // --help, --version
+        report("nac: {}", usage_text(app, error));
+        return kBadUsage;
     }
     const ExitCode code = chosen();
     flush_standard_output();

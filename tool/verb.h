@@ -5,8 +5,11 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tool/commands.h"
 
@@ -31,6 +34,16 @@ Verb<Options> add_verb(CLI::App& command, Chosen& chosen, ExitCode (*run)(const 
 // range, becomes another number.
 CLI::Validator whole_number(std::uint64_t least = 0, std::uint64_t most = UINT64_MAX);
 CLI::Validator real_number(double least, double most);
+inline CLI::Validator bus_address() { return whole_number(0, UINT32_MAX).description(""); }
+
+// Checks a word for an enumeration.
+CLI::Validator one_of(std::vector<std::pair<int, std::string>> values);
+template <class Value>
+CLI::Validator one_of(const std::map<std::string, Value>& names) {
+    std::vector<std::pair<int, std::string>> values;
+    for (const auto& [name, value] : names) values.emplace_back(static_cast<int>(value), name);
+    return one_of(std::move(values));
+}
 inline CLI::Validator seconds() { return real_number(0.001, 1e6); }
 
 inline constexpr const char* kJsonHelp = "One JSON object a line";

@@ -292,10 +292,9 @@ void CaptureReader::read_section(bool first) {
         std::uint32_t type = 0;
         const bool read = read_block(type);
         if (!read || type != kSectionBlock) {
-            const std::string why = position_ == 0 ? "it is empty" : complaint_;
+            const std::string why = position_ == 0 ? "empty" : type == kSectionBlock ? complaint_ : "";
             throw CommandError(kBadData, fmt::format("{}: not a capture in the pcapng format{}{}", name_,
-                                                     why.empty() || type != kSectionBlock ? "" : ": ",
-                                                     type != kSectionBlock && position_ != 0 ? "" : why));
+                                                     why.empty() ? "" : ": ", why));
         }
     }
     interfaces_.clear();

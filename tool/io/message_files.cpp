@@ -22,6 +22,7 @@
 #include "tool/io/opened_file.h"
 #include "tool/message/record_text.h"
 #include "tool/show/shown.h"
+#include "tool/verb.h"
 
 namespace tool {
 namespace {
@@ -196,17 +197,13 @@ const Formats& read_formats() {
 }
 
 void add_format_option(CLI::App& verb, Format& format, const std::string& purpose, const Formats& formats) {
-    std::string names;
-    for (const char* const name : {"lines", "raw", "hex", "prefixed", "tagged", "pcapng"}) {
-        if (formats.contains(name)) names += (names.empty() ? "{" : ",") + std::string(name);
-    }
     verb.add_option(
             "--format", format,
             purpose +
                 ". lines, if not given: JSON lines with type and hex; raw: one message; hex: lines of "
                 "hexadecimal digits; prefixed: each after its length; tagged: each after id and "
                 "length (u32, little-endian)")
-        ->transform(CLI::CheckedTransformer(formats).description(names + "}"));
+        ->transform(one_of(formats));
 }
 
 void add_message_options(CLI::App& verb, MessageOptions& options) {

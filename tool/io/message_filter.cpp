@@ -68,10 +68,10 @@ void add_filter_options(CLI::App& verb, FilterOptions& options) {
         ->allow_extra_args(false);
     verb.add_option("--from", options.from, "Only from this address")
         ->allow_extra_args(false)
-        ->transform(whole_number());
+        ->transform(bus_address());
     verb.add_option("--to", options.to, "Only to this address")
         ->allow_extra_args(false)
-        ->transform(whole_number());
+        ->transform(bus_address());
 }
 
 MessageFilter::MessageFilter(const FilterOptions& options)

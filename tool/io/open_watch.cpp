@@ -23,7 +23,7 @@ void add_watch_options(CLI::App& verb, WatchOptions& options) {
     verb.add_option("--address", options.addresses,
                     "Whose arrivals to watch; all if not given; tcp needs them")
         ->allow_extra_args(false)
-        ->transform(whole_number());
+        ->transform(bus_address());
     verb.add_option("--count", options.count, "End after this number of messages")
         ->transform(whole_number(1));
     verb.add_option("--duration", options.duration_s, "End after this number of seconds")

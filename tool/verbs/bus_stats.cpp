@@ -94,7 +94,7 @@ void add_bus(CLI::App& command, Chosen& /*chosen*/) { command.require_subcommand
 void add_bus_stats(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_bus_stats);
     verb.add_option("ADDRESS", options.addresses, "Whose; all that are open if not given; tcp needs them")
-        ->transform(whole_number());
+        ->transform(bus_address());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for an answer, 1 if not given")

@@ -157,7 +157,7 @@ void add_doctor(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_doctor);
     verb.add_option("PROGRAM", options.program, "A program's file; this process if not given");
     verb.add_option("--bus", options.bus, kBusHelp);
-    verb.add_option("--as", options.as, "The address, 0 if not given")->transform(whole_number());
+    verb.add_option("--as", options.as, "The address, 0 if not given")->transform(bus_address());
     verb.add_flag("--json", options.json, kJsonHelp);
 }
 

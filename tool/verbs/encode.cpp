@@ -79,7 +79,7 @@ void add_encode(CLI::App& command, Chosen& chosen) {
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--layout", options.layout,
                     "compact (if not given), image: the fixed image, sent: the one in which it is sent")
-        ->transform(CLI::CheckedTransformer(layouts()).description("{compact,image,sent}"));
+        ->transform(one_of(layouts()));
     add_format_option(verb, options.format, "What to write");
     verb.add_option("--type", options.type, "Name or id of the type, where the lines are bare records")
         ->type_name("TYPE");

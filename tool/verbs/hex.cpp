@@ -187,7 +187,7 @@ void add_hex(CLI::App& command, Chosen& chosen) {
         "--html", options.html, "One page, for a browser, in which bytes and meanings select each other");
     verb.add_flag("--json", options.json, kJsonHelp)->excludes(html);
     verb.add_option("--color", options.colour, "auto, if not given: on a terminal, unless NO_COLOR is set")
-        ->transform(CLI::CheckedTransformer(colours()).description("{auto,always,never}"));
+        ->transform(one_of(colours()));
     verb.footer("nac assemble reads the text back. Exit code 1 if a message is damaged.");
 }
 

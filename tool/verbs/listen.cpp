@@ -95,7 +95,7 @@ ExitCode run_listen(const ListenOptions& options) {
 
 void add_listen(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_listen);
-    verb.add_option("--as", options.as, "The address")->required()->transform(whole_number());
+    verb.add_option("--as", options.as, "The address")->required()->transform(bus_address());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, "One JSON object a line, as nac send reads them");
     verb.add_option("--count", options.count, "End after this number of records")->transform(whole_number(1));

@@ -150,7 +150,7 @@ void add_random(CLI::App& command, Chosen& chosen) {
     verb.add_option("--filling", options.filling,
                     "zero: nothing set; sparse: one value in eight; rich: every value, no vector empty;\n"
                     "extreme: values at their limits; mixed, if not given: each in turn")
-        ->transform(CLI::CheckedTransformer(fillings()).description("{zero,sparse,rich,extreme,mixed}"));
+        ->transform(one_of(fillings()));
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     verb.add_flag("--json", options.json, kAlwaysJsonHelp);
 }

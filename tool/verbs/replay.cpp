@@ -287,10 +287,10 @@ void add_replay(CLI::App& command, Chosen& chosen) {
     verb.add_option("--speed", options.speed,
                     "Factor of the recorded speed, 1 if not given; max: as fast as it is taken");
     verb.add_option("--as", options.as, "Send from this address, instead of from those of the capture")
-        ->transform(whole_number());
+        ->transform(bus_address());
     verb.add_option("--redirect", options.redirect,
                     "Send to this address, instead of to those of the capture")
-        ->transform(whole_number());
+        ->transform(bus_address());
     verb.add_option("--repeat", options.repeat, "How many times, 1 if not given")->transform(whole_number(1));
     verb.add_flag("--receive", options.receive,
                   "Receive at the destinations within the tool, and count; always so on loop:");

@@ -137,8 +137,8 @@ ExitCode run_send(const SendOptions& options) {
 void add_send(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_send);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
-    verb.add_option("--to", options.to, "Address of the receiver")->required()->transform(whole_number());
-    verb.add_option("--as", options.as, "Address of the sender, 0 if not given")->transform(whole_number());
+    verb.add_option("--to", options.to, "Address of the receiver")->required()->transform(bus_address());
+    verb.add_option("--as", options.as, "Address of the sender, 0 if not given")->transform(bus_address());
     verb.add_option("--target", options.target, "Target passed on with each message")
         ->transform(whole_number());
     verb.add_option("--bus", options.bus, kBusHelp);
