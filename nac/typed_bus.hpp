@@ -85,7 +85,8 @@ class Bus {
     }
 
     // Handles what has arrived, waiting for the first batch at most that long; negative: for ever. Throws the
-    // first that a handler has thrown; the other messages of its batch have got their handlers by then.
+    // first that a handler has thrown, also before in a receiving thread; the other messages of its batch
+    // have got their handlers by then.
     Polled poll(std::chrono::milliseconds timeout, std::uint32_t max_batches = 0) {
         Polled polled;
         polled.code = vorn_bus_poll(bus_, in_milliseconds(timeout), max_batches, &polled.batches);

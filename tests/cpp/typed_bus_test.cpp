@@ -117,6 +117,17 @@ TEST_F(TypedBus, WhatAHandlerThrowsComesOutOfPollAfterItsBatch) {
     EXPECT_EQ(arrived, 4);
 }
 
+TEST_F(TypedBus, WhatAHandlerThrowsInTheReceivingThreadComesOutOfTheNextPoll) {
+    receiver_.on<Nac_SetPortMsg>([](const Nac_SetPortMsg& /*record*/, const nac::Origin& /*origin*/) {
+        throw std::runtime_error("in another thread");
+    });
+    ASSERT_EQ(vorn_bus_start(receiver_.get()), VORN_BUS_OK);
+    ASSERT_TRUE(sender_.send(kReceiver, Nac_SetPortMsg{}));
+    ASSERT_TRUE(sender_.flush(10s));
+    ASSERT_EQ(vorn_bus_stop(receiver_.get()), VORN_BUS_OK);
+    EXPECT_THROW(receiver_.poll(0ms), std::runtime_error);
+}
+
 TEST_F(TypedBus, AHandlerIsReplacedAlsoFromItself) {
     std::string called;
     receiver_.on<Nac_SetPortMsg>([&](const Nac_SetPortMsg& /*record*/, const nac::Origin& /*origin*/) {

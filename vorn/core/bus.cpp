@@ -38,8 +38,8 @@ void default_to(T& value, T instead) {
 std::int32_t write_fault(const vorn_fault* fault, void* text) {
     auto& written = *static_cast<FaultText*>(text);
     const char* const header = fault->field != nullptr ? "" : *fault->path == '\0' ? "header" : " header";
-    std::snprintf(written.data(), written.size(), "at %" PRIu32 ", %s%s of %s: %s", fault->at, fault->path,
-                  header, fault->table->name, fault->what);
+    static_cast<void>(std::snprintf(written.data(), written.size(), "at %" PRIu32 ", %s%s of %s: %s",
+                                    fault->at, fault->path, header, fault->table->name, fault->what));
     return 1;
 }
 

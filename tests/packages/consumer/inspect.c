@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "inspect/vorn_inspect.h"
+#include "nac/nac_messages.h"
 
 static int32_t print_fault(const vorn_fault* fault, void* name) {
     char text[256];
@@ -31,8 +32,8 @@ static void show(uint32_t message_id, const uint8_t* bytes, size_t length) {
 
 int main(void) {
     uint8_t bytes[] = {12, 0, 0, 0, 8, 0, 12, 0, 4, 0, 8, 0, 8, 0, 0, 0, 7, 0, 0, 0, 9, 0, 0, 0};
-    show(0x09B58155, bytes, sizeof bytes);
+    show(Nac_SetPortMsg_ID, bytes, sizeof bytes);
     bytes[4] = 255;
-    show(0x09B58155, bytes, sizeof bytes);
+    show(Nac_SetPortMsg_ID, bytes, sizeof bytes);
     return 0;
 }
