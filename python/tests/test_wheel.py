@@ -72,3 +72,5 @@ print("{BUILD}" in open("/proc/self/maps").read())
 def test_pytest_finds_its_fixtures(python: pathlib.Path, tmp_path: pathlib.Path) -> None:
     (tmp_path / "test_port.py").write_text("def test_port(vorn_bus):\n    assert vorn_bus(1).address == 1\n")
     assert "1 passed" in run(str(python), "-m", "pytest", "-q", "-p", "no:cacheprovider", folder=tmp_path)
+    (tmp_path / "conftest.py").write_text('pytest_plugins = ["vorn_nac.pytest_plugin"]\n')
+    assert "1 passed" in run(str(python), "-m", "pytest", "-q", "-p", "no:cacheprovider", folder=tmp_path)

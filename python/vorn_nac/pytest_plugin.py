@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Fixtures for tests that use the bus. A package that pip has installed registers them with pytest; otherwise write
+"""Fixtures for tests that use the bus. A package that pip or apt has installed registers them with pytest; otherwise write
 pytest_plugins = ["vorn_nac.pytest_plugin"] into conftest.py.
 
     def test_the_port_is_set(vorn_bus):

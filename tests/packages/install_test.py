@@ -2,14 +2,17 @@
 # Installed into a folder, which is then moved: consumers find the libraries there, and the tool runs.
 #
 # BUILD in the environment is the folder of the build.
+import importlib.metadata
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
+import tomllib
 import unittest
 
 HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
 GENERATED = {"share/bash-completion/completions/nac": ["completion", "bash"],
           "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
           "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
@@ -62,6 +65,11 @@ class Installed(unittest.TestCase):
                                    "PYTHONPATH": str(package.parent), "PYTHONDONTWRITEBYTECODE": "1",
                                    "VORN_NAC_LIBRARY_DIR": str(self.one("libvorn_bus.so.1").parent)})
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "Nac_SetPortMsg(f0=7, f1=0)\n", ""))
+        (installed,) = importlib.metadata.distributions(name="vorn-nac", path=[str(package.parent)])
+        with open(ROOT / "pyproject.toml", "rb") as file:
+            project = tomllib.load(file)["project"]
+        self.assertEqual(installed.metadata["Summary"], project["description"])
+        self.assertEqual({each.group: {each.name: each.value} for each in installed.entry_points}, project["entry-points"])
 
     def test_the_manual_is_that_of_the_build(self) -> None:
         installed = self.one("man3").parent
