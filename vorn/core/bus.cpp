@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -15,7 +13,6 @@
 #include <utility>
 
 #include "bus/registration.h"
-#include "inspect/vorn_inspect.h"
 
 namespace vorn {
 namespace {
@@ -32,15 +29,6 @@ constexpr std::size_t kRecordStorageBytes = 65536;
 template <class T>
 void default_to(T& value, T instead) {
     if (value == 0) value = instead;
-}
-
-// Of the faults of a message the bus shows the first, at which unpack stops.
-std::int32_t write_fault(const vorn_fault* fault, void* text) {
-    auto& written = *static_cast<FaultText*>(text);
-    const char* const header = fault->field != nullptr ? "" : *fault->path == '\0' ? "header" : " header";
-    static_cast<void>(std::snprintf(written.data(), written.size(), "at %" PRIu32 ", %s%s of %s: %s",
-                                    fault->at, fault->path, header, fault->table->name, fault->what));
-    return 1;
 }
 
 }  // namespace
@@ -243,21 +231,29 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
         count(counters_.ignored_messages);
         return;
     }
-    flags |= check(message);
+    if (options_.check != VORN_BUS_CHECK_NONE) flags |= validity_.check(message, log_);
     const bool is_damaged = (flags & VORN_BUS_DAMAGED) != 0;
     if (is_damaged) {
         count_alone(counters_.damaged_messages);
         if (options_.check == VORN_BUS_CHECK_DROP) {
-            log_.line_about_outside("a damaged message of id ", message.id, " was left out: ", fault_.data());
+            log_.line_about_outside("a damaged message of id ", message.id,
+                                    " was left out: ", validity_.fault());
             return;
         }
     }
     const auto length = static_cast<std::uint32_t>(message.bytes.size());
     void* const record = storage_.start();
     const std::uint32_t record_bytes = route.functions.unpack(message.bytes.data(), length, record);
-    const vorn_bus_message arrived = {
-        message.id, header.source,        header.destination, flags,  header.target,
-        record,     message.bytes.data(), record_bytes,       length, is_damaged ? fault_.data() : nullptr};
+    const vorn_bus_message arrived = {message.id,
+                                      header.source,
+                                      header.destination,
+                                      flags,
+                                      header.target,
+                                      record,
+                                      message.bytes.data(),
+                                      record_bytes,
+                                      length,
+                                      is_damaged ? validity_.fault() : nullptr};
     try {
         route.handler.call(&arrived, route.handler.context);
     } catch (...) {
@@ -270,25 +266,6 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     count_alone(counters_.received_messages);
 }
 
-// VORN_BUS_VERIFIED where a verifier knows the id; and if the message is damaged, VORN_BUS_DAMAGED and its
-// fault.
-std::uint32_t Bus::check(const Message& message) {
-    if (options_.check == VORN_BUS_CHECK_NONE) return 0;
-    fault_.front() = '\0';
-    for (const vorn_bus_verify verify : verifiers_) {
-        std::int32_t verdict = -1;
-        try {
-            verdict = verify(message.id, message.bytes.data(),
-                             static_cast<std::uint32_t>(message.bytes.size()), write_fault, &fault_);
-        } catch (...) {
-            log_.line_about_outside("a verifier threw an exception on a message of id ", message.id);
-        }
-        if (verdict == 0) return VORN_BUS_VERIFIED;
-        if (verdict > 0) return VORN_BUS_VERIFIED | VORN_BUS_DAMAGED;
-    }
-    return 0;
-}
-
 void Bus::renew_routes() {
     const std::lock_guard locked(handlers_lock_);
     // Versions first: what is registered meanwhile renews the routes once more.
@@ -299,7 +276,7 @@ void Bus::renew_routes() {
         const auto own = handlers_.find(id);
         routes[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
     }
-    verifiers_ = Registry::instance().verifiers();
+    validity_.ask(Registry::instance().verifiers());
     routes_.swap(routes);
     routes_registry_ = registry;
     routes_handlers_ = handlers;

@@ -3,7 +3,6 @@
 #ifndef VORN_BUS_IMPL_H
 #define VORN_BUS_IMPL_H
 
-#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
@@ -13,11 +12,11 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
-#include <vector>
 
 #include "vorn/core/inbox.h"
 #include "vorn/core/registry.h"
 #include "vorn/core/transport.h"
+#include "vorn/core/validity.h"
 
 namespace vorn {
 
@@ -38,9 +37,6 @@ class RecordStorage {
     std::size_t bytes_;  // without the page after it
     void* start_;
 };
-
-// One sentence; cut where it is longer.
-using FaultText = std::array<char, 512>;
 
 class Bus {
   public:
@@ -80,7 +76,6 @@ class Bus {
     void handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled);
     void handle_batch(const Batch& batch, std::uint32_t flags);
     void handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags);
-    std::uint32_t check(const Message& message);
     void renew_routes();
 
     vorn_bus_options options_;
@@ -106,8 +101,7 @@ class Bus {
 
     // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
-    std::vector<vorn_bus_verify> verifiers_;
-    FaultText fault_ = {};                // of the message that is handled
+    Validity validity_;
     std::uint32_t handled_messages_ = 0;  // of the batch that is handled
     bool handler_failed_ = false;         // in this poll
     std::uint64_t routes_registry_ = 0;
