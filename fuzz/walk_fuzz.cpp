@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: the tool's walk through any bytes ends as unpack ends, stays inside them, and shows what unpack
-// reads.
+// Promise: verification and the walk through any bytes end as unpack ends, stay inside them, and show what
+// unpack reads.
 //
 // Each input is read twice: as received bytes, as decode_fuzz has them, and as a damaged message, as
 // damage_fuzz has it. So the inputs of both serve here too.
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "fuzz/damaged.h"
-#include "tool/message/message_type.h"
+#include "tool/message/record_json.h"
 #include "tool/message/walk.h"
 
 namespace {
@@ -26,9 +26,10 @@ const tool::Json& at_path(const tool::Json& record, const std::string& path) {
 void check_values(const tool::Annotated& annotated, const std::vector<std::uint8_t>& bytes,
                   const tool::Json& record) {
     for (const tool::Range& range : annotated.ranges) {
-        if (range.part != tool::Part::scalar && range.part != tool::Part::elements) continue;
+        if (range.part != VORN_PART_SCALAR && range.part != VORN_PART_ELEMENTS) continue;
         const tool::Json& value = at_path(record, range.path);
-        std::string text = tool::value_text(range, bytes, true);
+        std::string text(vorn_inspect_value_text(&range, bytes.data(), SIZE_MAX, nullptr, 0), '\0');
+        vorn_inspect_value_text(&range, bytes.data(), SIZE_MAX, text.data(), text.size() + 1);
         std::erase(text, ' ');
         fuzz::promise(text == (value.is_string() ? value.get<std::string>() : value.dump()),
                       "the walk shows what unpack reads");
@@ -36,14 +37,16 @@ void check_values(const tool::Annotated& annotated, const std::vector<std::uint8
 }
 
 void check(const tool::MessageType& type, const std::vector<std::uint8_t>& bytes) {
-    if (!tool::is_buffer_size(bytes.size())) return;
-    const tool::Annotated annotated = tool::annotate(*type.shape, bytes);
+    if (bytes.size() < VORN_SHORTEST_MESSAGE) return;
+    const tool::Annotated annotated = tool::annotate(type, bytes);
     const tool::Walk& walk = annotated.walk;
-    const tool::Decoded decoded = type.decode(bytes);
-    fuzz::promise(walk.outcome == decoded.outcome, "the walk ends as unpack ends");
-    fuzz::promise((walk.outcome == kaplo::Outcome::whole) == walk.faults.empty(), "a fault has a position");
+    const tool::Unpacked unpacked(type, bytes);
+    fuzz::promise(walk.verdict == unpacked.verdict(), "the walk ends as unpack ends");
+    fuzz::promise(vorn_inspect_verify(&type, bytes.data(), bytes.size(), nullptr, nullptr) == walk.verdict,
+                  "verification ends as unpack ends");
+    fuzz::promise(unpacked.is_valid() == walk.faults.empty(), "a fault has a position");
     if (!walk.faults.empty()) {
-        fuzz::promise((walk.faults.front().field == nullptr) == !decoded.faults.empty(),
+        fuzz::promise((walk.faults.front().field == nullptr) == !unpacked.faults().empty(),
                       "unpack logs what is a header's fault");
     }
     std::uint32_t end = 0;
@@ -57,7 +60,7 @@ void check(const tool::MessageType& type, const std::vector<std::uint8_t>& bytes
         fuzz::promise(range.at <= end && range.bytes <= end - range.at, "ranges lie in the message");
         fuzz::promise(!tool::meaning(range, bytes).empty(), "a range has a meaning");
     }
-    if (walk.outcome == kaplo::Outcome::whole) check_values(annotated, bytes, decoded.record);
+    if (unpacked.is_valid()) check_values(annotated, bytes, unpacked.json());
 }
 
 }  // namespace

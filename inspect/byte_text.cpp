@@ -26,7 +26,24 @@ std::uint8_t byte_from(std::string_view text, std::size_t at) {
     return value;
 }
 
+struct StringText : TextOf<StringText> {
+    std::string text;
+    void put(std::string_view part) { text += part; }
+};
+
 }  // namespace
+
+std::string to_hex(std::span<const std::uint8_t> bytes) {
+    StringText made;
+    made.add_hex(bytes);
+    return made.text;
+}
+
+std::string to_address(std::span<const std::uint8_t> bytes) {
+    StringText made;
+    made.add_address(bytes);
+    return made.text;
+}
 
 std::string shortened(std::string_view text, std::size_t most) {
     return std::string(text.substr(0, most)) + (text.size() > most ? "..." : "");

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bytes from text as people write them. Throws std::invalid_argument with what is wrong.
+// Bytes as text, and from text as people write them. Readers throw std::invalid_argument with what is wrong.
 #ifndef INSPECT_BYTE_TEXT_H
 #define INSPECT_BYTE_TEXT_H
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,10 @@ namespace inspect {
 
 // "...": at most `most` bytes of a text that may be long.
 std::string shortened(std::string_view text, std::size_t most = 80);
+
+// As TextOf has them.
+std::string to_hex(std::span<const std::uint8_t> bytes);
+std::string to_address(std::span<const std::uint8_t> bytes);
 
 // Reads hexadecimal digits of either case.
 std::vector<std::uint8_t> from_hex(std::string_view text);

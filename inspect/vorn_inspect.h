@@ -143,6 +143,10 @@ VORN_INSPECT_API const vorn_type* vorn_inspect_type_by_id(const vorn_catalogue* 
  * 0. */
 VORN_INSPECT_API int32_t vorn_inspect_register_all(const vorn_catalogue* catalogue);
 
+/* How many bytes a message may have. */
+#define VORN_SHORTEST_MESSAGE 4u
+#define VORN_LONGEST_MESSAGE 0x7FFFFFFFu
+
 /* ---- verification ----------------------------------------------------------------------------------- */
 
 typedef enum vorn_verdict {

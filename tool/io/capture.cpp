@@ -11,7 +11,6 @@
 #include <system_error>
 #include <utility>
 
-#include "runtime/wire.h"
 #include "tool/commands.h"
 #include "vorn/core/envelope.h"
 
@@ -40,6 +39,15 @@ constexpr std::size_t kBufferBytes = 1U << 18;
 constexpr std::size_t kReadBytes = 1U << 20;
 
 using vorn::put;
+
+// Little-endian, or big-endian if `reversed`.
+template <std::unsigned_integral T>
+T number_at(const std::uint8_t* bytes, bool reversed) {
+    std::array<std::uint8_t, sizeof(T)> copy;
+    std::copy_n(bytes, sizeof(T), copy.begin());
+    if (reversed) std::reverse(copy.begin(), copy.end());
+    return vorn::get<T>(copy.data());
+}
 
 // A block in the making, little-endian.
 class Block {
@@ -191,8 +199,7 @@ void CaptureWriter::finish(std::uint64_t lost_batches) {
 // ---- reading --------------------------------------------------------------------------------------
 
 bool is_capture(std::span<const std::uint8_t> beginning) {
-    return beginning.size() >= 4 &&
-           kaplo::load<kaplo::ByteOrder::host, std::uint32_t>(beginning.data()) == kSectionBlock;
+    return beginning.size() >= 4 && vorn::get<std::uint32_t>(beginning.data()) == kSectionBlock;
 }
 
 CaptureReader::CaptureReader(const std::string& file)
@@ -213,8 +220,7 @@ CaptureReader::CaptureReader(std::FILE* in, std::span<const std::uint8_t> beginn
 
 template <class T>
 T CaptureReader::at(std::size_t offset) const {
-    const T value = kaplo::load<kaplo::ByteOrder::host, T>(block_.data() + offset);
-    return reversed_ ? kaplo::byte_reversed(value) : value;
+    return number_at<T>(block_.data() + offset, reversed_);
 }
 
 // Calls use(code, offset, length) for each option from there to the block's end.
@@ -254,8 +260,7 @@ bool CaptureReader::read_block(std::uint32_t& type) {
     if (got == 0) return false;
     if (got < 8) return cut();
     const auto number = [&](std::size_t from) {
-        const auto value = kaplo::load<kaplo::ByteOrder::host, std::uint32_t>(head.data() + from);
-        return reversed_ ? kaplo::byte_reversed(value) : value;
+        return number_at<std::uint32_t>(head.data() + from, reversed_);
     };
     type = number(0);
     std::size_t early = 0;

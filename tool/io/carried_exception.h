@@ -22,6 +22,8 @@ class CarriedException {
         }
     }
 
+    bool is_empty() const { return exception_ == nullptr; }
+
     // Throws what is carried, if there is something.
     void rethrow() {
         if (exception_ != nullptr) std::rethrow_exception(std::exchange(exception_, nullptr));

@@ -34,6 +34,14 @@ const Json& JsonLine::member(const char* name) const {
 
 CommandError JsonLine::bad(const std::string& what) const { return {kBadData, origin + ": " + what}; }
 
+void add_record(const JsonLine& line, const Json& record, Records& records) {
+    try {
+        records.add(record);
+    } catch (const RecordError& error) {
+        throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+    }
+}
+
 void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use,
                    const MessageType* usual_type) {
     std::string line;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tool/commands.h"
-#include "tool/message/message_type.h"
+#include "tool/message/record_json.h"
 
 namespace tool {
 
@@ -25,6 +25,9 @@ struct JsonLine {
     // What is wrong with the data of this line.
     CommandError bad(const std::string& what) const;
 };
+
+// Adds a record of the line. Throws CommandError with what is wrong with it.
+void add_record(const JsonLine& line, const Json& record, Records& records);
 
 // Calls `use` for each line that is not blank, file by file; "-" is standard input. A line without a type has
 // the usual one, if there is one. Throws CommandError with the position and the fault.

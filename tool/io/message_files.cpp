@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/message_files.h"
+#include "inspect/byte_text.h"
 
 #include <fmt/format.h>
 
@@ -20,7 +21,6 @@
 #include "tool/io/json_lines.h"
 #include "tool/io/line_reader.h"
 #include "tool/io/opened_file.h"
-#include "tool/message/record_text.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -53,7 +53,7 @@ class ByteStream {
     CommandError bad(const std::string& what) const { return {kBadData, fmt::format("{}: {}", name_, what)}; }
 
     void read_raw(const MessageType& type, const Use& use) {
-        const std::vector<std::uint8_t> bytes = read(kaplo::kLongestBuffer);
+        const std::vector<std::uint8_t> bytes = read(VORN_LONGEST_MESSAGE);
         if (!read(1).empty()) throw bad(fmt::format("more than {} bytes are no message", bytes.size()));
         use({name_, type, bytes});
     }
@@ -77,7 +77,7 @@ class ByteStream {
                 }
             }
             const std::uint32_t length = number_at(head, head_bytes - 4);
-            if (length > kaplo::kLongestBuffer) {
+            if (length > VORN_LONGEST_MESSAGE) {
                 throw CommandError(kBadData, fmt::format("{}: {} bytes are no message", origin, length));
             }
             const std::vector<std::uint8_t> bytes = read(length);
@@ -104,7 +104,7 @@ void read_hex(const std::string& file, const MessageType& type, const Use& use) 
         if (line.empty()) continue;
         std::vector<std::uint8_t> bytes;
         try {
-            bytes = from_hex(line);
+            bytes = inspect::from_hex(line);
         } catch (const std::invalid_argument& error) {
             throw reader.bad(error.what());
         }
@@ -163,11 +163,13 @@ void read_lines(const MessageOptions& options, const MessageType* type, const Us
     for_each_line(
         options.files,
         [&](const JsonLine& line) {
+            const Json& digits = line.member("hex");
+            if (!digits.is_string()) {
+                throw line.bad(fmt::format("hex: {} is not a text", shortened(json_text(digits))));
+            }
             std::vector<std::uint8_t> bytes;
             try {
-                bytes = from_hex(text_from_json(line.member("hex"), "hex"));
-            } catch (const RecordError& error) {
-                throw line.bad(error.what());
+                bytes = inspect::from_hex(digits.get_ref<const std::string&>());
             } catch (const std::invalid_argument& error) {
                 throw line.bad(error.what());
             }

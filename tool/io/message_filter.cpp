@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/message_filter.h"
+#include "inspect/bounded_text.h"
+#include "inspect/byte_text.h"
 
 #include <fmt/format.h>
 
@@ -9,23 +11,21 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tool/message/message_type.h"
-#include "tool/message/record_text.h"
-#include "tool/message/shape.h"
 #include "tool/verb.h"
 
 namespace tool {
 namespace {
 
-bool has_path(const Shape& shape, const std::vector<std::string>& path) {
-    const Shape* table = &shape;
+bool has_path(const MessageType& type, const std::vector<std::string>& path) {
+    const MessageType* table = &type;
     for (std::size_t i = 0; i < path.size(); ++i) {
-        const auto found = std::find_if(table->fields.begin(), table->fields.end(),
-                                        [&](const FieldShape& field) { return field.name == path[i]; });
-        if (found == table->fields.end()) return false;
-        if (i + 1 == path.size()) return found->table == nullptr;
-        if (found->table == nullptr) return false;
-        table = found->table;
+        const auto fields = fields_of(*table);
+        const auto found = std::find_if(fields.begin(), fields.end(),
+                                        [&](const Field* field) { return field->name == path[i]; });
+        if (found == fields.end()) return false;
+        table = (*found)->table;
+        if (i + 1 == path.size()) return table == nullptr;
+        if (table == nullptr) return false;
     }
     return false;
 }
@@ -44,14 +44,14 @@ std::uint32_t id_of(const std::string& text) {
 }
 
 bool is_same_bytes(const std::string& shown, const std::string& text) {
-    for (const std::size_t size : {kHardwareAddressBytes, kIpv6AddressBytes}) {
+    for (const std::size_t size : {inspect::kHardwareAddressBytes, inspect::kIpv6AddressBytes}) {
         try {
-            if (shown == tool::to_address(from_address(text, size))) return true;
+            if (shown == inspect::to_address(inspect::from_address(text, size))) return true;
         } catch (const std::invalid_argument&) {
         }
     }
     try {
-        return shown == to_hex(from_hex(text));
+        return shown == inspect::to_hex(inspect::from_hex(text));
     } catch (const std::invalid_argument&) {
         return false;
     }
@@ -82,8 +82,7 @@ MessageFilter::MessageFilter(const FilterOptions& options)
         conditions_.push_back(condition(where));
         const auto& types = message_types();
         const bool exists = std::any_of(types.begin(), types.end(), [&](const auto& type) {
-            return (ids_.empty() || ids_.contains(type->id)) &&
-                   has_path(*type->shape, conditions_.back().path);
+            return (ids_.empty() || ids_.contains(type->id)) && has_path(*type, conditions_.back().path);
         });
         if (!exists) {
             throw CommandError(kBadUsage, fmt::format("--where {}: no message{} has such a field", where,
@@ -144,13 +143,11 @@ bool MessageFilter::passes(std::uint32_t id, std::uint32_t source, std::uint32_t
     if (conditions_.empty()) return true;
     const MessageType* const type = find_message_type(id);
     if (type == nullptr) return false;
-    try {
-        const Json record = type->decode(bytes).record;
-        return std::all_of(conditions_.begin(), conditions_.end(),
-                           [&](const Condition& condition) { return holds(condition, record, 0); });
-    } catch (const RecordError&) {
-        return false;  // too few bytes for any field
-    }
+    const Unpacked unpacked(*type, bytes);
+    if (unpacked.verdict() == VORN_VERDICT_ARGUMENT) return false;  // too few bytes for any field
+    const Json record = unpacked.json();
+    return std::all_of(conditions_.begin(), conditions_.end(),
+                       [&](const Condition& condition) { return holds(condition, record, 0); });
 }
 
 }  // namespace tool

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "inspect/vorn_inspect.h"
-#include "tool/message/message_type.h"
 #include "tool/show/shown.h"
 
 namespace tool {
@@ -24,7 +22,7 @@ CommandError bus_error(const std::string& doing, std::int32_t result) {
 const char* url_or_null(const std::string& url) { return url.empty() ? nullptr : url.c_str(); }
 
 OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
-    const std::int32_t registered = register_all_modules();
+    const std::int32_t registered = vorn_inspect_register_all(vorn_nac_catalogue());
     if (registered != 0) throw bus_error("registering the modules", registered);
     const std::int32_t verified = vorn_bus_verify_with(vorn_nac_verify);
     if (verified != VORN_BUS_OK) throw bus_error("registering what verifies messages", verified);

@@ -9,6 +9,7 @@
 
 #include "tool/commands.h"
 #include "tool/io/carried_exception.h"
+#include "tool/message/message_type.h"
 #include "vorn/vorn_bus.h"
 
 namespace tool {
@@ -39,6 +40,14 @@ class OpenBus {
     std::function<void(const vorn_bus_message&)> handler_;
     CarriedException exception_;
 };
+
+// What the messages of a batch in the compact layout may have together.
+inline constexpr std::uint32_t kBatchBytes = 0x10000;
+
+// The bytes in which a record travels.
+inline std::uint32_t sent_bytes(const MessageType& type, const void* record) {
+    return type.image_bytes != 0 ? type.image_bytes : vorn_inspect_packed_bytes(&type, record);
+}
 
 // Milliseconds as the bus takes them.
 std::int32_t milliseconds(double seconds);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/output.h"
+#include "inspect/byte_text.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +11,6 @@
 
 #include "tool/commands.h"
 #include "tool/io/message_files.h"
-#include "tool/message/record_text.h"
 
 namespace tool {
 namespace {
@@ -64,9 +64,9 @@ void Output::write_line(const Json& object) { write(json_text(object) + "\n"); }
 void Output::write(Format format, const MessageType* type, std::span<const std::uint8_t> bytes) {
     switch (format) {
         case Format::lines:
-            return write_line({{"type", type->name}, {"hex", to_hex(bytes)}});
+            return write_line({{"type", type->name}, {"hex", inspect::to_hex(bytes)}});
         case Format::hex:
-            return write(to_hex(bytes) + "\n");
+            return write(inspect::to_hex(bytes) + "\n");
         case Format::tagged:
             write(number_bytes(type->id));
             [[fallthrough]];
@@ -88,9 +88,7 @@ void Output::finish() {
 }
 
 void write_record(const MessageType& type, const void* record, Output& output) {
-    JsonWriter writer([&output](std::string_view piece) { output.write(piece); });
-    type.visit(record, writer);
-    writer.flush();
+    write_json(type, record, SIZE_MAX, [&output](std::string_view piece) { output.write(piece); });
 }
 
 void flush_standard_output() { flush(stdout, "standard output"); }

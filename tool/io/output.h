@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "tool/message/message_type.h"
+#include "tool/message/record_json.h"
 
 namespace tool {
 

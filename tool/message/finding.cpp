@@ -7,33 +7,31 @@ namespace tool {
 
 Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes) {
     Finding finding;
-    if (!is_buffer_size(bytes.size())) {
-        finding.is_buffer = false;
-        finding.logged = type.refuse(bytes);
-        return finding;
-    }
-    finding.walk = walk(*type.shape, bytes);
-    if (!finding.is_whole()) finding.logged = type.decode(bytes).faults;
+    finding.walk = walk(type, bytes);
+    finding.is_buffer = finding.walk.verdict != VORN_VERDICT_ARGUMENT;
+    if (!finding.is_buffer) finding.walk.faults.clear();  // the summary says it
+    if (!finding.is_whole()) finding.logged = Unpacked(type, bytes).faults();
     return finding;
 }
 
 std::string summary_of(const Finding& finding) {
     if (!finding.is_buffer) {
-        return fmt::format("no message, which has {} to {} bytes", kaplo::kShortestBuffer,
-                           kaplo::kLongestBuffer);
+        return fmt::format("no message, which has {} to {} bytes", VORN_SHORTEST_MESSAGE,
+                           VORN_LONGEST_MESSAGE);
     }
-    const char* const verdict = finding.is_whole()                                   ? "ok"
-                                : finding.walk.outcome == kaplo::Outcome::bad_header ? "damaged in its header"
-                                                                                     : "damaged in a field";
-    return fmt::format("{}, {}", text_of(finding.walk.layout), verdict);
+    const char* const verdict = finding.is_whole()                            ? "ok"
+                                : finding.walk.verdict == VORN_VERDICT_HEADER ? "damaged in its header"
+                                                                              : "damaged in a field";
+    return fmt::format("{}, {}", vorn_inspect_layout_text(finding.walk.layout), verdict);
 }
 
 std::string fault_text(const Fault& fault) {
-    return fmt::format("at {}, {} of {}: {}", fault.at,
-                       fault.field == nullptr && fault.path.empty() ? "header"
-                       : fault.field == nullptr                     ? fault.path + " header"
-                                                                    : fault.path,
-                       fault.table->name, fault.what);
+    vorn_fault plain = fault;
+    plain.path = fault.path.c_str();
+    plain.what = fault.what.c_str();
+    std::string text(vorn_inspect_fault_text(&plain, nullptr, 0), '\0');
+    vorn_inspect_fault_text(&plain, text.data(), text.size() + 1);
+    return text;
 }
 
 Json finding_to_json(const Finding& finding, const MessageType& type, std::span<const std::uint8_t> bytes) {
@@ -46,14 +44,15 @@ Json finding_to_json(const Finding& finding, const MessageType& type, std::span<
                           {"path", fault.path},
                           {"what", fault.what}});
     }
-    return {{"type", type.name},
-            {"id", type.id},
-            {"bytes", bytes.size()},
-            {"layout", finding.is_buffer ? Json(text_of(finding.walk.layout)) : Json(nullptr)},
-            {"verdict", finding.verdict()},
-            {"faults", std::move(faults)},
-            {"more_faults", finding.walk.more_faults},
-            {"log", finding.logged}};
+    return {
+        {"type", type.name},
+        {"id", type.id},
+        {"bytes", bytes.size()},
+        {"layout", finding.is_buffer ? Json(vorn_inspect_layout_text(finding.walk.layout)) : Json(nullptr)},
+        {"verdict", finding.verdict()},
+        {"faults", std::move(faults)},
+        {"more_faults", finding.walk.more_faults},
+        {"log", finding.logged}};
 }
 
 }  // namespace tool

@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
-#include "tool/message/message_type.h"
+#include "tool/message/record_json.h"
 #include "tool/message/walk.h"
 
 namespace tool {
 
 struct Finding {
-    bool is_buffer = true;  // false: of no size that a message can have, and nothing was walked
     Walk walk;
+    bool is_buffer = true;            // false: of no size that a message can have, and nothing was walked
     std::vector<std::string> logged;  // by the library, "function: text"
 
-    bool is_whole() const { return is_buffer && walk.outcome == kaplo::Outcome::whole; }
-    const char* verdict() const { return is_buffer ? verdict_text(walk.outcome) : "argument"; }
+    bool is_whole() const { return walk.verdict == VORN_VERDICT_VALID; }
+    const char* verdict() const { return vorn_inspect_verdict_text(walk.verdict); }
 };
 
 Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes);

@@ -1,92 +1,94 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/message/record_json.h"
 
+#include <fmt/format.h>
+
+#include <array>
+#include <new>
+#include <utility>
+
+#include "tool/io/carried_exception.h"
+#include "tool/message/host_services.h"
+
 namespace tool {
-namespace {
 
-constexpr std::size_t kPieceBytes = 1U << 16;
+void write_json(const MessageType& type, const void* record, std::size_t most_elements,
+                const std::function<void(std::string_view)>& put) {
+    struct Writing {
+        const std::function<void(std::string_view)>& put;
+        CarriedException exception;
+    } writing = {put, {}};
+    const auto write = [](const char* text, std::size_t bytes, void* context) {
+        auto& self = *static_cast<Writing*>(context);
+        self.exception.call([&] { self.put({text, bytes}); });
+        return self.exception.is_empty() ? 0 : 1;
+    };
+    vorn_inspect_to_json(&type, record, most_elements, write, &writing);
+    writing.exception.rethrow();
+}
 
-// Before the text is parsed: whatever handles a parsed value may follow its levels by recursion.
-void check_levels(std::string_view text) {
-    std::size_t levels = 0;
-    bool in_text = false;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (in_text) {
-            if (c == '\\') ++at;
-            if (c == '"') in_text = false;
-        } else if (c == '"') {
-            in_text = true;
-        } else if (c == '{' || c == '[') {
-            if (++levels > kMostLevels) {
-                throw std::invalid_argument(fmt::format(
-                    "more than {} levels of arrays and objects, at character {}", kMostLevels, at + 1));
-            }
-        } else if ((c == '}' || c == ']') && levels > 0) {
-            --levels;
-        }
+Json to_json(const MessageType& type, const void* record, std::size_t most_elements) {
+    std::string text;
+    write_json(type, record, most_elements, [&text](std::string_view piece) { text += piece; });
+    return Json::parse(text);
+}
+
+Records::Records(Records&& other) noexcept
+    : type_(other.type_), storage_(std::exchange(other.storage_, {})) {}
+
+void Records::add(const Json& object) {
+    const std::size_t start = storage_.size();
+    const std::string text = json_text(object);
+    storage_.resize(start + type_->record_bytes);
+    std::array<char, 512> why = {};
+    if (vorn_inspect_from_json(type_, text.data(), text.size(), storage_.data() + start, why.data(),
+                               why.size()) == 0) {
+        return;
     }
+    vorn_inspect_free_record(type_, storage_.data() + start);
+    storage_.resize(start);
+    throw RecordError(why.data());
 }
 
-}  // namespace
+void Records::append(Records&& more) {
+    storage_.insert(storage_.end(), more.storage_.begin(), more.storage_.end());
+    more.storage_.clear();
+}
 
-std::string json_text(const Json& json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
-
-Json json_from_text(std::string_view text) {
-    check_levels(text);
-    try {
-        return Json::parse(text);
-    } catch (const Json::parse_error& error) {
-        throw std::invalid_argument(fmt::format("not JSON, at character {}", error.byte));
-    } catch (const Json::out_of_range&) {
-        throw std::invalid_argument("a number that is too large for JSON's numbers of 64 bits");
+void Records::clear() {
+    for (std::size_t at = 0; at < storage_.size(); at += type_->record_bytes) {
+        vorn_inspect_free_record(type_, storage_.data() + at);
     }
+    storage_.clear();
 }
 
-Json& JsonBuilder::add(Json value) {
-    if (open_.empty()) return root_ = std::move(value);
-    Json& parent = *open_.back();
-    if (parent.is_object()) return parent[key_] = std::move(value);
-    parent.push_back(std::move(value));
-    return parent.back();
+std::vector<std::uint8_t> packed(const MessageType& type, const void* record) {
+    std::uint32_t length = vorn_inspect_packed_bytes(&type, record);
+    std::vector<std::uint8_t> bytes(length);
+    if (type.pack(record, bytes.data(), &length) != 0) {
+        throw RecordError(fmt::format("{}: cannot be packed", type.name));
+    }
+    bytes.resize(length);
+    return bytes;
 }
 
-void JsonWriter::separate() {
-    if (!is_first_) piece_ += ',';
-    is_first_ = false;
-    if (piece_.size() >= kPieceBytes) flush();
+Unpacked::Unpacked(const MessageType& type, std::span<const std::uint8_t> bytes)
+    : type_(type), record_(type.record_bytes) {
+    constexpr std::uint8_t nothing = 0;  // no bytes, but not null
+    LogLines lines;
+    verdict_ =
+        vorn_inspect_unpack(&type, bytes.empty() ? &nothing : bytes.data(), bytes.size(), record_.data());
+    if (verdict_ == VORN_VERDICT_NO_MEMORY) throw std::bad_alloc();
+    faults_ = lines.take();
 }
 
-void JsonWriter::begin(char bracket) {
-    separate();
-    piece_ += bracket;
-    is_first_ = true;
+bool is_valid(const MessageType& type, std::span<const std::uint8_t> bytes) {
+    return vorn_inspect_verify(&type, bytes.data(), bytes.size(), nullptr, nullptr) == VORN_VERDICT_VALID;
 }
 
-void JsonWriter::end(char bracket) {
-    piece_ += bracket;
-    is_first_ = false;
-}
-
-void JsonWriter::key(std::string_view name) {
-    text(name);
-    piece_ += ':';
-    is_first_ = true;
-}
-
-void JsonWriter::number(std::uint64_t value) {
-    separate();
-    fmt::format_to(std::back_inserter(piece_), "{}", value);
-}
-
-void JsonWriter::text(std::string_view value) {
-    separate();
-    piece_.append("\"").append(value).append("\"");
-}
-
-void JsonWriter::flush() {
-    put_(piece_);
-    piece_.clear();
+std::string size_refusal(const MessageType& type, std::size_t bytes) {
+    return fmt::format("{}: {} bytes are no message; it has {} to {}", type.name, bytes,
+                       VORN_SHORTEST_MESSAGE, VORN_LONGEST_MESSAGE);
 }
 
 }  // namespace tool

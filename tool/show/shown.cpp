@@ -91,10 +91,6 @@ std::string shown(std::string_view text) {
     return safe;
 }
 
-std::string shortened(std::string_view text, std::size_t most) {
-    return std::string(text.substr(0, most)) + (text.size() > most ? "..." : "");
-}
-
 void report_line(std::string_view text) noexcept {
     try {
         write_to_standard_error(shown(text) + "\n");

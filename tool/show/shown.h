@@ -11,14 +11,15 @@
 #include <string_view>
 #include <utility>
 
+#include "inspect/byte_text.h"
+
 namespace tool {
 
 // `text` with control characters, characters that change the direction of text, and bytes that are no UTF-8
 // written as "\x1b", and without the user and password of URLs: "nats://***@host".
 std::string shown(std::string_view text);
 
-// "...": at most `most` bytes of a text that may be long.
-std::string shortened(std::string_view text, std::size_t most = 80);
+using inspect::shortened;
 
 // Writes one line, without its end, to standard error as shown() has it. Does not throw: a line that cannot
 // be written there can be reported nowhere.

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "inspect/byte_text.h"
 #include "tool/io/line_reader.h"
 #include "tool/io/message_files.h"
-#include "tool/message/record_text.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -64,9 +64,9 @@ class Assembler {
                 type_ = usual_type_;
             }
             try {
-                const std::vector<std::uint8_t> more = from_hex(word);
-                if (more.size() > kaplo::kLongestBuffer - bytes_.size())
-                    throw bad(fmt::format("more than {} bytes are no message", kaplo::kLongestBuffer));
+                const std::vector<std::uint8_t> more = inspect::from_hex(word);
+                if (more.size() > VORN_LONGEST_MESSAGE - bytes_.size())
+                    throw bad(fmt::format("more than {} bytes are no message", VORN_LONGEST_MESSAGE));
                 bytes_.insert(bytes_.end(), more.begin(), more.end());
             } catch (const std::invalid_argument& error) {
                 throw bad(error.what());

@@ -6,8 +6,8 @@
 #include <chrono>
 #include <cstddef>
 #include <map>
-#include <memory_resource>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tool/io/json_lines.h"
@@ -29,7 +29,8 @@ struct BenchOptions {
 
 // The records of one type, with what they pack to.
 struct Load {
-    std::vector<std::vector<std::byte>> records;
+    explicit Load(const MessageType& type) : records(type) {}
+    Records records;
     std::vector<std::vector<std::uint8_t>> messages;
     std::size_t message_bytes = 0;  // of all
 };
@@ -69,18 +70,15 @@ Json times_to_json(const Times& times) {
 }
 
 ExitCode run_bench(const BenchOptions& options) {
-    std::pmr::monotonic_buffer_resource arrays;
     std::map<const MessageType*, Load> loads;
     for_each_line(options.files, [&](const JsonLine& line) {
-        Load& load = loads[&line.type];
-        std::vector<std::byte> record(line.type.record_bytes);
+        Load& load = loads.try_emplace(&line.type, line.type).first->second;
+        add_record(line, line.member("record"), load.records);
         try {
-            line.type.from_json(line.member("record"), record.data(), arrays);
-            load.messages.push_back(line.type.pack(record.data()));
+            load.messages.push_back(packed(line.type, load.records[load.records.size() - 1]));
         } catch (const RecordError& error) {
             throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
         }
-        load.records.push_back(std::move(record));
         load.message_bytes += load.messages.back().size();
     });
     Output output(options.output);
@@ -89,7 +87,7 @@ ExitCode run_bench(const BenchOptions& options) {
                                  "bytes", "pack", "unpack"));
     }
     for (const auto& type : message_types()) {
-        const auto found = loads.find(type.get());
+        const auto found = loads.find(type);
         if (found == loads.end()) continue;
         const Load& load = found->second;
         std::size_t longest = 0;
@@ -97,11 +95,14 @@ ExitCode run_bench(const BenchOptions& options) {
         std::vector<std::uint8_t> buffer(longest);
         std::vector<std::byte> record(type->record_bytes);
         const Times pack = time_passes(options, load.records.size(), [&] {
-            for (const auto& given : load.records) type->pack_into(given.data(), buffer);
+            for (std::size_t n = 0; n < load.records.size(); ++n) {
+                auto length = static_cast<std::uint32_t>(buffer.size());
+                type->pack(load.records[n], buffer.data(), &length);
+            }
         });
         const Times unpack = time_passes(options, load.records.size(), [&] {
             for (const auto& message : load.messages) {
-                type->unpack_from(message, record.data());
+                type->unpack(message.data(), static_cast<std::uint32_t>(message.size()), record.data());
                 type->free_unpacked(record.data());
             }
         });

@@ -24,22 +24,19 @@ ExitCode run_decode(const DecodeOptions& options) {
     std::size_t damaged = 0;
     Output output(options.output);
     for_each_message(options.messages, [&](const Message& message) {
-        const auto write = [&](const Unpacked& unpacked) {
-            output.write(fmt::format(R"({{"type":"{}","verdict":"{}","record":)", message.type.name,
-                                     verdict_text(unpacked.outcome)));
-            write_record(message.type, unpacked.record, output);
-            output.write(R"(,"faults":)" + json_text(unpacked.faults) + "}\n");
-            if (unpacked.outcome == kaplo::Outcome::whole) return;
-            ++damaged;
-            report("nac: {}: {} is damaged in {}{}{}", message.origin, message.type.name,
-                   unpacked.outcome == kaplo::Outcome::bad_header ? "its header" : "a field",
-                   unpacked.faults.empty() ? "" : ": ", fmt::join(unpacked.faults, "; "));
-        };
-        try {
-            message.type.unpack(message.bytes, write);
-        } catch (const RecordError& error) {
-            throw message.bad(error.what());
+        const Unpacked unpacked(message.type, message.bytes);
+        if (unpacked.verdict() == VORN_VERDICT_ARGUMENT) {
+            throw message.bad(size_refusal(message.type, message.bytes.size()));
         }
+        output.write(fmt::format(R"({{"type":"{}","verdict":"{}","record":)", message.type.name,
+                                 vorn_inspect_verdict_text(unpacked.verdict())));
+        write_record(message.type, unpacked.record(), output);
+        output.write(R"(,"faults":)" + json_text(unpacked.faults()) + "}\n");
+        if (unpacked.is_valid()) return;
+        ++damaged;
+        report("nac: {}: {} is damaged in {}{}{}", message.origin, message.type.name,
+               unpacked.verdict() == VORN_VERDICT_HEADER ? "its header" : "a field",
+               unpacked.faults().empty() ? "" : ": ", fmt::join(unpacked.faults(), "; "));
     });
     output.finish();
     return damaged == 0 ? kOk : kBadData;

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <string>
 
 #include "tool/message/message_type.h"
@@ -17,101 +18,64 @@ struct DescribeOptions {
     bool json = false;
 };
 
-const char* text_of(kaplo::Kind kind) {
-    switch (kind) {
-        case kaplo::Kind::scalar:
-            return "scalar";
-        case kaplo::Kind::fixed_array:
-            return "fixed array";
-        case kaplo::Kind::nested_table:
-            return "nested table";
-        case kaplo::Kind::scalar_vector:
-            return "scalar vector";
-        case kaplo::Kind::table_vector:
-            break;
-    }
-    return "table vector";
-}
+constexpr std::uint32_t kTableInImage = 4;  // after the root reference
 
-const char* text_of(Display display) {
-    switch (display) {
-        case Display::number:
-            return "number";
-        case Display::hardware_address:
-            return "hardware address";
-        case Display::ipv6_address:
-            return "IPv6 address";
-        case Display::hex:
-            return "hexadecimal";
-        case Display::numbers:
-            return "numbers";
-        case Display::table:
-            return "table";
-        case Display::tables:
-            break;
-    }
-    return "tables";
-}
+// In the order of vorn_kind and vorn_display.
+constexpr std::array kForms = {"scalar", "fixed array", "nested table", "scalar vector", "table vector"};
+constexpr std::array kDisplays = {
+    "number", "hardware address", "IPv6 address", "hexadecimal", "numbers", "table", "tables"};
 
-template <class T>
-Json or_null(const std::optional<T>& value) {
-    return value ? Json(*value) : Json(nullptr);
-}
+Json number_or_null(bool exists, std::uint32_t number) { return exists ? Json(number) : Json(nullptr); }
 
-// Offsets in an image count from its start.
-std::optional<std::uint32_t> in_image(const FieldShape& field) {
-    if (!field.image_offset) return std::nullopt;
-    return kaplo::kRootTableAt + *field.image_offset;
-}
-
-Json field_to_json(const FieldShape& field) {
+Json field_json(const Field& field) {
+    const bool in_image = field.image_offset != VORN_NO_OFFSET;
     return {{"name", field.name},
-            {"kind", field.text},
-            {"form", text_of(field.kind)},
-            {"display", text_of(field.display)},
+            {"kind", field.type_name},
+            {"form", kForms.at(field.kind)},
+            {"display", kDisplays.at(field.display)},
             {"element_bytes", field.element_bytes},
             {"count", field.count},
             {"table", field.table != nullptr ? Json(field.table->name) : Json(nullptr)},
             {"record_offset", field.record_offset},
-            {"count_offset", or_null(field.count_offset)},
+            {"count_offset", number_or_null(field.count_offset != VORN_NO_OFFSET, field.count_offset)},
             {"slot", field.slot},
-            {"image_offset", or_null(in_image(field))},
-            {"image_bytes", or_null(field.image_bytes)}};
+            {"image_offset", number_or_null(in_image, kTableInImage + field.image_offset)},
+            {"image_bytes", number_or_null(in_image, field.image_bytes)}};
 }
 
-std::string number_or_dash(const std::optional<std::uint32_t>& number) {
-    return number ? fmt::format("{}", *number) : "-";
-}
-
-void print_shape(const Shape& shape) {
-    fmt::print("{}{}\n", shape.name,
-               shape.id ? fmt::format("  0x{:08X}  module {}", *shape.id, shape.module)
-                        : std::string("  only inside messages"));
-    fmt::print("record {} bytes, vtable {} bytes, {}\n", shape.record_bytes, shape.vtable_bytes,
-               shape.image ? fmt::format("fixed image {} bytes: table of {} at {}, vtable at {}",
-                                         shape.image->bytes, shape.image->table_length, kaplo::kRootTableAt,
-                                         kaplo::kRootTableAt + shape.image->vtable)
-                           : std::string("no fixed image"));
+void print_description(const MessageType& type) {
+    fmt::print("{}{}\n", type.name,
+               type.module != nullptr ? fmt::format("  0x{:08X}  module {}", type.id, type.module)
+                                      : std::string("  only inside messages"));
+    fmt::print("record {} bytes, vtable {} bytes, {}\n", type.record_bytes, type.vtable_bytes,
+               type.image_bytes != 0 ? fmt::format("fixed image {} bytes: table of {} at {}, vtable at {}",
+                                                   type.image_bytes, type.image_table_length, kTableInImage,
+                                                   kTableInImage + type.image_vtable_offset)
+                                     : std::string("no fixed image"));
     fmt::print("  {:<5} {:<24} {:<17} {:>6} {:>6} {:>6} {:>6}\n", "field", "kind", "shown as", "record",
                "slot", "image", "bytes");
-    for (const FieldShape& field : shape.fields) {
-        fmt::print("  {:<5} {:<24} {:<17} {:>6} {:>6} {:>6} {:>6}\n", field.name, field.text,
-                   text_of(field.display), field.record_offset, field.slot, number_or_dash(in_image(field)),
-                   number_or_dash(field.image_bytes));
+    for (const Field* const field : fields_of(type)) {
+        const bool in_image = field->image_offset != VORN_NO_OFFSET;
+        const auto number = [in_image](std::uint32_t value) {
+            return in_image ? fmt::format("{}", value) : std::string("-");
+        };
+        fmt::print("  {:<5} {:<24} {:<17} {:>6} {:>6} {:>6} {:>6}\n", field->name, field->type_name,
+                   kDisplays.at(field->display), field->record_offset, field->slot,
+                   number(kTableInImage + field->image_offset), number(field->image_bytes));
     }
 }
 
 ExitCode run_describe(const DescribeOptions& options) {
     for (const std::string& name : options.types) {
-        const MessageType* const type = named_message_type(name);
-        const Shape* const shape = type != nullptr ? type->shape : find_shape(name);
-        if (shape == nullptr) {
+        const MessageType* const message = named_message_type(name);
+        const MessageType* const type = message != nullptr ? message : find_type(name);
+        if (type == nullptr) {
             throw CommandError(kBadUsage, fmt::format("{} is no type; nac types lists the messages", name));
         }
         if (options.json) {
-            fmt::print("{}\n", json_text(shape_to_json(*shape)));
+            fmt::print("{}\n", json_text(description_json(*type)));
         } else {
-            print_shape(*shape);
+            print_description(*type);
         }
     }
     return kOk;
@@ -125,18 +89,20 @@ void add_describe(CLI::App& command, Chosen& chosen) {
     verb.add_flag("--json", options.json, kJsonHelp);
 }
 
-Json shape_to_json(const Shape& shape) {
-    Json object = {{"name", shape.name},
-                   {"module", shape.id ? Json(shape.module) : Json(nullptr)},
-                   {"id", or_null(shape.id)},
-                   {"record_bytes", shape.record_bytes},
-                   {"vtable_bytes", shape.vtable_bytes},
-                   {"image_bytes", shape.image ? Json(shape.image->bytes) : Json(nullptr)},
-                   {"image_table_length", shape.image ? Json(shape.image->table_length) : Json(nullptr)},
-                   {"image_vtable_offset",
-                    shape.image ? Json(kaplo::kRootTableAt + shape.image->vtable) : Json(nullptr)},
-                   {"fields", Json::array()}};
-    for (const FieldShape& field : shape.fields) object["fields"].push_back(field_to_json(field));
+Json description_json(const MessageType& type) {
+    const bool is_message = type.module != nullptr;
+    const bool has_image = type.image_bytes != 0;
+    Json object = {
+        {"name", type.name},
+        {"module", is_message ? Json(type.module) : Json(nullptr)},
+        {"id", number_or_null(is_message, type.id)},
+        {"record_bytes", type.record_bytes},
+        {"vtable_bytes", type.vtable_bytes},
+        {"image_bytes", number_or_null(has_image, type.image_bytes)},
+        {"image_table_length", number_or_null(has_image, type.image_table_length)},
+        {"image_vtable_offset", number_or_null(has_image, kTableInImage + type.image_vtable_offset)},
+        {"fields", Json::array()}};
+    for (const Field* const field : fields_of(type)) object["fields"].push_back(field_json(*field));
     return object;
 }
 

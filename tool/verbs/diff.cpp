@@ -60,11 +60,11 @@ Side read_side(const Message& message) {
                  {},
                  {}};
     if (!side.finding.is_buffer) return side;
-    flatten(message.type.decode(message.bytes).record, "", side.values);
-    walk(*message.type.shape, message.bytes, [&side](Range&& range) {
-        if (range.part == Part::scalar) side.offsets.emplace(range.path, range.at);
-        if (range.part != Part::elements) return;
-        if (range.field->display != Display::numbers) {
+    flatten(Unpacked(message.type, message.bytes).json(), "", side.values);
+    walk(message.type, message.bytes, [&side](const vorn_range& range) {
+        if (range.part == VORN_PART_SCALAR) side.offsets.emplace(range.path, range.at);
+        if (range.part != VORN_PART_ELEMENTS) return;
+        if (range.field->display != VORN_DISPLAY_NUMBERS) {
             side.offsets.emplace(range.path, range.at);
             return;
         }
@@ -123,7 +123,8 @@ Json json_of(const Side& side) {
     return {{"origin", side.origin},
             {"type", side.type->name},
             {"bytes", side.bytes.size()},
-            {"layout", side.finding.is_buffer ? Json(text_of(side.finding.walk.layout)) : Json(nullptr)},
+            {"layout", side.finding.is_buffer ? Json(vorn_inspect_layout_text(side.finding.walk.layout))
+                                              : Json(nullptr)},
             {"verdict", side.finding.verdict()}};
 }
 

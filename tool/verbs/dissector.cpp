@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <string>
 #include <string_view>
 
 #include <dissector_script.h>
-#include "tool/message/message_type.h"
-#include "tool/message/shape.h"
+#include "tool/message/record_json.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -18,49 +18,19 @@ struct DissectorOptions {
     bool json = false;
 };
 
-const char* kind_text(kaplo::Kind kind) {
-    switch (kind) {
-        case kaplo::Kind::scalar:
-            return "scalar";
-        case kaplo::Kind::fixed_array:
-            return "fixed_array";
-        case kaplo::Kind::nested_table:
-            return "table";
-        case kaplo::Kind::scalar_vector:
-            return "vector";
-        case kaplo::Kind::table_vector:
-            break;
-    }
-    return "tables";
-}
+// The script's words, in the order of vorn_kind and vorn_display.
+constexpr std::array kKinds = {"scalar", "fixed_array", "table", "vector", "tables"};
+constexpr std::array kDisplays = {"number", "ether", "ipv6", "bytes", "numbers", "none", "none"};
 
-const char* display_text(Display display) {
-    switch (display) {
-        case Display::number:
-            return "number";
-        case Display::hardware_address:
-            return "ether";
-        case Display::ipv6_address:
-            return "ipv6";
-        case Display::hex:
-            return "bytes";
-        case Display::numbers:
-            return "numbers";
-        case Display::table:
-        case Display::tables:
-            break;
-    }
-    return "none";
-}
-
-std::string definition(const Shape& shape) {
+std::string definition(const MessageType& type) {
     std::string text =
-        fmt::format("define(\"{}\", \"{}\", \"{}\", {}, {{\n", shape.name, shape.nested_decoder,
-                    shape.root_decoder, shape.id ? fmt::format("0x{:08X}", *shape.id) : "nil");
-    for (const FieldShape& field : shape.fields) {
-        text += fmt::format("    {{\"{}\", \"{}\", \"{}\", {}, {}{}}},\n", field.name, kind_text(field.kind),
-                            display_text(field.display), field.element_bytes, field.count,
-                            field.table != nullptr ? fmt::format(", \"{}\"", field.table->name) : "");
+        fmt::format("define(\"{}\", \"{}\", \"{}\", {}, {{\n", type.name, type.nested_decoder,
+                    type.root_decoder, type.module != nullptr ? fmt::format("0x{:08X}", type.id) : "nil");
+    for (const Field* const field : fields_of(type)) {
+        text +=
+            fmt::format("    {{\"{}\", \"{}\", \"{}\", {}, {}{}}},\n", field->name, kKinds.at(field->kind),
+                        kDisplays.at(field->display), field->element_bytes, field->count,
+                        field->table != nullptr ? fmt::format(", \"{}\"", field->table->name) : "");
     }
     return text + "})\n";
 }
@@ -72,7 +42,7 @@ void replace(std::string& text, std::string_view what, const std::string& by) {
 
 std::string script() {
     std::string types;
-    for (const Shape* const shape : all_shapes()) types += definition(*shape);
+    for (const MessageType* const type : all_types()) types += definition(*type);
     std::string text = kDissectorScript;
     replace(text, "@VERSION@", "nac " NAC_VERSION);
     replace(text, "@TYPES@\n", types);

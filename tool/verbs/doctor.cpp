@@ -10,6 +10,7 @@
 #include "tool/io/open_bus.h"
 #include "tool/io/program_symbols.h"
 #include "tool/message/record_json.h"
+#include "tool/show/shown.h"
 #include "tool/verb.h"
 
 namespace tool {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <map>
-#include <memory_resource>
 #include <string>
 #include <vector>
 
@@ -33,19 +32,20 @@ const Json& record_of(const JsonLine& line, bool may_be_bare) {
 }
 
 std::vector<std::uint8_t> encoded(const JsonLine& line, const Json& json, Written layout) {
-    std::pmr::monotonic_buffer_resource arrays;
-    std::vector<std::byte> record(line.type.record_bytes);
-    try {
-        line.type.from_json(json, record.data(), arrays);
-        const bool as_image = layout == Written::image || (layout == Written::sent && line.type.image_bytes);
-        if (!as_image) return line.type.pack(record.data());
-    } catch (const RecordError& error) {
-        throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+    Records records(line.type);
+    add_record(line, json, records);
+    const bool has_image = line.type.image_bytes != 0;
+    if (layout == Written::compact || (layout == Written::sent && !has_image)) {
+        try {
+            return packed(line.type, records[0]);
+        } catch (const RecordError& error) {
+            throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
+        }
     }
-    if (!line.type.image_bytes) {
-        throw line.bad(fmt::format("{} holds vectors and has no fixed image", line.type.name));
-    }
-    return line.type.image(record.data());
+    if (!has_image) throw line.bad(fmt::format("{} holds vectors and has no fixed image", line.type.name));
+    std::vector<std::uint8_t> image(line.type.image_bytes);
+    vorn_inspect_write_image(&line.type, records[0], image.data(), line.type.image_bytes);
+    return image;
 }
 
 ExitCode run_encode(const EncodeOptions& options) {

@@ -7,13 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <memory>
-#include <memory_resource>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "bus/send.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/open_bus.h"
 #include "tool/message/host_services.h"
@@ -32,33 +29,23 @@ struct ExchangeOptions {
 
 constexpr std::uint32_t kAddress = 1;  // sends to itself
 
-// The records of one type, back to back as the send functions take them.
-struct Records {
-    std::vector<std::byte> storage;
+// The records of one type.
+struct Given {
+    explicit Given(const MessageType& type) : records(type) {}
+    Records records;
     std::vector<std::string> origins;  // "file:line" of each
 };
 
 struct Input {
-    std::pmr::monotonic_buffer_resource arrays;  // of all records
-    std::map<const MessageType*, Records> by_type;
+    std::map<const MessageType*, Given> by_type;
     std::vector<std::pair<const MessageType*, std::size_t>> in_order;  // type, and index into its records
 };
 
-const std::byte* record_at(const MessageType& type, const Records& records, std::size_t index) {
-    return records.storage.data() + index * type.record_bytes;
-}
-
 void add_line(const JsonLine& line, Input& input) {
-    Records& records = input.by_type[&line.type];
-    const std::size_t start = records.storage.size();
-    records.storage.resize(start + line.type.record_bytes);
-    try {
-        line.type.from_json(line.member("record"), records.storage.data() + start, input.arrays);
-    } catch (const RecordError& error) {
-        throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
-    }
-    input.in_order.emplace_back(&line.type, records.origins.size());
-    records.origins.push_back(line.origin);
+    Given& given = input.by_type.try_emplace(&line.type, line.type).first->second;
+    add_record(line, line.member("record"), given.records);
+    input.in_order.emplace_back(&line.type, given.origins.size());
+    given.origins.push_back(line.origin);
 }
 
 class Exchange {
@@ -72,7 +59,7 @@ class Exchange {
     ExitCode run() {
         for (const auto& [type, index] : input_.in_order) send(*type, index, 1);
         for (const auto& type : message_types()) {
-            const auto found = input_.by_type.find(type.get());
+            const auto found = input_.by_type.find(type);
             if (found != input_.by_type.end()) send_in_batches(*type, found->second.origins.size());
         }
         const std::uint64_t kept = live_blocks();
@@ -94,38 +81,37 @@ class Exchange {
   private:
     // Sends `count` records from `index` on: one of them singly, or all as one batch.
     void send(const MessageType& type, std::size_t index, std::uint32_t count, bool as_batch = false) {
-        const Records& records = input_.by_type.at(&type);
+        const Given& given = input_.by_type.at(&type);
         type_ = &type;
         expected_ = index;
         as_batch_ = as_batch;
-        const std::byte* const first = record_at(type, records, index);
-        const std::uint32_t result =
-            as_batch ? type.send_batch(kAddress, first, count) : type.send(kAddress, first, count, 0);
+        const auto send = as_batch ? type.send_batch : type.send;
+        const std::uint32_t result = send(kAddress, given.records[index], count, 0);
         if (result != 0) {
-            throw CommandError(kTrouble, fmt::format("{}: sending {} gave 0x{:08X}", records.origins[index],
+            throw CommandError(kTrouble, fmt::format("{}: sending {} gave 0x{:08X}", given.origins[index],
                                                      type.name, result));
         }
         bus_.poll(0, 0);
         if (expected_ != index + count) {
-            throw CommandError(kTrouble, fmt::format("{}: {} of {} records arrived", records.origins[index],
+            throw CommandError(kTrouble, fmt::format("{}: {} of {} records arrived", given.origins[index],
                                                      expected_ - index, count));
         }
     }
 
     // As few batches as the capacity of a batch allows; types that travel as images have no such limit.
     void send_in_batches(const MessageType& type, std::size_t count) {
-        const Records& records = input_.by_type.at(&type);
+        const Given& given = input_.by_type.at(&type);
         for (std::size_t first = 0; first < count;) {
             std::size_t end = first;
             std::uint64_t bytes = 0;
             while (end < count) {
-                bytes += type.image_bytes ? 0 : type.packed_bytes(record_at(type, records, end));
-                if (bytes > kaplo::kBatchAreaBytes) break;
+                bytes += type.image_bytes != 0 ? 0 : sent_bytes(type, given.records[end]);
+                if (bytes > kBatchBytes) break;
                 ++end;
             }
             if (end == first) {
                 throw CommandError(kBadData, fmt::format("{}: {} packs to {} bytes, more than a batch holds",
-                                                         records.origins[first], type.name, bytes));
+                                                         given.origins[first], type.name, bytes));
             }
             send(type, first, static_cast<std::uint32_t>(end - first), true);
             ++batches_;
@@ -140,9 +126,9 @@ class Exchange {
         }
         ++expected_;
         ++(as_batch_ ? batch_arrivals_ : single_arrivals_);
-        const Json received = type_->to_json(arrival.record);
-        const Records& records = input_.by_type.at(type_);
-        const Json sent = type_->to_json(record_at(*type_, records, index));
+        const Json received = to_json(*type_, arrival.record);
+        const Given& given = input_.by_type.at(type_);
+        const Json sent = to_json(*type_, given.records[index]);
         const char* const how = as_batch_ ? "batch" : "single";
         if (json_) {
             const Json line = {
@@ -155,7 +141,7 @@ class Exchange {
             received != sent ||
             (arrival.flags & (VORN_BUS_VERIFIED | VORN_BUS_DAMAGED)) != VORN_BUS_VERIFIED) {
             ++differences_;
-            report("nac: {}: {} arrived different: {}", records.origins[index], type_->name,
+            report("nac: {}: {} arrived different: {}", given.origins[index], type_->name,
                    arrival.fault != nullptr ? arrival.fault
                                             : shortened(json_text(Json::diff(sent, received)), 1000));
         }

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "inspect/byte_text.h"
 #include "tool/io/message_files.h"
 #include "tool/message/finding.h"
-#include "tool/message/record_text.h"
 #include "tool/show/hex_page.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
@@ -45,7 +45,7 @@ class HexText {
             rows(0, message.bytes, "", "");
             return text_;
         }
-        const Annotated annotated = annotate(*message.type.shape, message.bytes);
+        const Annotated annotated = annotate(message.type, message.bytes);
         for (const Piece& piece : annotated.pieces) add(piece, annotated, message.bytes);
         if (annotated.cut)
             note(fmt::format("more than {} meanings: the rest is not shown", kMostRanges), kRed);
@@ -70,10 +70,10 @@ class HexText {
             std::string words = std::string(std::size_t{2} * range.depth, ' ') + (range.faulty ? "! " : "");
             if (!whole) words += fmt::format("in {} to {}: ", range.at, range.at + range.bytes - 1);
             words += meaning(range, bytes);
-            const char* const colour = range.faulty                  ? kRed
-                                       : range.part == Part::unread  ? kGrey
-                                       : range.part == Part::padding ? kGrey
-                                                                     : "";
+            const char* const colour = range.faulty                      ? kRed
+                                       : range.part == VORN_PART_UNREAD  ? kGrey
+                                       : range.part == VORN_PART_PADDING ? kGrey
+                                                                         : "";
             if (first) {
                 rows(piece.at, bytes.subspan(piece.at, piece.bytes), words, colour);
             } else {
@@ -108,17 +108,18 @@ Json name_or_null(const T* thing) {
 }
 
 Json range_json(const Range& range, const Message& message) {
-    const bool leads = range.part == Part::root_reference || range.part == Part::soffset ||
-                       range.part == Part::reference || (range.part == Part::slot && range.number != 0);
+    const bool leads = range.part == VORN_PART_ROOT_REFERENCE || range.part == VORN_PART_SOFFSET ||
+                       range.part == VORN_PART_REFERENCE ||
+                       (range.part == VORN_PART_SLOT && range.number != 0);
     return {{"at", range.at},
             {"bytes", range.bytes},
-            {"hex", to_hex(message.bytes.subspan(range.at, range.bytes))},
-            {"part", text_of(range.part)},
+            {"hex", inspect::to_hex(message.bytes.subspan(range.at, range.bytes))},
+            {"part", vorn_inspect_part_text(static_cast<vorn_part>(range.part))},
             {"depth", range.depth},
             {"table", name_or_null(range.table)},
             {"field", name_or_null(range.field)},
             {"path", range.path},
-            {"value", range.part == Part::scalar ? Json(range.number) : Json(nullptr)},
+            {"value", range.part == VORN_PART_SCALAR ? Json(range.number) : Json(nullptr)},
             {"target", leads ? Json(range.target) : Json(nullptr)},
             {"text", meaning(range, message.bytes, true)},
             {"faulty", range.faulty}};
@@ -133,7 +134,7 @@ void write_json(Output& output, const Message& message, const Finding& finding) 
     output.write(text + R"(,"ranges":[)");
     if (finding.is_buffer) {
         const char* separator = "";
-        const Annotated annotated = annotate(*message.type.shape, message.bytes);
+        const Annotated annotated = annotate(message.type, message.bytes);
         for (const Range& range : annotated.ranges) {
             output.write(separator + json_text(range_json(range, message)));
             separator = ",";

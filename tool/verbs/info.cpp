@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "inspect/byte_text.h"
 #include "tool/io/capture.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/progress.h"
-#include "tool/message/message_type.h"
-#include "tool/message/record_text.h"
+#include "tool/message/record_json.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -43,11 +43,6 @@ struct Damage {
     std::string type;
     std::vector<std::string> faults;
 };
-
-std::string type_name(std::uint32_t id) {
-    const MessageType* const type = find_message_type(id);
-    return type != nullptr ? type->name : fmt::format("0x{:08X}", id);
-}
 
 std::string utc(std::uint64_t nanoseconds) {
     const std::chrono::sys_time<std::chrono::seconds> second(
@@ -172,16 +167,14 @@ class Summary {
             ++unknown_;
             return true;
         }
-        if (message.is_cut() || type->is_whole(message.bytes)) return true;
+        if (message.is_cut() || is_valid(*type, message.bytes)) return true;
         if (damages_.size() < kDamagesShown) damages_.push_back({packet, type->name, faults(*type, message)});
         return false;
     }
     static std::vector<std::string> faults(const MessageType& type, const CapturedMessage& message) {
-        try {
-            return type.decode(message.bytes).faults;
-        } catch (const RecordError& error) {
-            return {error.what()};
-        }
+        const Unpacked unpacked(type, message.bytes);
+        if (unpacked.verdict() != VORN_VERDICT_ARGUMENT) return unpacked.faults();
+        return {size_refusal(type, message.bytes.size())};
     }
 
     double seconds() const { return static_cast<double>(last_ - first_) / 1e9; }
@@ -212,7 +205,7 @@ Json message_json(const CapturedMessage& message, std::uint64_t packet) {
             {"count", message.count},
             {"id", message.id},
             {"bytes", message.bytes_on_bus},
-            {"hex", to_hex(message.bytes)}};
+            {"hex", inspect::to_hex(message.bytes)}};
 }
 
 ExitCode run_info(const InfoOptions& options) {

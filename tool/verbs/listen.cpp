@@ -47,7 +47,7 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
         output.write(fmt::format("{:<7} {:<36} {:>6}  {}\n", fmt::format("{}{}", message.source, target),
                                  type.name, message.packed_bytes,
                                  message.fault == nullptr
-                                     ? summary(type.to_json(message.record, kSummaryElements))
+                                     ? summary(to_json(type, message.record, kSummaryElements))
                                      : fmt::format("damaged: {}", message.fault)));
     }
 }

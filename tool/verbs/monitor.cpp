@@ -44,11 +44,6 @@ std::string time_of_day(std::uint64_t nanoseconds) {
     return fmt::format("{:%H:%M:%S}.{:06}", fmt::localtime(second), nanoseconds % 1'000'000'000 / 1000);
 }
 
-std::string type_name(std::uint32_t id) {
-    const MessageType* const type = find_message_type(id);
-    return type != nullptr ? type->name : fmt::format("0x{:08X}", id);
-}
-
 class Monitor {
   public:
     explicit Monitor(const MonitorOptions& options)
@@ -91,7 +86,7 @@ class Monitor {
             return;
         }
         const MessageType* const type = find_message_type(message.message_id);
-        const bool whole = type == nullptr || type->is_whole(bytes);
+        const bool whole = type == nullptr || is_valid(*type, bytes);
         for (Row* const row : {&all_, &rows_[message.message_id]}) {
             ++row->messages;
             row->bytes += bytes.size();
@@ -104,16 +99,10 @@ class Monitor {
         }
     }
 
-    static Decoded decode(const MessageType& type, std::span<const std::uint8_t> bytes) {
-        try {
-            return type.decode(bytes, kSummaryElements);
-        } catch (const RecordError& error) {
-            Decoded decoded;
-            decoded.outcome = kaplo::Outcome::bad_header;
-            decoded.record = Json::object();
-            decoded.faults = {error.what()};
-            return decoded;
-        }
+    // Empty where there are too few bytes for any field.
+    static Json record_of(const MessageType& type, std::span<const std::uint8_t> bytes) {
+        const Unpacked unpacked(type, bytes);
+        return unpacked.verdict() == VORN_VERDICT_ARGUMENT ? Json::object() : unpacked.json(kSummaryElements);
     }
 
     static std::string line(const vorn_bus_watched& message, const MessageType* type) {
@@ -123,7 +112,7 @@ class Monitor {
         return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}", time_of_day(message.time), addresses,
                            type_name(message.message_id), message.packed_bytes,
                            type == nullptr  ? "unknown"
-                           : faults.empty() ? summary(decode(*type, bytes).record)
+                           : faults.empty() ? summary(record_of(*type, bytes))
                                             : fmt::format("damaged: {}", faults.front()));
     }
 
@@ -148,7 +137,7 @@ class Monitor {
                        {"faults", Json::array()}};
         if (type != nullptr) {
             const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
-            object["record"] = decode(*type, bytes).record;
+            object["record"] = record_of(*type, bytes);
             object["faults"] = fault_texts(message.message_id, bytes);
         }
         fmt::print("{}\n", json_text(object));

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "inspect/byte_text.h"
 #include "tool/io/message_files.h"
 #include "tool/message/message_type.h"
-#include "tool/message/record_text.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -39,26 +39,25 @@ class RecordMaker {
     RecordMaker(std::uint64_t seed, std::uint32_t most_elements)
         : state_(seed), most_elements_(most_elements) {}
 
-    Json record(const Shape& shape, Filling filling) {
+    Json record(const MessageType& type, Filling filling) {
         Json object = Json::object();
-        for (const FieldShape& field : shape.fields) object[field.name] = value(field, filling);
+        for (const Field* const field : fields_of(type)) object[field->name] = value(*field, filling);
         return object;
     }
 
   private:
-    Json value(const FieldShape& field, Filling filling) {
+    Json value(const Field& field, Filling filling) {
         switch (field.display) {
-            case Display::number:
+            case VORN_DISPLAY_NUMBER:
                 return number(field.element_bytes, filling);
-            case Display::table:
+            case VORN_DISPLAY_TABLE:
                 return record(*field.table, filling);
-            case Display::hardware_address:
-            case Display::ipv6_address:
-                return tool::to_address(bytes(field.count, filling));
-            case Display::hex:
-                return to_hex(bytes(length(field, filling), filling));
-            case Display::numbers:
-            case Display::tables:
+            case VORN_DISPLAY_HARDWARE_ADDRESS:
+            case VORN_DISPLAY_IPV6_ADDRESS:
+                return inspect::to_address(bytes(field.count, filling));
+            case VORN_DISPLAY_HEX:
+                return inspect::to_hex(bytes(length(field, filling), filling));
+            default:
                 break;
         }
         Json list = Json::array();
@@ -69,8 +68,8 @@ class RecordMaker {
         return list;
     }
 
-    std::uint32_t length(const FieldShape& field, Filling filling) {
-        if (field.kind == kaplo::Kind::fixed_array) return field.count;
+    std::uint32_t length(const Field& field, Filling filling) {
+        if (field.kind == VORN_KIND_FIXED_ARRAY) return field.count;
         if (filling == Filling::zero || most_elements_ == 0) return 0;
         if (filling == Filling::rich) return 1 + below(most_elements_);
         return below(most_elements_ + 1);
@@ -110,16 +109,14 @@ class RecordMaker {
 ExitCode run_random(const RandomOptions& options) {
     std::vector<const MessageType*> types;
     for (const std::string& name : options.types) types.push_back(type_option(name));
-    if (types.empty()) {
-        for (const auto& type : message_types()) types.push_back(type.get());
-    }
+    if (types.empty()) types = message_types();
     Output output(options.output);
     RecordMaker maker(options.seed, options.elements);
     for (std::uint64_t n = 0; n < options.count; ++n) {
         const MessageType& type = *types[n % types.size()];
         const Filling filling =
             options.filling == Filling::mixed ? static_cast<Filling>(n / types.size() % 4) : options.filling;
-        const Json line = {{"type", type.name}, {"record", maker.record(*type.shape, filling)}};
+        const Json line = {{"type", type.name}, {"record", maker.record(type, filling)}};
         output.write_line(line);
     }
     output.finish();

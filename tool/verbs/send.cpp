@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
-#include <memory_resource>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include "bus/send.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/open_bus.h"
 #include "tool/io/progress.h"
@@ -41,30 +41,17 @@ class Sender {
         : options_(options), bus_(options.bus, options.as, options.timeout_s), progress_(options.files) {}
 
     void add(const JsonLine& line) {
-        if (type_ != nullptr && (!options_.batch || type_ != &line.type)) send();
-        std::vector<std::byte> storage(line.type.record_bytes);
-        try {
-            line.type.from_json(line.member("record"), storage.data(), arrays_);
-        } catch (const RecordError& error) {
-            throw line.bad(fmt::format("{}.{}", line.type.name, error.what()));
-        }
-        const std::uint32_t bytes = line.type.image_bytes.value_or(line.type.packed_bytes(storage.data()));
-        if (type_ != nullptr && bytes_ + bytes > kaplo::kBatchAreaBytes) send();
-        if (type_ == nullptr) {
-            type_ = &line.type;
+        if (records_ && (!options_.batch || &records_->type() != &line.type)) send();
+        Records one(line.type);
+        add_record(line, line.member("record"), one);
+        const std::uint32_t bytes = sent_bytes(line.type, one[0]);
+        if (records_ && bytes_ + bytes > kBatchBytes) send();
+        if (!records_) {
+            records_.emplace(line.type);
             origin_ = line.origin;
-            // Arrays of records that are sent are of no use any more. The new record's own are among them, so
-            // that they are made once more.
-            if (++since_release_ == kReleaseAfter) {
-                since_release_ = 0;
-                arrays_.release();
-                std::fill(storage.begin(), storage.end(), std::byte());
-                line.type.from_json(line.member("record"), storage.data(), arrays_);
-            }
         }
         bytes_ += bytes;
-        records_.insert(records_.end(), storage.begin(), storage.end());
-        ++count_;
+        records_->append(std::move(one));
         progress_.add(line.bytes);
     }
 
@@ -88,41 +75,35 @@ class Sender {
     }
 
   private:
-    static constexpr int kReleaseAfter = 1000;
-
     // Sends what is collected: one batch.
     void send() {
-        if (type_ == nullptr) return;
+        if (!records_) return;
+        const MessageType& type = records_->type();
+        const auto count = static_cast<std::uint32_t>(records_->size());
         if (options_.rate > 0) {
             std::this_thread::sleep_until(next_);
             next_ = std::max(next_, Clock::now() - std::chrono::seconds(1)) +
                     std::chrono::duration_cast<Clock::duration>(
-                        std::chrono::duration<double>(count_ / options_.rate));
+                        std::chrono::duration<double>(count / options_.rate));
         }
-        const std::uint32_t result = type_->send(options_.to, records_.data(), count_, options_.target);
+        const std::uint32_t result = type.send(options_.to, (*records_)[0], count, options_.target);
         if (result != VORN_BUS_OK) {
-            throw bus_error(fmt::format("{}: {} to address {}", origin_, type_->name, options_.to),
+            throw bus_error(fmt::format("{}: {} to address {}", origin_, type.name, options_.to),
                             static_cast<std::int32_t>(result));
         }
-        type_ = nullptr;
-        records_.clear();
+        records_.reset();
         bytes_ = 0;
-        count_ = 0;
     }
 
     const SendOptions& options_;
     OpenBus bus_;
     Progress progress_;
-    std::pmr::monotonic_buffer_resource arrays_;
-    int since_release_ = 0;
     Clock::time_point next_ = Clock::now();
 
     // The batch that is collected.
-    const MessageType* type_ = nullptr;
+    std::optional<Records> records_;
     std::string origin_;
-    std::vector<std::byte> records_;
     std::uint64_t bytes_ = 0;
-    std::uint32_t count_ = 0;
 };
 
 ExitCode run_send(const SendOptions& options) {
