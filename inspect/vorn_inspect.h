@@ -5,10 +5,6 @@
  * Everything here follows from a catalogue: constant tables that the compiler makes from a package's
  * descriptions. vorn_nac_catalogue() is that of the Nac package; nac_messages.h declares its records.
  *
- *     const vorn_type* type = vorn_inspect_type_by_id(vorn_nac_catalogue(), message_id);
- *     if (type != NULL && vorn_inspect_verify(type, bytes, length, print_fault, NULL) != VORN_VERDICT_VALID)
- * ...
- *
  * Threads: every function may be called from any thread at any time; none keeps a pointer that it was given.
  * Tables are constant and live as long as the library is loaded. No C++ exception leaves a function, and none
  * may leave a callback: a callback must return.

@@ -210,9 +210,9 @@ void Walker::walk_field(const Here& here, const vorn_field& field, std::uint32_t
     }
 }
 
-void Walker::outside(const Here& here, const vorn_field& field, std::uint32_t at, std::uint32_t bytes,
+void Walker::outside(const Here& here, const vorn_field& field, std::uint32_t at, std::uint32_t width,
                      std::uint32_t reference) {
-    fault(reference, kaplo::kSlotBytes, here.type, &field, bytes, " bytes at ", at,
+    fault(reference, kaplo::kSlotBytes, here.type, &field, width, " bytes at ", at,
           " do not end inside the message of ", region_.size());
 }
 

@@ -84,7 +84,7 @@ class Walker {
     void walk_slots(const Here& here, std::uint32_t length);
     void show_padding(const Here& here);
     void walk_field(const Here& here, const vorn_field& field, std::uint32_t at);
-    void outside(const Here& here, const vorn_field& field, std::uint32_t at, std::uint32_t bytes,
+    void outside(const Here& here, const vorn_field& field, std::uint32_t at, std::uint32_t width,
                  std::uint32_t reference);
     bool follow(const Here& here, const vorn_field& field, std::uint32_t at, std::uint32_t referred_at,
                 std::uint32_t index, std::uint32_t& target);

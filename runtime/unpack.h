@@ -98,11 +98,11 @@ inline constexpr bool is_only_checked = requires {
 
 // How far it is from one element to the next, in elements.
 template <class F>
-inline constexpr std::uint32_t step_of = is_only_checked<F> ? 0 : 1;
+inline constexpr std::size_t step_of = is_only_checked<F> ? 0 : 1;
 
 // Reads elements from the k-th on that have every scalar, by their frame. Returns the number of the first
 // that has not.
-template <std::uint32_t step, class Element, ByteOrder order>
+template <std::size_t step, class Element, ByteOrder order>
 KAPLO_INLINE inline std::uint32_t read_full_elements(Region<order> region, Elements elements, std::uint32_t k,
                                                      Element* array) {
     for (; k < elements.count; ++k) {
@@ -115,7 +115,7 @@ KAPLO_INLINE inline std::uint32_t read_full_elements(Region<order> region, Eleme
 // Reads elements from the k-th on by their shapes, up to one that has none, or up to and with one that has
 // every scalar: elements of a list are alike, so that after one that lacks a scalar others do. Returns the
 // number of the first that is not read.
-template <std::uint32_t step, class Element, ByteOrder order>
+template <std::size_t step, class Element, ByteOrder order>
 [[gnu::noinline]] std::uint32_t read_small_elements(Region<order> region, Elements elements, std::uint32_t k,
                                                     Element* array) {
     for (; k < elements.count; ++k) {
@@ -151,7 +151,7 @@ template <class F, ByteOrder order>
         if (array == nullptr) return false;
         F::elements(record) = array;
     }
-    constexpr std::uint32_t step = step_of<F>;
+    constexpr std::size_t step = step_of<F>;
     if constexpr (of_tables) {
         if constexpr (kPlatformMemory && !is_only_checked<F>) memset_s(array, bytes, 0, bytes);
         for (std::uint32_t k = 0; k < elements.count; ++k) {

@@ -276,10 +276,11 @@ def header_page(name: str, header: str, title: str, others: list[tuple[str, int]
     intro = re.search(r"\*/\n/\* (.*?) ?\*/", text, re.S)
     assert intro is not None, header
     body = text.split('extern "C" {\n#endif')[1].rsplit("#ifdef __cplusplus", 1)[0]
+    body = re.sub(r"^VORN_INSPECT_API ", "", body, flags=re.M)
     body = re.sub(r"^static inline ([^;]*?) \{\n.*?^\}$", r"\1;", body, flags=re.M | re.S)
     described = "\n".join(paragraph(each) for each in paragraphs_of(intro[1])) + "\n"
     for block in re.split(r"\n\n(?=/\*|[a-z])", body.strip()):
-        if found := re.match(r"/\* ---- (\w+) -+ \*/\s*", block):
+        if found := re.match(r"/\* ---- ([\w ]+?) -+ \*/\s*", block):
             described += f"## {found[1]}\n\n"
             block = block[found.end():]
         comment = re.match(r"/\* ((?:(?!\*/).)*?)\s*\*/\n", block, re.S)
@@ -300,6 +301,8 @@ HEADER_PAGES = [
      [("vorn_bus_api", 3), ("nac_messages", 3), ("nac-bus", 1)]),
     ("vorn_bus_api", "bus/vorn_bus_api.h", "what libvorn_nac_user needs of a VORN bus",
      [("nac_messages", 3), ("vorn_bus", 3), ("zeb_osal_api", 3)]),
+    ("vorn_inspect", "inspect/vorn_inspect.h", "what a message of the VORN bus is, as data",
+     [("nac_messages", 3), ("vorn_bus", 3), ("nac-types", 1), ("nac-messages", 1)]),
     ("zeb_osal_api", "runtime/zeb_osal_api.h", "services of a host process that libvorn_nac_user uses",
      [("nac_messages", 3), ("vorn_bus_api", 3)]),
 ]

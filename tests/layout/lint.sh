@@ -17,6 +17,6 @@ python3 tests/layout/layout_test.py
 python3 tests/layout/words_test.py
 printf '== clang-tidy\n'
 # Only the summary of suppressed warnings goes to the error output of a clean source: it is shown with findings.
-sources | grep -E '^(examples|runtime|nac|tool|vorn)/.*\.cpp$' | xargs -P "$(nproc)" -I{} sh -c '
+sources | grep -E '^(examples|inspect|runtime|nac|tool|vorn)/.*\.cpp$' | xargs -P "$(nproc)" -I{} sh -c '
     words=$(clang-tidy -p "$1" --quiet --warnings-as-errors="*" "$2" 2>&1) || { printf "%s\n" "$words"; exit 255; }
 ' lint "$build" {}
