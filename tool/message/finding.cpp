@@ -34,6 +34,13 @@ std::string fault_text(const Fault& fault) {
     return text;
 }
 
+std::vector<std::string> fault_texts(const MessageType& type, std::span<const std::uint8_t> bytes) {
+    std::vector<std::string> texts;
+    if (is_valid(type, bytes)) return texts;
+    for (const Fault& fault : walk(type, bytes).faults) texts.push_back(fault_text(fault));
+    return texts;
+}
+
 Json finding_to_json(const Finding& finding, const MessageType& type, std::span<const std::uint8_t> bytes) {
     Json faults = Json::array();
     for (const Fault& fault : finding.walk.faults) {

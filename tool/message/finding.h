@@ -27,8 +27,11 @@ Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes
 // "image, ok", "compact, damaged in a field".
 std::string summary_of(const Finding& finding);
 
-// "at 20 (4 bytes), f6.f4 of Nac_SrvCar: ...".
+// "at 20, f6.f4 of Nac_SrvCar: ...".
 std::string fault_text(const Fault& fault);
+
+// The faults of a message so; the first is where unpack stops. None: it is valid.
+std::vector<std::string> fault_texts(const MessageType& type, std::span<const std::uint8_t> bytes);
 
 // Type, id, bytes, layout, verdict, faults and log.
 Json finding_to_json(const Finding& finding, const MessageType& type, std::span<const std::uint8_t> bytes);

@@ -30,7 +30,7 @@ const std::vector<const MessageType*>& message_types();
 const MessageType* find_type(const std::string& name);
 const MessageType* find_message_type(std::uint32_t id);
 
-// Reads a message type as users name it: its full name, or its id as "0x09B58155" or "162889045". Null if
+// Reads a message type as users name it: its full name, or its id as "0x09B58155" or "162890069". Null if
 // there is none.
 const MessageType* named_message_type(const std::string& text);
 

@@ -7,7 +7,7 @@
 #include "tool/io/interrupt.h"
 #include "tool/io/open_bus.h"
 #include "tool/io/output.h"
-#include "tool/message/fault_text.h"
+#include "tool/message/finding.h"
 #include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
@@ -36,7 +36,7 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
         line["verdict"] = message.fault == nullptr ? "ok" : "damaged";
         line["faults"] = message.fault == nullptr
                              ? Json::array()
-                             : Json(fault_texts(message.message_id, {message.packed, message.packed_bytes}));
+                             : Json(fault_texts(type, {message.packed, message.packed_bytes}));
         std::string text = json_text(line);
         text.pop_back();
         output.write(text + R"(,"record":)");

@@ -17,7 +17,7 @@
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
 #include "tool/io/output.h"
-#include "tool/message/fault_text.h"
+#include "tool/message/finding.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
 #include "tool/show/shown.h"
@@ -108,7 +108,8 @@ class Monitor {
     static std::string line(const vorn_bus_watched& message, const MessageType* type) {
         const std::string addresses = fmt::format("{} -> {}", message.source, message.destination);
         const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
-        const std::vector<std::string> faults = fault_texts(message.message_id, bytes);
+        const std::vector<std::string> faults =
+            type == nullptr ? std::vector<std::string>() : fault_texts(*type, bytes);
         return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}", time_of_day(message.time), addresses,
                            type_name(message.message_id), message.packed_bytes,
                            type == nullptr  ? "unknown"
@@ -138,7 +139,7 @@ class Monitor {
         if (type != nullptr) {
             const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
             object["record"] = record_of(*type, bytes);
-            object["faults"] = fault_texts(message.message_id, bytes);
+            object["faults"] = fault_texts(*type, bytes);
         }
         fmt::print("{}\n", json_text(object));
     }
