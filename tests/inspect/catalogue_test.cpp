@@ -25,6 +25,16 @@ const vorn_type& type_of(const char* name) {
 }
 const vorn_field& field(const vorn_type& type, std::uint32_t id) { return *type.fields[id]; }
 
+// What programs were compiled against: structs grow at their ends alone.
+static_assert(sizeof(void*) != 8 || (sizeof(vorn_field) >= 64 && offsetof(vorn_field, table) == 56));
+static_assert(sizeof(void*) != 8 || (sizeof(vorn_type) >= 120 && offsetof(vorn_type, operations) == 112));
+static_assert(sizeof(void*) != 8 ||
+              (sizeof(vorn_module) >= 40 && offsetof(vorn_module, message_count) == 32));
+static_assert(sizeof(void*) != 8 ||
+              (sizeof(vorn_catalogue) >= 48 && offsetof(vorn_catalogue, message_count) == 40));
+static_assert(sizeof(void*) != 8 || (sizeof(vorn_fault) >= 40 && offsetof(vorn_fault, what) == 32));
+static_assert(sizeof(void*) != 8 || (sizeof(vorn_range) >= 64 && offsetof(vorn_range, path) == 56));
+
 TEST(Catalogue, FindsTypesByNameAndMessagesById) {
     EXPECT_STREQ(catalogue().package, "Nac");
     for (const vorn_type* const type : types()) {
