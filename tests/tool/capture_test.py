@@ -175,7 +175,7 @@ class Record(CaptureTest):
         self.assertEqual(nac("send", "--to", "3", SESSION, bus=self.bus).returncode, 0)
         code, _, words = recorder.end()
         self.assertEqual(code, 0)
-        self.assertIn("1 messages of 29 batches recorded", words)
+        self.assertIn("1 message of 29 batches recorded", words)
         self.assertIn("28 left out", words)
 
     def test_files_are_split_between_batches(self) -> None:
@@ -236,7 +236,7 @@ class Record(CaptureTest):
         file = str(self.folder / "out.pcapng")
         done = nac("record", "-o", file, "--count", "1", "--duration", "0.2", bus=self.bus)
         self.assertEqual((done.returncode, done.stdout), (3, ""))
-        self.assertIn("1 of 1 messages did not arrive", done.stderr)
+        self.assertIn("1 of 1 message did not arrive", done.stderr)
         done = nac("record", "-o", str(self.folder / "no/such/folder"), "--duration", "0.1", bus=self.bus)
         self.assertEqual(done.returncode, 3)
         self.assertIn("No such file", done.stderr)
@@ -496,7 +496,7 @@ class Monitor(CaptureTest):
             self.assertEqual(process.returncode, 0)
             self.assertIn("\033[H\033[J", text)
             self.assertEqual("\033[1m" in text, colour)
-            self.assertRegex(text, r"1 receivers, \d+ messages/s")
+            self.assertRegex(text, r"1 receiver, \d+ messages/s")
             self.assertRegex(text, r"Nac_SetUserTableMsg +2 ")
             self.assertIn("{f0=24 f1=1}", text)
 

@@ -198,11 +198,11 @@ class Captures(VerbTest):
             file.write(foreign)
             file.flush()
             for verb in ("decode", "verify", "hex", "info", "replay"):
-                self.assert_complains(nac(verb, file.name), 1, f"{file.name}: 3 packets were passed over, and none holds a message")
+                self.assert_complains(nac(verb, file.name), 1, f"{file.name}: 3 packets passed over, and none holds a message")
             file.write(pcapng.capture([message]))
             file.flush()
             done = nac("decode", file.name)
-            self.assert_complains(done, 0, "3 packets that hold no message of the bus were passed over")
+            self.assert_complains(done, 0, "passed over 3 packets without a message of the bus")
             self.assertEqual(len(done.stdout.splitlines()), 1)
 
 

@@ -16,7 +16,7 @@ def c_text(form: str, values: list[object]) -> str:
 class Verify(VerbTest):
     def test_good_messages(self) -> None:
         done = nac("verify", "-", given=lines(PORT))
-        self.assert_done(done, 0, "1 messages, 0 damaged\n")
+        self.assert_done(done, 0, "1 message, 0 damaged\n")
         self.assertEqual(done.stdout, "standard input:1: Nac_SetPortMsg, 24 bytes, image, ok\n")
         self.assertEqual(nac("verify", "--quiet", "-", given=lines(PORT)).stdout, "")
 
@@ -27,7 +27,7 @@ class Verify(VerbTest):
 
     def test_damage_is_reported_with_offset_table_field_and_log(self) -> None:
         done = nac("verify", "-", given=lines(DAMAGED))
-        self.assert_done(done, 1, "1 messages, 1 damaged\n")
+        self.assert_done(done, 1, "1 message, 1 damaged\n")
         self.assertEqual(done.stdout, """\
 standard input:1: Nac_SetPortMsg, 8 bytes, other, damaged in its header
   at 0, header of Nac_SetPortMsg: the table would be at 4294967295, outside of 4 to 4

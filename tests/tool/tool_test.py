@@ -97,7 +97,7 @@ record 8 bytes, vtable 8 bytes, fixed image 24 bytes: table of 12 at 4, vtable a
         for name in ("Nac_Nothing", "0x1", "0x09B58155x", ""):
             done = nac("describe", name)
             self.assertEqual((done.returncode, done.stdout), (2, ""), name)
-            self.assertIn(f"nac: {name} is no type", done.stderr)
+            self.assertIn(f"nac: {name} is not a message type", done.stderr)
 
 
 class Decode(unittest.TestCase):

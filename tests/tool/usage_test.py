@@ -1,9 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 # Wrong command lines: one sentence that says what is wrong and what would be right, and exit code 2.
+import pathlib
+import tempfile
 import unittest
 
-from drive import VerbTest, nac
+from drive import SESSION, VerbTest, nac
 
+NO_BUS = ("is within one process, and this one sees no other's; name the bus: --bus ipc:// on this machine, --bus"
+          " nats://HOST:4222 between machines, or either in VORN_BUS_URL")
 WRONG = {
     (): "a verb is missing; nac --help lists them",
     ("typse",): "typse is no verb; did you mean types?",
@@ -24,6 +28,11 @@ WRONG = {
     ("record", "-o", "x", "--count", "0"): "record --count: 0 is no whole number of 1 or more; see nac record --help",
     ("listen", "--as", "4294967296"): "listen --as: 4294967296 is no whole number from 0 to 4294967295;"
                                       " see nac listen --help",
+    ("describe", "nac_setport"): "nac_setport is not a message type; did you mean Nac_SetPortMsg?",
+    ("decode", "--type", "NAC_SETPORTMSG", "x"): "NAC_SETPORTMSG is not a message type; did you mean Nac_SetPortMsg?",
+    ("decode", "--type", "flow", "x"): "flow is not a message type; nac types lists them",
+    ("listen", "--as", "1", "--bus", "loop:"): f"loop: {NO_BUS}",
+    ("monitor", "--bus", "loop:"): f"loop: {NO_BUS}",
     ("hex", "--html", "--json", "x"): "hex --html excludes --json; see nac hex --help",
 }
 
@@ -34,6 +43,22 @@ class Usage(VerbTest):
             with self.subTest(arguments=arguments):
                 done = nac(*arguments)
                 self.assertEqual((done.returncode, done.stdout, done.stderr), (2, "", f"nac: {sentence}\n"))
+
+    def test_a_url_that_is_none(self) -> None:
+        done = nac("send", "--to", "1", "--bus", "ip://", str(SESSION))
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("nac: opening ip:// at address 0: not a URL of this bus", done.stderr)
+        self.assertIn("; URLs are ipc:// or ipc:///FOLDER, ", done.stderr)
+
+    def test_a_file_of_another_format(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            for data, hint in ((b"0c000000\n", "for lines of hexadecimal digits give --format hex"),
+                               (b"\x7fELF", "for bytes give --format raw, prefixed or tagged")):
+                file = pathlib.Path(folder, "given")
+                file.write_bytes(data)
+                for verb in ("decode", "verify", "hex"):
+                    done = nac(verb, str(file))
+                    self.assertEqual((done.returncode, done.stderr), (1, f"nac: {file}:1: not JSON; {hint}\n"))
 
     def test_a_word_that_is_shown_is_short_and_escaped(self) -> None:
         done = nac("decode", "--\x1b[2J" + "x" * 1000)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/capture.h"
+#include "tool/show/counted.h"
 
 #include <fmt/format.h>
 
@@ -386,7 +387,7 @@ bool CaptureReader::next(CapturedMessage& message) {
     }
     if (complaint_.empty() && packets_ != 0 && packets_ == foreign_packets_)
         return fail(
-            fmt::format("{} packets were passed over, and none holds a message of the bus", packets_));
+            fmt::format("{} passed over, and none holds a message of the bus", counted(packets_, "packet")));
     return false;
 }
 

@@ -21,7 +21,7 @@ const MessageType* type_of(const Json& object, const LineReader& reader) {
     const std::string name = type->is_string() ? type->get<std::string>() : json_text(*type);
     const MessageType* const found = named_message_type(name);
     if (found != nullptr) return found;
-    throw reader.bad(fmt::format("{} is not a message type; nac types lists them", shortened(name)));
+    throw reader.bad(no_such_type(name));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/message_files.h"
 #include "inspect/byte_text.h"
+#include "tool/show/counted.h"
 
 #include <fmt/format.h>
 
@@ -140,23 +141,48 @@ void read_capture(CaptureReader& reader, const MessageType* type, const Use& use
     if (!reader.complaint().empty())
         throw CommandError(kBadData, fmt::format("{}: {}", reader.name(), reader.complaint()));
     if (reader.foreign_packets() != 0)
-        report("nac: {}: {} packets that hold no message of the bus were passed over", reader.name(),
-               reader.foreign_packets());
+        report("nac: {}: passed over {} without a message of the bus", reader.name(),
+               counted(reader.foreign_packets(), "packet"));
     if (bad != 0)
-        throw CommandError(kBadData, fmt::format("{}: {} messages could not be read", reader.name(), bad));
+        throw CommandError(kBadData,
+                           fmt::format("{}: {} could not be read", reader.name(), counted(bad, "message")));
 }
 
-// Whether a file that is given holds a capture. What can be read only once, as standard input, is not asked.
-bool holds_capture(const std::string& file) {
+enum class Beginning { capture, json, digits, other };
+
+// How a file begins. What can be read only once, as standard input, is taken for JSON.
+Beginning beginning_of(const std::string& file) {
     std::error_code ignored;  // the file's reader has the same trouble
-    if (!std::filesystem::is_regular_file(file, ignored)) return false;
+    if (!std::filesystem::is_regular_file(file, ignored)) return Beginning::json;
     const OpenedFile in = open_file(file);
     std::array<std::uint8_t, 4> first = {};
     const std::size_t got = in != nullptr ? std::fread(first.data(), 1, first.size(), in.get()) : 0;
     if (in == nullptr || (got == 0 && std::ferror(in.get()) != 0)) {
         throw CommandError(kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno)));
     }
-    return is_capture(std::span(first).first(got));
+    const std::span bytes = std::span(first).first(got);
+    if (is_capture(bytes)) return Beginning::capture;
+    const auto is_blank = [](std::uint8_t byte) { return std::isspace(byte) != 0; };
+    if (bytes.empty() || bytes[0] == '{' || is_blank(bytes[0])) return Beginning::json;
+    const auto is_digit = [&](std::uint8_t byte) { return is_blank(byte) || std::isxdigit(byte) != 0; };
+    return std::all_of(bytes.begin(), bytes.end(), is_digit) ? Beginning::digits : Beginning::other;
+}
+
+// Whether all files are captures; of those that are neither captures nor JSON, says so.
+bool are_captures(const std::vector<std::string>& files) {
+    std::size_t captures = 0;
+    for (const std::string& file : files) {
+        const Beginning beginning = file == "-" ? Beginning::json : beginning_of(file);
+        captures += beginning == Beginning::capture;
+        if (beginning == Beginning::digits || beginning == Beginning::other) {
+            throw CommandError(kBadData,
+                               fmt::format("{}:1: not JSON; {}", file,
+                                           beginning == Beginning::digits
+                                               ? "for lines of hexadecimal digits give --format hex"
+                                               : "for bytes give --format raw, prefixed or tagged"));
+        }
+    }
+    return captures != 0 && captures == files.size();
 }
 
 void read_lines(const MessageOptions& options, const MessageType* type, const Use& use) {
@@ -223,7 +249,7 @@ const MessageType* type_option(const std::string& text) {
     if (text.empty()) return nullptr;
     const MessageType* const type = named_message_type(text);
     if (type == nullptr) {
-        throw CommandError(kBadUsage, fmt::format("{} is not a message type; nac types lists them", text));
+        throw CommandError(kBadUsage, no_such_type(text));
     }
     return type;
 }
@@ -231,9 +257,7 @@ const MessageType* type_option(const std::string& text) {
 void for_each_message(const MessageOptions& options, const Use& use) {
     const MessageType* const type = type_option(options.type);
     const Format format = options.format;
-    const auto is_captured = [](const std::string& file) { return file != "-" && holds_capture(file); };
-    if (format == Format::pcapng || (format == Format::lines && !options.files.empty() &&
-                                     std::all_of(options.files.begin(), options.files.end(), is_captured))) {
+    if (format == Format::pcapng || (format == Format::lines && are_captures(options.files))) {
         for (const std::string& file : options.files) {
             CaptureReader reader(file);
             read_capture(reader, type, use);

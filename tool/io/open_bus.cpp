@@ -16,7 +16,23 @@ void write_log(const char* text, void* /*context*/) { report_line(text); }
 }  // namespace
 
 CommandError bus_error(const std::string& doing, std::int32_t result) {
+    if (result == VORN_BUS_BAD_URL) {
+        return {kBadUsage, fmt::format("{}: {}; URLs are ipc:// or ipc:///FOLDER, tcp://HOST:PORT, "
+                                       "nats://HOST:PORT, and loop: within a process",
+                                       doing, vorn_bus_result_text(result))};
+    }
     return {kTrouble, fmt::format("{}: {}", doing, vorn_bus_result_text(result))};
+}
+
+void require_shared_bus(const std::string& url) {
+    const std::string shown = vorn_bus_display_url(url_or_null(url));
+    if (!shown.starts_with("loop:")) return;
+    throw CommandError(
+        kBadUsage,
+        fmt::format("{} is within one process, and this one sees no other's; name the bus: --bus "
+                    "ipc:// on this machine, --bus nats://HOST:4222 between machines, or either in "
+                    "VORN_BUS_URL",
+                    shown));
 }
 
 const char* url_or_null(const std::string& url) { return url.empty() ? nullptr : url.c_str(); }

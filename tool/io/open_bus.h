@@ -18,6 +18,9 @@ namespace tool {
 CommandError bus_error(const std::string& doing, std::int32_t result);
 
 // The URL of a command line, or the usual one.
+// Refuses loop:, which no other process sees.
+void require_shared_bus(const std::string& url);
+
 const char* url_or_null(const std::string& url);
 
 class OpenBus {

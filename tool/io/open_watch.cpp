@@ -34,14 +34,9 @@ void add_watch_options(CLI::App& verb, WatchOptions& options) {
 
 OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
     vorn_bus_watch_options given = vorn_bus_watch_options_init();
+    require_shared_bus(options.bus);
     given.url = url_or_null(options.bus);
     const std::string url = vorn_bus_display_url(given.url);
-    if (url.compare(0, 5, "loop:") == 0) {
-        throw CommandError(kBadUsage,
-                           fmt::format("{} is within one process, and this one sees no other's; name the bus "
-                                       "with --bus or VORN_BUS_URL",
-                                       url));
-    }
     given.addresses = options.addresses.data();
     given.address_count = static_cast<std::uint32_t>(options.addresses.size());
     given.queue_bytes = 32U << 20;

@@ -6,6 +6,9 @@
 #include <charconv>
 #include <system_error>
 
+#include "tool/show/nearest.h"
+#include "tool/show/shown.h"
+
 namespace tool {
 
 std::span<const MessageType* const> all_types() {
@@ -41,6 +44,14 @@ const MessageType* named_message_type(const std::string& text) {
     std::uint32_t id = 0;
     const auto [end, error] = std::from_chars(first, last, id, hexadecimal ? 16 : 10);
     return error == std::errc() && end == last ? find_message_type(id) : nullptr;
+}
+
+std::string no_such_type(const std::string& text) {
+    std::vector<std::string> names;
+    for (const MessageType* const type : message_types()) names.emplace_back(type->name);
+    const std::string nearest = did_you_mean(text, names);
+    return fmt::format("{} is not a message type{}", shortened(text),
+                       nearest.empty() ? "; nac types lists them" : nearest);
 }
 
 std::string type_name(std::uint32_t id) {

@@ -34,6 +34,9 @@ const MessageType* find_message_type(std::uint32_t id);
 // there is none.
 const MessageType* named_message_type(const std::string& text);
 
+// "Nac_SetPort is not a message type; did you mean Nac_SetPortMsg?"
+std::string no_such_type(const std::string& text);
+
 // A message type's name, or its id where it has none here.
 std::string type_name(std::uint32_t id);
 

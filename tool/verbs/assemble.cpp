@@ -81,7 +81,7 @@ class Assembler {
         std::string name;
         if (words >> name) {
             type_ = named_message_type(name);
-            if (type_ == nullptr) throw bad(fmt::format("{} is not a message type", shortened(name)));
+            if (type_ == nullptr) throw bad(no_such_type(name));
         }
         if (words >> name) throw bad(fmt::format("\"{}\" after the type", shortened(name)));
     }

@@ -70,7 +70,7 @@ ExitCode run_describe(const DescribeOptions& options) {
         const MessageType* const message = named_message_type(name);
         const MessageType* const type = message != nullptr ? message : find_type(name);
         if (type == nullptr) {
-            throw CommandError(kBadUsage, fmt::format("{} is no type; nac types lists the messages", name));
+            throw CommandError(kBadUsage, no_such_type(name));
         }
         if (options.json) {
             fmt::print("{}\n", json_text(description_json(*type)));

@@ -16,6 +16,7 @@
 #include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -65,11 +66,11 @@ class Exchange {
         const std::uint64_t kept = live_blocks();
         const std::uint64_t log_lines = shown_log_lines();
         const bool all_well = differences_ == 0 && log_lines == 0 && kept == 0;
-        const std::string totals = fmt::format(
-            "{} records of {} types: {} arrived from single sends, {} from {} batches; {} differ, "
-            "{} log lines, {} arrays not freed",
-            input_.in_order.size(), input_.by_type.size(), single_arrivals_, batch_arrivals_, batches_,
-            differences_, log_lines, kept);
+        const std::string totals =
+            fmt::format("{} of {}: {} arrived from single sends, {} from {}; {} differ, {}, {} not freed",
+                        counted(input_.in_order.size(), "record"), counted(input_.by_type.size(), "type"),
+                        single_arrivals_, batch_arrivals_, counted(batches_, "batch"), differences_,
+                        counted(log_lines, "log line"), counted(kept, "array"));
         if (json_) {
             report_line(totals);
         } else {

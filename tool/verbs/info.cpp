@@ -17,6 +17,7 @@
 #include "tool/io/message_filter.h"
 #include "tool/io/progress.h"
 #include "tool/message/record_json.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -110,15 +111,16 @@ class Summary {
 
     void print(const CaptureReader& reader) const {
         fmt::print("{}\n", shown(reader.name()));
-        fmt::print("  {} messages in {} batches, {} bytes; {} damaged, {} of unknown types, {} cut\n",
-                   all_.messages, batches_, all_.bytes, all_.damaged, unknown_, cut_);
+        fmt::print("  {} in {}, {}; {} damaged, {} of unknown types, {} cut\n",
+                   counted(all_.messages, "message"), counted(batches_, "batch"), counted(all_.bytes, "byte"),
+                   all_.damaged, unknown_, cut_);
         if (all_.messages != 0) {
             fmt::print("  from {} UTC\n  to   {} UTC, {:.3f} s; {:.0f} messages/s, {:.0f} bytes/s\n",
                        utc(first_), utc(last_), seconds(), rate(all_.messages), rate(all_.bytes));
         }
-        fmt::print("  {} batches lost while recording", reader.lost_batches());
+        fmt::print("  {} lost while recording", counted(reader.lost_batches(), "batch"));
         if (reader.foreign_packets() != 0)
-            fmt::print("; {} packets that are no messages", reader.foreign_packets());
+            fmt::print("; {} without a message", counted(reader.foreign_packets(), "packet"));
         fmt::print("\n");
         if (all_.messages == 0) return;
         fmt::print("  {:<37} {:>10} {:>12} {:>12} {:>8}\n", "type", "messages", "bytes", "messages/s",

@@ -11,6 +11,7 @@
 #include "tool/message/host_services.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -55,6 +56,7 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
 ExitCode run_listen(const ListenOptions& options) {
     show_log_lines();
     catch_interrupts();
+    require_shared_bus(options.bus);
     OpenBus bus(options.bus, options.as);
     Output output("-");
     std::uint64_t arrived = 0;
@@ -77,14 +79,12 @@ ExitCode run_listen(const ListenOptions& options) {
             options.timeout_s > 0 && Clock::now() - last > std::chrono::duration<double>(options.timeout_s);
     }
     const vorn_bus_counters counters = bus.counters();
-    report(
-        "{} records in {} batches arrived; {} damaged, {} of unknown ids, {} damaged batches or packets, {} "
-        "log lines",
-        arrived, counters.received_batches, counters.damaged_messages, counters.unknown_messages,
-        counters.damaged, shown_log_lines());
+    report("{} in {} arrived; {} damaged, {} of unknown ids, {} damaged batches or packets, {}",
+           counted(arrived, "record"), counted(counters.received_batches, "batch"), counters.damaged_messages,
+           counters.unknown_messages, counters.damaged, counted(shown_log_lines(), "log line"));
     if (arrived < options.count) {
-        throw CommandError(
-            kTrouble, fmt::format("{} of {} records did not arrive", options.count - arrived, options.count));
+        throw CommandError(kTrouble, fmt::format("{} of {} did not arrive", options.count - arrived,
+                                                 counted(options.count, "record")));
     }
     const bool all_well =
         counters.damaged_messages + counters.unknown_messages + counters.damaged + shown_log_lines() == 0;

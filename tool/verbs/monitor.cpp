@@ -20,6 +20,7 @@
 #include "tool/message/finding.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -60,12 +61,13 @@ class Monitor {
                    [this] { return all_.messages; }, [this] { show_in_time(); });
         if (!options_.messages && Clock::now() != shown_) show();
         const vorn_bus_watch_counters counters = watch_.counters();
-        report("{} messages seen, {} bytes, {} damaged; {} left out, {} batches lost on the way here",
-               all_.messages, all_.bytes, all_.damaged, left_out_, counters.lost_batches);
+        report("{} seen, {}, {} damaged; {} left out, {} lost on the way here",
+               counted(all_.messages, "message"), counted(all_.bytes, "byte"), all_.damaged, left_out_,
+               counted(counters.lost_batches, "batch"));
         if (all_.messages < options_.watch.count) {
             throw CommandError(kTrouble,
-                               fmt::format("{} of {} messages did not arrive",
-                                           options_.watch.count - all_.messages, options_.watch.count));
+                               fmt::format("{} of {} did not arrive", options_.watch.count - all_.messages,
+                                           counted(options_.watch.count, "message")));
         }
         return all_.damaged == 0 ? kOk : kBadData;
     }
@@ -225,9 +227,10 @@ class Monitor {
         const vorn_bus_watch_counters counters = watch_.counters();
         const char* const strong = colour_ ? "\033[1m" : "";
         const char* const usual = colour_ ? "\033[0m" : "";
-        fmt::print("\033[H\033[J{}{} receivers, {:.0f} messages/s, {:.0f} bytes/s, {} batches lost{}\n",
-                   strong, counters.receivers, rate(all_.messages, all_.messages_before, seconds),
-                   rate(all_.bytes, all_.bytes_before, seconds), counters.lost_batches, usual);
+        fmt::print(
+            "\033[H\033[J{}{}, {:.0f} messages/s, {:.0f} bytes/s, {} lost{}\n", strong,
+            counted(counters.receivers, "receiver"), rate(all_.messages, all_.messages_before, seconds),
+            rate(all_.bytes, all_.bytes_before, seconds), counted(counters.lost_batches, "batch"), usual);
         print_heading();
         for (const auto& [id, row] : rows) print_row(type_name(id), row, seconds);
         fmt::print("\n");

@@ -9,6 +9,7 @@
 #include "tool/io/capture.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -43,9 +44,9 @@ class Recorder {
         writer_.finish(counters.lost_batches);
         print_totals(counters);
         if (writer_.messages() < options_.watch.count) {
-            throw CommandError(kTrouble,
-                               fmt::format("{} of {} messages did not arrive",
-                                           options_.watch.count - writer_.messages(), options_.watch.count));
+            throw CommandError(
+                kTrouble, fmt::format("{} of {} did not arrive", options_.watch.count - writer_.messages(),
+                                      counted(options_.watch.count, "message")));
         }
         return counters.lost_batches == 0 ? kOk : kTrouble;
     }
@@ -71,12 +72,11 @@ class Recorder {
     }
 
     void print_totals(const vorn_bus_watch_counters& counters) const {
-        report(
-            "{} messages of {} batches recorded, {} bytes in {} file{}; {} left out, {} cut, {} batches "
-            "lost, {} damaged envelopes",
-            writer_.messages(), counters.batches, writer_.bytes(), writer_.files().size(),
-            writer_.files().size() == 1 ? "" : "s", left_out_, writer_.cut_messages(), counters.lost_batches,
-            counters.damaged);
+        report("{} of {} recorded, {} in {}; {} left out, {} cut, {} lost, {}",
+               counted(writer_.messages(), "message"), counted(counters.batches, "batch"),
+               counted(writer_.bytes(), "byte"), counted(writer_.files().size(), "file"), left_out_,
+               writer_.cut_messages(), counted(counters.lost_batches, "batch"),
+               counted(counters.damaged, "damaged envelope"));
         if (counters.interruptions != 0)
             report("{} times a receiver or a server went and came again", counters.interruptions);
         if (!options_.json) return;

@@ -19,6 +19,7 @@
 #include "tool/io/open_bus.h"
 #include "tool/io/open_watch.h"
 #include "tool/io/progress.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -217,11 +218,12 @@ class Replay {
     void print_totals() const {
         const double rate = static_cast<double>(sent_messages_) / std::max(seconds_, 1e-9);
         report(
-            "{} messages in {} batches, {} bytes, sent in {:.3f} s: {:.0f} messages/s; {} left out, {} "
-            "cut, {} batches lost, {} still on their way",
-            sent_messages_, sent_batches_, sent_bytes_, seconds_, rate, left_out_, cut_, lost_,
-            on_their_way_);
-        if (receives_) report("{} messages arrived within the tool, {} damaged", received_, damaged_);
+            "{} in {}, {}, sent in {:.3f} s: {:.0f} messages/s; {} left out, {} "
+            "cut, {} lost, {} still on their way",
+            counted(sent_messages_, "message"), counted(sent_batches_, "batch"), counted(sent_bytes_, "byte"),
+            seconds_, rate, left_out_, cut_, counted(lost_, "batch"), on_their_way_);
+        if (receives_)
+            report("{} arrived within the tool, {} damaged", counted(received_, "message"), damaged_);
         if (options_.json) {
             const Json summary = {{"messages", sent_messages_},
                                   {"batches", sent_batches_},
@@ -239,8 +241,8 @@ class Replay {
         }
         if (lost_ + on_their_way_ != 0) throw CommandError(kTrouble, "not all batches were handled");
         if (receives_ && received_ != sent_messages_)
-            throw CommandError(kTrouble,
-                               fmt::format("{} messages did not arrive", sent_messages_ - received_));
+            throw CommandError(
+                kTrouble, fmt::format("{} did not arrive", counted(sent_messages_ - received_, "message")));
     }
 
     const ReplayOptions& options_;

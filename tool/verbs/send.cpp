@@ -15,6 +15,7 @@
 #include "tool/io/open_bus.h"
 #include "tool/io/progress.h"
 #include "tool/message/host_services.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -67,9 +68,9 @@ class Sender {
                                  {"unhandled_batches", counters.unhandled_batches}};
             fmt::print("{}\n", json_text(object));
         }
-        report("{} records sent to address {} in {} batches; {} lost, {} still on their way",
-               counters.sent_messages, options_.to, counters.sent_batches, counters.lost_batches,
-               counters.unhandled_batches);
+        report("{} sent to address {} in {}; {} lost, {} still on their way",
+               counted(counters.sent_messages, "record"), options_.to,
+               counted(counters.sent_batches, "batch"), counters.lost_batches, counters.unhandled_batches);
         if (flushed != VORN_BUS_OK) throw bus_error(fmt::format("address {}", options_.to), flushed);
         return kOk;
     }

@@ -7,6 +7,7 @@
 
 #include "tool/io/message_files.h"
 #include "tool/message/finding.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -46,7 +47,7 @@ ExitCode run_verify(const VerifyOptions& options) {
         output.write_line(object);
     });
     output.finish();
-    report("{} messages, {} damaged", all, damaged);
+    report("{}, {} damaged", counted(all, "message"), damaged);
     return damaged == 0 ? kOk : kBadData;
 }
 
