@@ -187,7 +187,8 @@ VORN_INSPECT_API size_t vorn_inspect_fault_text(const vorn_fault* fault, char* t
 
 /* Unpacks as the type's own unpack does, and returns how it went: one pass where unpack and verify are two.
  * `record` is zeroed storage of type->record_bytes; release it with type->free_unpacked, whatever the
- * verdict. Memory and log are the host's, as for the library (zeb_osal_api.h). */
+ * verdict. Memory and log are the host's, as for the library (zeb_osal_api.h), which both find at their first
+ * call. */
 VORN_INSPECT_API vorn_verdict vorn_inspect_unpack(const vorn_type* type, const uint8_t* bytes, size_t length,
                                                   void* record);
 

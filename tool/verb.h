@@ -41,6 +41,7 @@ CLI::Validator one_of(std::vector<std::pair<int, std::string>> values);
 template <class Value>
 CLI::Validator one_of(const std::map<std::string, Value>& names) {
     std::vector<std::pair<int, std::string>> values;
+    values.reserve(names.size());
     for (const auto& [name, value] : names) values.emplace_back(static_cast<int>(value), name);
     return one_of(std::move(values));
 }
