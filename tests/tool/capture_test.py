@@ -18,14 +18,14 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import pcapng
-from drive import assert_fits
+from drive import SHARE_OF_MESSAGES, assert_fits
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
 SESSION = "examples/access-session.jsonl"
 MOST_KIB = 64 * 1024
 IS_SANITIZED = any(word in NAC for word in ("asan", "tsan"))  # slow, and with memory of their own
-MESSAGES = int(os.environ.get("NAC_TEST_MESSAGES", "1_000_000"))  # in the capture of many
+MESSAGES = 1_000_000 // SHARE_OF_MESSAGES  # in the capture of many
 
 
 def nac(*arguments: str, given: str | bytes = "", bus: str = "loop:") -> subprocess.CompletedProcess[str]:
