@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
 SESSION = ROOT / "examples/access-session.jsonl"
 PORT = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff070000000100000008000c0004000800"}
-# Where time is short: one case of the corpus in so many, and of a long capture one message in so many.
+# Where time is short: one case of the corpus in 10, and one message of a long capture in 100.
 SHARE_OF_CORPUS, SHARE_OF_MESSAGES = (10, 100) if "NAC_TEST_SHARE" in os.environ else (1, 1)
 DAMAGED = {"type": "Nac_SetPortMsg", "hex": "ffffffff00000000"}
 
