@@ -37,9 +37,10 @@ class Examples(unittest.TestCase):
 
     def test_a_damaged_message_is_shown_with_what_is_wrong(self) -> None:
         replay = (NAC, "replay", "--speed", "max", "--as", 1, "--redirect", 2, ROOT / "examples/port-move.pcapng")
-        for receiver, count in (("receiver", 28), ("receiver_cpp", 4)):  # which takes two types
+        two_types = ("--type", "Nac_SetPortMsg", "--type", "Nac_SetUserTableMsg")  # which the receiver in C++ takes
+        for receiver, count, chosen in (("receiver", 28, ()), ("receiver_cpp", 4, two_types)):
             with self.subTest(receiver=receiver):
-                lines, _ = received(receiver, count, *replay)
+                lines, _ = received(receiver, count, *replay, *chosen)
                 self.assertEqual(len(lines), count)
                 self.assertEqual([line for line in lines if "damaged" in line],
                                  [f"Nac_SetUserTableMsg from address 1: {DAMAGED}"])
