@@ -496,7 +496,7 @@ class Monitor(CaptureTest):
             self.assertEqual(process.returncode, 0)
             self.assertIn("\033[H\033[J", text)
             self.assertEqual("\033[1m" in text, colour)
-            self.assertRegex(text, r"1 receiver, \d+ messages/s")
+            self.assertRegex(text, r"[12] receivers?, \d+ messages/s")
             self.assertRegex(text, r"Nac_SetUserTableMsg +2 ")
             self.assertIn("{f0=24 f1=1}", text)
 
