@@ -21,7 +21,7 @@ def digest(source: pathlib.Path, build: pathlib.Path, **environment: str) -> str
         copy(ROOT / name, source / name)
     settings = {**os.environ, **environment}
     for command in (["cmake", "-G", "Ninja", "-S", source, "-B", build, "-DCMAKE_BUILD_TYPE=Release", "-DNAC_BUILD_TOOL=OFF",
-                     "-DNAC_BUILD_TESTS=OFF", "-DNAC_BUILD_BUS=OFF", "-DNAC_INSTALL=OFF"], ["cmake", "--build", build]):
+                     "-DNAC_BUILD_TESTS=OFF", "-DNAC_BUILD_INSPECT=OFF", "-DNAC_BUILD_BUS=OFF", "-DNAC_INSTALL=OFF"], ["cmake", "--build", build]):
         subprocess.run(command, check=True, capture_output=True, env=settings)
     return hashlib.sha256((build / "libvorn_nac_user.so").read_bytes()).hexdigest()
 
