@@ -58,7 +58,8 @@ for package in "$output"/*.deb; do
         tar --extract --directory "$output" --wildcards --strip-components=5 '*.spdx.json'
 done
 if [ -z "${2:-}" ]; then
+    cd "$output" # lintian needs a folder that is still there
     rm -rf "$folder"
     # No package of ours closes a request of Debian's.
-    lintian --fail-on error --suppress-tags initial-upload-closes-no-bugs "$output"/*.deb
+    lintian --fail-on error --suppress-tags initial-upload-closes-no-bugs ./*.deb
 fi
