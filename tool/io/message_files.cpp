@@ -173,7 +173,7 @@ bool are_captures(const std::vector<std::string>& files) {
     std::size_t captures = 0;
     for (const std::string& file : files) {
         const Beginning beginning = file == "-" ? Beginning::json : beginning_of(file);
-        captures += beginning == Beginning::capture;
+        if (beginning == Beginning::capture) ++captures;
         if (beginning == Beginning::digits || beginning == Beginning::other) {
             throw CommandError(kBadData,
                                fmt::format("{}:1: not JSON; {}", file,
