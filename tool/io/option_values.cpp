@@ -44,6 +44,7 @@ CLI::Validator whole_number(std::uint64_t least, std::uint64_t most) {
 CLI::Validator one_of(std::vector<std::pair<int, std::string>> values) {
     std::sort(values.begin(), values.end());
     std::vector<std::string> names;
+    names.reserve(values.size());
     for (const auto& value : values) names.push_back(value.second);
     return {[values, names](std::string& text) -> std::string {
                 for (const auto& [number, name] : values) {

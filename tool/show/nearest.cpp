@@ -24,10 +24,10 @@ std::string lower(std::string_view text) {
 std::size_t distance(const std::string& a, const std::string& b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
+    for (const char letter : a) {
         std::size_t diagonal = row[0]++;
         for (std::size_t k = 0; k < b.size(); ++k) {
-            const std::size_t replaced = diagonal + (a[i] == b[k] ? 0 : 1);
+            const std::size_t replaced = diagonal + (letter == b[k] ? 0 : 1);
             diagonal = row[k + 1];
             row[k + 1] = std::min({replaced, row[k] + 1, row[k + 1] + 1});
         }

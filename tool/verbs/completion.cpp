@@ -51,7 +51,7 @@ std::string first_line(std::string text) {
 std::vector<std::string> values_of(const std::string& type_name) {
     std::vector<std::string> values;
     if (type_name.find("TYPE") != std::string::npos) {
-        for (const auto& type : message_types()) values.push_back(type->name);
+        for (const auto& type : message_types()) values.emplace_back(type->name);
     }
     const std::size_t open = type_name.find('{');
     const std::size_t close = type_name.find('}');
