@@ -83,6 +83,11 @@ typedef struct vorn_bus_options {
     uint32_t check;    /* [VORN_BUS_CHECK_FLAG] what becomes of damaged messages */
     vorn_bus_log log;  /* [lines on standard error] */
     void* log_context;
+    uint32_t send_only;      /* [0] 1: a sender to which nobody sends: it takes no address, no lock, no
+                                stream; `address` is only what receivers see as the source */
+    int32_t open_timeout_ms; /* [not at all] nats: how long opening waits for a server that is not up yet */
+    uint32_t spin_us;        /* [not at all] ipc: how long a poll looks for batches before it sleeps */
+    uint32_t reserved;       /* 0 */
 } vorn_bus_options;
 
 /* Defaults for all members. */

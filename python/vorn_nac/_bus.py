@@ -95,7 +95,8 @@ class _Options(ctypes.Structure):
     _fields_ = [("size", ctypes.c_uint32), ("address", ctypes.c_uint32), ("url", ctypes.c_char_p),
                 ("queue_batches", ctypes.c_uint32), ("queue_bytes", ctypes.c_uint32), ("batch_bytes", ctypes.c_uint32),
                 ("send_timeout_ms", ctypes.c_int32), ("linger_ms", ctypes.c_int32), ("check", ctypes.c_uint32),
-                ("log", _LogFunction), ("log_context", ctypes.c_void_p)]
+                ("log", _LogFunction), ("log_context", ctypes.c_void_p), ("send_only", ctypes.c_uint32),
+                ("open_timeout_ms", ctypes.c_int32), ("spin_us", ctypes.c_uint32), ("reserved", ctypes.c_uint32)]
 
 
 class _Message(ctypes.Structure):

@@ -57,7 +57,7 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     default_to(options.send_timeout_ms, kDefaultSendTimeout);
     default_to(options.linger_ms, kDefaultLinger);
     if (options.batch_bytes < kBatchHeaderBytes + kEntryBytes || options.batch_bytes > kLargestBatchBytes ||
-        options.check > VORN_BUS_CHECK_NONE) {
+        options.check > VORN_BUS_CHECK_NONE || options.send_only > 1 || options.reserved != 0) {
         return VORN_BUS_BAD_ARGUMENT;
     }
     const Scheme* const scheme = find_scheme(url);
@@ -69,6 +69,9 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
                                options.queue_batches,
                                options.queue_bytes,
                                options.batch_bytes,
+                               options.send_only != 0,
+                               options.open_timeout_ms,
+                               options.spin_us,
                                made->inbox_,
                                made->counters_,
                                made->log_,

@@ -17,7 +17,7 @@ template <class T>
 struct Sized;
 template <>
 struct Sized<vorn_bus_options> {
-    static constexpr std::size_t kFirst = offsetof(vorn_bus_options, log_context) + sizeof(void*);
+    static constexpr std::size_t kFirst = offsetof(vorn_bus_options, reserved) + sizeof(std::uint32_t);
     static constexpr const char* kName = "vorn_bus_options";
 };
 template <>

@@ -20,6 +20,9 @@ struct Endpoint {
     std::uint32_t queue_batches;
     std::uint32_t queue_bytes;
     std::uint32_t batch_bytes;
+    bool send_only;
+    std::int32_t open_timeout_ms;
+    std::uint32_t spin_us;
     Inbox& inbox;
     Counters& counters;
     Log& log;

@@ -119,6 +119,7 @@ class LoopTransport final : public Transport {
     }
 
     Result open() override {
+        if (own_.send_only) return VORN_BUS_OK;
         Hub& hub = Hub::instance();
         const std::lock_guard locked(hub.lock);
         if (!hub.open.emplace(std::pair(name_, own_.address), this).second) return VORN_BUS_ADDRESS_TAKEN;
