@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/capture.h"
-#include "tool/show/counted.h"
 
 #include <fmt/format.h>
 
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "tool/commands.h"
+#include "tool/show/counted.h"
 #include "vorn/core/envelope.h"
 
 namespace tool {

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/message_files.h"
-#include "inspect/byte_text.h"
-#include "tool/show/counted.h"
 
 #include <fmt/format.h>
 
@@ -18,10 +16,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "inspect/byte_text.h"
 #include "tool/io/capture.h"
 #include "tool/io/json_lines.h"
 #include "tool/io/line_reader.h"
 #include "tool/io/opened_file.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/io/message_filter.h"
-#include "inspect/bounded_text.h"
-#include "inspect/byte_text.h"
 
 #include <fmt/format.h>
 
@@ -11,6 +9,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "inspect/bounded_text.h"
+#include "inspect/byte_text.h"
 #include "tool/verb.h"
 
 namespace tool {
