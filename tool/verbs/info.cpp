@@ -227,11 +227,9 @@ ExitCode run_info(const InfoOptions& options) {
                 summary.add(message, reader.packets());
             }
         }
-        if (options.messages) {
-            // Each message has had its line.
-        } else if (options.json) {
+        if (options.json && !options.messages) {
             fmt::print("{}\n", json_text(summary.to_json(reader)));
-        } else {
+        } else if (!options.json) {
             summary.print(reader);
         }
         if (!reader.complaint().empty()) report("nac: {}: {}", reader.name(), reader.complaint());
