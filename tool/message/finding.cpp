@@ -8,14 +8,13 @@ namespace tool {
 Finding find_faults(const MessageType& type, std::span<const std::uint8_t> bytes) {
     Finding finding;
     finding.walk = walk(type, bytes);
-    finding.is_buffer = finding.walk.verdict != VORN_VERDICT_ARGUMENT;
-    if (!finding.is_buffer) finding.walk.faults.clear();  // the summary says it
+    if (!finding.is_buffer()) finding.walk.faults.clear();  // the summary says it
     if (!finding.is_whole()) finding.logged = Unpacked(type, bytes).faults();
     return finding;
 }
 
 std::string summary_of(const Finding& finding) {
-    if (!finding.is_buffer) {
+    if (!finding.is_buffer()) {
         return fmt::format("no message, which has {} to {} bytes", VORN_SHORTEST_MESSAGE,
                            VORN_LONGEST_MESSAGE);
     }
@@ -36,7 +35,6 @@ std::string fault_text(const Fault& fault) {
 
 std::vector<std::string> fault_texts(const MessageType& type, std::span<const std::uint8_t> bytes) {
     std::vector<std::string> texts;
-    if (is_valid(type, bytes)) return texts;
     for (const Fault& fault : walk(type, bytes).faults) texts.push_back(fault_text(fault));
     return texts;
 }
@@ -55,7 +53,7 @@ Json finding_to_json(const Finding& finding, const MessageType& type, std::span<
         {"type", type.name},
         {"id", type.id},
         {"bytes", bytes.size()},
-        {"layout", finding.is_buffer ? Json(vorn_inspect_layout_text(finding.walk.layout)) : Json(nullptr)},
+        {"layout", finding.is_buffer() ? Json(vorn_inspect_layout_text(finding.walk.layout)) : Json(nullptr)},
         {"verdict", finding.verdict()},
         {"faults", std::move(faults)},
         {"more_faults", finding.walk.more_faults},

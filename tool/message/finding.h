@@ -15,9 +15,10 @@ namespace tool {
 
 struct Finding {
     Walk walk;
-    bool is_buffer = true;            // false: of no size that a message can have, and nothing was walked
     std::vector<std::string> logged;  // by the library, "function: text"
 
+    // False: of no size that a message can have, and nothing was walked.
+    bool is_buffer() const { return walk.verdict != VORN_VERDICT_ARGUMENT; }
     bool is_whole() const { return walk.verdict == VORN_VERDICT_VALID; }
     const char* verdict() const { return vorn_inspect_verdict_text(walk.verdict); }
 };

@@ -133,7 +133,7 @@ std::string hex_page_section(std::size_t number, const std::string& origin, cons
     for (const std::string& line : finding.logged) complain("logged: " + line);
 
     Annotated annotated;
-    if (finding.is_buffer) annotated = annotate(type, bytes);
+    if (finding.is_buffer()) annotated = annotate(type, bytes);
     if (annotated.cut) complain(fmt::format("more than {} meanings: the rest is not shown", kMostRanges));
     std::vector<const char*> marks(bytes.size(), "");
     for (const Range& range : annotated.ranges) {

@@ -59,7 +59,7 @@ Side read_side(const Message& message) {
                  find_faults(message.type, message.bytes),
                  {},
                  {}};
-    if (!side.finding.is_buffer) return side;
+    if (!side.finding.is_buffer()) return side;
     flatten(Unpacked(message.type, message.bytes).json(), "", side.values);
     walk(message.type, message.bytes, [&side](const vorn_range& range) {
         if (range.part == VORN_PART_SCALAR) side.offsets.emplace(range.path, range.at);
@@ -123,8 +123,8 @@ Json json_of(const Side& side) {
     return {{"origin", side.origin},
             {"type", side.type->name},
             {"bytes", side.bytes.size()},
-            {"layout", side.finding.is_buffer ? Json(vorn_inspect_layout_text(side.finding.walk.layout))
-                                              : Json(nullptr)},
+            {"layout", side.finding.is_buffer() ? Json(vorn_inspect_layout_text(side.finding.walk.layout))
+                                                : Json(nullptr)},
             {"verdict", side.finding.verdict()}};
 }
 
@@ -209,7 +209,7 @@ class Diff {
         const bool same_type = left.type == right.type;
         const std::vector<Difference> list = same_type ? differences(left, right) : std::vector<Difference>();
         const bool same_verdict = std::string(left.finding.verdict()) == right.finding.verdict();
-        const bool both_unreadable = !left.finding.is_buffer && !right.finding.is_buffer;
+        const bool both_unreadable = !left.finding.is_buffer() && !right.finding.is_buffer();
         const bool same =
             same_type && same_verdict && list.empty() && (!both_unreadable || left.bytes == right.bytes);
         differ_ |= !same;

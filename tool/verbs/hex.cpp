@@ -41,7 +41,7 @@ class HexText {
         for (const Fault& fault : finding.walk.faults) note("! " + fault_text(fault), kRed);
         if (finding.walk.more_faults != 0) note(fmt::format("! and {} more", finding.walk.more_faults), kRed);
         for (const std::string& line : finding.logged) note("logged: " + line, kRed);
-        if (!finding.is_buffer) {
+        if (!finding.is_buffer()) {
             rows(0, message.bytes, "", "");
             return text_;
         }
@@ -132,7 +132,7 @@ void write_json(Output& output, const Message& message, const Finding& finding) 
     std::string text = json_text(object);
     text.pop_back();
     output.write(text + R"(,"ranges":[)");
-    if (finding.is_buffer) {
+    if (finding.is_buffer()) {
         const char* separator = "";
         const Annotated annotated = annotate(message.type, message.bytes);
         for (const Range& range : annotated.ranges) {

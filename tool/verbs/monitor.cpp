@@ -97,7 +97,7 @@ class Monitor {
         if (options_.messages) {
             print(message, type, whole);
         } else if (on_terminal_) {
-            keep(message, type);
+            keep(message, type, whole);
         }
     }
 
@@ -107,21 +107,19 @@ class Monitor {
         return unpacked.verdict() == VORN_VERDICT_ARGUMENT ? Json::object() : unpacked.json(kSummaryElements);
     }
 
-    static std::string line(const vorn_bus_watched& message, const MessageType* type) {
+    static std::string line(const vorn_bus_watched& message, const MessageType* type, bool whole) {
         const std::string addresses = fmt::format("{} -> {}", message.source, message.destination);
         const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
-        const std::vector<std::string> faults =
-            type == nullptr ? std::vector<std::string>() : fault_texts(*type, bytes);
         return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}", time_of_day(message.time), addresses,
                            type_name(message.message_id), message.packed_bytes,
-                           type == nullptr  ? "unknown"
-                           : faults.empty() ? summary(record_of(*type, bytes))
-                                            : fmt::format("damaged: {}", faults.front()));
+                           type == nullptr ? "unknown"
+                           : whole         ? summary(record_of(*type, bytes))
+                                           : fmt::format("damaged: {}", fault_texts(*type, bytes).front()));
     }
 
     void print(const vorn_bus_watched& message, const MessageType* type, bool whole) const {
         if (!options_.json) {
-            fmt::print("{}\n", line(message, type));
+            fmt::print("{}\n", line(message, type, whole));
             return;
         }
         Json object = {{"time", message.time},
@@ -141,14 +139,14 @@ class Monitor {
         if (type != nullptr) {
             const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
             object["record"] = record_of(*type, bytes);
-            object["faults"] = fault_texts(*type, bytes);
+            if (!whole) object["faults"] = fault_texts(*type, bytes);
         }
         fmt::print("{}\n", json_text(object));
     }
 
     // The first few of each interval, for the lines below the table.
-    void keep(const vorn_bus_watched& message, const MessageType* type) {
-        if (last_.size() < kShown) last_.push_back(line(message, type));
+    void keep(const vorn_bus_watched& message, const MessageType* type, bool whole) {
+        if (last_.size() < kShown) last_.push_back(line(message, type, whole));
     }
 
     void show_in_time() {
