@@ -2,7 +2,7 @@
 // Whether bytes are a valid message: the compiled decoder answers, and the walk explains what it refuses.
 #include <cstdint>
 
-#include "inspect/bounded_text.h"
+#include "inspect/fault_text.h"
 #include "inspect/type_operations.h"
 #include "inspect/walker.h"
 
@@ -50,9 +50,5 @@ std::uint32_t vorn_inspect_write_image(const vorn_type* type, const void* record
 }
 
 std::size_t vorn_inspect_fault_text(const vorn_fault* fault, char* text, std::size_t capacity) {
-    inspect::BoundedText line(text, capacity);
-    line.add("at ", fault->at, ", ", fault->path);
-    if (fault->field == nullptr) line.add(*fault->path == '\0' ? "header" : " header");
-    line.add(" of ", fault->table->name, ": ", fault->what);
-    return line.length();
+    return inspect::write_fault_text(*fault, text, capacity);
 }

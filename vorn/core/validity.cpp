@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "vorn/core/validity.h"
 
-#include <cinttypes>
-#include <cstdio>
-
-#include "inspect/vorn_inspect.h"
+#include "inspect/fault_text.h"
 
 namespace vorn {
 
@@ -27,9 +24,7 @@ std::uint32_t Validity::check(const Message& message, Log& log) {
 // The first fault is where unpack stops; of others the bus wants to hear nothing.
 std::int32_t Validity::write(const vorn_fault* fault, void* text) {
     auto& written = *static_cast<Text*>(text);
-    const char* const header = fault->field != nullptr ? "" : *fault->path == '\0' ? "header" : " header";
-    static_cast<void>(std::snprintf(written.data(), written.size(), "at %" PRIu32 ", %s%s of %s: %s",
-                                    fault->at, fault->path, header, fault->table->name, fault->what));
+    inspect::write_fault_text(*fault, written.data(), written.size());
     return 1;
 }
 
