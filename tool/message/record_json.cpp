@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <new>
 #include <utility>
 
@@ -38,16 +37,14 @@ Records::Records(Records&& other) noexcept
 
 void Records::add(const Json& object) {
     const std::size_t start = storage_.size();
-    const std::string text = json_text(object);
     storage_.resize(start + type_->record_bytes);
-    std::array<char, 512> why = {};
-    if (vorn_inspect_from_json(type_, text.data(), text.size(), storage_.data() + start, why.data(),
-                               why.size()) == 0) {
-        return;
+    try {
+        inspect::read_record(object, *type_, storage_.data() + start);
+    } catch (...) {
+        vorn_inspect_free_record(type_, storage_.data() + start);
+        storage_.resize(start);
+        throw;
     }
-    vorn_inspect_free_record(type_, storage_.data() + start);
-    storage_.resize(start);
-    throw RecordError(why.data());
 }
 
 void Records::append(Records&& more) {

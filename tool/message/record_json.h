@@ -7,12 +7,12 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "inspect/json_text.h"
+#include "inspect/record_reader.h"
 #include "tool/message/message_type.h"
 
 namespace tool {
@@ -20,12 +20,7 @@ namespace tool {
 using inspect::Json;
 using inspect::json_from_text;
 using inspect::json_text;
-
-// What is wrong with a record in JSON, and where: "f6.f4: ...".
-class RecordError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+using inspect::RecordError;
 
 // The record as JSON, whole or piece by piece. `put` may throw.
 Json to_json(const MessageType& type, const void* record, std::size_t most_elements = SIZE_MAX);
