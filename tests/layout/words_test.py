@@ -28,7 +28,7 @@ WORDS = {
 }
 # Of the bus, where what one send carries is a batch.
 BATCH = re.compile(r"(?<![A-Za-z])[Uu]nits?(?![A-Za-z])")
-BATCH_FILES = ("vorn/", "tests/bus/", "docs/bus.md", "docs/captures.md", "python/vorn_nac/_bus.py")
+BATCH_FILES = ("vorn/", "tests/bus/", "docs/bus.md", "docs/nats.md", "docs/captures.md", "python/vorn_nac/_bus.py")
 LEFT_OUT = ("tests/layout/words_test.py", "LICENSE", "tests/tool/page/package-lock.json")
 TEXTS = {".c", ".cpp", ".h", ".hpp", ".in", ".py", ".md", ".cmake", ".txt", ".json", ".lua", ".sh", ".cjs", ".yml", ".map", ".list", ""}
 
