@@ -17,11 +17,8 @@
 namespace inspect {
 namespace {
 
-RecordError fault_at(const std::string& path, const std::string& what) {
-    return RecordError(path + ": " + what);
-}
 RecordError is_not(const Json& value, const std::string& path, const std::string& what) {
-    return fault_at(path, shortened(json_text(value)) + " is not " + what);
+    return {path, shortened(json_text(value)) + " is not " + what};
 }
 
 const Json& array_from(const Json& value, const std::string& path) {
@@ -54,7 +51,7 @@ std::vector<std::uint8_t> read_bytes(const Json& value, const vorn_field& field,
     try {
         return is_vector(field) ? from_hex(text) : from_address(text, field.count);
     } catch (const std::invalid_argument& fault) {
-        throw fault_at(path, fault.what());
+        throw RecordError(path, fault.what());
     }
 }
 
@@ -84,8 +81,8 @@ void read_field(const Json& value, const vorn_field& field, void* record, const 
     if (is_vector(field)) {
         at = make_array(field, record, count);
     } else if (count != field.count) {
-        throw fault_at(path,
-                       "holds " + std::to_string(count) + " numbers, not " + std::to_string(field.count));
+        throw RecordError(path,
+                          "holds " + std::to_string(count) + " numbers, not " + std::to_string(field.count));
     }
     for (std::size_t k = 0; k < count; ++k, at += element_size(field)) {
         const std::string element_path = path + "[" + std::to_string(k) + "]";
@@ -101,7 +98,7 @@ void read_field(const Json& value, const vorn_field& field, void* record, const 
 
 void read_record(const Json& object, const vorn_type& type, void* record, const std::string& path) {
     if (!object.is_object()) {
-        throw fault_at(path.empty() ? "record" : path.substr(0, path.size() - 1), "not an object");
+        throw RecordError(path.empty() ? "record" : path.substr(0, path.size() - 1), "not an object");
     }
     const std::span fields(type.fields, type.field_count);
     for (const auto& item : object.items()) {
@@ -109,7 +106,7 @@ void read_record(const Json& object, const vorn_type& type, void* record, const 
             return item.key() == field->name;
         });
         if (!is_known) {
-            throw fault_at(path + shortened(item.key()), std::string(type.name) + " has no such field");
+            throw RecordError(path + shortened(item.key()), std::string(type.name) + " has no such field");
         }
     }
     for (const vorn_field* const field : fields) {

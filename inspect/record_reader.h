@@ -15,6 +15,7 @@ namespace inspect {
 class RecordError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+    RecordError(const std::string& path, const std::string& what) : std::runtime_error(path + ": " + what) {}
 };
 
 // Into a zeroed record. `path` is that of the record in a larger one, with a dot. Throws RecordError and
