@@ -39,6 +39,8 @@ using Chosen = std::function<ExitCode()>;
     VERB(types, "types", "Message types", "List the message types: ids, sizes, fields")                    \
     VERB(describe, "describe", "Message types",                                                            \
          "Describe one type field by field: kinds, sizes, offsets in the record and in the fixed image")   \
+    VERB(compat, "compat", "Message types",                                                                \
+         "Compare two descriptions: what keeps old and new processes talking")                             \
     VERB(decode, "decode", "Messages",                                                                     \
          "Read received bytes as the library does; print the records as JSON lines")                       \
     VERB(encode, "encode", "Messages", "Write records as messages, as the library does")                   \

@@ -32,8 +32,9 @@ class Group(NamedTuple):
 
 
 GROUPS = [
-    Group("Message types", "nac-types", "list and describe message types",
-          "Lists the message types, and describes one field by field: kind, size, offset in the record and on the wire.",
+    Group("Message types", "nac-types", "list, describe and compare message types",
+          "Lists the message types, describes one field by field: kind, size, offset in the record and on the wire, and "
+          "compares two descriptions: which changes keep old and new processes talking.",
           "nac describe Nac_SetPortMsg"),
     Group("Messages", "nac-messages", "read, write, verify and compare messages",
           "Converts bytes to records and records to bytes, as the library does, and reports what is wrong with bytes.",

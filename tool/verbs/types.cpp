@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "tool/message/described_package.h"
 #include "tool/message/message_type.h"
 #include "tool/verb.h"
-#include "tool/verbs/describe.h"
 
 namespace tool {
 namespace {
