@@ -10,7 +10,7 @@
 #include "runtime/unpack.h"
 #include "tests/support/bytes.h"
 
-namespace {
+namespace versions {
 
 struct Address {
     std::uint8_t f0[6];
@@ -93,16 +93,16 @@ struct HalfWords {
     std::uint16_t* f0;
 };
 
-}  // namespace
+}  // namespace versions
 
 namespace kaplo {
 
-#define DESCRIBE(Record, text, ...)        \
-    template <>                            \
-    struct Description<Record> : Usual {   \
-        using R = Record;                  \
-        static constexpr Text name = text; \
-        using Fields = List<__VA_ARGS__>;  \
+#define DESCRIBE(Record, text, ...)                \
+    template <>                                    \
+    struct Description<versions::Record> : Usual { \
+        using R = versions::Record;                \
+        static constexpr Text name = text;         \
+        using Fields = List<__VA_ARGS__>;          \
     }
 DESCRIBE(Address, "Address", Field<&R::f0>);
 DESCRIBE(LongerAddress, "Address", Field<&R::f0>);
@@ -129,6 +129,7 @@ DESCRIBE(HalfWords, "Demo_Words", Vector<&R::f0_count, &R::f0>);
 
 namespace {
 
+using namespace versions;
 using kaplo::Outcome;
 using tests::Bytes;
 
