@@ -19,10 +19,11 @@ function(install_header path)
 endfunction()
 
 # The library.
-install(TARGETS vorn_nac_user vorn_nac_user_static EXPORT vorn_nac-library)
+install(TARGETS vorn_nac_user vorn_nac_user_static vorn_kit EXPORT vorn_nac-library)
 install(EXPORT vorn_nac-library NAMESPACE vorn_nac:: DESTINATION ${package_folder})
+set(KIT_SOURCES ${NAC_INSTALL_DATADIR}/kit)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/vorn_nac-config.cmake.in
-  ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake INSTALL_DESTINATION ${package_folder})
+  ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake INSTALL_DESTINATION ${package_folder} PATH_VARS KIT_SOURCES)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vorn_nac-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vorn_nac-config.cmake ${PROJECT_BINARY_DIR}/vorn_nac-config-version.cmake
   DESTINATION ${package_folder})
@@ -30,8 +31,12 @@ install_header(nac/nac_messages.h)
 foreach(header IN ITEMS message_functions nac owned_records typed_bus)
   install_header(nac/${header}.hpp)
 endforeach()
-install_header(bus/vorn_bus_api.h)
-install_header(runtime/zeb_osal_api.h)
+
+# What a package of messages is made of: the library's own headers, and the function that makes one.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/runtime ${PROJECT_SOURCE_DIR}/bus DESTINATION ${NAC_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN *.h PATTERN *.hpp)
+install(FILES ${PROJECT_SOURCE_DIR}/runtime/kaplo_runtime.cpp DESTINATION ${NAC_INSTALL_DATADIR}/kit/runtime)
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/vorn_add_package.cmake DESTINATION ${package_folder})
 install_pkg_config(vorn_nac)
 install_pkg_config(vorn_nac_static)
 
@@ -41,6 +46,10 @@ if(NAC_BUILD_INSPECT)
   install(TARGETS vorn_nac_inspect vorn_nac_inspect_static EXPORT vorn_nac-inspect)
   install(EXPORT vorn_nac-inspect NAMESPACE vorn_nac:: DESTINATION ${package_folder})
   install_header(inspect/vorn_inspect.h)
+  foreach(header IN ITEMS bounded_text checked_record description_tables package_catalogue type_operations)
+    install_header(inspect/${header}.h)
+  endforeach()
+  install(FILES ${PROJECT_SOURCE_DIR}/inspect/type_operations.cpp DESTINATION ${NAC_INSTALL_DATADIR}/kit/inspect)
   install_pkg_config(vorn_nac_inspect)
   install_pkg_config(vorn_nac_inspect_static)
 endif()

@@ -2,7 +2,7 @@
 // A package's catalogue, made by the compiler from its descriptions.
 //
 // A package is a struct: its `name`; `Functions<Record>`, with the addresses of a message's exported
-// functions (nac/catalogue.h has an example); and `Modules`, a List of structs with `name`, `recv_init`,
+// functions (bus/typed_functions.hpp); and `Modules`, a List of structs with `name`, `recv_init`,
 // `send_init` and `Messages`, a List of records. catalogue_of<Package> is its vorn_catalogue.
 #ifndef INSPECT_DESCRIPTION_TABLES_H
 #define INSPECT_DESCRIPTION_TABLES_H
@@ -303,6 +303,10 @@ template <class Package>
 inline constexpr auto modules_of = make_modules<Package>(typename Package::Modules());
 
 template <class Package>
+std::int32_t verify_message(std::uint32_t message_id, const std::uint8_t* bytes, std::uint32_t length,
+                            vorn_fault_handler on_fault, void* context);
+
+template <class Package>
 inline constexpr vorn_catalogue catalogue_of = {Package::name,
                                                 types_of<Package>.data(),
                                                 static_cast<std::uint32_t>(types_of<Package>.size()),
@@ -310,7 +314,16 @@ inline constexpr vorn_catalogue catalogue_of = {Package::name,
                                                 modules_of<Package>.data(),
                                                 messages_by_id_of<Package>.data(),
                                                 static_cast<std::uint32_t>(messages_by_id_of<Package>.size()),
-                                                0};
+                                                VORN_TABLES_VERSION,
+                                                &verify_message<Package>};
+
+template <class Package>
+std::int32_t verify_message(std::uint32_t message_id, const std::uint8_t* bytes, std::uint32_t length,
+                            vorn_fault_handler on_fault, void* context) {
+    const vorn_type* const type = vorn_inspect_type_by_id(&catalogue_of<Package>, message_id);
+    if (type == nullptr) return -1;
+    return vorn_inspect_verify(type, bytes, length, on_fault, context) == VORN_VERDICT_VALID ? 0 : 1;
+}
 
 }  // namespace inspect
 

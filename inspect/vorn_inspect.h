@@ -55,6 +55,7 @@ typedef enum vorn_display {
 
 typedef struct vorn_type vorn_type;
 typedef struct vorn_catalogue vorn_catalogue;
+struct vorn_fault;
 
 /* One field of a record. Offsets and sizes are in bytes. */
 typedef struct vorn_field {
@@ -121,11 +122,34 @@ struct vorn_catalogue {
     const vorn_module* const* modules;
     const vorn_type* const* messages_by_id; /* ids ascending */
     uint32_t message_count;
-    uint32_t reserved;
+    uint32_t tables_version; /* VORN_TABLES_VERSION of the headers with which it was made */
+
+    /* Whether bytes are a valid message of the package, by its id: 0: valid; 1: damaged; negative: no message
+     * of the package. For vorn_bus_verify_with. */
+    int32_t (*verify)(uint32_t message_id, const uint8_t* bytes, uint32_t length,
+                      int32_t (*on_fault)(const struct vorn_fault* fault, void* context), void* context);
 };
+
+/* Rises when these tables change so that a catalogue must be compiled again. */
+#define VORN_TABLES_VERSION 1u
 
 /* The Nac package's catalogue. */
 VORN_INSPECT_API const vorn_catalogue* vorn_nac_catalogue(void);
+
+/* What the catalogue of another package exports (CMake's vorn_add_package): vorn_lease_catalogue() and
+ * vorn_lease_verify(), like vorn_nac_catalogue() and vorn_nac_verify() here. */
+#define VORN_CATALOGUE_FUNCTIONS(package)                                                          \
+    VORN_INSPECT_API const vorn_catalogue* vorn_##package##_catalogue(void);                       \
+    VORN_INSPECT_API int32_t vorn_##package##_verify(uint32_t message_id, const uint8_t* bytes,    \
+                                                     uint32_t length, vorn_fault_handler on_fault, \
+                                                     void* context)
+
+/* Loads the catalogue of another package, and with it the package's library, both until the process ends:
+ * libvorn_lease_catalogue.so by its path, or, by its name "lease", that in the folder vorn_nac/ beside this
+ * library; "nac" is the Nac package's own. Code of the file runs: load only what you trust. The process must
+ * have a bus (libvorn_bus), since the package's library sends. Null: it cannot be loaded, and then `why` (may
+ * be null) has what is wrong and what to do. */
+VORN_INSPECT_API const vorn_catalogue* vorn_inspect_load(const char* path, char* why, size_t capacity);
 
 /* A type by its full name; null: there is none. */
 VORN_INSPECT_API const vorn_type* vorn_inspect_type_by_name(const vorn_catalogue* catalogue,
@@ -283,8 +307,6 @@ VORN_INSPECT_API int32_t vorn_inspect_from_json(const vorn_type* type, const cha
 /* Releases the arrays that vorn_inspect_from_json made, and nulls their pointers; the record stays the
  * caller's. */
 VORN_INSPECT_API void vorn_inspect_free_record(const vorn_type* type, void* record);
-
-#undef VORN_INSPECT_API
 
 #ifdef __cplusplus
 }

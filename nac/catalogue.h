@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// All message types of the package, module by module: for tools and tests that walk them.
+// The descriptions of all message types of the package.
 #ifndef NAC_CATALOGUE_H
 #define NAC_CATALOGUE_H
 
@@ -11,15 +11,5 @@
 #include "nac/uclgroup.h"
 #include "nac/user.h"
 #include "nac/user_type.h"
-
-// Applies MODULE to each module's name, the prefix of its functions, and the list of its messages.
-#define NAC_ALL_MODULES(MODULE)                                  \
-    MODULE(dataflow, nac_fwm_dataflow, NAC_DATAFLOW_MESSAGES)    \
-    MODULE(evt, nac_fwm_evt, NAC_EVT_MESSAGES)                   \
-    MODULE(port, nac_fwm_port, NAC_PORT_MESSAGES)                \
-    MODULE(uclgroup, nac_fwm_uclgroup, NAC_UCLGROUP_MESSAGES)    \
-    MODULE(user, nac_fwm_user, NAC_USER_MESSAGES)                \
-    MODULE(user_type, nac_fwm_user_type, NAC_USER_TYPE_MESSAGES) \
-    MODULE(ipsec_access, nac_ipsec_access, NAC_IPSEC_ACCESS_MESSAGES)
 
 #endif

@@ -5,25 +5,20 @@
 
 #include <cstdint>
 
+#include "bus/typed_functions.hpp"
 #include "nac/nac_messages.h"
+
+NAC_ALL_MESSAGES(VORN_TYPED_FUNCTIONS)
 
 namespace nac {
 
 template <class Record>
 struct Functions;
 
-#define NAC_FUNCTIONS_OF(Message)                                   \
-    template <>                                                     \
-    struct Functions<Message> {                                     \
-        static constexpr std::uint32_t id = Message##_ID;           \
-        static constexpr const char* name = #Message;               \
-        static constexpr auto pack = &Message##__pack;              \
-        static constexpr auto unpack = &Message##__unpack;          \
-        static constexpr auto free = &Message##_free__unpacked;     \
-        static constexpr auto send_single = &Message##__sendsingle; \
-        static constexpr auto send_batch = &Message##__sendbatch;   \
-        static constexpr auto send = &Message##__sendmsg;           \
-        static constexpr auto send_to = &Message##__sendtomsg;      \
+#define NAC_FUNCTIONS_OF(Message)                                \
+    template <>                                                  \
+    struct Functions<Message> : kaplo::TypedFunctions<Message> { \
+        static constexpr std::uint32_t id = Message##_ID;        \
     };
 NAC_ALL_MESSAGES(NAC_FUNCTIONS_OF)
 #undef NAC_FUNCTIONS_OF

@@ -19,55 +19,15 @@
 #ifndef NAC_MESSAGES_H
 #define NAC_MESSAGES_H
 
-#include <stdint.h>
+#include "bus/message_functions.h"
 
-#if defined(__GNUC__)
-#define NAC_API __attribute__((visibility("default")))
-#else
-#define NAC_API
-#endif
+#define NAC_API VORN_API
 
 /* What pack and the send functions return when they refuse before anything reached the bus. */
-#define NAC_REFUSED 0xFFFFFFFFu
+#define NAC_REFUSED VORN_REFUSED
 
-/* The seven functions of a message type.
- *
- * Message__pack writes `record` to `buffer` in the compact layout. `*length` is the buffer's capacity in
- * bytes on entry and the packed size on success. Returns 0, or NAC_REFUSED with `*length` as it was: null
- * record or length, a capacity below the packed size, or a packed size above 0xFFFFFFFF. A null buffer
- * with enough capacity gives the size, writes nothing, and logs a line; vorn_inspect_packed_bytes
- * (inspect/vorn_inspect.h) logs none, and for types without vectors the largest compact size stands at the
- * record: a buffer of that size always suffices. `buffer` stays the caller's. A
- * vector with count 0 must have a null pointer: otherwise some types count 8 bytes that they leave as
- * they were. A null pointer with a count, as a failed unpack may leave it, packs as no vector.
- *
- * Message__unpack fills `record` from `length` received bytes, which may hold anything. Returns
- * sizeof(Message) always: faults show in the host's log and in the record, whose later fields are then
- * zero. `record` must be zeroed storage, since a null buffer or a length below 4 or above 0x7FFFFFFF
- * leaves it untouched. Vectors are allocated, and belong to the record until it is freed; after a fault
- * they are released, their pointers null, their counts perhaps not: test the pointer, not the count.
- *
- * Message_free__unpacked releases the arrays that unpack allocated and nulls their pointers; the record
- * stays the caller's. A null record and a second call are harmless.
- *
- * Message__sendmsg and Message__sendtomsg send `count` records, back to back at `records`, in one call of
- * the bus; a non-zero `target` is handed to it. They choose between Message__sendsingle (one record;
- * `reserved` is not used) and Message__sendbatch. All four return the bus's result, or NAC_REFUSED: a null
- * pointer, a record that cannot be sized, no memory, for types with vectors a batch of more than 65,536
- * packed bytes, for any a batch whose block is larger than 32 bits can ask for, and, but for
- * Message__sendbatch, which hands the bus an empty batch, no records. The records stay the caller's and are
- * not changed. */
-#define NAC_MESSAGE_FUNCTIONS(Message)                                                                     \
-    NAC_API uint32_t Message##__pack(const Message* record, uint8_t* buffer, uint32_t* length);            \
-    NAC_API uint32_t Message##__unpack(const uint8_t* buffer, uint32_t length, Message* record);           \
-    NAC_API void Message##_free__unpacked(Message* record);                                                \
-    NAC_API uint32_t Message##__sendsingle(uint32_t destination, const Message* record, uint32_t reserved, \
-                                           uint64_t target);                                               \
-    NAC_API uint32_t Message##__sendbatch(uint32_t destination, const Message* records, uint32_t count,    \
-                                          uint64_t target);                                                \
-    NAC_API uint32_t Message##__sendmsg(uint32_t destination, const Message* records, uint32_t count);     \
-    NAC_API uint32_t Message##__sendtomsg(uint32_t destination, const Message* records, uint32_t count,    \
-                                          uint64_t target)
+/* The seven functions of a message type: bus/message_functions.h says what each does. */
+#define NAC_MESSAGE_FUNCTIONS(Message) VORN_MESSAGE_FUNCTIONS(Message)
 
 #ifdef __cplusplus
 extern "C" {
@@ -546,6 +506,16 @@ NAC_API void nac_ipsec_access__send_resource_clean(void);
     NAC_USER_MESSAGES(MESSAGE)      \
     NAC_USER_TYPE_MESSAGES(MESSAGE) \
     NAC_IPSEC_ACCESS_MESSAGES(MESSAGE)
+
+/* Applies MODULE to each module: its name, the prefix of its functions, the list of its messages. */
+#define NAC_ALL_MODULES(MODULE)                                  \
+    MODULE(dataflow, nac_fwm_dataflow, NAC_DATAFLOW_MESSAGES)    \
+    MODULE(evt, nac_fwm_evt, NAC_EVT_MESSAGES)                   \
+    MODULE(port, nac_fwm_port, NAC_PORT_MESSAGES)                \
+    MODULE(uclgroup, nac_fwm_uclgroup, NAC_UCLGROUP_MESSAGES)    \
+    MODULE(user, nac_fwm_user, NAC_USER_MESSAGES)                \
+    MODULE(user_type, nac_fwm_user_type, NAC_USER_TYPE_MESSAGES) \
+    MODULE(ipsec_access, nac_ipsec_access, NAC_IPSEC_ACCESS_MESSAGES)
 
 #ifdef __cplusplus
 }

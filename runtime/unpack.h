@@ -259,7 +259,7 @@ KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint
 
 template <class Record, ByteOrder order>
 Outcome read_root(Unit& unit, Region<order> region, Record& record) {
-    static_assert(nests_no_memory<Record>);
+    static_assert(nests_no_memory<Record>, "only a message's own table may have vectors, no table inside it");
     if constexpr (reads_shapes<Record, order>()) {
         if (read_small_table(region, region.root_reference(), record) != nullptr) return Outcome::whole;
     }

@@ -6,9 +6,11 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "tool/commands.h"
 #include "tool/io/output.h"
+#include "tool/message/message_type.h"
 #include "tool/show/shown.h"
 #include "tool/show/usage_error.h"
 
@@ -55,6 +57,14 @@ ExitCode run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(
         "Exit codes: 0 all is well, 1 data found bad or different, 2 wrong usage, 3 file or bus trouble.");
+    std::vector<std::string> files;
+    app.add_option(
+           "--catalogue", files,
+           "Work on the messages of this package, not on Nac's: its libvorn_NAME_catalogue.so, or the "
+           "name under which it is installed; several times for several, nac for Nac's")
+        ->type_name("FILE")
+        ->envname("NAC_CATALOGUE")
+        ->allow_extra_args(false);
     Chosen chosen;
     for (const ListedVerb& verb : kVerbs) add(app, chosen, verb);
     try {
@@ -64,6 +74,7 @@ ExitCode run(int argc, char** argv) {
         report("nac: {}", usage_text(app, error));
         return kBadUsage;
     }
+    if (!files.empty()) load_catalogues(files);
     const ExitCode code = chosen();
     flush_standard_output();
     return code;

@@ -13,6 +13,7 @@ from typing import Any
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
 HEADER = "nac/nac_messages.h"
+FUNCTIONS_HEADER = "bus/message_functions.h"  # what every package's messages have; here with the names of this one
 
 Type = dict[str, Any]
 
@@ -45,6 +46,10 @@ def _header() -> str:
     return (ROOT / HEADER).read_text()
 
 
+def _functions_header() -> str:
+    return (ROOT / FUNCTIONS_HEADER).read_text().replace("VORN_REFUSED", "NAC_REFUSED")
+
+
 def _unwrapped(comment: str) -> str:
     return re.sub(r"\s*\n \* ?", " ", comment).strip()
 
@@ -67,16 +72,16 @@ def sizes() -> dict[str, str]:
 
 def functions() -> list[tuple[str, str]]:
     """The seven functions of a message type, as name and prototype, with `Message` for the type."""
-    body = re.search(r"#define NAC_MESSAGE_FUNCTIONS\(Message\)(.*?\)\n)\n", _header(), re.S)
+    body = re.search(r"#define VORN_MESSAGE_FUNCTIONS\(Message\)(.*?\)\n)\n", _functions_header(), re.S)
     assert body is not None
-    text = re.sub(r"\s*\\?\n\s*", " ", body[1].replace("##", "")).replace("NAC_API ", "")
+    text = re.sub(r"\s*\\?\n\s*", " ", body[1].replace("##", "")).replace("VORN_API ", "")
     prototypes = [re.sub(r"\s+", " ", each).strip() for each in text.split(";")]
     return [(re.findall(r"(\w+)\(", each)[0], each + ";") for each in prototypes if each]
 
 
 def function_descriptions() -> list[str]:
     """What these functions do, a paragraph each."""
-    comment = re.search(r"/\* The seven functions of a message type\.\n \*\n(.*?)\*/", _header(), re.S)
+    comment = re.search(r"/\* The seven functions of a message type\.\n \*\n(.*?)\*/", _functions_header(), re.S)
     assert comment is not None
     return paragraphs_of(re.sub(r"^ \* ", "", comment[1]))
 

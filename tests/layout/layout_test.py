@@ -7,12 +7,11 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 ARCHITECTURE = (ROOT / "ARCHITECTURE.md").read_text()
-PUBLIC_HEADERS = ["nac/nac_messages.h", "bus/vorn_bus_api.h", "runtime/zeb_osal_api.h", "inspect/vorn_inspect.h"]
-# Of another library, which may show what it shares with the first.
-BUS_HEADER = "vorn/vorn_bus.h"
+PUBLIC_HEADERS = ["bus/message_functions.h", "bus/vorn_bus_api.h", "runtime/zeb_osal_api.h", "inspect/vorn_inspect.h"]
+# Public too, over one of those.
+OVER_PUBLIC_HEADERS = {"nac/nac_messages.h": ["bus/message_functions.h"], "vorn/vorn_bus.h": ["bus/vorn_bus_api.h"]}
 # C++ over the public headers of all libraries, whatever folder it stands in.
-CPP_HEADERS = ["nac/message_functions.hpp", "nac/nac.hpp", "nac/owned_records.hpp", "nac/typed_bus.hpp"]
-SCREEN_LINES = 60
+CPP_HEADERS = ["bus/typed_functions.hpp", "nac/message_functions.hpp", "nac/nac.hpp", "nac/owned_records.hpp", "nac/typed_bus.hpp"]
 
 
 # Without asking git: an exported tree is tested too.
@@ -39,7 +38,8 @@ class Layout(unittest.TestCase):
         rows = re.findall(r"^\| `(\w+)` \|[^|]*\|([^|]*)\|$", ARCHITECTURE, re.MULTILINE)
         allowed = {folder: {folder, *re.findall(r"`([\w/.]+)`", others)} for folder, others in rows}
         self.assertGreaterEqual(len(allowed), 6)
-        for path in sorted(set(SOURCES) - set(CPP_HEADERS)):
+        own_project = files("examples/lease/*")  # over what is installed
+        for path in sorted(set(SOURCES) - set(CPP_HEADERS) - set(own_project)):
             folder = path.split("/")[0]
             for included in own_includes(path):
                 with self.subTest(path=path, included=included):
@@ -49,12 +49,13 @@ class Layout(unittest.TestCase):
     def test_public_headers_include_nothing_of_ours(self) -> None:
         for path in PUBLIC_HEADERS:
             self.assertEqual(own_includes(path), [], path)
-        self.assertEqual(own_includes(BUS_HEADER), ["bus/vorn_bus_api.h"])
+        for path, included in OVER_PUBLIC_HEADERS.items():
+            self.assertEqual(own_includes(path), included, path)
 
     def test_the_cpp_interface_stands_on_public_headers_alone(self) -> None:
         self.assertEqual(files("*.hpp"), CPP_HEADERS)
         for path in CPP_HEADERS:
-            self.assertLessEqual(set(own_includes(path)), {*PUBLIC_HEADERS, BUS_HEADER, *CPP_HEADERS}, path)
+            self.assertLessEqual(set(own_includes(path)), {*PUBLIC_HEADERS, *OVER_PUBLIC_HEADERS, *CPP_HEADERS}, path)
 
     def test_architecture_names_every_folder_of_sources_and_only_what_exists(self) -> None:
         named = re.findall(r"`((?:\w+/)+(?:[\w.*-]+)?)`", ARCHITECTURE)
@@ -80,12 +81,6 @@ class Layout(unittest.TestCase):
         for path in SOURCES + SCRIPTS:
             first_lines = (ROOT / path).read_text().splitlines()[:4]
             self.assertTrue(any("SPDX-License-Identifier: Apache-2.0" in line for line in first_lines), path)
-
-    def test_a_unit_fits_a_screen(self) -> None:
-        units = files("nac/*_recv.cpp", "nac/*_send.cpp")
-        self.assertEqual(len(units), 14)
-        for path in units:
-            self.assertLessEqual(len((ROOT / path).read_text().splitlines()), SCREEN_LINES, path)
 
     def test_links_between_documents_lead_somewhere(self) -> None:
         for document in files("*.md"):

@@ -2,7 +2,7 @@
 # Every header compiles alone, and twice in one source: C++ headers as C++, C headers as C too.
 #
 # The sources are made here, one for each header and language.
-set(c_headers bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
+set(c_headers bus/message_functions.h bus/vorn_bus_api.h nac/nac_messages.h runtime/zeb_osal_api.h)
 file(GLOB headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/bus/*.h
   ${PROJECT_SOURCE_DIR}/nac/*.h ${PROJECT_SOURCE_DIR}/runtime/*.h)

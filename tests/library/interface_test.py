@@ -12,14 +12,15 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 KNOWN = ROOT / "tests/library/libvorn_nac_user.abi"
+UNITS = pathlib.Path(os.environ.get("OBJECTS", ROOT / "build/release")) / "library/vorn_nac_user"  # as the build makes them
 MADE = "<!-- Made by abidw: python3 tests/library/interface_test.py, with its option write -->"
 
 
 def build(library: pathlib.Path) -> None:
-    sources = sorted([*ROOT.glob("nac/*.cpp"), *ROOT.glob("runtime/*.cpp")])
+    sources = sorted([*UNITS.glob("*.cpp"), *ROOT.glob("runtime/*.cpp")])
     subprocess.run([os.environ.get("CXX", "g++"), "-std=c++20", "-O0", "-g", "-fPIC", "-fvisibility=hidden", "-fno-exceptions",
-                    "-fno-rtti", "-shared", "-Wl,-soname,libvorn_nac_user.so.1", f"-Wl,--version-script={ROOT}/nac/vorn_nac_user.map",
-                    f"-ffile-prefix-map={ROOT}=.", "-I", ROOT, *sources, "-o", library], check=True)
+                    "-fno-rtti", "-shared", "-Wl,-soname,libvorn_nac_user.so.1", f"-Wl,--version-script={UNITS}/vorn_nac_user.map",
+                    f"-ffile-prefix-map={ROOT}=.", "-I", ROOT, "-I", ROOT / "nac", *sources, "-o", library], check=True)
 
 
 def main() -> int:

@@ -28,7 +28,7 @@ WORK = ROOT / "build/faults"
 TEST_SECONDS = 30  # a fault may make an endless loop
 TEST_MEMORY = 64 << 30  # bytes of address space, of which tests map much and touch little
 
-SOURCES = ["runtime/*.h", "runtime/*.cpp", "bus/*.h", "nac/*.cpp", "nac/*.h"]
+SOURCES = ["runtime/*.h", "runtime/*.cpp", "bus/*.h", "nac/*.h"]
 
 # Test programs of the release build that load the library, those first that notice most.
 PROGRAMS = ["corpus_test", "user_table_test", "send_test", "pack_test", "unpack_test", "truncation_test", "dataflow_test",
@@ -60,10 +60,6 @@ HARMLESS: dict[tuple[str, str, str], str] = {
     ("runtime/description.h",
      "for (std::size_t i = 0; i + 1 < right_size; ++i) joined.characters[left_length + i] = right[i];",
      "< becomes <="): TERMINATOR,
-    **{(f"nac/{unit}.cpp",
-        f"[[gnu::constructor(nac::start_up_order::{unit})]] void start_up() {{ unit.start_up(); }}",
-        "without unit.start_up();"): "the flag is 0 already, and every entry sets it at its unit's first call"
-       for unit in (path.stem for path in ROOT.glob("nac/*.cpp"))},
 }
 
 
@@ -291,7 +287,7 @@ class Workshop:
         faultless = [item for item in self.faultless.iterdir() if item.name not in QUICK_OBJECTS]
         library = self.quick / "libvorn_nac_user.so.1"
         if not run("clang", "-shared", "-Wl,-soname,libvorn_nac_user.so.1",
-                   f"-Wl,--version-script={ROOT}/nac/vorn_nac_user.map", *faulty, *faultless, "-o", library):
+                   f"-Wl,--version-script={self.plain}/library/vorn_nac_user/vorn_nac_user.map", *faulty, *faultless, "-o", library):
             return "the linker"
         return self.killing_program(QUICK_PROGRAMS, self.quick)
 

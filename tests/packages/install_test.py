@@ -17,8 +17,12 @@ GENERATED = {"share/bash-completion/completions/nac": ["completion", "bash"],
           "share/zsh/vendor-completions/_nac": ["completion", "zsh"],
           "share/fish/vendor_completions.d/nac.fish": ["completion", "fish"],
           "wireshark/plugins/vorn_nac.lua": ["dissector"]}
-HEADERS = {"bus/vorn_bus_api.h", "inspect/vorn_inspect.h", "nac/nac_messages.h", "runtime/zeb_osal_api.h", "vorn/vorn_bus.h",
+HEADERS = {"inspect/vorn_inspect.h", "nac/nac_messages.h", "vorn/vorn_bus.h",
            "nac/message_functions.hpp", "nac/nac.hpp", "nac/owned_records.hpp", "nac/typed_bus.hpp"}
+# Of which packages of messages are made.
+KIT = {*(str(path.relative_to(ROOT)) for folder in ("runtime", "bus") for path in (ROOT / folder).glob("*.h*")),
+       *(f"inspect/{name}.h" for name in ("bounded_text", "checked_record", "description_tables", "package_catalogue",
+                                          "type_operations"))}
 
 
 class Installed(unittest.TestCase):
@@ -46,9 +50,14 @@ class Installed(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         print(done.stdout, end="")
 
-    def test_headers_are_the_public_ones(self) -> None:
+    def test_a_package_of_ones_own_is_built_and_used(self) -> None:
+        done = subprocess.run([sys.executable, HERE / "own_package.py", "--prefix", self.prefix], capture_output=True, text=True)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        print(done.stdout, end="")
+
+    def test_headers_are_the_public_ones_and_the_kit(self) -> None:
         include = self.prefix / "include/vorn_nac"
-        self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h*")}, HEADERS)
+        self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h*")}, HEADERS | KIT)
 
     def test_what_the_tool_generates_is_installed(self) -> None:
         for suffix, arguments in GENERATED.items():

@@ -38,10 +38,12 @@ void require_shared_bus(const std::string& url) {
 const char* url_or_null(const std::string& url) { return url.empty() ? nullptr : url.c_str(); }
 
 OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
-    const std::int32_t registered = vorn_inspect_register_all(vorn_nac_catalogue());
-    if (registered != 0) throw bus_error("registering the modules", registered);
-    const std::int32_t verified = vorn_bus_verify_with(vorn_nac_verify);
-    if (verified != VORN_BUS_OK) throw bus_error("registering what verifies messages", verified);
+    for (const vorn_catalogue* const catalogue : catalogues()) {
+        const std::int32_t registered = vorn_inspect_register_all(catalogue);
+        if (registered != 0) throw bus_error("registering the modules", registered);
+        const std::int32_t verified = vorn_bus_verify_with(catalogue->verify);
+        if (verified != VORN_BUS_OK) throw bus_error("registering what verifies messages", verified);
+    }
     vorn_bus_options options = vorn_bus_options_init();
     options.url = url_or_null(url);
     options.address = address;

@@ -3,24 +3,56 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <charconv>
 #include <system_error>
 
+#include "tool/commands.h"
 #include "tool/show/nearest.h"
 #include "tool/show/shown.h"
 
 namespace tool {
 
-std::span<const MessageType* const> all_types() {
-    return {vorn_nac_catalogue()->types, vorn_nac_catalogue()->type_count};
+namespace {
+
+std::vector<const vorn_catalogue*>& chosen_catalogues() {
+    static std::vector<const vorn_catalogue*> chosen = {vorn_nac_catalogue()};
+    return chosen;
+}
+
+}  // namespace
+
+const std::vector<const vorn_catalogue*>& catalogues() { return chosen_catalogues(); }
+
+void load_catalogues(const std::vector<std::string>& files) {
+    std::vector<const vorn_catalogue*> loaded;
+    for (const std::string& file : files) {
+        std::array<char, 1024> why = {};
+        const vorn_catalogue* const catalogue = vorn_inspect_load(file.c_str(), why.data(), why.size());
+        if (catalogue == nullptr) throw CommandError(kTrouble, shortened(why.data(), why.size()));
+        loaded.push_back(catalogue);
+    }
+    chosen_catalogues() = loaded;
+}
+
+const std::vector<const MessageType*>& all_types() {
+    static const std::vector<const MessageType*> types = [] {
+        std::vector<const MessageType*> all;
+        for (const vorn_catalogue* const catalogue : catalogues()) {
+            all.insert(all.end(), catalogue->types, catalogue->types + catalogue->type_count);
+        }
+        return all;
+    }();
+    return types;
 }
 
 const std::vector<const MessageType*>& message_types() {
     static const std::vector<const MessageType*> types = [] {
         std::vector<const MessageType*> all;
-        const vorn_catalogue& catalogue = *vorn_nac_catalogue();
-        for (const vorn_module* const module : std::span(catalogue.modules, catalogue.module_count)) {
-            all.insert(all.end(), module->messages, module->messages + module->message_count);
+        for (const vorn_catalogue* const catalogue : catalogues()) {
+            for (const vorn_module* const module : std::span(catalogue->modules, catalogue->module_count)) {
+                all.insert(all.end(), module->messages, module->messages + module->message_count);
+            }
         }
         return all;
     }();
@@ -28,11 +60,19 @@ const std::vector<const MessageType*>& message_types() {
 }
 
 const MessageType* find_type(const std::string& name) {
-    return vorn_inspect_type_by_name(vorn_nac_catalogue(), name.c_str());
+    for (const vorn_catalogue* const catalogue : catalogues()) {
+        const MessageType* const found = vorn_inspect_type_by_name(catalogue, name.c_str());
+        if (found != nullptr) return found;
+    }
+    return nullptr;
 }
 
 const MessageType* find_message_type(std::uint32_t id) {
-    return vorn_inspect_type_by_id(vorn_nac_catalogue(), id);
+    for (const vorn_catalogue* const catalogue : catalogues()) {
+        const MessageType* const found = vorn_inspect_type_by_id(catalogue, id);
+        if (found != nullptr) return found;
+    }
+    return nullptr;
 }
 
 const MessageType* named_message_type(const std::string& text) {

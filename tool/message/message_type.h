@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The message types of this package, by name or id.
+// The message types of the packages that the tool works on, by name or id.
 #ifndef TOOL_MESSAGE_TYPE_H
 #define TOOL_MESSAGE_TYPE_H
 
@@ -20,8 +20,14 @@ inline std::span<const Field* const> fields_of(const MessageType& type) {
     return {type.fields, type.field_count};
 }
 
+// Where nothing else is asked for, the Nac package's.
+const std::vector<const vorn_catalogue*>& catalogues();
+// Before types are asked for: from now on the catalogues of these files, as vorn_inspect_load finds them, and
+// no others. Throws CommandError.
+void load_catalogues(const std::vector<std::string>& files);
+
 // All types, each after the tables in it.
-std::span<const MessageType* const> all_types();
+const std::vector<const MessageType*>& all_types();
 
 // All messages, module by module.
 const std::vector<const MessageType*>& message_types();

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sources of the seven send units have in common: the exported shells, one call each.
-//
-// A unit's source defines its own `unit`, its start-up constructor, and, by this macro for each message of
-// its module, the functions of its side.
-#ifndef NAC_SEND_UNIT_H
-#define NAC_SEND_UNIT_H
+// The send unit of a module: the functions with which its messages are packed and sent, one call each.
+#ifndef KAPLO_SEND_UNIT_H
+#define KAPLO_SEND_UNIT_H
 
 #include "bus/send.h"
-#include "nac/nac_messages.h"
-#include "nac/start_up_order.h"
+#include "bus/unit.h"
 #include "runtime/pack.h"
 
-#define NAC_SEND_FUNCTIONS(Message)                                                                    \
+#define VORN_SEND_FUNCTIONS(Message)                                                                   \
     extern "C" std::uint32_t Message##__pack(const Message* record, std::uint8_t* buffer,              \
                                              std::uint32_t* length) {                                  \
         return kaplo::pack(unit, record, buffer, length);                                              \
@@ -31,6 +27,13 @@
     extern "C" std::uint32_t Message##__sendtomsg(std::uint32_t destination, const Message* records,   \
                                                   std::uint32_t count, std::uint64_t target) {         \
         return kaplo::send(unit, destination, records, count, target);                                 \
+    }
+
+#define VORN_SEND_UNIT(prefix, MESSAGES, priority)                             \
+    VORN_UNIT(prefix, priority)                                                \
+    MESSAGES(VORN_SEND_FUNCTIONS)                                              \
+    extern "C" std::int32_t prefix##_send_init(void) {                         \
+        return VORN_RegIDLResorceCleanFuncHook(prefix##__send_resource_clean); \
     }
 
 #endif
