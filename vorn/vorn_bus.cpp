@@ -370,8 +370,6 @@ const char* vorn_bus_result_text(int32_t result) {
             return "batches that were accepted are lost";
         case VORN_BUS_TIMEOUT:
             return "batches that were accepted are still on their way";
-        case VORN_BUS_OUTCOME_UNKNOWN:
-            return "the server did not answer; the batch may be stored or not";
         case VORN_BUS_BUSY:
             return "another thread, or the handler's caller, polls this bus";
         case VORN_BUS_NO_TRANSPORT:

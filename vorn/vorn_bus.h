@@ -46,12 +46,10 @@ enum {
     VORN_BUS_TOO_LARGE = 7, /* the batch is larger than this bus or its receiver takes; it was not sent */
     VORN_BUS_LOST = 8,      /* flush: batches that were accepted since the last flush are counted as lost */
     VORN_BUS_TIMEOUT = 9,   /* flush: batches are still on their way */
-    VORN_BUS_OUTCOME_UNKNOWN =
-        10,                     /* nats: the server did not answer; the batch may be stored, counts as lost */
-    VORN_BUS_BUSY = 11,         /* a handler polls the bus that called it, or a receiving thread polls */
-    VORN_BUS_NO_TRANSPORT = 12, /* built without the transport that the URL names */
-    VORN_BUS_NO_MEMORY = 13,    /* nothing was done, or, when polling, the rest is done by the next poll */
-    VORN_BUS_SYSTEM_ERROR = 14, /* the system or a server refused; the log has its reason */
+    VORN_BUS_BUSY = 11,     /* a handler polls the bus that called it, or a receiving thread polls */
+    VORN_BUS_NO_TRANSPORT = 12,  /* built without the transport that the URL names */
+    VORN_BUS_NO_MEMORY = 13,     /* nothing was done, or, when polling, the rest is done by the next poll */
+    VORN_BUS_SYSTEM_ERROR = 14,  /* the system or a server refused; the log has its reason */
     VORN_BUS_HANDLER_FAILED = 15 /* poll: a C++ handler threw; see vorn_bus_handler */
 };
 
@@ -128,7 +126,7 @@ typedef int32_t (*vorn_bus_verify)(uint32_t message_id, const uint8_t* bytes, ui
 int32_t vorn_bus_verify_with(vorn_bus_verify verify);
 
 /* Flags of a message. */
-#define VORN_BUS_REPEATED 1u /* nats only: a process was killed in a handler of this batch */
+#define VORN_BUS_REPEATED 1u /* the batch may have been handled before, in part or whole */
 #define VORN_BUS_VERIFIED 2u /* valid, or VORN_BUS_DAMAGED; without it, nobody knows */
 #define VORN_BUS_DAMAGED 4u  /* the record holds what stands before the first fault, and else zeros */
 
@@ -195,7 +193,7 @@ int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms);
 typedef struct vorn_bus_counters {
     uint32_t size;                /* sizeof(vorn_bus_counters), set before they are read */
     uint32_t reserved;            /* 0 */
-    uint64_t sent_batches;        /* accepted: the send returned 0, or VORN_BUS_OUTCOME_UNKNOWN */
+    uint64_t sent_batches;        /* accepted: the send returned 0 */
     uint64_t sent_messages;       /* the messages in them */
     uint64_t refused_batches;     /* the send returned something else */
     uint64_t lost_batches;        /* accepted, and not known to have been handled when their receiver ended */
@@ -207,7 +205,7 @@ typedef struct vorn_bus_counters {
     uint64_t ignored_messages;    /* arrived, of an id that has no handler */
     uint64_t damaged;             /* envelopes or packets that do not hold what they claim */
     uint64_t redelivered_batches; /* arrived again, and left out */
-    uint64_t missed_batches;      /* gone from the server before they were handled (nats only) */
+    uint64_t missed_batches;      /* nats: messages gone from the server before they were handled */
     uint64_t damaged_messages;    /* verified, and damaged: given to a handler, or dropped */
 } vorn_bus_counters;
 

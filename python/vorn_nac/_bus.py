@@ -33,7 +33,6 @@ class Result(enum.IntEnum):
     TOO_LARGE = 7
     LOST = 8
     TIMEOUT = 9
-    OUTCOME_UNKNOWN = 10
     BUSY = 11
     NO_TRANSPORT = 12
     NO_MEMORY = 13

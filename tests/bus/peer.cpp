@@ -32,8 +32,6 @@ vorn_bus* open_bus(const char* url, const char* address) {
     options.address = static_cast<std::uint32_t>(std::strtoul(address, nullptr, 10));
     options.queue_batches = 256;
     options.linger_ms = 5000;
-    if (std::strncmp(url, "nats", 4) == 0)
-        options.send_timeout_ms = 120000;  // until the cluster has a leader again
     vorn_bus* bus = nullptr;
     // After a kill, the system or a server may need a moment to see that the address is free.
     for (int tries = 0; tries < 300 && ends == 0; ++tries) {
@@ -54,7 +52,6 @@ int send(char** arguments) {
         arguments[7] == nullptr ? 1U : static_cast<std::uint32_t>(std::strtoul(arguments[7], nullptr, 10));
     std::uint32_t next = 0;
     std::uint64_t refused = 0;
-    std::uint64_t unknown = 0;
     std::vector<Nac_SetPortMsg> records;
     while (next < number && ends == 0) {
         const std::uint32_t count = std::min(batch, number - next);
@@ -63,9 +60,6 @@ int send(char** arguments) {
         const std::uint32_t result = Nac_SetPortMsg__sendmsg(destination, records.data(), count);
         if (result == VORN_BUS_OK) {
             next += count;
-        } else if (result == VORN_BUS_OUTCOME_UNKNOWN) {
-            unknown += count;
-            next += count;
         } else if (result == VORN_BUS_NO_PEER || result == VORN_BUS_FULL) {
             ++refused;
         } else {
@@ -73,14 +67,14 @@ int send(char** arguments) {
             return 3;
         }
     }
-    const std::int32_t flushed = vorn_bus_flush(bus, 30000);
+    const std::int32_t flushed = vorn_bus_flush(bus, 120000);
     vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
-        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"unknown\": %llu, \"lost_batches\": "
+        "{\"generation\": %u, \"accepted\": %u, \"refused\": %llu, \"lost_batches\": "
         "%llu, "
         "\"left\": %llu, \"flush\": %d}\n",
-        generation, next, static_cast<unsigned long long>(refused), static_cast<unsigned long long>(unknown),
+        generation, next, static_cast<unsigned long long>(refused),
         static_cast<unsigned long long>(counters.lost_batches),
         static_cast<unsigned long long>(counters.unhandled_batches), flushed);
     vorn_bus_close(bus);

@@ -22,7 +22,7 @@ WORDS = {
     r"\b\w*Patience\b|\bpatience\b": "Deadline, timeout",
     r"\b[Bb]ell_?\b": "Notifier",
     r"\b[Ss]trangers?\b|\bstrange\b": "unknown peer, malformed",
-    r"VORN_BUS_TROUBLE|VORN_BUS_UNSURE": "VORN_BUS_SYSTEM_ERROR, VORN_BUS_OUTCOME_UNKNOWN",
+    r"VORN_BUS_TROUBLE|VORN_BUS_UNSURE": "VORN_BUS_SYSTEM_ERROR",
     r"\b[Ss]poken\b|SPOKEN": "generated",
     r"[Ff]or lack of|\bis turned round": "by default, reversed",
 }

@@ -123,7 +123,7 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
         result = transport_->send(batch, timeout);
     } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): it is refused
     }
-    if (result != VORN_BUS_OK && result != VORN_BUS_OUTCOME_UNKNOWN) return refuse(result);
+    if (result != VORN_BUS_OK) return refuse(result);
     count(counters_.sent_batches);
     count(counters_.sent_messages, count_of);
     return result;
@@ -176,7 +176,7 @@ void Bus::end_polling() {
 // Handles batches of the delivery until `handled` is max_batches or a handler has failed, and takes them off
 // it. Throws bad_alloc before a message is handled, never after: the next poll continues with it.
 void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled) {
-    while (handled < max_batches && !handler_failed_ && !delivery.bytes.empty()) {
+    while (handled < max_batches && !handler_failed_ && !delivery.bytes.empty() && delivery.may_begin()) {
         const auto batch = read_batch(delivery.bytes);
         if (!batch || delivery.batches == 0) {
             count(counters_.damaged);

@@ -4,9 +4,16 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace vorn {
+namespace {
+
+constexpr auto kLookAgain = std::chrono::milliseconds(20);
+
+}  // namespace
 
 Inbox::~Inbox() {
     close();
@@ -30,9 +37,14 @@ bool Inbox::put(std::unique_ptr<Delivery>&& delivery) {
 
 Delivery* Inbox::front(Deadline deadline) {
     std::unique_lock locked(lock_);
-    const auto ready = [this] { return !deliveries_.empty() || interrupted_ || closed_; };
-    if (!ready()) changed_.wait_until(locked, deadline, ready);
-    return deliveries_.empty() || interrupted_ ? nullptr : deliveries_.front().get();
+    const auto may_begin = [this] { return !deliveries_.empty() && deliveries_.front()->may_begin(); };
+    const auto ready = [&] { return may_begin() || interrupted_ || closed_; };
+    while (!ready() && Clock::now() < deadline) {
+        // Nobody says when the one in front may begin.
+        changed_.wait_until(locked,
+                            deliveries_.empty() ? deadline : std::min(deadline, Clock::now() + kLookAgain));
+    }
+    return interrupted_ || !may_begin() ? nullptr : deliveries_.front().get();
 }
 
 void Inbox::pop_front() {

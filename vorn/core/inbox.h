@@ -23,6 +23,9 @@ class Delivery {
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
 
+    // Whether the next batch may be handled now; if not, polls wait.
+    virtual bool may_begin() const { return true; }
+
     // Called in the polling thread: around each batch; where polling ends before the last; and after the
     // last, or where the rest cannot be read.
     virtual void batch_begins() {}

@@ -170,32 +170,34 @@ bool NatsClient::open(const NatsUrl& url) {
     return connection_ != nullptr;
 }
 
-natsSubscription* NatsClient::subscribe(const std::string& subject, natsMsgHandler handler, void* context) {
+bool NatsListener::begin(natsConnection* connection, const std::string& subject, natsMsgHandler handler,
+                         void* context, const Log& log) {
     natsSubscription* made = nullptr;
-    const natsStatus status =
-        natsConnection_Subscribe(&made, connection_.get(), subject.c_str(), handler, context);
-    if (status != NATS_OK) {
-        log_.line("subscription to ", subject, ": ", natsStatus_GetText(status));
-        return nullptr;
+    natsStatus status = natsConnection_Subscribe(&made, connection, subject.c_str(), handler, context);
+    subscription_.reset(made);
+    if (status == NATS_OK) {
+        is_over_ = false;
+        const auto over = [](void* self) {
+            auto& is_over = static_cast<NatsListener*>(self)->is_over_;
+            is_over = true;
+            is_over.notify_all();
+        };
+        status = natsSubscription_SetOnCompleteCB(made, over, this);
+        if (status != NATS_OK) is_over_ = true;
     }
-    subscriptions_.emplace_back(made);
-    ++live_subscriptions_;
-    if (natsSubscription_SetOnCompleteCB(made, on_subscription_over, this) != NATS_OK) --live_subscriptions_;
-    return made;
+    if (status != NATS_OK) log.line("subscription to ", subject, ": ", natsStatus_GetText(status));
+    return status == NATS_OK;
 }
 
-void NatsClient::end_subscriptions() {
-    for (const NatsSubscription& subscription : subscriptions_) {
-        static_cast<void>(natsSubscription_Unsubscribe(subscription.get()));
-    }
-    for (int live = live_subscriptions_; live != 0; live = live_subscriptions_)
-        live_subscriptions_.wait(live);
-    subscriptions_.clear();
+void NatsListener::end() {
+    if (subscription_ == nullptr) return;
+    static_cast<void>(natsSubscription_Unsubscribe(subscription_.get()));
+    is_over_.wait(false);
+    subscription_.reset();
 }
 
 void NatsClient::close() {
     if (connection_ == nullptr || closes_.exchange(true)) return;
-    end_subscriptions();
     natsConnection_Close(connection_.get());
     closed_.wait(false);
 }
@@ -213,11 +215,6 @@ void NatsClient::on_closed(natsConnection* /*connection*/, void* self) {
     if (!of(self).closes_) of(self).log_.line("the server refuses this client; open the bus again");
     of(self).closed_ = true;
     of(self).closed_.notify_all();
-}
-
-void NatsClient::on_subscription_over(void* self) {
-    --of(self).live_subscriptions_;
-    of(self).live_subscriptions_.notify_all();
 }
 
 }  // namespace vorn

@@ -46,8 +46,8 @@ struct NatsUrl {
         return prefix + ".batches." + std::to_string(address);
     }
     std::string all_batches() const { return prefix + ".batches.*"; }
-    std::string deliveries(std::uint32_t address) const {
-        return prefix + ".deliveries." + std::to_string(address);
+    std::string deliveries(std::uint32_t address, std::uint64_t receiver) const {
+        return prefix + ".deliveries." + std::to_string(address) + "." + std::to_string(receiver);
     }
     std::string endpoint_text(std::uint32_t address) const {
         return "stream " + stream(address) + ", subject " + batches(address);
@@ -79,6 +79,27 @@ NatsConnection connect(const NatsUrl& url, Log& log);
 
 bool is_connected(natsConnection* connection);
 
+// Messages of a subject, given to a handler in a thread of the client's.
+class NatsListener {
+  public:
+    NatsListener() = default;
+    ~NatsListener() { end(); }
+    NatsListener(const NatsListener&) = delete;
+    NatsListener& operator=(const NatsListener&) = delete;
+
+    // False: refused; the log has the reason.
+    bool begin(natsConnection* connection, const std::string& subject, natsMsgHandler handler, void* context,
+               const Log& log);
+    natsSubscription* get() const { return subscription_.get(); }
+
+    // When it returns, the handler does not run, nor will.
+    void end();
+
+  private:
+    NatsSubscription subscription_;
+    std::atomic<bool> is_over_ = true;
+};
+
 // A connection that is kept: it is made again when it breaks, with a log line. Its callbacks run in
 // threads of the client's.
 class NatsClient {
@@ -93,11 +114,7 @@ class NatsClient {
     bool open(const NatsUrl& url);
     natsConnection* get() const { return connection_.get(); }
 
-    // The subscription stays this object's. Null: refused; the log has the reason.
-    natsSubscription* subscribe(const std::string& subject, natsMsgHandler handler, void* context);
-
-    // When they return, no handler of a subscription runs, nor will; after close no callback at all.
-    void end_subscriptions();
+    // When it returns, no callback runs, nor will.
     void close();
 
   private:
@@ -105,13 +122,10 @@ class NatsClient {
     static void on_disconnected(natsConnection* connection, void* self);
     static void on_reconnected(natsConnection* connection, void* self);
     static void on_closed(natsConnection* connection, void* self);
-    static void on_subscription_over(void* self);
 
     Log& log_;
     const std::function<void()> connected_again_;
     NatsConnection connection_;
-    std::vector<NatsSubscription> subscriptions_;
-    std::atomic<int> live_subscriptions_ = 0;
     std::atomic<bool> closes_ = false;
     std::atomic<bool> closed_ = false;
 };

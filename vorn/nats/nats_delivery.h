@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A batch from a stream, until it is handled and the server knows of it.
+// A message of a stream, until its batches are handled and the server knows of it.
 #ifndef VORN_NATS_DELIVERY_H
 #define VORN_NATS_DELIVERY_H
 
@@ -9,13 +9,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "vorn/core/envelope.h"
 #include "vorn/core/inbox.h"
 #include "vorn/nats/nats_connection.h"
+#include "vorn/nats/nats_intake.h"
 #include "vorn/nats/nats_journal.h"
+#include "vorn/nats/nats_lease.h"
 
 namespace vorn {
 
@@ -23,23 +24,33 @@ namespace vorn {
 struct NatsHandling {
     natsConnection* connection = nullptr;
     Journal journal;
-    std::atomic<std::uint64_t> handled = 0;
+    NatsLease lease;
+    std::atomic<std::uint64_t> handled = 0;  // position of the last message
 };
+
+inline Bytes bytes_of(const NatsMessage& message) {
+    return {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message.get())),
+            static_cast<std::size_t>(natsMsg_GetDataLength(message.get()))};
+}
 
 class NatsDelivery final : public Delivery {
   public:
     // Without batches, it only moves the journal and the server on when its turn has come.
-    NatsDelivery(NatsMessage message, std::uint64_t number, std::shared_ptr<NatsHandling> handling)
-        : message_(std::move(message)), number_(number), handling_(std::move(handling)) {}
+    NatsDelivery(NatsMessage message, std::uint64_t position, std::shared_ptr<NatsHandling> handling)
+        : message_(std::move(message)), position_(position), handling_(std::move(handling)) {}
 
-    Bytes packet() const {
-        return {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message_.get())),
-                static_cast<std::size_t>(natsMsg_GetDataLength(message_.get()))};
-    }
-    void hold_batch(const Data& data) {
-        bytes = packet().subspan(Data::kBytes);
-        batches = 1;
-        data_ = data;
+    void judged(const NatsIntake::Verdict& verdict) { forgets_ = verdict.forgets; }
+
+    // `from` are the batches that are not known.
+    void hold(const NatsPacket& packet, const NatsIntake::Verdict& verdict, Bytes from) {
+        bytes = from;
+        batches = packet.count - verdict.skip;
+        repeated = verdict.repeats_first || verdict.repeats_all;
+        repeats_all_ = verdict.repeats_all;
+        remembers_ = !verdict.is_in_doubt;
+        session_ = packet.session;
+        next_ = packet.first + verdict.skip;
+        last_ = packet.last();
     }
 
     // Not handled: the server shall deliver it again, and at once.
@@ -47,16 +58,32 @@ class NatsDelivery final : public Delivery {
         if (!finished_) answer("-NAK");
     }
 
-    void batch_begins() override { handling_->journal.start(number_); }
+    bool may_begin() const override { return handling_->lease.holds(Clock::now()); }
+    void batch_begins() override {
+        forget_if_due();
+        handling_->journal.start(position_, next_);
+    }
+    void batch_handled() override {
+        remember(next_++);
+        repeated = repeats_all_;
+    }
     void finished() override {
         finished_ = true;
-        if (data_) handling_->journal.remember({data_->session, data_->first, number_});
-        handling_->journal.finish(number_);
-        handling_->handled.store(number_, std::memory_order_release);
+        forget_if_due();
+        if (last_ != 0) remember(last_);  // also of batches that could not be read
+        handling_->journal.finish(position_);
+        handling_->handled.store(position_, std::memory_order_release);
         answer("+ACK");
     }
 
   private:
+    void forget_if_due() {
+        if (std::exchange(forgets_, false)) handling_->journal.forget();
+    }
+    void remember(std::uint64_t batch) {
+        if (remembers_) handling_->journal.remember({session_, batch, position_});
+    }
+
     // By its subject, so that the subscription may have ended. Lost, the server delivers again, and hears it
     // then.
     void answer(const char* word) const {
@@ -65,9 +92,14 @@ class NatsDelivery final : public Delivery {
     }
 
     NatsMessage message_;
-    std::uint64_t number_;
+    std::uint64_t position_;
     std::shared_ptr<NatsHandling> handling_;
-    std::optional<Data> data_;
+    bool forgets_ = false;
+    bool repeats_all_ = false;
+    bool remembers_ = false;
+    std::uint64_t session_ = 0;
+    std::uint64_t next_ = 0;
+    std::uint64_t last_ = 0;
     bool finished_ = false;
 };
 

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <new>
+#include <optional>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "vorn/nats/nats_delivery.h"
 
@@ -18,29 +19,20 @@ using namespace std::chrono_literals;
 // Without a delivery, after which the receiver looks for itself what the stream holds.
 constexpr auto kQuiet = 1s;
 
+// Batches in the inbox.
+constexpr std::uint64_t kMostInMemory = 4096;
+
 }  // namespace
 
-jsOptions short_wait() {
-    jsOptions options = {};
-    jsOptions_Init(&options);
-    options.Wait = 1000;
-    return options;
-}
-
-NatsFetcher::NatsFetcher(std::string stream, const Endpoint& own, jsCtx* jetstream,
-                         natsSubscription* deliveries, std::shared_ptr<NatsHandling> handling,
-                         const Start& start, std::atomic<bool>& catches_up)
-    : stream_(std::move(stream)),
+NatsFetcher::NatsFetcher(NatsAddress& address, const Endpoint& own, jsCtx* jetstream,
+                         std::shared_ptr<NatsHandling> handling, std::atomic<bool>& catches_up)
+    : address_(address),
       own_(own),
       jetstream_(jetstream),
-      deliveries_(deliveries),
       handling_(std::move(handling)),
-      start_(start),
       catches_up_(catches_up),
-      next_(start.next) {
-    for (const Journal::Session& session : handling_->journal.sessions()) {
-        taken_[session.name] = {session.last, session.number};
-    }
+      intake_(handling_->journal, address.first()),
+      next_renewal_(Clock::now() + NatsLease::kRenewal) {
     thread_ = start_thread([this] { run(); });
 }
 
@@ -53,8 +45,9 @@ void NatsFetcher::run() {
     bool has_begun = false;
     auto quiet_since = Clock::now();
     while (!ends_) try {
-            has_begun = has_begun || fetch_until(start_.delivered_before + 1);
-            if (!has_begun) {
+            tend_lease();
+            has_begun = has_begun || fetch_until(address_.delivered_before() + 1);
+            if (!has_begun || handling_->lease.is_lost()) {
                 std::this_thread::sleep_for(20ms);
                 continue;
             }
@@ -64,7 +57,7 @@ void NatsFetcher::run() {
                 quiet_since = Clock::now();
             }
             natsMsg* arrived = nullptr;
-            const natsStatus status = natsSubscription_NextMsg(&arrived, deliveries_, 100);
+            const natsStatus status = natsSubscription_NextMsg(&arrived, address_.deliveries(), 100);
             if (status == NATS_OK) {
                 quiet_since = Clock::now();
                 take(NatsMessage(arrived));
@@ -85,7 +78,8 @@ bool NatsFetcher::catch_up() {
     jsConsumerInfo* made = nullptr;
     jsErrCode code = {};
     jsOptions timeout = short_wait();
-    if (js_GetConsumerInfo(&made, jetstream_, stream_.c_str(), kNatsConsumer, &timeout, &code) != NATS_OK)
+    if (js_GetConsumerInfo(&made, jetstream_, address_.stream().c_str(), kNatsConsumer, &timeout, &code) !=
+        NATS_OK)
         return false;
     const ConsumerInfo info(made);
     return fetch_until(info->Delivered.Stream + 1);
@@ -96,46 +90,68 @@ bool NatsFetcher::catch_up() {
 void NatsFetcher::look_for_the_forgotten() {
     jsStreamInfo* made = nullptr;
     jsOptions options = short_wait();
-    if (js_GetStreamInfo(&made, jetstream_, stream_.c_str(), &options, nullptr) != NATS_OK) return;
+    if (js_GetStreamInfo(&made, jetstream_, address_.stream().c_str(), &options, nullptr) != NATS_OK) return;
     const StreamInfo info(made);
     if (info->State.Msgs == 0 || !fetch_until(info->State.LastSeq + 1)) return;
     const std::uint64_t handled = handling_->handled.load(std::memory_order_acquire);
     if (info->State.FirstSeq > handled) return;
     options.Stream.Purge.Sequence = handled + 1;
-    static_cast<void>(js_PurgeStream(jetstream_, stream_.c_str(), &options, nullptr));
+    static_cast<void>(js_PurgeStream(jetstream_, address_.stream().c_str(), &options, nullptr));
+}
+
+// Asks who is named at the server, and makes the consumer again that a server has forgotten.
+void NatsFetcher::tend_lease() {
+    const auto now = Clock::now();
+    if (now < next_renewal_ || handling_->lease.is_lost()) return;
+    next_renewal_ = now + NatsLease::kRenewal;
+    switch (address_.who_is_named(handling_->journal.name())) {
+        case NatsAddress::Named::this_one:
+            handling_->lease.renew(now);
+            break;
+        case NatsAddress::Named::another:
+            handling_->lease.lose();
+            own_.log.line("another process has taken address ", own_.address, " (", address_.stream(),
+                          ") while this one was cut off; this bus handles nothing more: close it");
+            break;
+        case NatsAddress::Named::nobody:
+            address_.name_again(handling_->journal.name());
+            break;
+        case NatsAddress::Named::unknown:
+            break;
+    }
 }
 
 void NatsFetcher::take(NatsMessage message) {
-    jsMsgMetaData* made = nullptr;
-    if (natsMsg_GetMetaData(&made, message.get()) != NATS_OK) {
+    const char* const acknowledge_to = natsMsg_GetReply(message.get());
+    const auto position = acknowledge_to == nullptr ? std::nullopt : read_stream_number(acknowledge_to);
+    if (!position) {
         count(own_.counters.damaged);
         own_.log.line_about_outside("a delivery without its numbers was left out");
         return;
     }
-    const std::unique_ptr<jsMsgMetaData, Destroy<jsMsgMetaData_Destroy>> numbers(made);
-    const std::uint64_t number = numbers->Sequence.Stream;
-    if (number < next_) {
+    if (*position < intake_.next()) {
         count(own_.counters.redelivered_batches);
         // One that waits in the inbox is acknowledged from there.
-        if (number <= handling_->handled.load(std::memory_order_acquire)) {
-            static_cast<void>(
-                natsConnection_PublishString(handling_->connection, natsMsg_GetReply(message.get()), "+ACK"));
+        if (*position <= handling_->handled.load(std::memory_order_acquire)) {
+            static_cast<void>(natsConnection_PublishString(handling_->connection, acknowledge_to, "+ACK"));
         }
         return;
     }
-    if (!fetch_until(number)) return;
-    if (number == next_) return put(std::move(message));
+    if (!fetch_until(*position)) return;
+    if (*position == intake_.next()) return put(std::move(message));
     count(own_.counters.damaged);
     own_.log.line_about_outside("a delivery of a batch that the stream does not have was left out");
 }
 
 // Takes from the stream what was not delivered, up to but without `number`. False: not now.
 bool NatsFetcher::fetch_until(std::uint64_t number) {
-    while (next_ < number) {
+    while (intake_.next() < number) {
         if (ends_) return false;
+        tend_lease();
         natsMsg* fetched = nullptr;
         jsErrCode code = {};
-        const natsStatus status = js_GetMsg(&fetched, jetstream_, stream_.c_str(), next_, nullptr, &code);
+        const natsStatus status =
+            js_GetMsg(&fetched, jetstream_, address_.stream().c_str(), intake_.next(), nullptr, &code);
         if (status == NATS_OK) {
             put(NatsMessage(fetched));
         } else if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
@@ -153,53 +169,56 @@ bool NatsFetcher::fetch_until(std::uint64_t number) {
 bool NatsFetcher::pass_over_the_gone(std::uint64_t& number) {
     jsOptions options = short_wait();
     jsStreamInfo* made = nullptr;
-    if (js_GetStreamInfo(&made, jetstream_, stream_.c_str(), &options, nullptr) != NATS_OK) return false;
+    if (js_GetStreamInfo(&made, jetstream_, address_.stream().c_str(), &options, nullptr) != NATS_OK)
+        return false;
     const StreamInfo info(made);
     number = std::min(number, info->State.LastSeq + 1);
-    if (next_ >= number) return true;
-    const std::uint64_t first = std::clamp(info->State.FirstSeq, next_ + 1, number);
-    count(own_.counters.missed_batches, first - next_);
-    own_.log.line_about_outside(first - next_, " batches from ", next_, " on are gone from the server");
-    next_ = first;
+    const std::uint64_t next = intake_.next();
+    if (next >= number) return true;
+    const std::uint64_t first = std::clamp(info->State.FirstSeq, next + 1, number);
+    count(own_.counters.missed_batches, first - next);
+    own_.log.line_about_outside(first - next, " messages from ", next, " on are gone from ",
+                                address_.stream());
+    intake_.pass_over_to(first);
     return true;
 }
 
 // What throws leaves the message in the stream, from where it is fetched again.
 void NatsFetcher::put(NatsMessage message) {
-    // Of the largest queue, no more are in memory than the server delivers ahead.
-    while (!ends_ && own_.inbox.batches() >= kNatsMostUnacknowledged) std::this_thread::sleep_for(1ms);
-    std::unique_ptr<Delivery> delivery;
-    auto arrived = std::make_unique<NatsDelivery>(std::move(message), next_, handling_);
-    const auto data = read_data(arrived->packet());
-    const bool is_packet = data && data->count == 1;
-    Taken* const taken = is_packet ? &taken_of(data->session) : nullptr;
-    const bool is_new = is_packet && data->first > taken->last;
-    if (!is_packet) {
+    // Of the largest queue, only a part is in memory.
+    while (!ends_ && own_.inbox.batches() >= kMostInMemory) {
+        tend_lease();
+        std::this_thread::sleep_for(1ms);
+    }
+    const Bytes bytes = bytes_of(message);
+    const auto packet = read_nats_packet(bytes);
+    auto arrived = std::make_unique<NatsDelivery>(std::move(message), intake_.next(), handling_);
+    if (!packet) {
         count(own_.counters.damaged);
         own_.log.line_about_outside("a damaged message of the stream was left out");
-    } else if (!is_new) {
-        count(own_.counters.redelivered_batches);
+        intake_.take_damaged();
     } else {
-        arrived->hold_batch(*data);
-        arrived->repeated = next_ == start_.interrupted;
+        const NatsIntake::Verdict verdict = intake_.take(*packet);
+        arrived->judged(verdict);
+        if (verdict.is_taken) {
+            Bytes from = bytes.subspan(NatsPacket::kBytes);
+            for (std::uint32_t known = 0; known < verdict.skip; ++known) {
+                const auto batch = read_batch(from);
+                from = batch ? from.subspan(batch->header().bytes) : Bytes();
+            }
+            arrived->hold(*packet, verdict, from);
+        } else {
+            count(own_.counters.redelivered_batches, packet->count);
+        }
     }
-    delivery = std::move(arrived);
-    own_.inbox.put(std::move(delivery));
-    if (is_new) *taken = {data->first, next_};
-    ++next_;
-}
-
-NatsFetcher::Taken& NatsFetcher::taken_of(std::uint64_t session) {
-    if (taken_.size() >= 2 * Journal::kSessions) forget_the_silent();
-    return taken_[session];
-}
-
-void NatsFetcher::forget_the_silent() {
-    std::vector<std::uint64_t> numbers;
-    for (const auto& [session, taken] : taken_) numbers.push_back(taken.number);
-    const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(numbers.size() / 2);
-    std::nth_element(numbers.begin(), middle, numbers.end());
-    std::erase_if(taken_, [oldest = *middle](const auto& entry) { return entry.second.number < oldest; });
+    // From here on the message counts as taken: nobody fetches it again.
+    std::unique_ptr<Delivery> delivery = std::move(arrived);
+    while (delivery != nullptr && !ends_) try {
+            static_cast<void>(own_.inbox.put(std::move(delivery)));
+            return;
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(kAfterFault);
+        }
 }
 
 }  // namespace vorn

@@ -11,45 +11,31 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <thread>
-#include <unordered_map>
 
 #include "vorn/core/transport.h"
+#include "vorn/nats/nats_address.h"
 #include "vorn/nats/nats_connection.h"
+#include "vorn/nats/nats_intake.h"
 
 namespace vorn {
 
 struct NatsHandling;
-
-inline constexpr const char* kNatsConsumer = "receiver";
-inline constexpr std::int64_t kNatsMostUnacknowledged = 512;
 
 // How long a question to the stream may take, and so how long closing may wait for one.
 jsOptions short_wait();
 
 class NatsFetcher {
   public:
-    struct Start {
-        std::uint64_t next;              // number of the batch that is taken next
-        std::uint64_t interrupted;       // of one that a killed process may have handled; 0: none
-        std::uint64_t delivered_before;  // to processes before this one
-    };
-
     // Refers to what it is given, and runs until it is destroyed. `catches_up` is set from outside when the
     // connection was interrupted.
-    NatsFetcher(std::string stream, const Endpoint& own, jsCtx* jetstream, natsSubscription* deliveries,
-                std::shared_ptr<NatsHandling> handling, const Start& start, std::atomic<bool>& catches_up);
+    NatsFetcher(NatsAddress& address, const Endpoint& own, jsCtx* jetstream,
+                std::shared_ptr<NatsHandling> handling, std::atomic<bool>& catches_up);
     ~NatsFetcher();
     NatsFetcher(const NatsFetcher&) = delete;
     NatsFetcher& operator=(const NatsFetcher&) = delete;
 
   private:
-    struct Taken {
-        std::uint64_t last = 0;    // the session's number of its last batch
-        std::uint64_t number = 0;  // the stream's number of it
-    };
-
     void run();
     bool catch_up();
     void look_for_the_forgotten();
@@ -57,18 +43,15 @@ class NatsFetcher {
     bool fetch_until(std::uint64_t number);
     bool pass_over_the_gone(std::uint64_t& number);
     void put(NatsMessage message);
-    Taken& taken_of(std::uint64_t session);
-    void forget_the_silent();
+    void tend_lease();
 
-    const std::string stream_;
+    NatsAddress& address_;
     const Endpoint& own_;
     jsCtx* const jetstream_;
-    natsSubscription* const deliveries_;
     const std::shared_ptr<NatsHandling> handling_;
-    const Start start_;
     std::atomic<bool>& catches_up_;
-    std::uint64_t next_;
-    std::unordered_map<std::uint64_t, Taken> taken_;  // by session
+    NatsIntake intake_;
+    Deadline next_renewal_;
     std::atomic<bool> ends_ = false;
     std::thread thread_;
 };

@@ -15,7 +15,7 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint64_t kMark = 0x324C4E524A4E5256;  // "VRNJRNL2"
+constexpr std::uint64_t kMark = 0x334C4E524A4E5256;  // "VRNJRNL3"
 
 [[noreturn]] void fail(const std::string& file) {
     throw std::system_error(errno, std::generic_category(), file);
@@ -24,8 +24,9 @@ constexpr std::uint64_t kMark = 0x324C4E524A4E5256;  // "VRNJRNL2"
 }  // namespace
 
 Journal::~Journal() {
+    if (file_ < 0) return;
     if (contents_ != nullptr) munmap(const_cast<Contents*>(contents_), sizeof(Contents));
-    if (file_ >= 0) ::close(file_);
+    ::close(file_);
 }
 
 void Journal::open(const std::string& file) {
@@ -44,18 +45,35 @@ void Journal::open(const std::string& file) {
     void* const at = mmap(nullptr, sizeof(Contents), PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0);
     if (at == MAP_FAILED) fail(file);
     contents_ = static_cast<volatile Contents*>(at);
+    find_sessions();
 }
 
-void Journal::begin(std::int64_t stream_created) {
-    if (contents_->mark != kMark || contents_->stream_created != stream_created) {
-        contents_->mark = 0;  // until the rest is right
-        contents_->started = 0;
-        contents_->finished = 0;
-        for (volatile Session& session : contents_->sessions) session.name = 0;
-        contents_->stream_created = stream_created;
-        contents_->mark = kMark;
-    }
+void Journal::open(Contents& contents) {
+    contents_ = &contents;
     find_sessions();
+}
+
+bool Journal::is_about(std::int64_t stream_created) const {
+    return contents_->mark == kMark && contents_->stream_created == stream_created;
+}
+
+void Journal::begin(std::int64_t stream_created, std::uint64_t name, std::uint64_t delivered_before) {
+    contents_->mark = 0;  // until the rest is right
+    contents_->started = 0;
+    contents_->started_batch = 0;
+    contents_->finished = 0;
+    contents_->name = name;
+    contents_->stream_created = stream_created;
+    forget();
+    contents_->delivered_before = delivered_before;
+    contents_->forgot = delivered_before != 0 ? 1 : 0;
+    contents_->mark = kMark;
+}
+
+void Journal::forget() {
+    contents_->forgot = 1;  // first: a kill between leaves none that is missing unnoticed
+    for (volatile Session& session : contents_->sessions) session.name = 0;
+    entries_.clear();
 }
 
 void Journal::find_sessions() {
@@ -66,15 +84,15 @@ void Journal::find_sessions() {
     }
 }
 
-std::uint64_t Journal::finished() const { return contents_->finished; }
-std::uint64_t Journal::started() const { return contents_->started; }
-void Journal::start(std::uint64_t number) { contents_->started = number; }
-void Journal::finish(std::uint64_t number) { contents_->finished = number; }
+void Journal::start(std::uint64_t position, std::uint64_t batch) {
+    contents_->started_batch = batch;
+    contents_->started = position;
+}
 
 std::vector<Journal::Session> Journal::sessions() const {
     std::vector<Session> all;
     for (const auto& [name, at] : entries_) {
-        all.push_back({name, contents_->sessions[at].last, contents_->sessions[at].number});
+        all.push_back({name, contents_->sessions[at].last, contents_->sessions[at].position});
     }
     return all;
 }
@@ -83,8 +101,8 @@ void Journal::remember(const Session& session) {
     const auto found = entries_.find(session.name);
     const std::size_t at = found != entries_.end() ? found->second : entry_for(session.name);
     volatile Session& kept = contents_->sessions[at];
-    kept.last = session.last;
-    kept.number = session.number;
+    if (kept.name != session.name || kept.last < session.last) kept.last = session.last;
+    kept.position = session.position;
     kept.name = session.name;  // last: a kill between leaves no name without its numbers
 }
 
@@ -97,9 +115,12 @@ std::size_t Journal::entry_for(std::uint64_t session) {
             best = at;
             break;
         }
-        if (contents_->sessions[at].number < contents_->sessions[best].number) best = at;
+        if (contents_->sessions[at].position < contents_->sessions[best].position) best = at;
     }
-    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) entries_.erase(old);
+    if (const std::uint64_t old = contents_->sessions[best].name; old != 0) {
+        contents_->forgot = 1;
+        entries_.erase(old);
+    }
     contents_->sessions[best].name = 0;
     try {
         entries_[session] = best;

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "vorn/core/transport.h"
+#include "vorn/nats/nats_address.h"
 #include "vorn/nats/nats_connection.h"
-#include "vorn/nats/nats_fetcher.h"
 
 namespace vorn {
 namespace {

@@ -2,60 +2,33 @@
 // Watching nats:. Whoever subscribes to the batches' subjects sees what is published there, without a part in
 // the streams.
 #include <atomic>
-#include <deque>
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "vorn/core/transport.h"
 #include "vorn/nats/nats_connection.h"
+#include "vorn/nats/nats_delivery.h"
+#include "vorn/nats/nats_seen.h"
 
 namespace vorn {
 namespace {
 
 class NatsCopies final : public Copies {
   public:
-    // Of the batch in a packet; of what is no packet, all bytes, which are no batch either.
-    NatsCopies(NatsMessage message, bool is_packet) : message_(std::move(message)) {
-        bytes = bytes_of(message_).subspan(is_packet ? Data::kBytes : 0);
-        batches = 1;
+    // Of the batches in a packet; of what is no packet, all bytes, which are no batch either.
+    NatsCopies(NatsMessage message, const std::optional<NatsPacket>& packet) : message_(std::move(message)) {
+        bytes = bytes_of(message_).subspan(packet ? NatsPacket::kBytes : 0);
+        batches = packet ? packet->count : 1;
         time = nanoseconds_now();
-    }
-
-    static Bytes bytes_of(const NatsMessage& message) {
-        return {reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message.get())),
-                static_cast<std::size_t>(natsMsg_GetDataLength(message.get()))};
     }
 
   private:
     NatsMessage message_;
-};
-
-// A send that heard nothing from the stream is repeated under its number.
-class SeenBatches {
-  public:
-    // False: it was seen before.
-    bool add(const Data& data) {
-        const auto [found, is_new] = last_.try_emplace(data.session, 0);
-        if (data.first <= found->second) return false;
-        found->second = data.first;
-        if (!is_new) return true;
-        in_order_.push_back(data.session);
-        if (in_order_.size() > kMost) {
-            last_.erase(in_order_.front());
-            in_order_.pop_front();
-        }
-        return true;
-    }
-
-  private:
-    static constexpr std::size_t kMost = 65536;
-    std::unordered_map<std::uint64_t, std::uint64_t> last_;
-    std::deque<std::uint64_t> in_order_;
 };
 
 class NatsWatcher final : public Watcher {
@@ -69,10 +42,11 @@ class NatsWatcher final : public Watcher {
         for (const std::uint32_t address : own_.addresses) subjects.push_back(url_.batches(address));
         if (subjects.empty()) subjects.push_back(url_.all_batches());
         for (const std::string& subject : subjects) {
-            natsSubscription* const made = client_.subscribe(subject, on_message, this);
-            if (made == nullptr) return VORN_BUS_SYSTEM_ERROR;
+            listeners_.push_back(std::make_unique<NatsListener>());
+            if (!listeners_.back()->begin(client_.get(), subject, on_message, this, own_.log))
+                return VORN_BUS_SYSTEM_ERROR;
             // The queue is the limit, and counts what it drops.
-            static_cast<void>(natsSubscription_SetPendingLimits(made, -1, -1));
+            static_cast<void>(natsSubscription_SetPendingLimits(listeners_.back()->get(), -1, -1));
         }
         // The server knows of the subscriptions when this returns.
         if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
@@ -97,21 +71,22 @@ class NatsWatcher final : public Watcher {
         }
     }
     void take(NatsMessage message) {
-        const auto data = read_data(NatsCopies::bytes_of(message));
-        const bool is_packet = data && data->count == 1;
-        if (is_packet) {
+        const auto packet = read_nats_packet(bytes_of(message));
+        if (packet) {
             const std::lock_guard locked(lock_);
-            if (!seen_.add(*data)) return;
+            if (!seen_.add(*packet)) return;
+            if (bytes_of(message).size() == NatsPacket::kBytes) return;  // a void
         }
-        own_.queue.put(std::make_unique<NatsCopies>(std::move(message), is_packet));
+        own_.queue.put(std::make_unique<NatsCopies>(std::move(message), packet));
     }
 
     const NatsUrl url_;
     const WatchEndpoint own_;
     std::mutex lock_;
-    SeenBatches seen_;
-    // The last member: its callbacks, which use the others, end with it.
+    NatsSeen seen_;
+    // The last members: their callbacks, which use the others, end with them.
     NatsClient client_{own_.log, [this] { count(own_.counters.interruptions); }};
+    std::vector<std::unique_ptr<NatsListener>> listeners_;
 };
 
 Result make(const std::string& rest, bool tls, const WatchEndpoint& endpoint,
