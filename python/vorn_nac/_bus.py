@@ -12,7 +12,7 @@ from dataclasses import dataclass
 from typing import Any, Iterable, Iterator, Literal, Optional, Self, Union
 
 from . import _codec, _library
-from ._catalogue import CATALOGUE
+from ._catalogue import CATALOGUES
 from ._codec import Record
 from ._errors import Error
 from ._inspect import Fault
@@ -154,10 +154,11 @@ _log_line = _LogFunction(_write_log)
 
 def _register_types() -> None:
     """What verifies messages, and what unpacks and frees each type."""
-    verify = ctypes.cast(_library.inspect.vorn_nac_verify, ctypes.c_void_p)
-    result = _library.bus.vorn_bus_verify_with(verify) or _library.inspect.vorn_inspect_register_all(CATALOGUE)
-    if result != Result.OK:
-        raise BusError("registering the message types", result)
+    for catalogue in CATALOGUES:
+        result = (_library.bus.vorn_bus_verify_with(catalogue.contents.verify)
+                  or _library.inspect.vorn_inspect_register_all(catalogue))
+        if result != Result.OK:
+            raise BusError("registering the message types", result)
 
 
 def _milliseconds(seconds: Optional[float]) -> int:

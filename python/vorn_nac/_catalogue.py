@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-# The library's catalogue: the layout of records in memory and on the wire. vorn_inspect.h has the same in C.
+# Catalogues: the layout of records in memory and on the wire. vorn_inspect.h has the same in C.
 import ctypes
+import os
 from dataclasses import dataclass, field
-from typing import Optional
+from typing import Any, Optional, Union
 
 from . import _library
+from ._errors import BadCatalogue
 
 _FORMS = ("scalar", "fixed array", "nested table", "scalar vector", "table vector")
 _DISPLAYS = ("number", "hardware address", "IPv6 address", "hexadecimal", "numbers", "table", "tables")
@@ -54,8 +56,8 @@ class CType(ctypes.Structure):
     """vorn_type, as far as it is used here."""
 
 
-class _CCatalogue(ctypes.Structure):
-    """vorn_catalogue, as far as it is used here."""
+class CCatalogue(ctypes.Structure):
+    """vorn_catalogue."""
 
 
 CField._fields_ = [("name", ctypes.c_char_p), ("type_name", ctypes.c_char_p), *((name, ctypes.c_uint32) for name in (
@@ -63,9 +65,14 @@ CField._fields_ = [("name", ctypes.c_char_p), ("type_name", ctypes.c_char_p), *(
     "image_bytes")), ("table", ctypes.POINTER(CType))]
 CType._fields_ = [("name", ctypes.c_char_p), ("module", ctypes.c_char_p), *((name, ctypes.c_uint32) for name in (
     "id", "record_bytes", "vtable_bytes", "image_bytes", "image_table_length", "image_vtable_offset")),
-    ("fields", ctypes.POINTER(ctypes.POINTER(CField))), ("field_count", ctypes.c_uint32)]
-_CCatalogue._fields_ = [("package", ctypes.c_char_p), ("types", ctypes.POINTER(ctypes.POINTER(CType))),
-                        ("type_count", ctypes.c_uint32)]
+    ("fields", ctypes.POINTER(ctypes.POINTER(CField))), ("field_count", ctypes.c_uint32), ("reserved", ctypes.c_uint32),
+    ("root_decoder", ctypes.c_char_p), ("nested_decoder", ctypes.c_char_p),
+    ("pack", ctypes.CFUNCTYPE(ctypes.c_uint32, *[ctypes.c_void_p] * 3)), ("unpack", ctypes.c_void_p),
+    ("free_unpacked", ctypes.CFUNCTYPE(None, ctypes.c_void_p))]
+CCatalogue._fields_ = [("package", ctypes.c_char_p), ("types", ctypes.POINTER(ctypes.POINTER(CType))),
+                       ("type_count", ctypes.c_uint32), ("module_count", ctypes.c_uint32), ("modules", ctypes.c_void_p),
+                       ("messages_by_id", ctypes.c_void_p), ("message_count", ctypes.c_uint32),
+                       ("tables_version", ctypes.c_uint32), ("verify", ctypes.c_void_p)]
 
 
 def _field(given: CField) -> Field:
@@ -85,7 +92,25 @@ def _shape(given: CType) -> Shape:
                  tuple(_field(given.fields[k].contents) for k in range(given.field_count)), ctypes.addressof(given))
 
 
-_library.inspect.vorn_nac_catalogue.restype = ctypes.POINTER(_CCatalogue)
-CATALOGUE = _library.inspect.vorn_nac_catalogue()
-_types = CATALOGUE.contents
-SHAPES = {shape.name: shape for shape in (_shape(_types.types[k].contents) for k in range(_types.type_count))}
+def shapes_of(catalogue: Any) -> dict[str, Shape]:
+    """The types of a catalogue by name, each after the tables in it."""
+    types = catalogue.contents.types
+    return {shape.name: shape for shape in (_shape(types[k].contents) for k in range(catalogue.contents.type_count))}
+
+
+_library.inspect.vorn_nac_catalogue.restype = ctypes.POINTER(CCatalogue)
+_library.inspect.vorn_inspect_load.restype = ctypes.POINTER(CCatalogue)
+_library.inspect.vorn_inspect_load.argtypes = [ctypes.c_char_p, ctypes.c_char_p, ctypes.c_size_t]
+_WHY_BYTES = 1024
+
+CATALOGUES = [_library.inspect.vorn_nac_catalogue()]  # whose messages a bus knows
+SHAPES = shapes_of(CATALOGUES[0])
+
+
+def loaded(path: Union[str, "os.PathLike[str]"]) -> Any:
+    """The catalogue of a file."""
+    why = ctypes.create_string_buffer(_WHY_BYTES)
+    catalogue = _library.inspect.vorn_inspect_load(os.fsencode(path), why, _WHY_BYTES)
+    if not catalogue:
+        raise BadCatalogue(why.value.decode(errors="replace"))
+    return catalogue

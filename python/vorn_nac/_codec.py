@@ -2,10 +2,10 @@
 # Packing, unpacking, verifying.
 import ctypes
 import struct
-from typing import Any, ClassVar, Iterator, Literal, NamedTuple, Self, TypeVar, Union, overload
+from typing import Any, ClassVar, Iterable, Iterator, Literal, NamedTuple, Self, TypeVar, Union, overload
 
-from . import _copier, _inspect, _library
-from ._catalogue import Shape
+from . import _copier, _inspect
+from ._catalogue import CType, Shape
 from ._errors import BadRecord, Error, UnknownType, WrongKind, shown
 from ._inspect import Fault, Inspection
 
@@ -85,6 +85,11 @@ def copier_of(record_type: type[Record]) -> _copier.Copier:
     return _copiers[record_type]
 
 
+def known_types(names: Iterable[str]) -> set[str]:
+    """Those of the names that are of a type."""
+    return _RECORDS.keys() & set(names)
+
+
 def type_of(name_or_id: str | int) -> type[Record]:
     """The class of a message type: type_of("Nac_SetPortMsg"), type_of(0x09B58155)."""
     found = TYPES.get(name_or_id) if isinstance(name_or_id, str) else TYPES_BY_ID.get(name_or_id)
@@ -108,10 +113,8 @@ def _message_type(given: type[Record] | str | int) -> type[Record]:
 def _codec_of(message_type: type[Record]) -> _Codec:
     """Of a class that was not asked for before."""
     shape = message_type.shape
-    pack, free = _library.codec[f"{shape.name}__pack"], _library.codec[f"{shape.name}_free__unpacked"]
-    pack.restype, pack.argtypes = ctypes.c_uint32, [ctypes.c_void_p] * 3
-    free.restype, free.argtypes = None, [ctypes.c_void_p]
-    made = _Codec(copier_of(message_type), shape.address, shape.image_bytes or 0, pack, free,
+    functions = CType.from_address(shape.address)
+    made = _Codec(copier_of(message_type), shape.address, shape.image_bytes or 0, functions.pack, functions.free_unpacked,
                   ctypes.c_char * shape.record_bytes)
     return _codecs.setdefault(message_type, made)
 

@@ -23,6 +23,10 @@ class UnknownType(Error, LookupError):
     """No message type has this name or id."""
 
 
+class BadCatalogue(Error, ValueError):
+    """A file is no catalogue that can be loaded; the text says why, and what to do."""
+
+
 def shown(value: Any) -> str:
     """A value in a sentence: what it is, and not too much of it."""
     if isinstance(value, type):

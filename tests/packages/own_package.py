@@ -25,6 +25,22 @@ OF_MODULE = ["_recv_init", "_send_init", "__send_resource_clean"]
 REPORT = {"f0": 20, "f1": [{"f0": "02:00:5e:10:00:0b", "f1": {"f0": 0x0A00000A, "f1": "::"}, "f2": 0},
                            {"f0": "02:00:5e:10:00:0c", "f1": {"f0": 0x0A00000B, "f1": "::"}, "f2": 0}], "f2": []}
 
+PYTHON = """
+import sys
+import vorn_nac
+lease = vorn_nac.load(sys.argv[1])
+with vorn_nac.open_capture(sys.argv[2]) as capture:
+    for message in capture:
+        print(message.type.__name__, len(message.record.f1))
+grant = lease.Lease_Grant(f0=7, f4=[lease.Lease_Option(f0=15, f1=b"lan" + bytes(5))], f7=[1, 2, 3, 4])
+packed = vorn_nac.pack(grant)
+assert vorn_nac.unpack("Lease_Grant", packed) == grant
+print(vorn_nac.verify(lease.Lease_Grant, packed[:-3])[0].path)
+with vorn_nac.Bus("loop:", 1) as sender, vorn_nac.Bus("loop:", 2) as receiver:
+    sender.send(2, [grant, vorn_nac.Nac_SetPortMsg(f0=3)])
+    print(receiver.receive(10).record.f0)
+"""
+
 
 class Package:
     def __init__(self, folder: pathlib.Path, prefix: pathlib.Path | None) -> None:
@@ -36,6 +52,9 @@ class Package:
         if prefix:
             self.environment["CMAKE_PREFIX_PATH"] = str(prefix)
             self.nac = str(prefix / "bin/nac")
+            self.environment["PATH"] = f"{prefix}/bin:{os.environ['PATH']}"
+            self.environment["PYTHONPATH"] = str(next(prefix.rglob("dist-packages")))
+            self.environment["LD_LIBRARY_PATH"] = str(next(prefix.rglob("libvorn_bus.so.1")).parent)
 
     def run(self, *command: object) -> str:
         return run(*command, environment=self.environment)
@@ -129,9 +148,27 @@ class Package:
         expect("records that nac send sends", len(sent.read_text().splitlines()), 40)
         return "a server, two clients, a listener, a monitor and a recorder"
 
+    def wireshark(self) -> str:
+        """The dissector alone, and with that of Nac's messages, in both orders; or with that which is installed."""
+        lease, other = self.folder / "lease.lua", self.folder / "nac.lua"
+        lease.write_text(self.tool("dissector"))
+        other.write_text(self.run(self.nac, "dissector"))
+        for scripts in ([lease],) if self.nac == "nac" else ([lease], [other, lease], [lease, other]):
+            shown = self.run("tshark", *(f"-Xlua_script:{script}" for script in scripts), "-r", self.folder / "lease.pcapng",
+                             "-T", "fields", "-e", "lease.Lease_PoolReport.f0", "-e", "lease.Lease_Binding.f0")
+            expect("fields in tshark", shown.split(), ["20", "02:00:5e:10:00:0b,02:00:5e:10:00:0c"])
+        return "fields of the report, by tshark"
+
+    def python(self) -> str:
+        script = self.folder / "use.py"
+        script.write_text(PYTHON)
+        printed = self.run("/usr/bin/python3", script, self.catalogue, self.folder / "lease.pcapng")
+        expect("what Python prints", printed, "Lease_PoolReport 2\nf4[0].f1\n7\n")
+        return "records packed, unpacked, verified, sent and read from the capture"
+
     def steps(self) -> list[tuple[str, Callable[[], str]]]:
         return [("compiled", self.compile), ("library", self.library), ("types", self.types), ("messages", self.messages),
-                ("story", self.story)]
+                ("story", self.story), ("Wireshark", self.wireshark), ("Python", self.python)]
 
 
 def main() -> int:

@@ -45,6 +45,7 @@ std::string script() {
     for (const MessageType* const type : all_types()) types += definition(*type);
     std::string text = kDissectorScript;
     replace(text, "@VERSION@", "nac " NAC_VERSION);
+    replace(text, "@PACKAGE@", catalogues().front()->package);
     replace(text, "@TYPES@\n", types);
     return text;
 }

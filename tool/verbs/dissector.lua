@@ -3,35 +3,38 @@
 --
 -- Put it into Wireshark's folder of personal plugins, or name it: tshark -X lua_script:nac.lua -r capture.pcapng
 -- Captures are those of "nac record". Other protocols that carry these messages find their dissectors in the table
--- "nac.id", by message id.
+-- "nac.id", by message id. Scripts of several packages may be loaded: the first has the bus, and each adds its messages.
 
 local HEADER_BYTES = 40
 local WRAP = 4294967296
 local MOST_ITEMS = 50000
 
-local bus = Proto("vorn", "VORN bus")
-local nac = Proto("nac", "Nac message")
-local id_table = DissectorTable.new("nac.id", "Nac message id", ftypes.UINT32, base.HEX, nac)
+local PACKAGE = "@PACKAGE@"
+local PREFIX = string.lower(PACKAGE)
 
-local malformed_header = ProtoExpert.new("vorn.malformed", "No message of the bus", expert.group.MALFORMED, expert.severity.ERROR)
-bus.experts = {malformed_header}
+local package = Proto(PREFIX, PACKAGE .. " message")
+local _, id_table = pcall(DissectorTable.get, "nac.id")
+local is_later = type(id_table) == "userdata"
+if not is_later then
+    id_table = DissectorTable.new("nac.id", "Message id", ftypes.UINT32, base.HEX, package)
+end
 
 -- ---- types ----------------------------------------------------------------------------------------------
 
 local m = {
-    root = ProtoField.uint32("nac.root", "Root table", base.DEC, nil, nil, "Where the root table is"),
-    soffset = ProtoField.uint32("nac.vtable_distance", "Distance to the vtable", base.DEC),
-    vtable_length = ProtoField.uint16("nac.vtable_length", "Vtable length", base.DEC),
-    table_length = ProtoField.uint16("nac.table_length", "Table length", base.DEC),
-    slot = ProtoField.uint16("nac.slot", "Slot", base.DEC),
-    reference = ProtoField.uint32("nac.reference", "Reference", base.DEC),
-    elements = ProtoField.uint32("nac.elements", "Elements", base.DEC),
+    root = ProtoField.uint32(PREFIX .. ".root", "Root table", base.DEC, nil, nil, "Where the root table is"),
+    soffset = ProtoField.uint32(PREFIX .. ".vtable_distance", "Distance to the vtable", base.DEC),
+    vtable_length = ProtoField.uint16(PREFIX .. ".vtable_length", "Vtable length", base.DEC),
+    table_length = ProtoField.uint16(PREFIX .. ".table_length", "Table length", base.DEC),
+    slot = ProtoField.uint16(PREFIX .. ".slot", "Slot", base.DEC),
+    reference = ProtoField.uint32(PREFIX .. ".reference", "Reference", base.DEC),
+    elements = ProtoField.uint32(PREFIX .. ".elements", "Elements", base.DEC),
 }
 local fields = {m.root, m.soffset, m.vtable_length, m.table_length, m.slot, m.reference, m.elements}
-local damaged = ProtoExpert.new("nac.damaged", "Damaged", expert.group.MALFORMED, expert.severity.ERROR)
-local cut = ProtoExpert.new("nac.cut", "Cut when it was recorded", expert.group.UNDECODED, expert.severity.WARN)
-local many = ProtoExpert.new("nac.many", "More than is shown", expert.group.UNDECODED, expert.severity.NOTE)
-nac.experts = {damaged, cut, many}
+local damaged = ProtoExpert.new(PREFIX .. ".damaged", "Damaged", expert.group.MALFORMED, expert.severity.ERROR)
+local cut = ProtoExpert.new(PREFIX .. ".cut", "Cut when it was recorded", expert.group.UNDECODED, expert.severity.WARN)
+local many = ProtoExpert.new(PREFIX .. ".many", "More than is shown", expert.group.UNDECODED, expert.severity.NOTE)
+package.experts = {damaged, cut, many}
 
 local types = {}
 local messages = {}
@@ -42,7 +45,7 @@ local function define(name, nested_decoder, root_decoder, id, list)
     for number, entry in ipairs(list) do
         local field = {name = entry[1], kind = entry[2], display = entry[3], bytes = entry[4], count = entry[5], of = entry[6],
                        number = number - 1}
-        local filter = "nac." .. name .. "." .. field.name
+        local filter = PREFIX .. "." .. name .. "." .. field.name
         local make = ({ether = ProtoField.ether, ipv6 = ProtoField.ipv6, bytes = ProtoField.bytes})[field.display]
         if make then
             field.item = make(filter, field.name)
@@ -190,7 +193,7 @@ function read_table(tree, type, at, decoder)
     end
 
     if may_show(tree) then
-        local head = tree:add(nac, reader.bytes(at, 4), "Table at " .. at .. ", vtable at " .. vtable)
+        local head = tree:add(package, reader.bytes(at, 4), "Table at " .. at .. ", vtable at " .. vtable)
         head:set_generated(false)
         head:add_le(m.soffset, reader.bytes(at, 4))
         head:add_le(m.vtable_length, reader.bytes(vtable, 2))
@@ -214,20 +217,17 @@ function read_table(tree, type, at, decoder)
         end
     end
     if #absent ~= 0 and may_show(tree) then
-        tree:add(nac, reader.bytes(at, 0), "Absent, and so zero: " .. table.concat(absent, " ")):set_generated()
+        tree:add(package, reader.bytes(at, 0), "Absent, and so zero: " .. table.concat(absent, " ")):set_generated()
     end
     return true
 end
 
--- The part of a packet that is passed on does not show that the packet was cut.
-local packet_is_cut = false
-
 local function read_message(tvb, pinfo, tree, type)
     local size = tvb:captured_len()
-    pinfo.cols.protocol = "Nac"
+    pinfo.cols.protocol = PACKAGE
     pinfo.cols.info = type.name
-    local item = tree:add(nac, tvb(0, size), type.name)
-    reader = {bytes = tvb, size = size, items = 0, failed = false, is_cut = packet_is_cut or size < tvb:reported_len()}
+    local item = tree:add(package, tvb(0, size), type.name)
+    reader = {bytes = tvb, size = size, items = 0, failed = false, is_cut = pinfo.private["vorn.cut"] == "yes" or size < tvb:reported_len()}
     if size < 4 then
         fail(item, size .. " bytes are no message")
     else
@@ -243,7 +243,7 @@ for _, type in pairs(types) do
         if field.of then field.of = types[field.of] end
         if field.display == "numbers" then
             local make = ({ProtoField.uint8, ProtoField.uint16, nil, ProtoField.uint32, nil, nil, nil, ProtoField.uint64})[field.bytes]
-            field.element = make("nac." .. type.name .. "." .. field.name .. ".element", "Element", base.DEC)
+            field.element = make(PREFIX .. "." .. type.name .. "." .. field.name .. ".element", "Element", base.DEC)
             fields[#fields + 1] = field.element
         end
     end
@@ -255,10 +255,15 @@ for _, type in ipairs(messages) do
     id_table:add(type.id, proto)
     names[type.id] = type.name
 end
-nac.fields = fields
+package.fields = fields
 
+if is_later then return end
 
 -- ---- captures -------------------------------------------------------------------------------------------
+
+local bus = Proto("vorn", "VORN bus")
+local malformed_header = ProtoExpert.new("vorn.malformed", "No message of the bus", expert.group.MALFORMED, expert.severity.ERROR)
+bus.experts = {malformed_header}
 
 local h = {
     version = ProtoField.uint8("vorn.version", "Version", base.DEC),
@@ -285,23 +290,28 @@ function bus.dissector(tvb, pinfo, tree)
     item:add(h.version, tvb(0, 1))
     item:add(h.bytes, tvb(1, 1))
     item:add_le(h.flags, tvb(2, 2))
-    item:add_le(h.id, tvb(4, 4))
+    local id = tvb(4, 4):le_uint()
+    local dissector = id_table:get_dissector(id)
+    local shown_id = item:add_le(h.id, tvb(4, 4))
+    if dissector and not names[id] then  -- of another script
+        shown_id:set_text(string.format("Message id: %s (0x%08x)", dissector, id))
+    end
     item:add_le(h.source, tvb(8, 4))
     item:add_le(h.destination, tvb(12, 4))
     item:add_le(h.target, tvb(16, 8))
     item:add_le(h.position, tvb(24, 4))
     item:add_le(h.count, tvb(28, 4))
     item:add_le(h.batch, tvb(32, 8))
-    local source, destination, id = tvb(8, 4):le_uint(), tvb(12, 4):le_uint(), tvb(4, 4):le_uint()
+    local source, destination = tvb(8, 4):le_uint(), tvb(12, 4):le_uint()
     item:append_text(", from " .. source .. " to " .. destination)
     pinfo.cols.src = tostring(source)
     pinfo.cols.dst = tostring(destination)
     pinfo.cols.protocol = "VORN"
     pinfo.cols.info = string.format("unknown id 0x%08X", id)
-    if names[id] then
-        packet_is_cut = captured < tvb:reported_len()
+    if dissector then
+        -- The part of the packet that is passed on does not show that the packet was cut.
+        pinfo.private["vorn.cut"] = captured < tvb:reported_len() and "yes" or "no"
         id_table:try(id, tvb(head):tvb(), pinfo, tree)
-        packet_is_cut = false
     end
     return captured
 end
