@@ -55,6 +55,11 @@ class Installed(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         print(done.stdout, end="")
 
+    def test_two_versions_of_a_package_talk(self) -> None:
+        done = subprocess.run([sys.executable, HERE / "two_versions.py", "--prefix", self.prefix], capture_output=True, text=True)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        print(done.stdout, end="")
+
     def test_headers_are_the_public_ones_and_the_kit(self) -> None:
         include = self.prefix / "include/vorn_nac"
         self.assertEqual({str(path.relative_to(include)) for path in include.rglob("*.h*")}, HEADERS | KIT)

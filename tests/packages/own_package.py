@@ -43,7 +43,8 @@ with vorn_nac.Bus("loop:", 1) as sender, vorn_nac.Bus("loop:", 2) as receiver:
 
 
 class Package:
-    def __init__(self, folder: pathlib.Path, prefix: pathlib.Path | None) -> None:
+    def __init__(self, folder: pathlib.Path, prefix: pathlib.Path | None, source: pathlib.Path = SOURCE) -> None:
+        self.source = source
         self.folder = folder
         self.build = folder / "build"
         self.catalogue = self.build / "libvorn_lease_catalogue.so"
@@ -80,7 +81,7 @@ class Package:
     # ---- the steps ----------------------------------------------------------------------------------
 
     def compile(self) -> str:
-        self.run("cmake", "-S", SOURCE, "-B", self.build, "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror",
+        self.run("cmake", "-S", self.source, "-B", self.build, "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror",
                  "-DCMAKE_C_FLAGS=-Wall -Wextra -Werror")
         self.run("cmake", "--build", self.build, "--parallel", "2")
         return "compiled without a warning"

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <span>
 #include <stdexcept>
 
 #include "tool/io/line_reader.h"
@@ -93,6 +94,17 @@ DescribedPackage::DescribedPackage() {
 }
 
 DescribedPackage::DescribedPackage(const std::string& file) {
+    if (!file.ends_with(".so")) {
+        read(file);
+        return;
+    }
+    const vorn_catalogue& catalogue = load_catalogue(file);
+    for (const MessageType* const type : std::span(catalogue.types, catalogue.type_count)) {
+        add(description_json(*type));
+    }
+}
+
+void DescribedPackage::read(const std::string& file) {
     LineReader reader(file);
     std::string line;
     while (reader.next(line)) {

@@ -40,13 +40,15 @@ class DescribedPackage {
   public:
     // The types that this tool knows.
     DescribedPackage();
-    // Those of a file of JSON lines; "-" is standard input. Throws CommandError.
+    // Those of a file of JSON lines, or of a catalogue, libvorn_NAME_catalogue.so; "-" is standard input.
+    // Throws CommandError.
     explicit DescribedPackage(const std::string& file);
 
     const std::vector<DescribedType>& types() const { return types_; }
     const DescribedType* find(const std::string& name) const;
 
   private:
+    void read(const std::string& file);
     // Throws std::exception with what is wrong.
     void add(const Json& description);
     // The name of a table that is not among the types; empty: there is none.

@@ -24,14 +24,16 @@ std::vector<const vorn_catalogue*>& chosen_catalogues() {
 
 const std::vector<const vorn_catalogue*>& catalogues() { return chosen_catalogues(); }
 
+const vorn_catalogue& load_catalogue(const std::string& file) {
+    std::array<char, 1024> why = {};
+    const vorn_catalogue* const catalogue = vorn_inspect_load(file.c_str(), why.data(), why.size());
+    if (catalogue == nullptr) throw CommandError(kTrouble, shortened(why.data(), why.size()));
+    return *catalogue;
+}
+
 void load_catalogues(const std::vector<std::string>& files) {
     std::vector<const vorn_catalogue*> loaded;
-    for (const std::string& file : files) {
-        std::array<char, 1024> why = {};
-        const vorn_catalogue* const catalogue = vorn_inspect_load(file.c_str(), why.data(), why.size());
-        if (catalogue == nullptr) throw CommandError(kTrouble, shortened(why.data(), why.size()));
-        loaded.push_back(catalogue);
-    }
+    for (const std::string& file : files) loaded.push_back(&load_catalogue(file));
     chosen_catalogues() = loaded;
 }
 

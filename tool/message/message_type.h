@@ -22,6 +22,8 @@ inline std::span<const Field* const> fields_of(const MessageType& type) {
 
 // Where nothing else is asked for, the Nac package's.
 const std::vector<const vorn_catalogue*>& catalogues();
+// Throws CommandError if the file is none.
+const vorn_catalogue& load_catalogue(const std::string& file);
 // Before types are asked for: from now on the catalogues of these files, as vorn_inspect_load finds them, and
 // no others. Throws CommandError.
 void load_catalogues(const std::vector<std::string>& files);

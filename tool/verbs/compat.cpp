@@ -87,10 +87,11 @@ ExitCode run_compat(const CompatOptions& options) {
 
 void add_compat(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_compat);
-    verb.add_option("OLD", options.old_file,
-                    "What nac describe --json printed of the old version; - is standard input")
+    verb.add_option(
+            "OLD", options.old_file,
+            "The old version: what nac describe --json prints, or a catalogue, .so; - is standard input")
         ->required();
-    verb.add_option("NEW", options.new_file, "The same of the new one; what this nac knows if not given");
+    verb.add_option("NEW", options.new_file, "The new one; what this nac knows if not given");
     verb.add_flag("--json", options.json, "One JSON object a change");
     verb.footer(
         "A change is compatible: old and new processes read each other's messages; or it loses data: they "
