@@ -10,6 +10,12 @@
 # LEASE_ALL_MESSAGES.
 #
 # LIBRARY gives the library another name; NO_CATALOGUE leaves the catalogue out.
+#
+#   vorn_add_drivers(vorn_lease)
+#
+# makes a test of each promise that holds for the messages of any package: vorn_lease_random_records compares random records
+# with a second writer and reader of the format; vorn_lease_decode_fuzz and others try random inputs, and are libFuzzer's
+# where VORN_FUZZING is on (clang). They need GoogleTest.
 
 # Of the kit's folders, as the tree or the installation has them: VORN_KIT_SOURCES has runtime/ and inspect/.
 function(vorn_add_kit_runtime)
@@ -129,6 +135,8 @@ static_assert(@NAME@_ALL_MODULES(VORN_COUNT) == @count@,
     target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
   endforeach()
 
+  set_target_properties(${library} PROPERTIES VORN_DESCRIPTIONS ${PACKAGE_DESCRIPTIONS} VORN_MESSAGES ${NAME}_ALL_MESSAGES)
+
   if(PACKAGE_NO_CATALOGUE)
     return()
   endif()
@@ -147,4 +155,27 @@ VORN_LOADED_CATALOGUE(@package@, @name@, @NAME@_ALL_MODULES)
     $<TARGET_OBJECTS:kaplo_runtime>)
   vorn_compile_as_kit(${library}_catalogue)
   target_link_libraries(${library}_catalogue PUBLIC ${library} vorn_nac::inspect)
+endfunction()
+
+function(vorn_add_drivers library)
+  find_package(GTest REQUIRED)
+  get_target_property(folder ${library} SOURCE_DIR)
+  get_target_property(descriptions ${library} VORN_DESCRIPTIONS)
+  get_target_property(messages ${library} VORN_MESSAGES)
+  foreach(driver IN ITEMS random_records decode_fuzz round_trip_fuzz damage_fuzz batch_fuzz)
+    set(target ${library}_${driver})
+    add_executable(${target} ${VORN_KIT_SOURCES}/fuzz/${driver}.cpp $<TARGET_OBJECTS:kaplo_runtime>)
+    target_link_libraries(${target} PRIVATE vorn_nac::kit GTest::gtest)
+    target_include_directories(${target} PRIVATE ${folder} ${VORN_KIT_SOURCES})
+    target_compile_definitions(${target} PRIVATE FUZZ_DESCRIPTIONS="${descriptions}" FUZZ_MESSAGES=${messages})
+    if(NOT driver MATCHES "_fuzz$")
+      add_test(NAME ${target} COMMAND ${target} 1000)
+    elseif(VORN_FUZZING)
+      target_compile_options(${target} PRIVATE -fsanitize=fuzzer,address,undefined)
+      target_link_options(${target} PRIVATE -fsanitize=fuzzer,address,undefined)
+    else()
+      target_sources(${target} PRIVATE ${VORN_KIT_SOURCES}/fuzz/replay_main.cpp)
+      add_test(NAME ${target} COMMAND ${target} --random 20000)
+    endif()
+  endforeach()
 endfunction()

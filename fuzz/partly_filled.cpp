@@ -19,6 +19,11 @@
 
 namespace {
 
+// docs/security.md states this bound for all messages.
+#define NAC_IS_BOUNDED(Message) &&fuzz::most_heap_per_byte<Message> <= 47
+static_assert(fuzz::most_heap_per_byte<Nac_SetUserTableMsg> == 47 NAC_ALL_MESSAGES(NAC_IS_BOUNDED));
+#undef NAC_IS_BOUNDED
+
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t kMostScalars = 18;  // of a record with its inner records, for all sets to be tried

@@ -133,9 +133,9 @@ int main(int argc, char** argv) {
     const std::uint64_t records = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 2000;
     for (std::uint64_t seed = 0; seed < records; ++seed) {
         for (const std::endian order : {std::endian::little, std::endian::big}) {
-#define NAC_RUN(Message) run_record<Message>(seed, order);
-            NAC_ALL_MESSAGES(NAC_RUN)
-#undef NAC_RUN
+#define FUZZ_RUN(Message) run_record<Message>(seed, order);
+            FUZZ_MESSAGES(FUZZ_RUN)
+#undef FUZZ_RUN
         }
     }
     std::printf("count: %llu messages of random records written as the plain writer writes them\n",

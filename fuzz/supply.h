@@ -13,7 +13,13 @@
 #include <type_traits>
 #include <vector>
 
+// The package whose messages are tried: that which the build names, else Nac.
+#ifdef FUZZ_MESSAGES
+#include FUZZ_DESCRIPTIONS
+#else
 #include "nac/catalogue.h"
+#define FUZZ_MESSAGES NAC_ALL_MESSAGES
+#endif
 
 namespace fuzz {
 
@@ -71,9 +77,9 @@ class Supply {
 
 inline constexpr std::uint32_t kMessageTypes = [] {
     std::uint32_t count = 0;
-#define NAC_COUNT(Message) ++count;
-    NAC_ALL_MESSAGES(NAC_COUNT)
-#undef NAC_COUNT
+#define FUZZ_COUNT(Message) ++count;
+    FUZZ_MESSAGES(FUZZ_COUNT)
+#undef FUZZ_COUNT
     return count;
 }();
 
@@ -81,10 +87,10 @@ inline constexpr std::uint32_t kMessageTypes = [] {
 template <class Visitor>
 void with_message_type(std::uint32_t index, Visitor&& visit) {
     std::uint32_t left = index % kMessageTypes;
-#define NAC_VISIT(Message) \
+#define FUZZ_VISIT(Message) \
     if (left-- == 0) return visit.template operator()<Message>();
-    NAC_ALL_MESSAGES(NAC_VISIT)
-#undef NAC_VISIT
+    FUZZ_MESSAGES(FUZZ_VISIT)
+#undef FUZZ_VISIT
 }
 
 // Records made from the input, with the arrays of their vectors.

@@ -17,7 +17,7 @@ from collections.abc import Callable
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 MIRROR = "http://deb.debian.org/debian"
 # What consumers and tests bring themselves.
-TOOLS = ["bash-completion", "ca-certificates", "cmake", "fish", "g++", "make", "pkg-config", "python3", "python3-pytest",
+TOOLS = ["bash-completion", "ca-certificates", "cmake", "fish", "g++", "libgtest-dev", "make", "pkg-config", "python3", "python3-pytest",
          "tshark", "zsh"]
 # What changes in any system in which packages come and go.
 RESTLESS = ("dev/", "etc/ld.so.cache", "proc/", "run/", "sys/", "tmp/", "var/cache/", "var/lib/apt/", "var/lib/dpkg/",
@@ -121,10 +121,15 @@ class CleanRoot:
         here = pathlib.Path(__file__).resolve().parent
         target = self.root / "tmp/consumers"
         target.mkdir()
-        shutil.copy(here / "consumers.py", target)
+        for script in ("consumers.py", "own_package.py"):
+            shutil.copy(here / script, target)
         shutil.copytree(here / "consumer", target / "consumer")
         printed = self.inside("python3 /tmp/consumers/consumers.py", "nobody")
         return printed.replace("count: ", "").replace("\n", "; ").rstrip("; ")
+
+    def own_package(self) -> str:
+        printed = self.inside("python3 /tmp/consumers/own_package.py --drivers", "nobody")
+        return printed.replace("lease, ", "").replace("\n", "; ").rstrip("; ")
 
     def tool(self) -> str:
         self.expect("nac types --json | wc -l", "25")
@@ -206,7 +211,7 @@ def main() -> int:
             return 2
         steps: list[tuple[str, Callable[[], str]]] = [
             ("a clean Debian 12", clean.make), ("install the packages", clean.install),
-            ("consumers", clean.consumers), ("the tool", clean.tool), ("two processes", clean.two_processes),
+            ("consumers", clean.consumers), ("a package of one's own", clean.own_package), ("the tool", clean.tool), ("two processes", clean.two_processes),
             ("completions", clean.completions), ("Wireshark", clean.wireshark),
             ("documents and tests", clean.sources), ("the tutorial", clean.tutorial), ("Python", clean.python),
             ("the manual", clean.manual), ("remove everything", clean.remove)]

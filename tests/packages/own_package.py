@@ -167,6 +167,14 @@ class Package:
         expect("what Python prints", printed, "Lease_PoolReport 2\nf4[0].f1\n7\n")
         return "records packed, unpacked, verified, sent and read from the capture"
 
+    def drivers(self) -> str:
+        self.run("cmake", "-S", SOURCE, "-B", self.build, "-DLEASE_DRIVERS=ON")
+        self.run("cmake", "--build", self.build, "--parallel", "2")
+        printed = self.run("ctest", "--test-dir", self.build, "--verbose")
+        counts = re.findall(r"count: (\d+)", printed)
+        expect("tests that count what they try", len(counts), 6)
+        return f"{sum(map(int, counts))} random records and inputs, in 5 tests"
+
     def steps(self) -> list[tuple[str, Callable[[], str]]]:
         return [("compiled", self.compile), ("library", self.library), ("types", self.types), ("messages", self.messages),
                 ("story", self.story), ("Wireshark", self.wireshark), ("Python", self.python)]
@@ -175,9 +183,12 @@ class Package:
 def main() -> int:
     parser = argparse.ArgumentParser(description="Builds and uses examples/lease over what is installed.")
     parser.add_argument("--prefix", type=pathlib.Path, help="where it is installed; the system if not given")
+    parser.add_argument("--drivers", action="store_true", help="the drivers too, which need GoogleTest")
+    arguments = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
-        package = Package(pathlib.Path(folder), parser.parse_args().prefix)
-        for name, step in package.steps():
+        package = Package(pathlib.Path(folder), arguments.prefix)
+        steps = package.steps() + ([("drivers", package.drivers)] if arguments.drivers else [])
+        for name, step in steps:
             try:
                 print(f"lease, {name}: {step()}", flush=True)
             except (Failure, subprocess.TimeoutExpired) as failure:
