@@ -101,4 +101,9 @@ void NatsServer::kill() {
     process_ = -1;
 }
 
+std::string url_of(const NatsServer& server, const std::string& user, const std::string& scheme) {
+    return scheme + user + "127.0.0.1:" + std::to_string(server.port()) + "?state=" + server.folder() +
+           "/state";
+}
+
 }  // namespace tests

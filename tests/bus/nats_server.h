@@ -34,6 +34,10 @@ class NatsServer {
     pid_t process_ = -1;
 };
 
+// With the state folder among the server's files.
+std::string url_of(const NatsServer& server, const std::string& user = "",
+                   const std::string& scheme = "nats://");
+
 }  // namespace tests
 
 #endif

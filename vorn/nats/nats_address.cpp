@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "vorn/nats/nats_errors.h"
 #include "vorn/nats/nats_outbox.h"
 #include "vorn/nats/nats_query.h"
 
@@ -40,9 +41,9 @@ NatsAddress::NatsAddress(const NatsUrl& url, const Endpoint& own, natsConnection
       jetstream_(jetstream),
       stream_(url.stream(own.address)) {}
 
-Result NatsAddress::refused(const std::string& what, natsStatus status, jsErrCode code) const {
-    own_.log.line(what, ": ", natsStatus_GetText(status),
-                  code == jsErrCode{} ? "" : ", JetStream's error " + std::to_string(code));
+Result NatsAddress::refused(const std::string& what, natsStatus status, jsErrCode code) {
+    fault_ = what + ": " + nats_reason(status, code);
+    may_pass_ = may_pass(status, code);
     return VORN_BUS_SYSTEM_ERROR;
 }
 

@@ -26,13 +26,16 @@ class NatsAddress {
     NatsAddress(const NatsUrl& url, const Endpoint& own, natsConnection* connection, jsCtx* jetstream);
 
     // Makes the stream and its consumer, or finds them as they should be, and names this process there.
-    // ADDRESS_TAKEN: another one is connected.
+    // ADDRESS_TAKEN: another one is connected. SYSTEM_ERROR: fault() says what is wrong.
     Result take(NatsHandling& handling);
 
     // Who receives by the server's word.
     enum class Named { this_one, another, nobody, unknown };
     Named who_is_named(std::uint64_t name, std::uint64_t* delivered = nullptr);
     void name_again(std::uint64_t name);
+
+    const std::string& fault() const { return fault_; }
+    bool may_pass_soon() const { return may_pass_; }
 
     const std::string& stream() const { return stream_; }
     natsSubscription* deliveries() const { return deliveries_.get(); }
@@ -43,7 +46,7 @@ class NatsAddress {
     void end_deliveries() { static_cast<void>(natsSubscription_Unsubscribe(deliveries_.get())); }
 
   private:
-    Result refused(const std::string& what, natsStatus status, jsErrCode code) const;
+    Result refused(const std::string& what, natsStatus status, jsErrCode code);
     Result make_stream(StreamInfo& made);
     natsStatus make_consumer(std::uint64_t name, ConsumerInfo& made, jsErrCode& code);
     bool subscribe(std::uint64_t name);
@@ -54,6 +57,8 @@ class NatsAddress {
     jsCtx* const jetstream_;
     const std::string stream_;
     NatsSubscription deliveries_;
+    std::string fault_;
+    bool may_pass_ = false;
     std::uint64_t first_ = 0;
     std::uint64_t delivered_before_ = 0;
 };

@@ -4,13 +4,17 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdlib>
 #include <string_view>
+#include <thread>
 
 #include "vorn/core/transport.h"
+#include "vorn/nats/nats_credentials.h"
+#include "vorn/nats/nats_errors.h"
 
 namespace vorn {
 namespace {
+
+constexpr auto kBetweenConnections = std::chrono::milliseconds(100);
 
 using Options = std::unique_ptr<natsOptions, Destroy<natsOptions_Destroy>>;
 
@@ -33,11 +37,6 @@ std::vector<std::string> split(const std::string& text, char at) {
     return parts;
 }
 
-const char* given(const char* name) {
-    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody here sets it
-    return value != nullptr && *value != '\0' ? value : nullptr;
-}
-
 natsStatus set_up(natsOptions* options, const NatsUrl& url) {
     std::vector<const char*> servers;
     for (const std::string& server : url.servers) servers.push_back(server.c_str());
@@ -53,27 +52,6 @@ natsStatus set_up(natsOptions* options, const NatsUrl& url) {
     // A server that is cut off is noticed in three seconds.
     then([&] { return natsOptions_SetPingInterval(options, 1000); });
     then([&] { return natsOptions_SetMaxPingsOut(options, 2); });
-    // Without a handler the client writes to standard error.
-    then([&] {
-        return natsOptions_SetErrorHandler(
-            options, [](natsConnection*, natsSubscription*, natsStatus, void*) {}, nullptr);
-    });
-    if (const char* const file = given(kNatsCredentials)) {
-        then([&] { return natsOptions_SetUserCredentialsFromFiles(options, file, nullptr); });
-    }
-    if (const char* const token = given(kNatsToken)) {
-        then([&] { return natsOptions_SetToken(options, token); });
-    }
-    if (!url.tls) return status;
-    then([&] { return natsOptions_SetSecure(options, true); });
-    if (const char* const file = given(kNatsAuthorities)) {
-        then([&] { return natsOptions_LoadCATrustedCertificates(options, file); });
-    }
-    const char* const certificate = given(kNatsCertificate);
-    const char* const key = given(kNatsKey);
-    if (certificate != nullptr && key != nullptr) {
-        then([&] { return natsOptions_LoadCertificatesChain(options, certificate, key); });
-    }
     return status;
 }
 
@@ -133,41 +111,48 @@ std::optional<Limits> read_limits(const char* text) {
     return limits;
 }
 
-namespace {
-
-// `adjust` sets what differs, and returns a natsStatus.
-template <class Adjust>
-NatsConnection connect(const NatsUrl& url, Log& log, Adjust&& adjust) {
-    natsOptions* made = nullptr;
-    natsStatus status = natsOptions_Create(&made);
-    const Options options(made);
-    if (status == NATS_OK) status = set_up(made, url);
-    if (status == NATS_OK) status = adjust(made);
-    natsConnection* connection = nullptr;
-    if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
-    if (status == NATS_OK) return NatsConnection(connection);
-    log.line("no connection to ", display_url(url.servers.front()), ": ", natsStatus_GetText(status));
-    return nullptr;
-}
-
-}  // namespace
-
-NatsConnection connect(const NatsUrl& url, Log& log) {
-    return connect(url, log, [](natsOptions*) { return NATS_OK; });
-}
-
 bool is_connected(natsConnection* connection) {
     return natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED;
 }
 
-bool NatsClient::open(const NatsUrl& url) {
-    connection_ = connect(url, log_, [this](natsOptions* options) {
-        natsStatus status = natsOptions_SetDisconnectedCB(options, on_disconnected, this);
-        if (status == NATS_OK) status = natsOptions_SetReconnectedCB(options, on_reconnected, this);
-        if (status == NATS_OK) status = natsOptions_SetClosedCB(options, on_closed, this);
-        return status;
-    });
-    return connection_ != nullptr;
+natsStatus NatsClient::connect(const NatsUrl& url, std::string& fault) {
+    natsOptions* made = nullptr;
+    natsStatus status = natsOptions_Create(&made);
+    const Options options(made);
+    if (status == NATS_OK) status = set_up(made, url);
+    // Without a handler the client writes to standard error.
+    if (status == NATS_OK) status = natsOptions_SetErrorHandler(made, on_error, this);
+    if (status == NATS_OK) status = natsOptions_SetDisconnectedCB(made, on_disconnected, this);
+    if (status == NATS_OK) status = natsOptions_SetReconnectedCB(made, on_reconnected, this);
+    if (status == NATS_OK) status = natsOptions_SetClosedCB(made, on_closed, this);
+    if (status == NATS_OK) {
+        fault = set_credentials(made, url.tls);
+        if (!fault.empty()) return NATS_INVALID_ARG;
+    }
+    natsConnection* connection = nullptr;
+    if (status == NATS_OK) status = natsConnection_Connect(&connection, made);
+    connection_.reset(connection);
+    if (status != NATS_OK) fault = nats_reason(status, {});
+    return status;
+}
+
+bool NatsClient::open(const NatsUrl& url, Deadline deadline) {
+    std::string servers;
+    for (const std::string& server : url.servers) {
+        servers += (servers.empty() ? "" : ", ") + display_url(server);
+        if (exposes_secret(server)) {
+            log_.line("a password or token goes to ", display_url(server), " unencrypted: use nats+tls://");
+        }
+    }
+    std::string fault;
+    natsStatus status = connect(url, fault);
+    if (may_pass(status, {}) && Clock::now() < deadline) log_.line("waiting for a server at ", servers);
+    while (may_pass(status, {}) && Clock::now() < deadline) {
+        std::this_thread::sleep_for(kBetweenConnections);
+        status = connect(url, fault);
+    }
+    if (status != NATS_OK) log_.line("no connection to ", servers, ": ", fault);
+    return status == NATS_OK;
 }
 
 bool NatsListener::begin(natsConnection* connection, const std::string& subject, natsMsgHandler handler,
@@ -185,7 +170,7 @@ bool NatsListener::begin(natsConnection* connection, const std::string& subject,
         status = natsSubscription_SetOnCompleteCB(made, over, this);
         if (status != NATS_OK) is_over_ = true;
     }
-    if (status != NATS_OK) log.line("subscription to ", subject, ": ", natsStatus_GetText(status));
+    if (status != NATS_OK) log.line("subscription to ", subject, ": ", nats_reason(status, {}));
     return status == NATS_OK;
 }
 
@@ -200,6 +185,15 @@ void NatsClient::close() {
     if (connection_ == nullptr || closes_.exchange(true)) return;
     natsConnection_Close(connection_.get());
     closed_.wait(false);
+}
+
+void NatsClient::on_error(natsConnection* connection, natsSubscription* /*subscription*/, natsStatus status,
+                          void* self) {
+    if (status != NATS_NOT_PERMITTED) return;
+    const char* words = nullptr;
+    static_cast<void>(natsConnection_GetLastError(connection, &words));
+    of(self).log_.line_about_outside("the server does not permit it: ", words == nullptr ? "" : words,
+                                     "; docs/nats.md lists the permissions of each role");
 }
 
 void NatsClient::on_disconnected(natsConnection* /*connection*/, void* self) {

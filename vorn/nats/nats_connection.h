@@ -67,16 +67,6 @@ std::optional<Limits> read_limits(const char* text);
 // `rest` is the URL after its scheme; none: it is not valid.
 std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls);
 
-// What a host may give beside the URL, in its environment.
-inline constexpr const char* kNatsCredentials = "VORN_NATS_CREDS";  // file of a user's JWT and seed
-inline constexpr const char* kNatsToken = "VORN_NATS_TOKEN";
-inline constexpr const char* kNatsAuthorities = "VORN_NATS_CA";  // files of PEM
-inline constexpr const char* kNatsCertificate = "VORN_NATS_CERT";
-inline constexpr const char* kNatsKey = "VORN_NATS_KEY";
-
-// Null: refused; the log has the reason.
-NatsConnection connect(const NatsUrl& url, Log& log);
-
 bool is_connected(natsConnection* connection);
 
 // Messages of a subject, given to a handler in a thread of the client's.
@@ -111,7 +101,8 @@ class NatsClient {
     NatsClient(const NatsClient&) = delete;
     NatsClient& operator=(const NatsClient&) = delete;
 
-    bool open(const NatsUrl& url);
+    // Waits until then for a server that is not up yet. False: refused; the log has the reason.
+    bool open(const NatsUrl& url, Deadline deadline = {});
     natsConnection* get() const { return connection_.get(); }
 
     // When it returns, no callback runs, nor will.
@@ -119,6 +110,9 @@ class NatsClient {
 
   private:
     static NatsClient& of(void* self) { return *static_cast<NatsClient*>(self); }
+    natsStatus connect(const NatsUrl& url, std::string& fault);
+    static void on_error(natsConnection* connection, natsSubscription* subscription, natsStatus status,
+                         void* self);
     static void on_disconnected(natsConnection* connection, void* self);
     static void on_reconnected(natsConnection* connection, void* self);
     static void on_closed(natsConnection* connection, void* self);

@@ -15,6 +15,7 @@
 #include "vorn/core/transport.h"
 #include "vorn/nats/nats_address.h"
 #include "vorn/nats/nats_connection.h"
+#include "vorn/nats/nats_errors.h"
 
 namespace vorn {
 namespace {
@@ -24,14 +25,14 @@ Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline de
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
     const BlockedSignals blocked;  // in the threads that the client starts
-    const NatsConnection connection = connect(*url, log);
-    if (connection == nullptr) return VORN_BUS_SYSTEM_ERROR;
+    NatsClient client(log, [] {});
+    if (!client.open(*url)) return VORN_BUS_SYSTEM_ERROR;
     std::array<std::uint8_t, kPreambleBytes> question;
     put_preamble(question.data(), Kind::ask);
     natsMsg* answered = nullptr;
     const std::int64_t timeout = std::max<std::int64_t>(
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count(), 1);
-    if (natsConnection_Request(&answered, connection.get(), url->questions(address).c_str(), question.data(),
+    if (natsConnection_Request(&answered, client.get(), url->questions(address).c_str(), question.data(),
                                static_cast<int>(question.size()), timeout) != NATS_OK) {
         return VORN_BUS_NO_PEER;
     }
@@ -62,20 +63,21 @@ Result list(const std::string& rest, bool tls, Log& log, std::vector<Listed>& fo
     const auto url = read_nats_url(rest, tls);
     if (!url) return VORN_BUS_BAD_URL;
     const BlockedSignals blocked;  // in the threads that the client starts
-    const NatsConnection connection = connect(*url, log);
-    if (connection == nullptr) return VORN_BUS_SYSTEM_ERROR;
+    NatsClient client(log, [] {});
+    if (!client.open(*url)) return VORN_BUS_SYSTEM_ERROR;
     jsCtx* made = nullptr;
-    natsStatus status = natsConnection_JetStream(&made, connection.get(), nullptr);
+    natsStatus status = natsConnection_JetStream(&made, client.get(), nullptr);
     const JetStream jetstream(made);
+    jsErrCode code = {};
     jsStreamNamesList* named = nullptr;
     const std::string subjects = url->all_batches();
     jsOptions options = short_wait();
     options.Stream.Info.SubjectsFilter = subjects.c_str();
-    if (status == NATS_OK) status = js_StreamNames(&named, jetstream.get(), &options, nullptr);
+    if (status == NATS_OK) status = js_StreamNames(&named, jetstream.get(), &options, &code);
     const std::unique_ptr<jsStreamNamesList, Destroy<jsStreamNamesList_Destroy>> names(named);
     if (status == NATS_NOT_FOUND) return VORN_BUS_OK;  // no stream at all
     if (status != NATS_OK) {
-        log.line("the server does not list its streams: ", natsStatus_GetText(status));
+        log.line("the server does not list its streams: ", nats_reason(status, code));
         return VORN_BUS_SYSTEM_ERROR;
     }
     for (int i = 0; i < names->Count; ++i) {

@@ -5,6 +5,7 @@
 // What is accepted is published until the stream has stored it. The server's own list of ids would forget
 // those of messages that are gone when it starts again, and then its replicas differ; so receivers recognise
 // by session and number what was stored twice. A journal keeps for the next process what was handled.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -19,6 +20,7 @@
 #include "vorn/nats/nats_address.h"
 #include "vorn/nats/nats_connection.h"
 #include "vorn/nats/nats_delivery.h"
+#include "vorn/nats/nats_errors.h"
 #include "vorn/nats/nats_fetcher.h"
 #include "vorn/nats/nats_query.h"
 #include "vorn/nats/nats_sender.h"
@@ -49,16 +51,17 @@ class NatsTransport final : public Transport {
         if (!own_.send_only) {
             if (const Result result = open_journal(); result != VORN_BUS_OK) return result;
         }
-        if (!client_.open(url_)) return VORN_BUS_SYSTEM_ERROR;
+        const Deadline deadline = within_milliseconds(own_.open_timeout_ms);
+        if (!client_.open(url_, deadline)) return VORN_BUS_SYSTEM_ERROR;
         handling_->connection = client_.get();
         jsCtx* made = nullptr;
         const natsStatus status = natsConnection_JetStream(&made, client_.get(), nullptr);
         jetstream_.reset(made);
         if (status != NATS_OK || !sender_.open(client_.get(), jetstream_.get())) {
-            own_.log.line("the client of NATS cannot begin: ", natsStatus_GetText(status));
+            own_.log.line("the client of NATS cannot begin: ", nats_reason(status, {}));
             return VORN_BUS_SYSTEM_ERROR;
         }
-        return own_.send_only ? VORN_BUS_OK : receive();
+        return own_.send_only ? VORN_BUS_OK : receive(deadline);
     }
 
     void stop_receiving() override {
@@ -89,14 +92,19 @@ class NatsTransport final : public Transport {
         return VORN_BUS_OK;
     }
 
-    Result receive() {
+    Result receive(Deadline deadline) {
         address_.emplace(url_, own_, client_.get(), jetstream_.get());
-        Result result = VORN_BUS_OK;
-        const Deadline deadline = Clock::now() + kOpenTimeout;
-        do {
-            if (result != VORN_BUS_OK) std::this_thread::sleep_for(100ms);
+        const Deadline free = std::max(deadline, Clock::now() + kOpenTimeout);
+        const auto tries_again = [&](Result result) {
+            if (result == VORN_BUS_ADDRESS_TAKEN) return Clock::now() < free;
+            return result == VORN_BUS_SYSTEM_ERROR && address_->may_pass_soon() && Clock::now() < deadline;
+        };
+        Result result = address_->take(*handling_);
+        while (tries_again(result)) {
+            std::this_thread::sleep_for(100ms);
             result = address_->take(*handling_);
-        } while (result == VORN_BUS_ADDRESS_TAKEN && Clock::now() < deadline);
+        }
+        if (result == VORN_BUS_SYSTEM_ERROR) own_.log.line(address_->fault());
         if (result != VORN_BUS_OK) return result;
         answer_questions();
         fetcher_.emplace(*address_, own_, jetstream_.get(), handling_, catches_up_);

@@ -13,6 +13,7 @@
 #include "vorn/core/transport.h"
 #include "vorn/nats/nats_connection.h"
 #include "vorn/nats/nats_delivery.h"
+#include "vorn/nats/nats_errors.h"
 #include "vorn/nats/nats_seen.h"
 
 namespace vorn {
@@ -50,7 +51,7 @@ class NatsWatcher final : public Watcher {
         }
         // The server knows of the subscriptions when this returns.
         if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
-            own_.log.line("the server does not answer: ", natsStatus_GetText(status));
+            own_.log.line("the server does not answer: ", nats_reason(status, {}));
             return VORN_BUS_SYSTEM_ERROR;
         }
         return VORN_BUS_OK;
