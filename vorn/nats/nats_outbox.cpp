@@ -79,8 +79,8 @@ void NatsOutbox::stored(std::uint64_t first, std::uint32_t attempt, std::uint64_
 void NatsOutbox::take_off_the_stored() {
     while (!packets_.empty() && packets_.front().position > last_position_) {
         const Packet& front = packets_.front();
-        last_position_ = front.position;
         stored_.push_back({front.position, front.head.count});
+        last_position_ = front.position;
         stored_batches_ += front.head.count;
         pending_batches_ -= front.head.count;
         pending_bytes_ -= front.bytes.size() - NatsPacket::kBytes;

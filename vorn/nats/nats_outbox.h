@@ -41,7 +41,7 @@ class NatsOutbox {
     const Packet* publish(Deadline now);
     Deadline wake_at() const;
 
-    // What becomes of a packet that was published.
+    // What becomes of a packet that was published. A bad_alloc is as an answer that is lost.
     void stored(std::uint64_t first, std::uint32_t attempt, std::uint64_t position, Deadline now);
     void not_stored(std::uint64_t first, std::uint32_t attempt, Deadline now);
     // The server never takes it: its batches are lost, their number is returned, and a void goes in its

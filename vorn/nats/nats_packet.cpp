@@ -5,9 +5,54 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
 namespace vorn {
+namespace {
+
+// {"stream":"vorn-2","seq":12} or {"error":{"err_code":10054,...},"seq":0,...}. No tree is made of it: trees
+// allocate when they go.
+class AnswerReader final : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    static constexpr int kUnnamed = 1;
+    std::uint64_t position = 0;
+    int error = 0;
+
+    bool key(string_t& name) override {
+        if (depth_ == 1) is_error_ = name == "error";
+        if (depth_ == 1 && is_error_) error = kUnnamed;
+        is_position_ = depth_ == 1 && name == "seq";
+        is_code_ = depth_ == 2 && is_error_ && name == "err_code";
+        return true;
+    }
+    bool number_unsigned(number_unsigned_t number) override {
+        if (is_position_) position = number;
+        if (is_code_ && number != 0 && number <= INT32_MAX) error = static_cast<int>(number);
+        return true;
+    }
+    bool start_object(std::size_t /*size*/) override { return ++depth_ < kDeepest; }
+    bool end_object() override { return --depth_ >= 0; }
+    bool start_array(std::size_t size) override { return start_object(size); }
+    bool end_array() override { return end_object(); }
+    bool null() override { return true; }
+    bool boolean(bool /*value*/) override { return true; }
+    bool number_integer(number_integer_t /*value*/) override { return true; }
+    bool number_float(number_float_t /*value*/, const string_t& /*text*/) override { return true; }
+    bool string(string_t& /*value*/) override { return true; }
+    bool binary(binary_t& /*value*/) override { return true; }
+    bool parse_error(std::size_t /*at*/, const std::string& /*token*/,
+                     const nlohmann::json::exception& /*fault*/) override {
+        return false;
+    }
+
+  private:
+    static constexpr int kDeepest = 8;
+    int depth_ = 0;
+    bool is_error_ = false;
+    bool is_position_ = false;
+    bool is_code_ = false;
+};
+
+}  // namespace
 
 void write_packet(std::uint8_t* at, const NatsPacket& packet) {
     put_preamble(at, Kind::data);
@@ -50,18 +95,9 @@ std::optional<std::uint64_t> read_stream_number(std::string_view acknowledge_to)
 }
 
 NatsAnswer read_answer(std::string_view json) {
-    const auto answer = nlohmann::json::parse(json, nullptr, false);
-    const auto number_of = [](const nlohmann::json& object, const char* name) -> std::uint64_t {
-        if (!object.is_object()) return 0;
-        const auto found = object.find(name);
-        return found != object.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
-    };
-    if (answer.is_object() && answer.contains("error")) {
-        constexpr std::uint64_t kUnnamed = 1;
-        return {0, static_cast<int>(std::clamp<std::uint64_t>(number_of(answer["error"], "err_code"),
-                                                              kUnnamed, INT32_MAX))};
-    }
-    return {number_of(answer, "seq"), 0};
+    AnswerReader reader;
+    if (!nlohmann::json::sax_parse(json, &reader)) return {0, AnswerReader::kUnnamed};
+    return reader.error == 0 ? NatsAnswer{reader.position, 0} : NatsAnswer{0, reader.error};
 }
 
 }  // namespace vorn

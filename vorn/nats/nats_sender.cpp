@@ -232,23 +232,22 @@ void NatsSender::take_answer(const char* subject, natsMsg* answer) {
         if (found != lanes_.end()) lane = found->second.get();
     }
     if (lane == nullptr) return;
-    NatsAnswer said;
+    const std::lock_guard locked(lane->lock);
+    const auto now = Clock::now();
     try {
+        NatsAnswer said;
         if (!natsMsg_IsNoResponders(answer)) {
             said = read_answer(
                 {natsMsg_GetData(answer), static_cast<std::size_t>(natsMsg_GetDataLength(answer))});
         }
-    } catch (const std::bad_alloc&) {
-        return;  // as if the answer were lost
-    }
-    const std::lock_guard locked(lane->lock);
-    const auto now = Clock::now();
-    if (said.position != 0) {
-        lane->outbox.stored(first, static_cast<std::uint32_t>(attempt), said.position, now);
-    } else if (said.error == JSStreamMessageExceedsMaximumErr) {
-        not_taken(*lane, first);
-    } else {
-        lane->outbox.not_stored(first, static_cast<std::uint32_t>(attempt), now);
+        if (said.position != 0) {
+            lane->outbox.stored(first, static_cast<std::uint32_t>(attempt), said.position, now);
+        } else if (said.error == JSStreamMessageExceedsMaximumErr) {
+            not_taken(*lane, first);
+        } else {
+            lane->outbox.not_stored(first, static_cast<std::uint32_t>(attempt), now);
+        }
+    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): as if the answer were lost
     }
     publish(*lane, static_cast<std::uint32_t>(destination));
     if (lane->outbox.pending_batches() == 0) lane->changed.notify_all();
