@@ -65,9 +65,14 @@ def purposes() -> dict[str, str]:
 
 
 def sizes() -> dict[str, str]:
-    """How large each type is in memory and on the wire: what follows that sentence."""
+    """How large each type is in memory and on the wire: what follows that sentence, or what its description says."""
     found = re.findall(r"/\* ((?:(?!\*/).)*?) \*/\ntypedef struct (\w+)", _header(), re.S)
-    return {name: "Record " + _unwrapped(comment).split(" Record ")[1] for comment, name in found}
+    sizes = {name: _unwrapped(comment).partition(" Record ")[2] for comment, name in found}
+    for each in types():
+        if not sizes.get(each["name"]):
+            image = f", fixed image {each['image_bytes']}" if each["image_bytes"] else ""
+            sizes[each["name"]] = f"{each['record_bytes']} bytes{image}."
+    return {name: "Record " + text for name, text in sizes.items()}
 
 
 def functions() -> list[tuple[str, str]]:

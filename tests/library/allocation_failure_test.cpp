@@ -19,14 +19,9 @@ constexpr std::uint32_t kBatch = 3;
 
 class AllocationFailure : public MessageTest, public testing::WithParamInterface<MessageType> {
   protected:
-    // The function under which the type's arrays are allocated, and the line that it logs where that fails.
-    bool is_uclgroup_array() const {
-        return type.name == "Nac_UclGroupIpArray" || type.name == "Nac_UclGroupIpAckArray";
-    }
-    std::string decoder() const { return type.name + (is_uclgroup_array() ? "_unpack" : "_unpack_non_root"); }
     std::string complaint(std::uint32_t size) const {
-        return decoder() + ": [KAPLO]:Malloc unpack data unsuccess," +
-               std::string(is_uclgroup_array() ? 1 : 16, ' ') + "size(" + std::to_string(size) + ")";
+        return std::string(type.root_decoder) + ": [KAPLO]:Malloc unpack data unsuccess," +
+               std::string(type.complaint_blanks, ' ') + "size(" + std::to_string(size) + ")";
     }
 
     std::uint32_t unpack(const Bytes& message, void* record) const {
@@ -58,7 +53,7 @@ TEST_P(AllocationFailure, UnpackAsksForOneArrayForEachVectorThatIsNotEmpty) {
             ASSERT_EQ(allocations.size(), sizes.size());
             for (std::size_t i = 0; i < sizes.size(); ++i) {
                 EXPECT_EQ(allocations[i].size, sizes[i]);
-                EXPECT_EQ(allocations[i].caller, decoder());
+                EXPECT_EQ(allocations[i].caller, type.root_decoder);
                 EXPECT_EQ(allocations[i].allocator, Allocator::cache);
                 EXPECT_EQ(allocations[i].owner_code, 12U);
             }

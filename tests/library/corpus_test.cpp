@@ -45,6 +45,11 @@ constexpr std::uint8_t kUntouched = 0xAA;  // every byte of the record before un
     return text;
 }
 
+template <std::size_t size>
+json address_text(const std::uint8_t (&bytes)[size]) {  // of no address: hexadecimal digits
+    return numbers(bytes, size);
+}
+
 template <class T>
 [[gnu::noinline]] json numbers(const T* elements, std::uint32_t count) {
     json list = json::array();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/support/message.h"
+#include "tests/support/message_expectations.h"
 #include "tests/support/message_types.h"
 
 namespace {
@@ -80,6 +81,7 @@ class DigestOfAllOutputs : public MessageTest {
 
 TEST_F(DigestOfAllOutputs, IsTheSameEverywhere) {
     for (const MessageType& type : message_types()) {
+        if (!is_pinned(type.name)) continue;  // the number is of the types that were there from the beginning
         for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
             const AnyRecords records = type.random(seed, filling_of(seed), kBatchSize);
             add_sends(type, records);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Registration of the modules with the bus: order, ids, functions, and what a refusal does.
+#include <algorithm>
 #include <thread>
 
 #include "tests/support/message.h"
@@ -21,7 +22,8 @@ struct Module {
     std::int32_t (*recv_init)();
     std::int32_t (*send_init)();
     void (*resource_clean)();
-    std::vector<Entry> entries;  // in the order of registration
+    std::vector<Entry> first;    // in the order of registration
+    std::vector<Entry> entries;  // the same, and after them the types that came later
 };
 
 void PrintTo(const Module& module, std::ostream* out) { *out << module.name; }
@@ -31,6 +33,9 @@ void PrintTo(const Module& module, std::ostream* out) { *out << module.name; }
         id, reinterpret_cast<const void*>(&Nac_##Message##__unpack),       \
             reinterpret_cast<const void*>(&Nac_##Message##_free__unpacked) \
     }
+#define LISTED(Message)                                                    \
+    Entry{Message##_ID, reinterpret_cast<const void*>(&Message##__unpack), \
+          reinterpret_cast<const void*>(&Message##_free__unpacked)},
 #define FUNCTIONS(prefix) prefix##_recv_init, prefix##_send_init, prefix##__send_resource_clean
 
 const Module kModules[] = {
@@ -38,29 +43,35 @@ const Module kModules[] = {
      FUNCTIONS(nac_fwm_dataflow),
      {ENTRY(UserDataFlowCfg, 0x67B1E31C), ENTRY(UserDataFlowInfo, 0x4DDC107E),
       ENTRY(UserDataFlowMsg, 0x1824A7EB), ENTRY(UserDataFlowQueryMsg, 0x2D4DDDF7),
-      ENTRY(UserDataFlowQueryAckMsg, 0x07987F08)}},
-    {"evt", FUNCTIONS(nac_fwm_evt), {ENTRY(PortVlanChangeMsg, 0xDDDBF760)}},
-    {"port", FUNCTIONS(nac_fwm_port), {ENTRY(SetPortMsg, 0x09B58155)}},
+      ENTRY(UserDataFlowQueryAckMsg, 0x07987F08)},
+     {NAC_DATAFLOW_MESSAGES(LISTED)}},
+    {"evt", FUNCTIONS(nac_fwm_evt), {ENTRY(PortVlanChangeMsg, 0xDDDBF760)}, {NAC_EVT_MESSAGES(LISTED)}},
+    {"port", FUNCTIONS(nac_fwm_port), {ENTRY(SetPortMsg, 0x09B58155)}, {NAC_PORT_MESSAGES(LISTED)}},
     {"uclgroup",
      FUNCTIONS(nac_fwm_uclgroup),
      {ENTRY(CfgUclGroupIp, 0xDCF172EB), ENTRY(ConfigAccessUserUclGroupIpMsg, 0xEA1A4E5D),
       ENTRY(ConfigAccessUserUclGroupIpAckMsg, 0x790D218A), ENTRY(UclGroupIpArray, 0xA7B682F4),
-      ENTRY(UclGroupIpAckArray, 0x542827C5)}},
+      ENTRY(UclGroupIpAckArray, 0x542827C5)},
+     {NAC_UCLGROUP_MESSAGES(LISTED)}},
     {"user",
      FUNCTIONS(nac_fwm_user),
      {ENTRY(SetUserTableMsg, 0x47986D1D), ENTRY(SetUserTableAckMsg, 0x2198074A),
       ENTRY(UserTableHitMsg, 0xDC29F120), ENTRY(L2NotifyNacUserOfflineMsg, 0x03ED5F77),
-      ENTRY(TableVersionChangeMsg, 0x73821176), ENTRY(UserTableSyncAckMsg, 0xEDB37817)}},
+      ENTRY(TableVersionChangeMsg, 0x73821176), ENTRY(UserTableSyncAckMsg, 0xEDB37817)},
+     {NAC_USER_MESSAGES(LISTED)}},
     {"user_type",
      FUNCTIONS(nac_fwm_user_type),
      {ENTRY(DaclRuleIpInfo, 0xD65D70E6), ENTRY(RadiusDaclRule, 0x2FEB16AD),
-      ENTRY(UserDetectInfo, 0x6AE6D195)}},
+      ENTRY(UserDetectInfo, 0x6AE6D195)},
+     {NAC_USER_TYPE_MESSAGES(LISTED)}},
     {"ipsec_access",
      FUNCTIONS(nac_ipsec_access),
      {ENTRY(IpsecAuthenReqMsg, 0x54DA743D), ENTRY(IpsecAuthenAckMsg, 0x708A19A2),
-      ENTRY(IpsecDownReqMsg, 0xEC72CD18), ENTRY(IpsecDownAckMsg, 0x2B0B60C3)}},
+      ENTRY(IpsecDownReqMsg, 0xEC72CD18), ENTRY(IpsecDownAckMsg, 0x2B0B60C3)},
+     {NAC_IPSEC_ACCESS_MESSAGES(LISTED)}},
 };
 #undef FUNCTIONS
+#undef LISTED
 #undef ENTRY
 
 class EveryModule : public MessageTest, public testing::WithParamInterface<Module> {
@@ -81,6 +92,8 @@ INSTANTIATE_TEST_SUITE_P(Registration, EveryModule, testing::ValuesIn(kModules),
 TEST_P(EveryModule, RegistersItsTypesInOrder) {
     EXPECT_EQ(GetParam().recv_init(), 0);
     EXPECT_EQ(registered(), GetParam().entries);
+    ASSERT_GE(GetParam().entries.size(), GetParam().first.size());
+    EXPECT_TRUE(std::equal(GetParam().first.begin(), GetParam().first.end(), GetParam().entries.begin()));
 }
 
 TEST_P(EveryModule, StopsAtTheFirstRefusalAndPassesItOn) {

@@ -32,7 +32,15 @@ struct Numbers {
 };
 
 template <class Record>
-constexpr Numbers numbers_of = {};
+constexpr Numbers described() {
+    if constexpr (kaplo::owns_memory<Record>) {
+        return {0, 0, sizeof(Record)};
+    } else {
+        return {kaplo::Image<Record>::bytes, kaplo::Image<Record>::bytes + 16, sizeof(Record)};
+    }
+}
+template <class Record>
+constexpr Numbers numbers_of = described<Record>();  // of types that came later
 #define NUMBERS(Message, ...) \
     template <>               \
     constexpr Numbers numbers_of<Nac_##Message> = {__VA_ARGS__};

@@ -12,6 +12,8 @@ say "failures of the system under every verb"
 python3 tests/tool/failures/injected_failures.py --most 2000
 say "four readers"
 python3 tests/long/four_readers.py build/release
+say "a new message type"
+python3 tests/long/type_recipe.py
 say "all pairs of damages"
 build/release/fuzz/exhaustive --all-pairs
 say "threads under helgrind"

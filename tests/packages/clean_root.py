@@ -5,6 +5,7 @@
 # every package of the folder there, and prints each step's result and time.
 import argparse
 import hashlib
+import json
 import os
 import pathlib
 import shutil
@@ -132,7 +133,9 @@ class CleanRoot:
         return printed.replace("lease, ", "").replace("\n", "; ").rstrip("; ")
 
     def tool(self) -> str:
-        self.expect("nac types --json | wc -l", "25")
+        on_record = pathlib.Path(__file__).resolve().parents[1] / "reference/descriptions.jsonl"
+        messages = [line for line in on_record.read_text().splitlines() if json.loads(line)["id"] is not None]
+        self.expect("nac types --json | wc -l", str(len(messages)))
         return self.expect(f"nac exchange {SESSION} | tail -n 1", "29 records of 25 types: 29 arrived from single sends, 29 from "
                            "25 batches; 0 differ, 0 log lines, 0 arrays not freed")
 

@@ -41,9 +41,9 @@ NO_ADDRESS = "00:00:00:00:00:00"
 
 def write_second(folder: pathlib.Path) -> pathlib.Path:
     shutil.copytree(SOURCE, folder)
-    for name, places in APPENDED.items():
+    for name, additions in APPENDED.items():
         text = (folder / name).read_text()
-        for before, appended in places:
+        for before, appended in additions:
             expect(f"in {name} {before.strip()!r}", text.count(before), 1)
             text = text.replace(before, before + appended)
         (folder / name).write_text(text)

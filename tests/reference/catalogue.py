@@ -3,9 +3,11 @@
 
 from __future__ import annotations
 
+import json
 import socket
 from dataclasses import dataclass
 from enum import Enum, auto
+from pathlib import Path
 from typing import Any
 
 Record = dict[str, Any]
@@ -171,8 +173,23 @@ _NESTED_ONLY = (
     RecordType("Nac_SrvCar", (U8, U32, U32, U32, U32)),
 )
 
-MESSAGES: tuple[str, ...] = tuple(each.name for each in _MESSAGES)
-TYPES: dict[str, RecordType] = {each.name: each for each in _MESSAGES + _NESTED_ONLY}
+# What the library says of its types: of those that came later it is all there is, and of the others check() compares it.
+_ON_RECORD = [json.loads(line) for line in Path(__file__).with_name("descriptions.jsonl").read_text().splitlines()]
+
+
+def _described(field: dict[str, Any]) -> Field:
+    kind = {"scalar": Kind.SCALAR, "fixed array": Kind.ARRAY, "nested table": Kind.TABLE, "scalar vector": Kind.NUMBERS,
+            "table vector": Kind.TABLES}[field["form"]]
+    width = 0 if field["table"] else field["element_bytes"]
+    return Field(kind, width, field["count"] if kind is Kind.ARRAY else 0, field["table"] or "")
+
+
+_LATER = tuple(RecordType(each["name"], tuple(map(_described, each["fields"]))) for each in _ON_RECORD
+               if each["name"] not in {known.name for known in _MESSAGES + _NESTED_ONLY})
+_TABLES = {each["name"] for each in _ON_RECORD if each["id"] is None}
+
+MESSAGES: tuple[str, ...] = tuple(each.name for each in _MESSAGES + _LATER if each.name not in _TABLES)
+TYPES: dict[str, RecordType] = {each.name: each for each in _MESSAGES + _NESTED_ONLY + _LATER}
 
 
 def record_layout(name: str) -> tuple[int, int]:
@@ -237,12 +254,12 @@ def round_up(value: int, multiple: int) -> int:
 # How field values stand in records: numbers for scalars, text for addresses and byte vectors, lists else.
 
 def array_value(field: Field, raw: bytes, swapped: bool) -> Any:
-    """The value of a fixed array from its bytes on the wire."""
+    """The value of a fixed array from its bytes on the wire: an address, other bytes as hex text, or numbers."""
     if field == MAC:
         return raw.hex(":")
     if field == IPV6:
         return socket.inet_ntop(socket.AF_INET6, raw)
-    return numbers(raw, field.width, swapped)
+    return vector_value(field, raw, swapped)
 
 
 def array_bytes(field: Field, value: Any, swapped: bool) -> bytes:
@@ -251,7 +268,7 @@ def array_bytes(field: Field, value: Any, swapped: bool) -> bytes:
     elif field == IPV6:
         raw = socket.inet_pton(socket.AF_INET6, value)
     else:
-        raw = number_bytes(value, field.width, swapped)
+        raw = vector_bytes(field, value, swapped)
     if len(raw) != field.count * field.width:
         raise ValueError(f"{value!r} does not fill the array")
     return raw
@@ -363,7 +380,13 @@ _PINNED_VTABLES: dict[str, tuple[int, ...]] = {
 
 def check() -> None:
     """Compares everything derived above with the pinned numbers."""
-    assert tuple(_PINNED) == MESSAGES and len(MESSAGES) == 25
+    assert MESSAGES[:len(_PINNED)] == tuple(_PINNED) == tuple(each.name for each in _MESSAGES)
+    for each in _ON_RECORD:
+        assert tuple(map(_described, each["fields"])) == TYPES[each["name"]].fields, each["name"]
+        assert each["record_bytes"] == record_size(each["name"]), each["name"]
+        assert each["id"] in (None, TYPES[each["name"]].message_id), each["name"]
+        if not TYPES[each["name"]].owns_arrays:
+            assert each["image_bytes"] == image_layout(each["name"]).length, each["name"]
     assert record_size("Nac_Ipv6Addr") == 16 and record_size("Nac_SrvCar") == 20
     for (name, (message_id, size, length, vtable_at)), hex_id in zip(_PINNED.items(), _PINNED_IDS_HEX, strict=True):
         assert TYPES[name].message_id == message_id == hex_id, name

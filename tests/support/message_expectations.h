@@ -5,13 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "nac/nac_messages.h"
+#include "nac/catalogue.h"
+#include "runtime/size.h"
 
 namespace tests {
 
@@ -48,10 +50,9 @@ struct MessageExpectations {
 
 inline std::ostream& operator<<(std::ostream& to, const MessageExpectations& type) { return to << type.name; }
 
-#define TESTS_MESSAGE_TYPE(Message, record_bytes, empty_bytes, travels, header_faults, after_fault) \
-    MessageExpectations {                                                                           \
-#Message, record_bytes, empty_bytes, Travels::travels, HeaderFaults::header_faults,            \
-            AfterFault::after_fault,                                                                   \
+#define TESTS_FUNCTIONS(Message, record_bytes, empty_bytes, travels, header_faults, after_fault) \
+    MessageExpectations {                                                                        \
+#Message, record_bytes, empty_bytes, travels, header_faults, after_fault,            \
             [](const void* record, std::uint8_t* buffer, std::uint32_t* length) {                      \
                 return Message##__pack(static_cast<const Message*>(record), buffer, length);           \
             },                                                                                         \
@@ -61,11 +62,27 @@ inline std::ostream& operator<<(std::ostream& to, const MessageExpectations& typ
             [](void* record) { Message##_free__unpacked(static_cast<Message*>(record)); },             \
             [](std::uint32_t destination, const void* records, std::uint32_t count) {                  \
                 return Message##__sendmsg(destination, static_cast<const Message*>(records), count);   \
-            }    \
+            }           \
     }
 
+#define TESTS_MESSAGE_TYPE(Message, record_bytes, empty_bytes, travels, header_faults, after_fault)    \
+    TESTS_FUNCTIONS(Message, record_bytes, empty_bytes, Travels::travels, HeaderFaults::header_faults, \
+                    AfterFault::after_fault)
+
+// What a description says of a type whose numbers stand nowhere else.
+#define TESTS_DESCRIBED_TYPE(Message)                                                        \
+    TESTS_FUNCTIONS(                                                                         \
+        Message, sizeof(Message), kaplo::message_bytes(&blank<Message>),                     \
+        kaplo::owns_memory<Message> ? Travels::compactly : Travels::as_image,                \
+        kaplo::Description<Message>::root_decodes_as_nested ? HeaderFaults::as_nested_unpack \
+                                                            : HeaderFaults::as_unpack,       \
+        kaplo::cleared_before_header_checks<Message> ? AfterFault::cleared : AfterFault::untouched),
+template <class Message>
+inline constexpr Message blank = {};
+
 // clang-format off
-inline const std::vector<MessageExpectations>& all_messages() {
+// Those whose numbers are written down by hand.
+inline const std::vector<MessageExpectations>& pinned_messages() {
     static const std::vector<MessageExpectations> types = {
         TESTS_MESSAGE_TYPE(Nac_UserDataFlowCfg, 32, 20, as_image, as_unpack, untouched),
         TESTS_MESSAGE_TYPE(Nac_UserDataFlowInfo, 136, 104, as_image, as_nested_unpack, cleared),
@@ -96,7 +113,27 @@ inline const std::vector<MessageExpectations>& all_messages() {
     return types;
 }
 // clang-format on
+
+inline bool is_pinned(const std::string& name) {
+    const std::vector<MessageExpectations>& types = pinned_messages();
+    return std::any_of(types.begin(), types.end(),
+                       [&name](const MessageExpectations& type) { return type.name == name; });
+}
+
+// Those, and after them the types that came later.
+inline const std::vector<MessageExpectations>& all_messages() {
+    static const std::vector<MessageExpectations> types = [] {
+        std::vector<MessageExpectations> all = pinned_messages();
+        for (const MessageExpectations& type : {NAC_ALL_MESSAGES(TESTS_DESCRIBED_TYPE)}) {
+            if (!is_pinned(type.name)) all.push_back(type);
+        }
+        return all;
+    }();
+    return types;
+}
+#undef TESTS_DESCRIBED_TYPE
 #undef TESTS_MESSAGE_TYPE
+#undef TESTS_FUNCTIONS
 
 inline std::vector<MessageExpectations> messages_that_travel(Travels how) {
     std::vector<MessageExpectations> types;

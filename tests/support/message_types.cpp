@@ -38,6 +38,9 @@ MessageType message_type() {
     type.name = kaplo::Description<Record>::name.c_str();
     type.message_id = kaplo::message_id<Record>;
     type.record_bytes = sizeof(Record);
+    type.root_decoder = kaplo::root_decoder_name<Record>();
+    type.complaint_blanks =
+        kaplo::Description<Record>::allocation_complaint == kaplo::AllocationComplaint::one_blank ? 1 : 16;
     type.owns_memory = kaplo::owns_memory<Record>;
     type.pack = [](const void* record, std::uint8_t* buffer, std::uint32_t* length) {
         return Functions::pack(static_cast<const Record*>(record), buffer, length);

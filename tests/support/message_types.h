@@ -43,6 +43,8 @@ struct MessageType {
     std::string name;
     std::uint32_t message_id;
     std::uint32_t record_bytes;
+    const char* root_decoder;        // the function under which it allocates arrays
+    std::uint32_t complaint_blanks;  // in the line that it logs where that fails
     bool owns_memory;  // has vectors, so it is sent in the compact layout; the others as their fixed image
 
     // The exported functions.

@@ -15,6 +15,8 @@ import jsonschema
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 NAC = os.environ.get("NAC", str(ROOT / "build/release/nac"))
 SESSION = ROOT / "examples/access-session.jsonl"
+ON_RECORD = [json.loads(line) for line in (ROOT / "tests/reference/descriptions.jsonl").read_text().splitlines()]
+MESSAGES = {each["name"] for each in ON_RECORD if each["id"] is not None}
 PORT = {"type": "Nac_SetPortMsg", "hex": "04000000f4ffffff070000000100000008000c0004000800"}
 # Where time is short: one case of the corpus in 10, and one message of a long capture in 100.
 SHARE_OF_CORPUS, SHARE_OF_MESSAGES = (10, 100) if "NAC_TEST_SHARE" in os.environ else (1, 1)
