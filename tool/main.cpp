@@ -60,8 +60,8 @@ ExitCode run(int argc, char** argv) {
     std::vector<std::string> files;
     app.add_option(
            "--catalogue", files,
-           "Work on the messages of this package, not on Nac's: its libvorn_NAME_catalogue.so, or the "
-           "name under which it is installed; several times for several, nac for Nac's")
+           "Messages of another package: its libvorn_NAME_catalogue.so, or NAME where it is installed; "
+           "several times for several, and nac for Nac's own")
         ->type_name("FILE")
         ->envname("NAC_CATALOGUE")
         ->allow_extra_args(false);

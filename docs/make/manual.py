@@ -122,6 +122,12 @@ def exit_codes() -> str:
     return found[1]
 
 
+def catalogue_help() -> str:
+    found = re.search(r"--catalogue FILE .*\n +(.*)", nac("--help"))
+    assert found is not None
+    return found[1] + "."
+
+
 def option_list(verb: str) -> str:
     """A verb's synopsis and options, as --help prints them."""
     lines = nac(*verb.split(), "--help").splitlines()
@@ -168,13 +174,15 @@ def verb_pages() -> dict[str, str]:
     table = "\n".join(f"## {group.page}(1)\n\n" + "".join(
         f"*{verb}*\n{paragraph(description(verb) + '.', chr(9))}\n" for verb in group.verbs) for group in GROUPS)
     pages["nac"] = page("nac", 1, "messages of the Nac package, as bytes, as records, and on a bus", [
-        ("SYNOPSIS", "*nac* _verb_ [options] ...\n"),
+        ("SYNOPSIS", "*nac* [--catalogue _FILE_] _verb_ [options] ...\n"),
         ("DESCRIPTION", paragraph(
             "nac reads and writes messages of the Nac package exactly as libvorn_nac_user does. Data goes to standard "
             "output, errors and progress go to standard error; - is standard input. Every verb has --help. With --json a "
             "verb prints one JSON object a line, with stable keys.")),
+        ("OPTIONS", "*--catalogue* _FILE_\n" + paragraph(catalogue_help(), "\t")),
         ("VERBS", table),
-        ("ENVIRONMENT", "*VORN\\_BUS\\_URL*\n" + paragraph("The bus, where no --bus names one.", "\t") +
+        ("ENVIRONMENT", "*NAC\\_CATALOGUE*\n" + paragraph("What --catalogue names, where it is not given.", "\t") +
+         "\n*VORN\\_BUS\\_URL*\n" + paragraph("The bus, where no --bus names one.", "\t") +
          "\n*NO\\_COLOR*\n" + paragraph("If it is set, output has no colours.", "\t")),
         ("EXIT STATUS", paragraph(exit_codes())),
         ("EXAMPLE", example("nac types | head -n 2")),

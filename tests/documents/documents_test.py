@@ -28,6 +28,7 @@ NOT_RUN = {
     ("docs/python.md", "pip install ."): "python/tests/test_wheel.py runs it",
     ("docs/captures.md", "nac monitor"): "runs until it is stopped; tool/capture_test runs it",
     ("docs/captures.md", "nac record"): "runs until it is stopped; tool/capture_test runs it",
+    ("docs/packages.md", "nac "): "needs a package that is built; tests/packages/own_package.py builds and uses one",
     ("docs/captures.md", "nac replay"): "needs what the line before it records; tool/capture_test runs it",
 }
 COMMAND = re.compile(r"(?:\./dev|nac|build/\S+|cmake|ctest|python3|pip|apt-get|apt|dpkg|gcc|g\+\+|cc|git|man|sudo)\s+\S")

@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -50,6 +51,7 @@ class Package:
         self.catalogue = self.build / "libvorn_lease_catalogue.so"
         self.environment = {**os.environ, "VORN_BUS_URL": f"ipc://{folder}/bus"}
         self.nac = "nac"
+        self.prefix = prefix
         if prefix:
             self.environment["CMAKE_PREFIX_PATH"] = str(prefix)
             self.nac = str(prefix / "bin/nac")
@@ -103,6 +105,11 @@ class Package:
         wrong = subprocess.run([self.nac, "--catalogue", SOURCE / "lease.h", "types"], capture_output=True, text=True)
         expect("exit code for another file", wrong.returncode, 3)
         expect("what is said of it", "cannot be loaded" in wrong.stderr and "vorn_add_package" in wrong.stderr, True)
+        if self.prefix:  # by its name, where it is installed
+            (library,) = self.prefix.rglob("libvorn_nac_inspect.so.1")
+            (library.parent / "vorn_nac").mkdir()
+            shutil.copy(self.catalogue, library.parent / "vorn_nac")
+            expect("what its name finds", self.run(self.nac, "--catalogue", "lease", "types"), self.tool("types"))
         return f"{len(found)} messages"
 
     def messages(self) -> str:

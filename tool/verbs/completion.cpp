@@ -170,7 +170,10 @@ std::string zsh_script(const Command& root) {
             return;
         }
         script +=
-            "    if ((CURRENT > 2)); then\n        local verb=$words[2]\n        shift words\n"
+            "    while ((CURRENT > 3)) && [[ $words[2] = --catalogue ]]; do\n"
+            "        words[2,3]=()\n        ((CURRENT -= 2))\n    done\n"
+            "    if ((CURRENT > 2)) && [[ $words[2] != -* ]]; then\n        local verb=$words[2]\n        "
+            "shift words\n"
             "        ((CURRENT--))\n        case $verb in\n";
         for (const Command& part : command.commands) {
             script += fmt::format("            {}) _{} ;;\n", part.path.back(), part.joined("_"));
