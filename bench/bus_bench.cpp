@@ -140,7 +140,7 @@ class ZmqEnd final : public End {
     std::vector<std::uint8_t> buffer_;
 };
 
-// A publish that is acknowledged by the stream, and a durable consumer that acknowledges each message.
+// Publishes up to 256 messages ahead of the stream's answers; a durable consumer acknowledges each message.
 class NatsEnd final : public End {
   public:
     NatsEnd(const Plan& plan, std::uint32_t address)
@@ -148,7 +148,11 @@ class NatsEnd final : public End {
           to_("bare." + std::to_string(address == kLeft ? kRight : kLeft)),
           buffer_(plan.batch_bytes(), 0x5A) {
         check(natsConnection_ConnectTo(&connection_, plan.url.c_str()) == NATS_OK, "connect");
-        check(natsConnection_JetStream(&jetstream_, connection_, nullptr) == NATS_OK, "JetStream");
+        jsOptions ahead = {};
+        jsOptions_Init(&ahead);
+        ahead.PublishAsync.MaxPending = 256;
+        ahead.PublishAsync.StallWait = 60000;
+        check(natsConnection_JetStream(&jetstream_, connection_, &ahead) == NATS_OK, "JetStream");
         const std::string own = "bare." + std::to_string(address);
         const std::string stream = "bare-" + std::to_string(address);
         const char* subjects[] = {own.c_str()};
@@ -158,7 +162,6 @@ class NatsEnd final : public End {
         config.Subjects = subjects;
         config.SubjectsLen = 1;
         config.Retention = js_WorkQueuePolicy;
-        config.Duplicates = 120'000'000'000;
         check(js_AddStream(nullptr, jetstream_, &config, nullptr, nullptr) == NATS_OK, "stream");
         jsSubOptions options = {};
         jsSubOptions_Init(&options);
@@ -176,19 +179,23 @@ class NatsEnd final : public End {
         natsConnection_Destroy(connection_);
     }
     void send_batch() override {
-        const std::string id = std::to_string(getpid()) + "-" + std::to_string(++sent_);
-        jsPubOptions options = {};
-        jsPubOptions_Init(&options);
-        options.MsgId = id.c_str();
+        const int bytes = static_cast<int>(buffer_.size());
+        if (!is_first_) {
+            check(js_PublishAsync(jetstream_, to_.c_str(), buffer_.data(), bytes, nullptr) == NATS_OK,
+                  "publish");
+            return;
+        }
         for (int tries = 0; tries < 600; ++tries) {
-            const natsStatus status = js_Publish(nullptr, jetstream_, to_.c_str(), buffer_.data(),
-                                                 static_cast<int>(buffer_.size()), &options, nullptr);
-            if (status == NATS_OK) return;
+            const natsStatus status =
+                js_Publish(nullptr, jetstream_, to_.c_str(), buffer_.data(), bytes, nullptr, nullptr);
+            is_first_ = status != NATS_OK;
+            if (!is_first_) return;
             check(status == NATS_NO_RESPONDERS, "publish");  // the other end is still opening
             usleep(10000);
         }
         check(false, "publish");
     }
+    void finish() override { check(js_PublishAsyncComplete(jetstream_, nullptr) == NATS_OK, "answers"); }
     std::uint64_t receive() override {
         natsMsg* message = nullptr;
         check(natsSubscription_NextMsg(&message, subscription_, 60000) == NATS_OK, "receive");
@@ -201,7 +208,7 @@ class NatsEnd final : public End {
     std::uint32_t batch_;
     std::string to_;
     std::vector<std::uint8_t> buffer_;
-    std::uint64_t sent_ = 0;
+    bool is_first_ = true;
     natsConnection* connection_ = nullptr;
     jsCtx* jetstream_ = nullptr;
     natsSubscription* subscription_ = nullptr;
