@@ -143,11 +143,18 @@ class ZmqEnd final : public End {
 // Publishes up to 256 messages ahead of the stream's answers; a durable consumer acknowledges each message.
 class NatsEnd final : public End {
   public:
-    NatsEnd(const Plan& plan, std::uint32_t address)
+    // One way, the client may wait for a millisecond whether more comes.
+    NatsEnd(const Plan& plan, std::uint32_t address, bool one_way)
         : batch_(plan.batch),
           to_("bare." + std::to_string(address == kLeft ? kRight : kLeft)),
           buffer_(plan.batch_bytes(), 0x5A) {
-        check(natsConnection_ConnectTo(&connection_, plan.url.c_str()) == NATS_OK, "connect");
+        natsOptions* options = nullptr;
+        check(natsOptions_Create(&options) == NATS_OK &&
+                  natsOptions_SetURL(options, plan.url.c_str()) == NATS_OK &&
+                  natsOptions_SetSendAsap(options, !one_way) == NATS_OK &&
+                  natsConnection_Connect(&connection_, options) == NATS_OK,
+              "connect");
+        natsOptions_Destroy(options);
         jsOptions ahead = {};
         jsOptions_Init(&ahead);
         ahead.PublishAsync.MaxPending = 256;
@@ -163,14 +170,14 @@ class NatsEnd final : public End {
         config.SubjectsLen = 1;
         config.Retention = js_WorkQueuePolicy;
         check(js_AddStream(nullptr, jetstream_, &config, nullptr, nullptr) == NATS_OK, "stream");
-        jsSubOptions options = {};
-        jsSubOptions_Init(&options);
-        options.ManualAck = true;
-        options.Config.Durable = "receiver";
-        options.Config.MaxAckPending = 512;
-        check(
-            js_SubscribeSync(&subscription_, jetstream_, own.c_str(), nullptr, &options, nullptr) == NATS_OK,
-            "subscription");
+        jsSubOptions receiving = {};
+        jsSubOptions_Init(&receiving);
+        receiving.ManualAck = true;
+        receiving.Config.Durable = "receiver";
+        receiving.Config.MaxAckPending = 512;
+        check(js_SubscribeSync(&subscription_, jetstream_, own.c_str(), nullptr, &receiving, nullptr) ==
+                  NATS_OK,
+              "subscription");
     }
     ~NatsEnd() override {
         natsConnection_FlushTimeout(connection_, 1000);
@@ -216,7 +223,7 @@ class NatsEnd final : public End {
 
 std::unique_ptr<End> make_end(bool bus, const Plan& plan, std::uint32_t address, bool one_way) {
     if (bus) return std::make_unique<BusEnd>(plan, address, address == kRight);
-    if (plan.url.rfind("nats:", 0) == 0) return std::make_unique<NatsEnd>(plan, address);
+    if (plan.url.rfind("nats:", 0) == 0) return std::make_unique<NatsEnd>(plan, address, one_way);
     return std::make_unique<ZmqEnd>(plan, address, one_way);
 }
 

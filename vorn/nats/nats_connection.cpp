@@ -46,6 +46,8 @@ natsStatus set_up(natsOptions* options, const NatsUrl& url) {
     };
     then([&] { return natsOptions_SetName(options, "vorn"); });
     then([&] { return natsOptions_SetTimeout(options, 2000); });
+    // Else the client waits for a millisecond whether more comes.
+    then([&] { return natsOptions_SetSendAsap(options, true); });
     then([&] { return natsOptions_SetMaxReconnect(options, -1); });
     then([&] { return natsOptions_SetReconnectWait(options, 100); });
     then([&] { return natsOptions_SetReconnectJitter(options, 50, 50); });
