@@ -10,9 +10,6 @@
 #ifdef VORN_WITH_NATS
 #include "vorn/nats/nats_connection.h"
 #endif
-#ifdef VORN_WITH_ZMQ
-#include "vorn/zmq/zmq_endpoints.h"
-#endif
 
 namespace {
 
@@ -39,14 +36,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string rest(bytes.begin(), bytes.end());
     static_cast<void>(vorn::find_scheme(scheme + rest));
     check_shown(scheme, rest);
-#ifdef VORN_WITH_ZMQ
-    for (const auto& endpoints : {vorn::ipc_endpoints(rest), vorn::tcp_endpoints(rest)}) {
-        if (endpoints == nullptr) continue;
-        for (const std::uint32_t address : {0U, 7U, UINT32_MAX}) {
-            static_cast<void>(endpoints->endpoint(address));
-        }
-    }
-#endif
 #ifdef VORN_WITH_NATS
     if (const auto url = vorn::read_nats_url(rest, false)) {
         fuzz::promise(!url->servers.empty() && url->replicas >= 1, "a URL that is read names a server");

@@ -199,6 +199,19 @@ int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, u
     return result;
 }
 
+int32_t vorn_bus_wake(vorn_bus* bus) {
+    if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&] {
+        bus->bus->wake();
+        return VORN_BUS_OK;
+    });
+}
+
+int32_t vorn_bus_drain(vorn_bus* bus, int32_t timeout_ms) {
+    if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
+    return guarded([&] { return bus->bus->drain(timeout_ms); });
+}
+
 int vorn_bus_descriptor(vorn_bus* bus) {
     return guarded_or(-1, -1, [&] { return bus == nullptr ? -1 : bus->bus->descriptor(); });
 }

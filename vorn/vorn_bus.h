@@ -7,9 +7,10 @@
  * sends with Nac_...__sendmsg goes through the bus that it opened first, or that it chose with vorn_bus_use.
  *
  * One call of VORN_SendMsg or VORN_SendToMsg is one batch: all its messages arrive, in order and together, or
- * none. Batches from one thread to one address arrive in the order in which they were sent, and each at most
- * once. A send waits for a peer and for space in its queue, at most send_timeout_ms. A batch that is dropped
- * is counted. docs/bus.md describes what holds when peers or servers come and go, and what is on the wire.
+ * none. Batches from one thread to one address arrive in the order in which they were sent, and each
+ * once, but for what the flag VORN_BUS_REPEATED marks. A send waits for a peer and for space in its queue, at
+ * most send_timeout_ms. A batch that is dropped is counted. docs/bus.md describes what holds when peers or
+ * servers come and go, and what is on the wire.
  *
  * Structs begin with their size, so that later versions can add members at the end: initialise a struct that
  * you hand over with its function ..._init below. A size that this library cannot take is
@@ -100,8 +101,9 @@ static inline vorn_bus_options vorn_bus_options_init(void) {
 int32_t vorn_bus_open(const vorn_bus_options* options, vorn_bus** bus);
 
 /* Stops receiving, waits for batches on their way (linger_ms), closes and frees. Batches that have arrived
- * and are not handled by then are lost to their senders. Not from a handler, and not while other functions
- * use this bus. Null is allowed. */
+ * and are not handled by then go to the next process at the address; they are lost on loop, and on ipc where
+ * their sender has ended too: see vorn_bus_drain. Not from a handler, and not while other functions use this
+ * bus. Null is allowed. */
 void vorn_bus_close(vorn_bus* bus);
 
 /* From now on VORN_SendMsg and VORN_SendToMsg send through this bus. */
@@ -159,9 +161,18 @@ int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler han
 int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* context);
 
 /* Handles batches that have arrived, waiting for the first at most timeout_ms (0: not at all, negative: for
- * ever), and at most max_batches of them (0: all that are there). `handled` (may be null) is set to their
- * number, whatever the result. */
+ * ever), and at most max_batches of them (0: all that are there when the first is found; not those that come
+ * meanwhile). `handled` (may be null) is set to their number, whatever the result. */
 int32_t vorn_bus_poll(vorn_bus* bus, int32_t timeout_ms, uint32_t max_batches, uint32_t* handled);
+
+/* A poll that waits, or the next one that would, returns VORN_BUS_OK without having handled anything. */
+int32_t vorn_bus_wake(vorn_bus* bus);
+
+/* Receives no more, and handles what only this process has: on ipc what senders have left that have ended; on
+ * loop and nats what has arrived. What others still have waits for the next process at the address. Takes at
+ * most timeout_ms, and as long as the running handler; VORN_BUS_TIMEOUT: some is left, and is lost by
+ * closing. Sending goes on. Not from a handler, and not while a receiving thread runs. */
+int32_t vorn_bus_drain(vorn_bus* bus, int32_t timeout_ms);
 
 /* A file descriptor for poll or epoll that is readable while vorn_bus_poll has something to do. It belongs to
  * the bus, and must not be read. Negative: the system refused. */
@@ -230,8 +241,8 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
  * what stands before an '@' (a user's name, a password, a token). Valid until the thread calls this again. */
 const char* vorn_bus_display_url(const char* url);
 
-/* The endpoint at which a bus takes what is sent to its address, for people: "tcp://127.0.0.1:7002". Valid
- * while the bus is open. */
+/* The endpoint at which a bus takes what is sent to its address, for people: "ipc:///run/user/1/vorn/7.sock";
+ * empty for a pure sender on ipc. Valid while the bus is open. */
 const char* vorn_bus_endpoint(const vorn_bus* bus);
 
 /* The folder of ipc:// without one: $XDG_RUNTIME_DIR/vorn, or .vorn in the user's home. Constant text. */
@@ -248,7 +259,7 @@ typedef struct vorn_bus_listed {
 typedef void (*vorn_bus_list_handler)(const vorn_bus_listed* listed, void* context);
 
 /* Calls the handler for each address in ipc's folder, under the prefix on nats' servers or in this process's
- * loop, in ascending order. Addresses of tcp cannot be listed: VORN_BUS_BAD_URL. */
+ * loop, in ascending order. */
 int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* context);
 
 /* ---- watching ----------------------------------------------------------------------------------- */
@@ -262,7 +273,7 @@ typedef struct vorn_bus_watch_options {
     uint32_t size;             /* sizeof(vorn_bus_watch_options) */
     uint32_t queue_bytes;      /* [16 MiB] copies that have not been handled yet */
     const char* url;           /* as in vorn_bus_options; of loop: only the buses of this process are seen */
-    const uint32_t* addresses; /* [all; tcp has no default] whose arrivals to watch */
+    const uint32_t* addresses; /* [all] whose arrivals to watch */
     uint32_t address_count;
     uint32_t reserved; /* 0 */
     vorn_bus_log log;  /* [lines on standard error] */
@@ -312,7 +323,7 @@ static inline vorn_bus_watch_counters vorn_bus_watch_counters_init(void) {
     return counters;
 }
 
-/* Begins to watch. Receivers that open later are seen too, on ipc within a tenth of a second. */
+/* Begins to watch. Receivers that open later are seen too. */
 int32_t vorn_bus_watch_open(const vorn_bus_watch_options* options, vorn_bus_watch** watch);
 
 /* Null is allowed. Not from its handler, and not while other functions use it. */

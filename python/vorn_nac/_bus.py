@@ -172,7 +172,7 @@ class Bus:
             bus.send(2, Nac_SetPortMsg(f0=24, f1=1))
             bus.flush()
 
-    url: "ipc://", "tcp://...", "nats://..." or "loop:"; None: VORN_BUS_URL of the environment, else "loop:".
+    url: "ipc://", "nats://..." or "loop:"; None: VORN_BUS_URL of the environment, else "loop:".
     The options are those of vorn_bus_options, times in seconds; 0 means the default. check: what becomes of damaged
     messages: "flag", they arrive with `damaged`; "drop", they do not arrive; "none", nobody looks. Log lines of the bus go
     to the logger "vorn_nac". One thread at a time may receive, any may send; close when none uses the bus any more.
@@ -272,7 +272,7 @@ class Bus:
 
     @property
     def endpoint(self) -> str:
-        """Where this bus receives, for people: "tcp://127.0.0.1:7002"."""
+        """Where this bus receives, for people: "ipc:///run/user/1/vorn/7.sock"."""
         return str(_library.bus.vorn_bus_endpoint(self._open()).decode())
 
     def fileno(self) -> int:

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/bus/fixture.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -46,37 +43,6 @@ class IpcUrl final : public TestUrl {
     std::filesystem::path folder_;
 };
 
-// Addresses 0 to 15 at ports that were free a moment ago.
-class TcpUrl final : public TestUrl {
-  public:
-    static constexpr int kPorts = 16;
-    std::string url() const override { return "tcp://127.0.0.1:" + std::to_string(base_); }
-
-  private:
-    static int free_base() {
-        for (int tries = 0; tries < 100; ++tries) {
-            const int base =
-                20000 + (static_cast<int>(getpid()) * 97 + tries * 131 + next_++ * kPorts) % 12000;
-            bool all_free = true;
-            for (int port = base; port < base + kPorts && all_free; ++port) all_free = is_free(port);
-            if (all_free) return base;
-        }
-        throw std::runtime_error("no free ports");
-    }
-    static bool is_free(int port) {
-        const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const bool bound = bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-        close(descriptor);
-        return bound;
-    }
-    static inline std::atomic<int> next_ = 0;
-    int base_ = free_base();
-};
-
 #ifdef VORN_TEST_NATS
 class NatsUrl final : public TestUrl {
   public:
@@ -98,10 +64,7 @@ class NatsUrl final : public TestUrl {
 std::vector<std::string> transports() {
     return {
         "loop",
-#ifdef VORN_TEST_ZMQ
         "ipc",
-        "tcp",
-#endif
 #ifdef VORN_TEST_NATS
         "nats",
 #endif
@@ -111,7 +74,6 @@ std::vector<std::string> transports() {
 std::unique_ptr<TestUrl> make_test_url(const std::string& transport) {
     if (transport == "loop") return std::make_unique<LoopUrl>();
     if (transport == "ipc") return std::make_unique<IpcUrl>();
-    if (transport == "tcp") return std::make_unique<TcpUrl>();
 #ifdef VORN_TEST_NATS
     if (transport == "nats") return std::make_unique<NatsUrl>();
 #endif

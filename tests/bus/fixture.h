@@ -27,7 +27,7 @@ class TestUrl {
     virtual std::string url() const = 0;
 };
 
-// "loop", "ipc", "tcp" or "nats", as far as they are built.
+// "loop", "ipc", and "nats" where it is built.
 std::vector<std::string> transports();
 std::unique_ptr<TestUrl> make_test_url(const std::string& transport);
 

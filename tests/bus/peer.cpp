@@ -2,8 +2,9 @@
 // A process to be killed: sends numbered messages, or writes down those that it handles.
 //
 // peer send URL ADDRESS DESTINATION GENERATION COUNT [BATCH] sends records {generation, number}, numbers from
-// 0, again and again where the bus refuses, and prints what became of them. peer receive URL ADDRESS FILE
-// appends eight bytes a record to the file, until SIGTERM.
+// 0, again and again where the bus refuses, and prints what became of them; peer exit ... the same, and ends
+// without a flush or a close. peer receive URL ADDRESS FILE appends eight bytes a record to the file, until
+// SIGTERM.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -67,7 +68,8 @@ int send(char** arguments) {
             return 3;
         }
     }
-    const std::int32_t flushed = vorn_bus_flush(bus, 120000);
+    const bool exits = std::strcmp(arguments[1], "exit") == 0;
+    const std::int32_t flushed = exits ? VORN_BUS_OK : vorn_bus_flush(bus, 120000);
     vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
@@ -77,6 +79,7 @@ int send(char** arguments) {
         generation, next, static_cast<unsigned long long>(refused),
         static_cast<unsigned long long>(counters.lost_batches),
         static_cast<unsigned long long>(counters.unhandled_batches), flushed);
+    if (exits) std::exit(0);  // NOLINT(concurrency-mt-unsafe): that is what is tried
     vorn_bus_close(bus);
     return 0;
 }
@@ -115,6 +118,7 @@ int receive(char** arguments) {
     std::puts("open");
     std::fflush(stdout);
     while (ends == 0) vorn_bus_poll(bus, 50, 0, nullptr);
+    if (vorn_bus_drain(bus, 10000) != VORN_BUS_OK) std::fputs("drain failed\n", stderr);
     vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
     std::printf(
@@ -131,7 +135,8 @@ int receive(char** arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc >= 7 && std::strcmp(argv[1], "send") == 0) return send(argv);
+    if (argc >= 7 && (std::strcmp(argv[1], "send") == 0 || std::strcmp(argv[1], "exit") == 0))
+        return send(argv);
     if (argc == 5 && std::strcmp(argv[1], "receive") == 0) return receive(argv);
     return 2;
 }

@@ -240,7 +240,7 @@ class Record(CaptureTest):
         done = nac("record", "-o", str(self.folder / "no/such/folder"), "--duration", "0.1", bus=self.bus)
         self.assertEqual(done.returncode, 3)
         self.assertIn("No such file", done.stderr)
-        for arguments in (["-o", file], ["-o", file, "--bus", "tcp://127.0.0.1:7000"], ["--bus", self.bus],
+        for arguments in (["-o", file], ["--bus", self.bus],
                           ["-o", "-", "--json", "--bus", self.bus], ["-o", file, "--bus", self.bus, "--where", "f0"],
                           ["-o", file, "--bus", self.bus, "--where", "f99=1"],
                           ["-o", file, "--bus", self.bus, "--type", "Nac_Nothing"],

@@ -48,7 +48,7 @@ class Usage(VerbTest):
         done = nac("send", "--to", "1", "--bus", "ip://", str(SESSION))
         self.assertEqual(done.returncode, 2)
         self.assertIn("nac: opening ip:// at address 0: not a URL of this bus", done.stderr)
-        self.assertIn("; URLs are ipc:// or ipc:///FOLDER, ", done.stderr)
+        self.assertIn("; URLs are ipc:// or ipc:///FOLDER on this machine, ", done.stderr)
 
     def test_a_file_of_another_format(self) -> None:
         with tempfile.TemporaryDirectory() as folder:

@@ -17,8 +17,8 @@ void write_log(const char* text, void* /*context*/) { report_line(text); }
 
 CommandError bus_error(const std::string& doing, std::int32_t result) {
     if (result == VORN_BUS_BAD_URL) {
-        return {kBadUsage, fmt::format("{}: {}; URLs are ipc:// or ipc:///FOLDER, tcp://HOST:PORT, "
-                                       "nats://HOST:PORT, and loop: within a process",
+        return {kBadUsage, fmt::format("{}: {}; URLs are ipc:// or ipc:///FOLDER on this machine, "
+                                       "nats://HOST:PORT between machines, and loop: within a process",
                                        doing, vorn_bus_result_text(result))};
     }
     return {kTrouble, fmt::format("{}: {}", doing, vorn_bus_result_text(result))};
@@ -37,7 +37,7 @@ void require_shared_bus(const std::string& url) {
 
 const char* url_or_null(const std::string& url) { return url.empty() ? nullptr : url.c_str(); }
 
-OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s) {
+OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s, Role role) {
     for (const vorn_catalogue* const catalogue : catalogues()) {
         const std::int32_t registered = vorn_inspect_register_all(catalogue);
         if (registered != 0) throw bus_error("registering the modules", registered);
@@ -49,6 +49,7 @@ OpenBus::OpenBus(const std::string& url, std::uint32_t address, double send_time
     options.address = address;
     options.send_timeout_ms = milliseconds(send_timeout_s);
     options.log = write_log;
+    options.send_only = role == Role::pure_sender ? 1 : 0;
     const std::int32_t result = vorn_bus_open(&options, &bus_);
     if (result != VORN_BUS_OK) {
         throw bus_error(fmt::format("opening {} at address {}", vorn_bus_display_url(options.url), address),
@@ -70,9 +71,15 @@ void OpenBus::on_message(std::function<void(const vorn_bus_message&)> handler) {
 std::uint32_t OpenBus::poll(std::int32_t timeout_ms, std::uint32_t max_batches) {
     std::uint32_t handled = 0;
     const std::int32_t result = vorn_bus_poll(bus_, timeout_ms, max_batches, &handled);
+    check(result);
+    return handled;
+}
+
+void OpenBus::drain(std::int32_t timeout_ms) { check(vorn_bus_drain(bus_, timeout_ms)); }
+
+void OpenBus::check(std::int32_t result) {
     exception_.rethrow();
     if (result != VORN_BUS_OK) throw bus_error("receiving", result);
-    return handled;
 }
 
 vorn_bus_counters OpenBus::counters() const {

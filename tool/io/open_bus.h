@@ -25,8 +25,10 @@ const char* url_or_null(const std::string& url);
 
 class OpenBus {
   public:
-    // Throws CommandError.
-    OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s = 2);
+    // A pure sender takes no address. Throws CommandError.
+    enum class Role : std::uint8_t { receiver, pure_sender };
+    OpenBus(const std::string& url, std::uint32_t address, double send_timeout_s = 2,
+            Role role = Role::receiver);
     ~OpenBus() { vorn_bus_close(bus_); }
     OpenBus(const OpenBus&) = delete;
     OpenBus& operator=(const OpenBus&) = delete;
@@ -36,9 +38,13 @@ class OpenBus {
     void on_message(std::function<void(const vorn_bus_message&)> handler);
     // vorn_bus_poll; returns the number of batches handled. Throws what the handler throws, and CommandError.
     std::uint32_t poll(std::int32_t timeout_ms, std::uint32_t max_batches);
+    // vorn_bus_drain, as poll().
+    void drain(std::int32_t timeout_ms);
     vorn_bus_counters counters() const;
 
   private:
+    void check(std::int32_t result);
+
     vorn_bus* bus_ = nullptr;
     std::function<void(const vorn_bus_message&)> handler_;
     CarriedException exception_;

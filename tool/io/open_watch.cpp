@@ -20,8 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 void add_watch_options(CLI::App& verb, WatchOptions& options) {
     verb.add_option("--bus", options.bus, "URL of the bus; else VORN_BUS_URL");
-    verb.add_option("--address", options.addresses,
-                    "Whose arrivals to watch; all if not given; tcp needs them")
+    verb.add_option("--address", options.addresses, "Whose arrivals to watch; all if not given")
         ->allow_extra_args(false)
         ->transform(bus_address());
     verb.add_option("--count", options.count, "End after this number of messages")
@@ -42,9 +41,6 @@ OpenWatch::OpenWatch(const WatchOptions& options) : options_(options) {
     given.queue_bytes = 32U << 20;
     given.log = [](const char* text, void* /*context*/) { report_line(text); };
     const std::int32_t result = vorn_bus_watch_open(&given, &watch_);
-    if (result == VORN_BUS_BAD_ARGUMENT) {
-        throw CommandError(kBadUsage, fmt::format("{}: name the addresses to watch with --address", url));
-    }
     if (result != VORN_BUS_OK) throw bus_error(fmt::format("watching {}", url), result);
     catch_interrupts();
 }

@@ -93,7 +93,7 @@ void add_bus(CLI::App& command, Chosen& /*chosen*/) { command.require_subcommand
 
 void add_bus_stats(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_bus_stats);
-    verb.add_option("ADDRESS", options.addresses, "Whose; all that are open if not given; tcp needs them")
+    verb.add_option("ADDRESS", options.addresses, "Whose; all that are open if not given")
         ->transform(bus_address());
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_flag("--json", options.json, kJsonHelp);

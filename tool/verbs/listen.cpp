@@ -28,6 +28,8 @@ struct ListenOptions {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::int32_t kDrainMilliseconds = 5000;
+
 void print(const vorn_bus_message& message, bool json, Output& output) {
     const MessageType& type = *find_message_type(message.message_id);  // only its ids are registered
     if (json) {
@@ -78,6 +80,9 @@ ExitCode run_listen(const ListenOptions& options) {
         silent =
             options.timeout_s > 0 && Clock::now() - last > std::chrono::duration<double>(options.timeout_s);
     }
+    // What senders have left that have ended is this process's alone.
+    if (is_interrupted()) bus.drain(kDrainMilliseconds);
+    output.flush();
     const vorn_bus_counters counters = bus.counters();
     report("{} in {} arrived; {} damaged, {} of unknown ids, {} damaged batches or packets, {}",
            counted(arrived, "record"), counted(counters.received_batches, "batch"), counters.damaged_messages,

@@ -26,7 +26,7 @@ struct SendOptions {
     std::vector<std::string> files;  // "-" is standard input
     std::string bus;                 // empty: the usual URL
     std::uint32_t to = 0;
-    std::uint32_t as = 0;
+    std::optional<std::uint32_t> as;  // none: a pure sender
     std::uint64_t target = 0;
     bool batch = false;
     bool json = false;
@@ -39,7 +39,10 @@ using Clock = std::chrono::steady_clock;
 class Sender {
   public:
     explicit Sender(const SendOptions& options)
-        : options_(options), bus_(options.bus, options.as, options.timeout_s), progress_(options.files) {}
+        : options_(options),
+          bus_(options.bus, options.as.value_or(0), options.timeout_s,
+               options.as ? OpenBus::Role::receiver : OpenBus::Role::pure_sender),
+          progress_(options.files) {}
 
     void add(const JsonLine& line) {
         if (records_ && (!options_.batch || &records_->type() != &line.type)) send();
@@ -120,7 +123,9 @@ void add_send(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_send);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
     verb.add_option("--to", options.to, "Address of the receiver")->required()->transform(bus_address());
-    verb.add_option("--as", options.as, "Address of the sender, 0 if not given")->transform(bus_address());
+    verb.add_option("--as", options.as,
+                    "Address that the sender takes; if not given none, and it sends from 0")
+        ->transform(bus_address());
     verb.add_option("--target", options.target, "Target passed on with each message")
         ->transform(whole_number());
     verb.add_option("--bus", options.bus, kBusHelp);

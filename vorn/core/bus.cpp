@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -83,6 +84,8 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     if (result == VORN_BUS_OK) result = made->transport_->open();
     if (result != VORN_BUS_OK) return result;
     made->endpoint_ = made->transport_->endpoint();
+    if (Arrivals* const arrivals = made->transport_->arrivals(); arrivals != nullptr)
+        made->arrivals_ = arrivals;
     bus = std::move(made);
     return result;
 }
@@ -94,9 +97,9 @@ Bus::~Bus() {
     if (transport_ == nullptr) return;
     stop();
     transport_->stop_receiving();
-    inbox_.close();
+    arrivals_->close();
     transport_->drain(within_milliseconds(options_.linger_ms));  // allocates nothing, like all above
-    if (const std::uint64_t left = transport_->batches_on_their_way(); left != 0) {
+    if (const std::uint64_t left = transport_->batches_lost_by_closing(); left != 0) {
         log_.line(left, " batches were on their way when the bus was closed; they count as lost");
     }
     transport_.reset();
@@ -143,15 +146,42 @@ Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32
     Deadline deadline = in_milliseconds(timeout_ms);
     if (!begin_polling(deadline)) return VORN_BUS_BUSY;
     const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
-    handler_failed_ = false;
-    while (handled < max_batches && !handler_failed_) {
-        Delivery* const delivery = inbox_.front(deadline);
-        if (delivery == nullptr) break;
-        handle_delivery(*delivery, max_batches, handled);
-        if (delivery->bytes.empty()) inbox_.pop_front();
-        if (handled != 0) deadline = Deadline();  // only the first is waited for
-    }
+    handle_arrivals(deadline, max_batches, handled);
     return handler_failed_ ? VORN_BUS_HANDLER_FAILED : VORN_BUS_OK;
+}
+
+// Handles what is there when the first batch is found, and not what comes meanwhile: senders could keep it
+// here for ever.
+void Bus::handle_arrivals(Deadline deadline, std::uint32_t most, std::uint32_t& handled) {
+    handler_failed_ = false;
+    bool is_first = true;
+    do {
+        Delivery* const delivery = arrivals_->front(deadline);
+        if (delivery == nullptr) break;
+        if (std::exchange(is_first, false)) {
+            most = static_cast<std::uint32_t>(
+                std::min<std::uint64_t>(most, std::max<std::uint64_t>(arrivals_->batches(), 1)));
+        }
+        handle_delivery(*delivery, most, handled);
+        if (delivery->bytes.empty()) arrivals_->pop_front();
+        deadline = Deadline();  // only the first is waited for
+    } while (handled < most && !handler_failed_);
+    arrivals_->rest();
+}
+
+// With what is in the inbox; what has not come so far stays with its senders or servers.
+Result Bus::drain(std::int32_t timeout_ms) {
+    const Deadline deadline = in_milliseconds(timeout_ms);
+    if (!begin_polling(deadline)) return VORN_BUS_BUSY;
+    const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
+    transport_->stop_receiving();
+    for (bool more = true; more && Clock::now() < deadline;) {
+        std::uint32_t handled = 0;
+        handle_arrivals(Deadline(), UINT32_MAX, handled);
+        if (handler_failed_) return VORN_BUS_HANDLER_FAILED;
+        more = handled != 0;
+    }
+    return arrivals_->batches() == 0 ? VORN_BUS_OK : VORN_BUS_TIMEOUT;
 }
 
 bool Bus::begin_polling(Deadline deadline) {
@@ -190,11 +220,11 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
         delivery.batch_handled();
         delivery.bytes = delivery.bytes.subspan(batch->header().bytes);
         --delivery.batches;
-        inbox_.batches_left(1);
+        arrivals_->batches_left(1);
         ++handled;
     }
     if (delivery.bytes.empty()) {
-        inbox_.batches_left(std::exchange(delivery.batches, 0));
+        arrivals_->batches_left(std::exchange(delivery.batches, 0));
         delivery.finished();
     } else {
         delivery.left_for_later();
@@ -289,7 +319,7 @@ Result Bus::start() {
     const std::lock_guard locked(receiver_lock_);
     if (receiver_.joinable()) return VORN_BUS_BUSY;
     receiver_stops_ = false;
-    inbox_.interrupt(false);
+    arrivals_->interrupt(false);
     receiver_ = start_thread([this] {
         {
             const std::lock_guard polling(polling_lock_);
@@ -313,13 +343,13 @@ Result Bus::stop() {
     if (!receiver_.joinable()) return VORN_BUS_OK;
     if (receiver_.get_id() == std::this_thread::get_id()) return VORN_BUS_BUSY;
     receiver_stops_ = true;
-    inbox_.interrupt(true);
+    arrivals_->interrupt(true);
     receiver_.join();
     {
         const std::lock_guard polling(polling_lock_);
         receiving_ = std::thread::id();
     }
-    inbox_.interrupt(false);
+    arrivals_->interrupt(false);
     return VORN_BUS_OK;
 }
 
@@ -350,7 +380,7 @@ void Bus::read_counters(vorn_bus_counters& counters) const {
     counters.unhandled_batches = transport_ == nullptr ? 0 : transport_->batches_on_their_way();
     counters.received_batches = now(counters_.received_batches);
     counters.received_messages = now(counters_.received_messages);
-    counters.waiting_batches = inbox_.batches();
+    counters.waiting_batches = arrivals_->batches();
     counters.unknown_messages = now(counters_.unknown_messages);
     counters.ignored_messages = now(counters_.ignored_messages);
     counters.damaged = now(counters_.damaged);

@@ -50,9 +50,11 @@ class Bus {
                 std::uint64_t target);
     Result flush(std::int32_t timeout_ms);
     Result poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32_t& handled);
+    Result drain(std::int32_t timeout_ms);
     Result start();
     Result stop();
-    int descriptor() { return inbox_.descriptor(); }
+    int descriptor() { return arrivals_->descriptor(); }
+    void wake() { arrivals_->wake(); }
     void handle(std::uint32_t message_id, vorn_bus_handler handler, void* context);
     void handle_all(vorn_bus_handler handler, void* context);
     void read_counters(vorn_bus_counters& counters) const;
@@ -71,6 +73,7 @@ class Bus {
     Bus(const vorn_bus_options& options, const std::string& prefix);
 
     Result refuse(Result result);
+    void handle_arrivals(Deadline deadline, std::uint32_t most, std::uint32_t& handled);
     bool begin_polling(Deadline deadline);
     void end_polling();
     void handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled);
@@ -83,6 +86,7 @@ class Bus {
     Counters counters_;
     Inbox inbox_;
     std::unique_ptr<Transport> transport_;
+    Arrivals* arrivals_ = &inbox_;  // or the transport's
     std::string endpoint_;
     std::uint64_t lost_at_flush_ = 0;
     std::mutex flush_lock_;

@@ -105,51 +105,35 @@ std::optional<Batch> read_batch(Bytes bytes) {
 }
 
 void write_packet(std::uint8_t* at, const Hello& packet) {
-    Writer(at, Kind::hello) << packet.source << packet.destination << packet.incarnation;
+    Writer(at, Kind::hello) << packet.source << packet.destination << packet.first << packet.batches
+                            << packet.ring_bytes << packet.is_repeated << packet.reserved;
 }
 void write_packet(std::uint8_t* at, const Welcome& packet) {
-    Writer(at, Kind::welcome) << packet.batches << packet.batch_bytes << packet.session << packet.received
-                              << packet.handled;
+    Writer(at, Kind::welcome) << packet.address << packet.batches << packet.batch_bytes << packet.reserved;
 }
 void write_packet(std::uint8_t* at, const Data& packet) {
     Writer(at, Kind::data) << packet.session << packet.first << packet.count << std::uint32_t{0};
 }
-void write_packet(std::uint8_t* at, const Ping& packet) {
-    Writer(at, Kind::ping) << packet.session << packet.sent;
-}
-void write_packet(std::uint8_t* at, const Ack& packet) {
-    Writer(at, Kind::ack) << packet.session << packet.received << packet.handled << packet.sent;
-}
-void write_packet(std::uint8_t* at, const Reset& packet) { Writer(at, Kind::reset) << packet.session; }
-
-void write_packet(std::uint8_t* at, const Goodbye& packet) {
-    Writer(at, Kind::goodbye) << packet.session << packet.received << packet.handled;
-}
-
 void write_packet(std::uint8_t* at, const Watch& packet) {
-    Writer(at, Kind::watch) << packet.watcher << packet.session << packet.seen << packet.window
-                            << std::uint32_t{0};
-}
-void write_packet(std::uint8_t* at, const Watching& packet) {
-    Writer(at, Kind::watching) << packet.watcher << packet.session << packet.taken;
-}
-void write_packet(std::uint8_t* at, const Copy& packet) {
-    Writer(at, Kind::copy) << packet.watcher << packet.session << packet.first << packet.time;
+    Writer(at, Kind::watch) << packet.ring_bytes << packet.reserved;
 }
 
 std::optional<Hello> read_hello(Bytes bytes) {
     if (!is_packet(bytes, Kind::hello, Hello::kBytes)) return std::nullopt;
     Hello packet = {};
-    Reader(bytes) >> packet.source >> packet.destination >> packet.incarnation;
+    Reader(bytes) >> packet.source >> packet.destination >> packet.first >> packet.batches >>
+        packet.ring_bytes >> packet.is_repeated >> packet.reserved;
+    if (packet.first == 0 || packet.batches == 0 || packet.is_repeated > 1 || packet.reserved != 0) {
+        return std::nullopt;
+    }
     return packet;
 }
 
 std::optional<Welcome> read_welcome(Bytes bytes) {
     if (!is_packet(bytes, Kind::welcome, Welcome::kBytes)) return std::nullopt;
     Welcome packet = {};
-    Reader(bytes) >> packet.batches >> packet.batch_bytes >> packet.session >> packet.received >>
-        packet.handled;
-    if (packet.batches == 0 || packet.handled > packet.received) return std::nullopt;
+    Reader(bytes) >> packet.address >> packet.batches >> packet.batch_bytes >> packet.reserved;
+    if (packet.batches == 0 || packet.reserved != 0) return std::nullopt;
     return packet;
 }
 
@@ -161,57 +145,11 @@ std::optional<Data> read_data(Bytes bytes) {
     return packet;
 }
 
-std::optional<Ping> read_ping(Bytes bytes) {
-    if (!is_packet(bytes, Kind::ping, Ping::kBytes)) return std::nullopt;
-    Ping packet = {};
-    Reader(bytes) >> packet.session >> packet.sent;
-    return packet;
-}
-
-std::optional<Ack> read_ack(Bytes bytes) {
-    if (!is_packet(bytes, Kind::ack, Ack::kBytes)) return std::nullopt;
-    Ack packet = {};
-    Reader(bytes) >> packet.session >> packet.received >> packet.handled >> packet.sent;
-    if (packet.handled > packet.received) return std::nullopt;
-    return packet;
-}
-
-std::optional<Reset> read_reset(Bytes bytes) {
-    if (!is_packet(bytes, Kind::reset, Reset::kBytes)) return std::nullopt;
-    Reset packet = {};
-    Reader(bytes) >> packet.session;
-    return packet;
-}
-
-std::optional<Goodbye> read_goodbye(Bytes bytes) {
-    if (!is_packet(bytes, Kind::goodbye, Goodbye::kBytes)) return std::nullopt;
-    Goodbye packet = {};
-    Reader(bytes) >> packet.session >> packet.received >> packet.handled;
-    if (packet.handled > packet.received) return std::nullopt;
-    return packet;
-}
-
 std::optional<Watch> read_watch(Bytes bytes) {
     if (!is_packet(bytes, Kind::watch, Watch::kBytes)) return std::nullopt;
     Watch packet = {};
-    Reader(bytes) >> packet.watcher >> packet.session >> packet.seen >> packet.window >> packet.reserved;
-    if (packet.watcher == 0 || packet.reserved != 0) return std::nullopt;
-    return packet;
-}
-
-std::optional<Watching> read_watching(Bytes bytes) {
-    if (!is_packet(bytes, Kind::watching, Watching::kBytes)) return std::nullopt;
-    Watching packet = {};
-    Reader(bytes) >> packet.watcher >> packet.session >> packet.taken;
-    if (packet.session == 0) return std::nullopt;
-    return packet;
-}
-
-std::optional<Copy> read_copy(Bytes bytes) {
-    if (!is_packet(bytes, Kind::copy, Copy::kBytes)) return std::nullopt;
-    Copy packet = {};
-    Reader(bytes) >> packet.watcher >> packet.session >> packet.first >> packet.time;
-    if (packet.session == 0 || packet.first == 0) return std::nullopt;
+    Reader(bytes) >> packet.ring_bytes >> packet.reserved;
+    if (packet.reserved != 0) return std::nullopt;
     return packet;
 }
 

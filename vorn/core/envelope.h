@@ -39,20 +39,16 @@ inline constexpr std::uint8_t kVersion = 1;
 
 enum class Kind : std::uint8_t {
     batch = 1,
-    hello = 2,      // sender to receiver: here I am
-    welcome = 3,    // receiver to sender: your session
-    data = 4,       // sender to receiver: batches
-    ping = 5,       // sender to receiver: what has arrived?
-    ack = 6,        // receiver to sender: this
-    reset = 7,      // receiver to sender: I do not know your session
-    goodbye = 8,    // receiver to sender: I close, and got as far as this
-    ask = 9,        // anyone to receiver: your counters?
-    counters = 10,  // receiver to anyone: these
-    watch = 11,     // watcher to receiver: copies of what you take, please
-    watching = 12,  // receiver to watcher: the number of batches until now
-    copy = 13       // receiver to watcher: a data packet follows that was taken
+    hello = 2,     // ipc, sender to receiver, with a ring and its doorbell: read this
+    welcome = 3,   // ipc, receiver to whoever connects: what it takes
+    data = 4,      // nats, sender to stream: batches
+    ask = 5,       // anyone to receiver: your counters?
+    counters = 6,  // receiver to anyone: these
+    watch = 7,     // ipc, watcher to receiver, with a ring: copies of what you take, please
+    watching = 8,  // ipc, receiver to watcher: from now on
+    wake = 9       // ipc, receiver to a watcher that sleeps: there is a copy
 };
-inline constexpr Kind kLastKind = Kind::copy;
+inline constexpr Kind kLastKind = Kind::wake;
 
 void put_preamble(std::uint8_t* at, Kind kind);
 
@@ -112,19 +108,22 @@ std::optional<Batch> read_batch(Bytes bytes);
 // ---- packets --------------------------------------------------------------------------------------
 
 struct Hello {
-    static constexpr std::uint32_t kBytes = 24;
+    static constexpr std::uint32_t kBytes = 40;
     std::uint32_t source;
     std::uint32_t destination;
-    std::uint64_t incarnation;  // of the sender: another number each time that it opens the bus
+    std::uint64_t first;        // number of the first batch in the ring
+    std::uint32_t batches;      // that are in the ring at most
+    std::uint32_t ring_bytes;   // of the shared memory
+    std::uint32_t is_repeated;  // 1: the first batch may have been handled before
+    std::uint32_t reserved;     // 0
 };
 
 struct Welcome {
-    static constexpr std::uint32_t kBytes = 40;
-    std::uint32_t batches;      // that the sender may have on their way
+    static constexpr std::uint32_t kBytes = 24;
+    std::uint32_t address;      // of the receiver
+    std::uint32_t batches;      // that a sender may have on their way
     std::uint32_t batch_bytes;  // of the largest batch that is taken
-    std::uint64_t session;      // names sender and receiver in one incarnation of both
-    std::uint64_t received;     // number of the last batch that has arrived, and all before it; 0: none yet
-    std::uint64_t handled;      // the same for batches that have been handled
+    std::uint32_t reserved;     // 0
 };
 
 struct Data {
@@ -135,82 +134,30 @@ struct Data {
     std::uint32_t reserved;  // 0
 };
 
-struct Ping {
-    static constexpr std::uint32_t kBytes = 24;
-    std::uint64_t session;
-    std::uint64_t sent;  // number of the last batch sent before this packet
-};
-
-struct Ack {
-    static constexpr std::uint32_t kBytes = 40;
-    std::uint64_t session;
-    std::uint64_t received;
-    std::uint64_t handled;
-    std::uint64_t
-        sent;  // of the ping that is answered; all-ones: the batch after `received` is missing; 0: neither
-};
-
-struct Reset {
-    static constexpr std::uint32_t kBytes = 16;
-    std::uint64_t session;
-};
-
-struct Goodbye {
-    static constexpr std::uint32_t kBytes = 32;
-    std::uint64_t session;
-    std::uint64_t received;  // no batch after it was taken, or ever will be
-    std::uint64_t handled;   // those between this one and `received` are lost
-};
-
 struct Watch {
-    static constexpr std::uint32_t kBytes = 40;
-    std::uint64_t watcher;   // another number for each watcher and receiver
-    std::uint64_t session;   // of the last answer; 0: none yet
-    std::uint64_t seen;      // number of the last batch that is known of, copied or lost
-    std::uint32_t window;    // bytes of copies that may be on their way; 0: no more copies
+    static constexpr std::uint32_t kBytes = 16;
+    std::uint32_t ring_bytes;
     std::uint32_t reserved;  // 0
 };
 
-struct Watching {
-    static constexpr std::uint32_t kBytes = 32;
-    std::uint64_t watcher;
-    std::uint64_t session;  // begins with the first watch
-    std::uint64_t taken;    // batches since then, copied or not
+// Before each batch in a watcher's ring.
+struct CopyHead {
+    static constexpr std::uint32_t kBytes = 16;
+    std::uint64_t number;  // of the batch, from 1 for this watcher
+    std::uint64_t time;    // nanoseconds since 1970
 };
-
-struct Copy {
-    static constexpr std::uint32_t kBytes = 40;  // and the data packet as a second part
-    std::uint64_t watcher;
-    std::uint64_t session;
-    std::uint64_t first;  // number of the first batch, from 1 within the session
-    std::uint64_t time;   // nanoseconds since 1970 by the receiver's clock
-};
-
-inline constexpr std::uint64_t kBatchIsMissing = UINT64_MAX;
 
 // Each writes kBytes, preamble included.
 void write_packet(std::uint8_t* at, const Hello& packet);
 void write_packet(std::uint8_t* at, const Welcome& packet);
 void write_packet(std::uint8_t* at, const Data& packet);
-void write_packet(std::uint8_t* at, const Ping& packet);
-void write_packet(std::uint8_t* at, const Ack& packet);
-void write_packet(std::uint8_t* at, const Reset& packet);
-void write_packet(std::uint8_t* at, const Goodbye& packet);
 void write_packet(std::uint8_t* at, const Watch& packet);
-void write_packet(std::uint8_t* at, const Watching& packet);
-void write_packet(std::uint8_t* at, const Copy& packet);
 
 // Each reads a packet of its kind and of just its size, Data of at least that. None: it is damaged.
 std::optional<Hello> read_hello(Bytes bytes);
 std::optional<Welcome> read_welcome(Bytes bytes);
 std::optional<Data> read_data(Bytes bytes);
-std::optional<Ping> read_ping(Bytes bytes);
-std::optional<Ack> read_ack(Bytes bytes);
-std::optional<Reset> read_reset(Bytes bytes);
-std::optional<Goodbye> read_goodbye(Bytes bytes);
 std::optional<Watch> read_watch(Bytes bytes);
-std::optional<Watching> read_watching(Bytes bytes);
-std::optional<Copy> read_copy(Bytes bytes);
 
 // Counters travel as preamble, count (u32), a zero u32, and that many u64. A reader takes those it knows.
 inline constexpr std::uint32_t kCountersHeaderBytes = 16;

@@ -38,12 +38,13 @@ bool Inbox::put(std::unique_ptr<Delivery>&& delivery) {
 Delivery* Inbox::front(Deadline deadline) {
     std::unique_lock locked(lock_);
     const auto may_begin = [this] { return !deliveries_.empty() && deliveries_.front()->may_begin(); };
-    const auto ready = [&] { return may_begin() || interrupted_ || closed_; };
+    const auto ready = [&] { return may_begin() || interrupted_ || woken_ || closed_; };
     while (!ready() && Clock::now() < deadline) {
         // Nobody says when the one in front may begin.
         changed_.wait_until(locked,
                             deliveries_.empty() ? deadline : std::min(deadline, Clock::now() + kLookAgain));
     }
+    if (std::exchange(woken_, false) && !may_begin()) return nullptr;
     return interrupted_ || !may_begin() ? nullptr : deliveries_.front().get();
 }
 
@@ -60,6 +61,14 @@ void Inbox::interrupt(bool on) {
     {
         const std::lock_guard locked(lock_);
         interrupted_ = on;
+    }
+    changed_.notify_all();
+}
+
+void Inbox::wake() {
+    {
+        const std::lock_guard locked(lock_);
+        woken_ = true;
     }
     changed_.notify_all();
 }

@@ -6,11 +6,6 @@
 
 #include "vorn/core/transport.h"
 
-#ifdef VORN_WITH_ZMQ
-#define VORN_ZMQ(function) function
-#else
-#define VORN_ZMQ(function) nullptr
-#endif
 #ifdef VORN_WITH_NATS
 #define VORN_NATS(function) function
 #else
@@ -22,8 +17,7 @@ namespace vorn {
 const Scheme* find_scheme(const std::string& url) {
     static constexpr Scheme kSchemes[] = {
         {"loop:", make_loop, ask_loop, watch_loop, list_loop},
-        {"ipc://", VORN_ZMQ(make_ipc), VORN_ZMQ(ask_ipc), VORN_ZMQ(watch_ipc), VORN_ZMQ(list_ipc)},
-        {"tcp://", VORN_ZMQ(make_tcp), VORN_ZMQ(ask_tcp), VORN_ZMQ(watch_tcp), VORN_ZMQ(list_tcp)},
+        {"ipc://", make_ipc, ask_ipc, watch_ipc, list_ipc},
         {"nats://", VORN_NATS(make_nats), VORN_NATS(ask_nats), VORN_NATS(watch_nats), VORN_NATS(list_nats)},
         {"nats+tls://", VORN_NATS(make_nats_tls), VORN_NATS(ask_nats_tls), VORN_NATS(watch_nats_tls),
          VORN_NATS(list_nats_tls)},

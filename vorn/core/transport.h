@@ -57,6 +57,12 @@ class Transport {
 
     virtual std::uint64_t batches_on_their_way() = 0;
 
+    // Those of them that are lost when it is closed now.
+    virtual std::uint64_t batches_lost_by_closing() { return batches_on_their_way(); }
+
+    // What has arrived, where that is not in the inbox.
+    virtual Arrivals* arrivals() { return nullptr; }
+
     // Where it takes batches, for people.
     virtual std::string endpoint() const = 0;
 };
@@ -103,11 +109,6 @@ Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline
                vorn_bus_counters& counters);
 Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found);
-Result make_tcp(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
-Result ask_tcp(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-               vorn_bus_counters& counters);
-Result watch_tcp(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
-Result list_tcp(const std::string& rest, Log& log, std::vector<Listed>& found);
 Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
 Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
