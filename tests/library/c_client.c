@@ -28,6 +28,7 @@ static struct {
 static VORN_IDLResourceCleanFunc resource_clean;
 
 int32_t VORN_RegIDLFuncHook(uint32_t message_id, VORN_IDLUnpackFunc unpack, VORN_IDLFreeFunc free_unpacked) {
+    if (message_id != Nac_SetPortMsg_ID) return 0;
     ++registered.count;
     registered.message_id = message_id;
     registered.unpack = unpack;
