@@ -88,3 +88,8 @@ if(NAC_BUILD_TOOL)
   install(FILES ${NAC_GENERATED}/nac.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   install(FILES ${NAC_GENERATED}/vorn_nac.lua DESTINATION ${NAC_INSTALL_WIRESHARKDIR})
 endif()
+
+# For implementers of the format in other languages.
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/tests/reference/conformance.py DESTINATION ${NAC_INSTALL_DATADIR}/conformance)
+install(FILES ${PROJECT_SOURCE_DIR}/tests/reference/descriptions.jsonl DESTINATION ${NAC_INSTALL_DATADIR}/conformance)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/tests/reference/corpus DESTINATION ${NAC_INSTALL_DATADIR}/conformance)

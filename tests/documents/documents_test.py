@@ -72,7 +72,7 @@ class Sandbox:
         self.root = folder / "root"
         (self.root / "build").mkdir(parents=True)
         (self.root / "build/release").symlink_to(NAC.resolve().parent)
-        for name in ("docs", "examples", "python"):
+        for name in ("docs", "examples", "python", "tests"):
             (self.root / name).symlink_to(ROOT / name)
         for path in (ROOT / "examples").iterdir():
             (self.root / path.name).symlink_to(path)

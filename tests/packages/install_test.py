@@ -92,6 +92,13 @@ class Installed(unittest.TestCase):
         self.assertIn("man3/vorn_bus_open.3", pages)
         self.assertEqual({str(path.relative_to(installed)): path.read_bytes() for path in installed.rglob("*.?")}, pages)
 
+    def test_writers_are_compared_with_the_installed_corpus(self) -> None:
+        nac = self.prefix / "bin/nac"
+        done = subprocess.run([self.one("conformance/conformance.py"), "--writer", f"{nac} encode -", "--image-writer",
+                               f"{nac} encode --layout image -"], capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
+        self.assertRegex(done.stdout, r"\n(\d+) of \1 cases of \d+ types agree\n\Z")
+
     def test_no_file_names_the_build(self) -> None:
         build = os.environ["BUILD"].encode()
         for path in self.prefix.rglob("*"):
