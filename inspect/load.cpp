@@ -44,6 +44,7 @@ const vorn_catalogue* load(const std::string& given, BoundedText& why) {
     }
     void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): in glibc each thread has its own
         why.add(file.c_str(), " cannot be loaded: ", dlerror(), "; ", kMade);
         return nullptr;
     }

@@ -33,6 +33,7 @@ const vorn_catalogue& load_catalogue(const std::string& file) {
 
 void load_catalogues(const std::vector<std::string>& files) {
     std::vector<const vorn_catalogue*> loaded;
+    loaded.reserve(files.size());
     for (const std::string& file : files) loaded.push_back(&load_catalogue(file));
     chosen_catalogues() = loaded;
 }
