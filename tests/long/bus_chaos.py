@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Three hosts, each a network namespace with a server of a NATS cluster. One sends numbered messages to another, while
-# servers and the receiver are killed and the sender's host is cut off, at random times. Nothing may be lost, come twice
+# servers and the receiver are killed and hosts are cut off with their servers, at random times. Nothing may be lost, come twice
 # or out of order.
 #
 # All of it runs in namespaces of its own for network, mounts and processes, which end with it. PEER names the program
@@ -147,10 +147,12 @@ class Chaos:
         time.sleep(self.random.uniform(0, 0.3))
         self.start_receiver()
 
-    def cut_the_sender(self) -> None:
-        run("ip", "link", "set", f"port{SENDER_HOST}", "down")
-        time.sleep(self.random.uniform(0.2, 2))
-        run("ip", "link", "set", f"port{SENDER_HOST}", "up")
+    def cut_a_host(self) -> None:
+        """With the leader, with the sender, or with the receiver, for longer than its lease."""
+        host = self.random.choice(HOSTS)
+        run("ip", "link", "set", f"port{host}", "down")
+        time.sleep(self.random.uniform(0.2, 6))
+        run("ip", "link", "set", f"port{host}", "up")
 
     def is_replicated(self) -> bool:
         """Any one server can be killed: the others hold all that the receiver's stream and consumer hold.
@@ -165,8 +167,8 @@ class Chaos:
     def harm(self) -> None:
         """One kill, at a random share of the messages; all servers hold everything again before the next."""
         action = self.random.choice([self.kill_a_server, self.kill_a_server, self.kill_the_receiver,
-                                     self.kill_the_receiver, self.cut_the_sender])
-        self.kills[{"kill_a_server": "server", "kill_the_receiver": "receiver", "cut_the_sender": "cut"}[action.__name__]] += 1
+                                     self.kill_the_receiver, self.cut_a_host])
+        self.kills[{"kill_a_server": "server", "kill_the_receiver": "receiver", "cut_a_host": "cut"}[action.__name__]] += 1
         action()
         wait_until("all servers up to date", self.is_replicated, 90)
 
@@ -200,7 +202,7 @@ class Chaos:
         doubled = len(numbers) - len(seen)
         disorder = sum(1 for before, after in zip(numbers, numbers[1:]) if after <= before)
         print(f"count: {report['accepted']} messages, {sum(self.kills.values())} kills ({self.kills['server']} of servers, "
-              f"{self.kills['receiver']} of the receiver, {self.kills['cut']} cuts of the sender) in {seconds:.0f} s, with a "
+              f"{self.kills['receiver']} of the receiver, {self.kills['cut']} cuts of a host) in {seconds:.0f} s, with a "
               f"send_timeout_ms of 2000: {max(lost, 0)} lost, {doubled} doubled, {disorder} out of order; the sender was "
               f"refused {report['refused']} times, and counts {report['lost_batches']} batches as lost", flush=True)
         return ((report["accepted"], lost, doubled, disorder) == (self.messages, 0, 0, 0)
@@ -208,7 +210,7 @@ class Chaos:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description="Kills servers and the receiver of a NATS cluster, and cuts the sender off.")
+    parser = argparse.ArgumentParser(description="Kills servers and the receiver of a NATS cluster, and cuts hosts off.")
     parser.add_argument("--messages", type=int, default=20_000)
     parser.add_argument("--batch", type=int, default=10)
     parser.add_argument("--kills", type=int, default=6)

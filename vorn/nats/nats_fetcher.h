@@ -22,9 +22,6 @@ namespace vorn {
 
 struct NatsHandling;
 
-// How long a question to the stream may take, and so how long closing may wait for one.
-jsOptions short_wait();
-
 class NatsFetcher {
   public:
     // Refers to what it is given, and runs until it is destroyed. `catches_up` is set from outside when the

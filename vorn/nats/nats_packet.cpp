@@ -9,24 +9,24 @@
 namespace vorn {
 namespace {
 
+constexpr int kUnnamedError = 1;
+
 // {"stream":"vorn-2","seq":12} or {"error":{"err_code":10054,...},"seq":0,...}. No tree is made of it: trees
 // allocate when they go.
 class AnswerReader final : public nlohmann::json_sax<nlohmann::json> {
   public:
-    static constexpr int kUnnamed = 1;
-    std::uint64_t position = 0;
-    int error = 0;
+    NatsAnswer answer() const { return error_ == 0 ? NatsAnswer{position_, 0} : NatsAnswer{0, error_}; }
 
     bool key(string_t& name) override {
         if (depth_ == 1) is_error_ = name == "error";
-        if (depth_ == 1 && is_error_) error = kUnnamed;
+        if (depth_ == 1 && is_error_) error_ = kUnnamedError;
         is_position_ = depth_ == 1 && name == "seq";
         is_code_ = depth_ == 2 && is_error_ && name == "err_code";
         return true;
     }
     bool number_unsigned(number_unsigned_t number) override {
-        if (is_position_) position = number;
-        if (is_code_ && number != 0 && number <= INT32_MAX) error = static_cast<int>(number);
+        if (is_position_) position_ = number;
+        if (is_code_ && number != 0 && number <= INT32_MAX) error_ = static_cast<int>(number);
         return true;
     }
     bool start_object(std::size_t /*size*/) override { return ++depth_ < kDeepest; }
@@ -46,6 +46,8 @@ class AnswerReader final : public nlohmann::json_sax<nlohmann::json> {
 
   private:
     static constexpr int kDeepest = 8;
+    std::uint64_t position_ = 0;
+    int error_ = 0;
     int depth_ = 0;
     bool is_error_ = false;
     bool is_position_ = false;
@@ -96,8 +98,8 @@ std::optional<std::uint64_t> read_stream_number(std::string_view acknowledge_to)
 
 NatsAnswer read_answer(std::string_view json) {
     AnswerReader reader;
-    if (!nlohmann::json::sax_parse(json, &reader)) return {0, AnswerReader::kUnnamed};
-    return reader.error == 0 ? NatsAnswer{reader.position, 0} : NatsAnswer{0, reader.error};
+    if (!nlohmann::json::sax_parse(json, &reader)) return {0, kUnnamedError};
+    return reader.answer();
 }
 
 }  // namespace vorn
