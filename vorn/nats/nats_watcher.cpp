@@ -2,9 +2,9 @@
 // Watching nats:. Whoever subscribes to the batches' subjects sees what is published there, without a part in
 // the streams.
 #include <atomic>
-#include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -64,21 +64,20 @@ class NatsWatcher final : public Watcher {
 
     static void on_message(natsConnection* /*connection*/, natsSubscription* /*subscription*/,
                            natsMsg* message, void* self) {
-        NatsMessage taken(message);
-        try {
-            of(self).take(std::move(taken));
-        } catch (const std::exception&) {  // out of memory
-            count(of(self).own_.counters.lost_batches);
-        }
+        of(self).take(NatsMessage(message));
     }
     void take(NatsMessage message) {
         const auto packet = read_nats_packet(bytes_of(message));
-        if (packet) {
-            const std::lock_guard locked(lock_);
-            if (!seen_.add(*packet)) return;
-            if (bytes_of(message).size() == NatsPacket::kBytes) return;  // a void
+        try {
+            if (packet) {
+                const std::lock_guard locked(lock_);
+                if (!seen_.add(*packet)) return;
+                if (bytes_of(message).size() == NatsPacket::kBytes) return;  // a void
+            }
+            own_.queue.put(std::make_unique<NatsCopies>(std::move(message), packet));
+        } catch (const std::bad_alloc&) {
+            count(own_.counters.lost_batches, packet ? packet->count : 1);
         }
-        own_.queue.put(std::make_unique<NatsCopies>(std::move(message), packet));
     }
 
     const NatsUrl url_;
