@@ -123,14 +123,14 @@ class CleanRoot:
         here = pathlib.Path(__file__).resolve().parent
         target = self.root / "tmp/consumers"
         target.mkdir()
-        for script in ("consumers.py", "own_package.py"):
+        for script in ("consumers.py", "own_package.py", "two_versions.py"):
             shutil.copy(here / script, target)
         shutil.copytree(here / "consumer", target / "consumer")
         printed = self.inside("python3 /tmp/consumers/consumers.py", "nobody")
         return printed.replace("count: ", "").replace("\n", "; ").rstrip("; ")
 
     def own_package(self) -> str:
-        printed = self.inside("python3 /tmp/consumers/own_package.py --drivers", "nobody")
+        printed = self.inside("python3 /tmp/consumers/own_package.py --drivers && python3 /tmp/consumers/two_versions.py", "nobody")
         return printed.replace("lease, ", "").replace("\n", "; ").rstrip("; ")
 
     def tool(self) -> str:
@@ -139,6 +139,10 @@ class CleanRoot:
         self.expect("nac types --json | wc -l", str(len(messages)))
         return self.expect(f"nac exchange {SESSION} | tail -n 1", "29 records of 25 types: 29 arrived from single sends, 29 from "
                            "25 batches; 0 differ, 0 log lines, 0 arrays not freed")
+
+    def conformance(self) -> str:
+        return self.inside("python3 /usr/share/vorn_nac/conformance/conformance.py --writer 'nac encode -' "
+                           "--image-writer 'nac encode --layout image -'", "nobody").splitlines()[-1]
 
     def two_processes(self) -> str:
         self.expect(TWO_PROCESSES + " | grep -x 29", "29")
@@ -215,7 +219,8 @@ def main() -> int:
             return 2
         steps: list[tuple[str, Callable[[], str]]] = [
             ("a clean Debian 12", clean.make), ("install the packages", clean.install),
-            ("consumers", clean.consumers), ("a package of one's own", clean.own_package), ("the tool", clean.tool), ("two processes", clean.two_processes),
+            ("consumers", clean.consumers), ("a package of one's own", clean.own_package), ("the tool", clean.tool),
+            ("conformance", clean.conformance), ("two processes", clean.two_processes),
             ("completions", clean.completions), ("Wireshark", clean.wireshark),
             ("documents and tests", clean.sources), ("the tutorial", clean.tutorial), ("Python", clean.python),
             ("the manual", clean.manual), ("remove everything", clean.remove)]
