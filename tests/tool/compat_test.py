@@ -242,6 +242,12 @@ class Compat(VerbTest):
                 self.assertEqual((done.returncode, done.stdout), (2, ""), text[:80])
                 self.assertIn(complaint, done.stderr)
 
+    def test_a_file_that_cannot_be_read_is_3(self) -> None:
+        good = self.file("good", described("Demo_Lease: u32"))
+        for name in ("/nowhere/file", "/nowhere/libvorn_demo_catalogue.so"):
+            for files in ([name], [good, name]):
+                self.assert_complains(nac("compat", *files), 3, name)
+
     def test_tables_that_hold_each_other_come_to_an_end(self) -> None:
         old = described("Demo_Lease: Demo_Row\n(Demo_Row): u32 [Demo_Lease]")
         new = described("Demo_Lease: Demo_Row u8\n(Demo_Row): u32 [Demo_Lease]")
