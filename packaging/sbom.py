@@ -16,7 +16,7 @@ import uuid
 
 # Build dependencies that are headers only, and end up in the files of a package.
 COMPILED_INTO = {"vorn-nac-tools": ["libcli11-dev", "nlohmann-json3-dev"],
-                 "libvorn-nac-inspect1": ["nlohmann-json3-dev"]}
+                 "libvorn-bus1": ["nlohmann-json3-dev"], "libvorn-nac-inspect1": ["nlohmann-json3-dev"]}
 COMPILERS = ["g++", "binutils"]
 
 

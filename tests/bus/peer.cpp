@@ -3,8 +3,8 @@
 //
 // peer send URL ADDRESS DESTINATION GENERATION COUNT [BATCH] sends records {generation, number}, numbers from
 // 0, again and again where the bus refuses, and prints what became of them; peer exit ... the same, and ends
-// without a flush or a close. peer receive URL ADDRESS FILE appends eight bytes a record to the file, until
-// SIGTERM.
+// without a flush or a close. peer receive URL ADDRESS FILE [marks] appends eight bytes a record to the file,
+// until SIGTERM.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -87,6 +87,7 @@ int send(char** arguments) {
 // What is written by then; a message that may have been handled before is looked for in it.
 struct Journal {
     int file = -1;
+    bool marks = false;
     bool holds(const std::array<std::uint32_t, 2>& record) const {
         std::array<std::uint32_t, 2> last = {};
         const off_t end = lseek(file, 0, SEEK_END);
@@ -102,6 +103,7 @@ int receive(char** arguments) {
     action.sa_handler = [](int) { ends = 1; };
     sigaction(SIGTERM, &action, nullptr);
     Journal journal;
+    journal.marks = arguments[5] != nullptr;
     journal.file = ::open(arguments[4], O_CREAT | O_RDWR | O_APPEND | O_CLOEXEC, 0600);
     if (journal.file < 0 || nac_fwm_port_recv_init() != 0) return 3;
     vorn_bus* const bus = open_bus(arguments[2], arguments[3]);
@@ -110,8 +112,9 @@ int receive(char** arguments) {
         [](const vorn_bus_message* message, void* context) {
             const auto& to = *static_cast<const Journal*>(context);
             const auto& port = *static_cast<const Nac_SetPortMsg*>(message->record);
-            const std::array<std::uint32_t, 2> record = {port.f0, port.f1};
-            if ((message->flags & VORN_BUS_REPEATED) != 0 && to.holds(record)) return;
+            const bool repeated = (message->flags & VORN_BUS_REPEATED) != 0;
+            const std::array<std::uint32_t, 2> record = {repeated && to.marks ? ~port.f0 : port.f0, port.f1};
+            if (repeated && !to.marks && to.holds(record)) return;
             if (write(to.file, record.data(), sizeof record) != 8) _exit(3);
         },
         &journal);
@@ -137,6 +140,6 @@ int receive(char** arguments) {
 int main(int argc, char** argv) {
     if (argc >= 7 && (std::strcmp(argv[1], "send") == 0 || std::strcmp(argv[1], "exit") == 0))
         return send(argv);
-    if (argc == 5 && std::strcmp(argv[1], "receive") == 0) return receive(argv);
+    if ((argc == 5 || argc == 6) && std::strcmp(argv[1], "receive") == 0) return receive(argv);
     return 2;
 }

@@ -209,12 +209,53 @@ class Chaos:
                 and (report["lost_batches"], report["left"], report["flush"]) == (0, 0, 0))
 
 
+class Takeover(Chaos):
+    """The receiver's host is cut off, and another host takes its address, without its journal. What the first handled and
+    could not acknowledge may come to the second, but marked; after the second has begun, the first handles no more than
+    the batch in its hands."""
+
+    def numbers(self, file: pathlib.Path) -> "list[tuple[bool, int]]":
+        """For each message that was handled, whether it was marked, and its number."""
+        found = struct.iter_unpack("<II", file.read_bytes()) if file.exists() else []
+        return [(generation != 0, number) for generation, number in found]
+
+    def execute(self) -> bool:
+        self.servers = [Server(host, self.folder) for host in HOSTS]
+        self.start_receiver()
+        self.receiver.stdout.readline()
+        wait_until("all servers up to date", self.is_replicated)
+        sender = self.peer(SENDER_HOST, "send", self.url, 1, 2, 0, self.messages, self.batch)
+        wait_until("messages", lambda: self.arrived() >= self.messages / 4)
+        run("ip", "link", "set", f"port{RECEIVER_HOST}", "down")
+        second_file = self.folder / "second"
+        url = self.url.replace("/state", "/another")
+        second = self.peer(HOSTS[2], "receive", url, 2, second_file, "marks")
+        wait_until("the second receiver's begin", lambda: self.numbers(second_file), 90)
+        before = self.numbers(self.received)
+        run("ip", "link", "set", f"port{RECEIVER_HOST}", "up")
+        sender.communicate(timeout=300)
+        seen = {number for _, number in before}
+        wait_until("the last messages", lambda: len(seen | {n for _, n in self.numbers(second_file)}) >= self.messages, 90)
+        time.sleep(5)  # for what the first might handle once it is back
+        late = len(self.numbers(self.received)) - len(before)
+        for process in (self.receiver, second):
+            process.terminate()
+            process.communicate(timeout=30)
+        handled = self.numbers(second_file)
+        unmarked = sum(1 for marked, number in handled if not marked and number in seen)
+        marked = sum(1 for mark, number in handled if mark and number in seen)
+        print(f"takeover: {self.messages} messages: {marked} came to both receivers with a mark, {unmarked} without one; the "
+              f"first handled {late} after the second had begun", flush=True)
+        return unmarked == 0 and late <= self.batch and self.messages == len(seen | {n for _, n in handled})
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(description="Kills servers and the receiver of a NATS cluster, and cuts hosts off.")
     parser.add_argument("--messages", type=int, default=20_000)
     parser.add_argument("--batch", type=int, default=10)
     parser.add_argument("--kills", type=int, default=6)
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--takeover", action="store_true", help="cut the receiver off, and start another elsewhere")
     parser.add_argument("--keep", action="store_true", help="leave the folder with all logs")
     options = parser.parse_args()
     if INSIDE not in os.environ:
@@ -223,7 +264,8 @@ def main() -> int:
     well = False
     try:
         make_hosts()
-        well = Chaos(options.messages, options.batch, options.kills, options.seed, folder).execute()
+        scenario = Takeover if options.takeover else Chaos
+        well = scenario(options.messages, options.batch, options.kills, options.seed, folder).execute()
     finally:
         if well and not options.keep:
             shutil.rmtree(folder)

@@ -21,6 +21,7 @@ build debug first_use_test
 python3 tests/long/helgrind.py
 say "a NATS cluster under kills"
 PEER="$PWD/build/release/tests/bus/bus_peer" python3 tests/long/bus_chaos.py --messages 1000000 --batch 20 --kills 100
+PEER="$PWD/build/release/tests/bus/bus_peer" python3 tests/long/bus_chaos.py --messages 200000 --takeover
 say "compilers"
 python3 tests/long/compilers.py
 for machine in aarch64 s390x; do
