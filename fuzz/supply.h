@@ -62,6 +62,8 @@ class Supply {
         return static_cast<T>(value);
     }
 
+    bool is_empty() const { return left_ == 0; }
+
     // All that is left, in an allocation of just this size.
     std::vector<std::uint8_t> rest() {
         std::vector<std::uint8_t> bytes(next_, next_ + left_);
