@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Promise: whatever a peer writes into the memory that it shares, the other end stays within it and within its
-// own limits; where nobody does, records come out as they went in, each once, through any number of readers.
+// Promise: whatever a peer writes into the memory that it shares, the other end stays within it and within
+// its own limits; where nobody does, records come out as they went in, each once, through any number of
+// readers.
 //
 // Input: the ring's size, then steps: write, read, move on to a next reader, or change some of the memory.
 #include "vorn/ipc/ring.h"
@@ -63,8 +64,9 @@ class Link {
         std::uint32_t bytes = 0;
         const RingReader::Found found = reader_.find(bytes);
         if (!is_changed_) {
-            fuzz::promise(found == (written_.empty() ? RingReader::Found::nothing : RingReader::Found::record),
-                          "what was written is found");
+            fuzz::promise(
+                found == (written_.empty() ? RingReader::Found::nothing : RingReader::Found::record),
+                "what was written is found");
         }
         if (found != RingReader::Found::record) return;
         fuzz::promise(bytes <= largest_, "a record has no more bytes than the reader takes");

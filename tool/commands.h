@@ -54,6 +54,7 @@ using Chosen = std::function<ExitCode()>;
     VERB(send, "send", "Bus", "Send records to an address of the bus")                                     \
     VERB(listen, "listen", "Bus", "Print the records that arrive at an address")                           \
     VERB(bus, "bus", "Bus", "Ask the bus")                                                                 \
+    VERB(bus_list, "bus list", "Bus", "Print the addresses in use, and what waits at each")                \
     VERB(bus_stats, "bus stats", "Bus", "Print the counters of open buses")                                \
     VERB(doctor, "doctor", "Bus",                                                                          \
          "Print which host services and which bus a process gets, and whether an address is free")         \

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "tool/io/carried_exception.h"
+#include "tool/io/bus_addresses.h"
 #include "tool/io/open_bus.h"
 #include "tool/message/record_json.h"
 #include "tool/show/shown.h"
@@ -39,27 +39,12 @@ std::vector<std::pair<const char*, std::uint64_t>> by_name(const vorn_bus_counte
             {"damaged_messages", counters.damaged_messages}};
 }
 
-// The addresses at which a bus is open.
 std::vector<std::uint32_t> open_addresses(const char* url) {
-    struct Found {
-        std::vector<std::uint32_t> addresses;
-        CarriedException exception;
-    } found;
-    const std::int32_t result = vorn_bus_list(
-        url,
-        [](const vorn_bus_listed* listed, void* context) {
-            auto& [addresses, exception] = *static_cast<Found*>(context);
-            if (listed->is_open != 0)
-                exception.call([&all = addresses, listed] { all.push_back(listed->address); });
-        },
-        &found);
-    found.exception.rethrow();
-    const std::string listing = fmt::format("listing the addresses of {}", vorn_bus_display_url(url));
-    if (result == VORN_BUS_BAD_URL) {
-        throw CommandError(kBadUsage, fmt::format("{}: {}", listing, vorn_bus_result_text(result)));
+    std::vector<std::uint32_t> addresses;
+    for (const BusAddress& at : bus_addresses(url)) {
+        if (at.is_open) addresses.push_back(at.address);
     }
-    if (result != VORN_BUS_OK) throw bus_error(listing, result);
-    return found.addresses;
+    return addresses;
 }
 
 ExitCode run_bus_stats(const BusStatsOptions& options) {
