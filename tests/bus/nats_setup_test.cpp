@@ -241,13 +241,15 @@ class NatsPermissions : public NatsSetup {
         const char* seed;
         const char* key;
     };
-    static constexpr std::array<Key, 3> kKeys = {
+    static constexpr std::array<Key, 4> kKeys = {
         {{"sender", "SUAACUOLXIS2WASPPA5UVWXARY4LMXPD7TONWV2A7MCBJGNI5XKFS7E2K4",
           "UCQKWKNLJJCHXKVXV5D7ETXMIY2BDL2IRUMUBFHALUMLALWO2RGY3LXI"},
          {"receiver", "SUAIM4KEITZ7SM5AB4QRHL6HUAVV5ILVN4FEDYYZB2M25IKZI5F2G5FSDQ",
           "UB3BLI3KKNVPX7N36PIHPWOAL3DERDCRGIFEWXY3IJ3AAXBVFNRVJLVT"},
          {"watcher", "SUAJTTZPPX25C7DOIBBZ57PGRFQXUY6U3XIPABJB7ONRRZWQS7LNNRTN3U",
-          "UBGT7TDCJBPPOQAO6OHRKR5AIJHSKGJJFUXCTZU4F7WTXFQ3WEQQANOW"}}};
+          "UBGT7TDCJBPPOQAO6OHRKR5AIJHSKGJJFUXCTZU4F7WTXFQ3WEQQANOW"},
+         {"bus", "SUAE5XAHXSKW3Y6OHNFOQI3G7RLR57FGVHEGRIROMABSRJGKMFWG7FWHVE",
+          "UAMEZ2YOM7FPKE5LGEK3ZYWUZYVBW62HTKX26SPEZUHL24W3IEYNYHSZ"}}};
     NatsServer files_;
     std::unique_ptr<NatsServer> server_;
     std::string folder_;
@@ -279,6 +281,13 @@ TEST_F(NatsPermissions, EachRoleHasWhatItNeeds) {
     EXPECT_TRUE(receiver->poll_until(101));
     EXPECT_EQ(in_one(receiver->log()), "");
     EXPECT_EQ(in_one(sender.log()), "");
+    const Given of_bus("VORN_NATS_NKEY", key("bus"));
+    std::uint32_t open = 0;
+    const auto listed = [](const vorn_bus_listed* found, void* context) {
+        if (found->address == kReceiver) *static_cast<std::uint32_t*>(context) = found->is_open;
+    };
+    EXPECT_EQ(vorn_bus_list(url().c_str(), listed, &open), VORN_BUS_OK);
+    EXPECT_EQ(open, 1U);
     vorn_bus_counters counters = vorn_bus_counters_init();
     EXPECT_EQ(vorn_bus_ask_counters(url().c_str(), kReceiver, 2000, &counters), VORN_BUS_OK);
     EXPECT_EQ(counters.received_batches, 101U);

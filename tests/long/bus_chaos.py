@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Three hosts, each a network namespace with a server of a NATS cluster. One sends numbered messages to another, while
-# servers and the receiver are killed and hosts are cut off with their servers, at random times. Nothing may be lost, come twice
-# or out of order.
+# servers and the receiver are killed and hosts are cut off with their servers, at random times. Nothing may be lost,
+# come twice or out of order.
 #
 # All of it runs in namespaces of its own for network, mounts and processes, which end with it. PEER names the program
 # that sends and receives.
