@@ -77,6 +77,16 @@ struct LongerRows {
     std::uint32_t f0_count;
     LongerRow* f0;
 };
+struct Holder {
+    std::uint32_t f0;
+    Row f1;
+    std::uint32_t f2;
+};
+struct LongerHolder {
+    std::uint32_t f0;
+    LongerRow f1;
+    std::uint32_t f2;
+};
 struct Bytes6 {
     std::uint8_t f0[6];
 };
@@ -119,6 +129,8 @@ DESCRIBE(Wider, "Demo_Lease", Field<&R::f0>, Field<&R::f1>);
 DESCRIBE(OtherLength, "Demo_Lease", Field<&R::f0>, Field<&R::f1>);
 DESCRIBE(Rows, "Demo_Rows", Vector<&R::f0_count, &R::f0>);
 DESCRIBE(LongerRows, "Demo_Rows", Vector<&R::f0_count, &R::f0>);
+DESCRIBE(Holder, "Demo_Holder", Field<&R::f0>, Field<&R::f1>, Field<&R::f2>);
+DESCRIBE(LongerHolder, "Demo_Holder", Field<&R::f0>, Field<&R::f1>, Field<&R::f2>);
 DESCRIBE(Bytes6, "Demo_Bytes", Field<&R::f0>);
 DESCRIBE(AnyBytes, "Demo_Bytes", Vector<&R::f0_count, &R::f0>);
 DESCRIBE(Words, "Demo_Words", Vector<&R::f0_count, &R::f0>);
@@ -224,6 +236,24 @@ TEST(AppendedFields, OfTablesInVectorsAreSkippedAndReadAsZero) {
     ASSERT_EQ(new_reader.outcome, Outcome::whole);
     EXPECT_EQ(new_reader.record.f0[1].f0, 4U);
     EXPECT_EQ(new_reader.record.f0[1].f2, 0);
+}
+
+TEST(AppendedFields, OfNestedTablesAreSkippedAndReadAsZeroInBothLayouts) {
+    const LongerHolder longer = {1, {2, 3, 4}, 5};
+    for (const Bytes& bytes : {packed(longer), image_of(longer)}) {
+        const Received<Holder> old_reader(bytes);
+        EXPECT_EQ(old_reader.outcome, Outcome::whole);
+        EXPECT_EQ(old_reader.record.f1.f1, 3);
+        EXPECT_EQ(old_reader.record.f2, 5U);
+    }
+    const Holder holder = {1, {2, 3}, 5};
+    for (const Bytes& bytes : {packed(holder), image_of(holder)}) {
+        const Received<LongerHolder> new_reader(bytes);
+        EXPECT_EQ(new_reader.outcome, Outcome::whole);
+        EXPECT_EQ(new_reader.record.f1.f1, 3);
+        EXPECT_EQ(new_reader.record.f1.f2, 0);
+        EXPECT_EQ(new_reader.record.f2, 5U);
+    }
 }
 
 TEST(FieldsRemovedAtTheEnd, LoseTheirValuesAndNothingElse) {
