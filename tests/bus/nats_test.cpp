@@ -371,6 +371,29 @@ TEST_F(Nats, ASendReturnsBeforeTheStreamAnswersAndAFlushAfterIt) {
     for (std::uint32_t i = 0; i < 500; ++i) ASSERT_EQ(receiver.arrived()[i].port().f0, i);
 }
 
+// Nobody can take it any more: it is lost, and a void in its stead lets the next ones arrive.
+TEST_F(Nats, ABatchForWhichItsNextReceiverIsTooSmallIsLostAlone) {
+    NatsServer server;
+    TestBus sender(url_of(server), kSender);
+    const std::vector<Nac_SetPortMsg> many(2000, {1, 2});
+    {
+        TestBus receiver(url_of(server), kReceiver);
+        ASSERT_EQ(sender.send(kReceiver, many), 0U);
+        ASSERT_TRUE(receiver.poll_until(many.size()));
+    }
+    TestBus receiver(url_of(server), kReceiver, [](vorn_bus_options& options) { options.batch_bytes = 100; });
+    ASSERT_EQ(receiver.opened(), VORN_BUS_OK);
+    ASSERT_EQ(sender.send(kReceiver, many), 0U);  // by the limits of before
+    ASSERT_EQ(sender.send(kReceiver, {3, 4}), 0U);
+    EXPECT_EQ(vorn_bus_flush(sender.get(), 10000), VORN_BUS_LOST);
+    EXPECT_EQ(sender.counters().lost_batches, 1U);
+    ASSERT_EQ(sender.log().size(), 1U);
+    EXPECT_EQ(sender.log()[0],
+              "vorn 1: 1 batches to vorn.batches.2 are lost: the server takes no message of their size");
+    ASSERT_TRUE(receiver.poll_until(1));
+    EXPECT_EQ(receiver.arrived()[0].port().f0, 3U);
+}
+
 // It takes no address: so two of one number do not disturb each other, and nobody sends to them.
 TEST_F(Nats, SendersWithoutAnAddressNeedNoStream) {
     NatsServer server;
@@ -399,6 +422,11 @@ TEST_F(Nats, WhatTheServerForgetsTheReceiverFinds) {
     ASSERT_TRUE(receiver.poll_until(5));
     for (std::uint32_t i = 0; i < 5; ++i) EXPECT_EQ(receiver.arrived()[i].port().f0, i);
     EXPECT_TRUE(eventually([&] { return client.stored() == 0; }));
+    EXPECT_TRUE(eventually([&] {
+        const auto log = receiver.log();
+        return !log.empty() && log[0].find("had forgotten the consumer of stream vorn-2; it is made again") !=
+                                   std::string::npos;
+    }));
 }
 
 TEST_F(Nats, AStreamThatIsMadeAnewIsReadFromItsBeginning) {

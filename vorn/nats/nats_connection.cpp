@@ -89,7 +89,7 @@ std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls) {
 }
 
 std::string limits_text(const Limits& limits) {
-    return "VORN 1: batches=" + std::to_string(limits.batches) + " bytes=" + std::to_string(limits.bytes) +
+    return "VORN 2: batches=" + std::to_string(limits.batches) + " bytes=" + std::to_string(limits.bytes) +
            " batch_bytes=" + std::to_string(limits.batch_bytes);
 }
 
@@ -106,7 +106,7 @@ std::optional<Limits> read_limits(const char* text) {
     };
     Limits limits = {};
     // Written by a receiver of this version; of a later one, more may follow.
-    if (!take("VORN 1: batches=", limits.batches) || !take(" bytes=", limits.bytes) ||
+    if (!take("VORN 2: batches=", limits.batches) || !take(" bytes=", limits.bytes) ||
         !take(" batch_bytes=", limits.batch_bytes)) {
         return std::nullopt;
     }
