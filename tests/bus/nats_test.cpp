@@ -312,7 +312,8 @@ TEST_F(Nats, AReceiverThatWasCutOffIsFenced) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
     ASSERT_EQ(vorn_bus_flush(sender.get(), 10000), VORN_BUS_OK);
-    server.kill();  // it forgets who was connected
+    std::this_thread::sleep_for(1s);  // it writes what it has delivered
+    server.kill();                    // it forgets who was connected
     server.start();
     const std::string elsewhere =
         "nats://127.0.0.1:" + std::to_string(server.port()) + "?state=" + server.folder() + "/another";
