@@ -131,8 +131,9 @@ static_assert(@NAME@_ALL_MODULES(VORN_COUNT) == @count@,
   set_target_properties(${library}_static PROPERTIES OUTPUT_NAME ${library} LINKER_LANGUAGE C)
   target_link_libraries(${library}_static INTERFACE ${CMAKE_DL_LIBS})
   foreach(target IN ITEMS ${library} ${library}_static)
-    target_link_libraries(${target} INTERFACE vorn_nac::kit)
-    target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
+    # Not the kit itself, which asks for C++20: the headers are C.
+    target_include_directories(${target} INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
+      $<TARGET_PROPERTY:vorn_nac::kit,INTERFACE_INCLUDE_DIRECTORIES>)
   endforeach()
 
   set_target_properties(${library} PROPERTIES VORN_DESCRIPTIONS ${PACKAGE_DESCRIPTIONS} VORN_MESSAGES ${NAME}_ALL_MESSAGES)
