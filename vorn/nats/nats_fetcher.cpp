@@ -149,9 +149,10 @@ bool NatsFetcher::fetch_until(std::uint64_t number) {
         if (ends_) return false;
         tend_lease();
         natsMsg* fetched = nullptr;
+        jsOptions options = short_wait();
         jsErrCode code = {};
         const natsStatus status =
-            js_GetMsg(&fetched, jetstream_, address_.stream().c_str(), intake_.next(), nullptr, &code);
+            js_GetMsg(&fetched, jetstream_, address_.stream().c_str(), intake_.next(), &options, &code);
         if (status == NATS_OK) {
             put(NatsMessage(fetched));
         } else if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
