@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // One end of a measurement of the bus, or of the bare client below it moving the same bytes.
 //
-// bus_bench bus|bare send|receive|ping|pong URL BYTES BATCH COUNT: send and receive move COUNT messages of
-// BYTES bytes, BATCH to a batch; ping and pong exchange COUNT batches one by one. Each prints one line of
-// JSON with clock readings in seconds that all processes of the machine share.
+// bus_bench bus|spin|socket|zmq|nats send|receive|ping|pong URL BYTES BATCH COUNT: send and receive move
+// COUNT messages of BYTES bytes, BATCH to a batch; ping and pong exchange COUNT batches one by one. Each
+// prints one line of JSON with clock readings in seconds that all processes of the machine share.
 #include <nats/nats.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -28,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::uint32_t kMessageId = 1;
 constexpr std::uint32_t kLeft = 1;
 constexpr std::uint32_t kRight = 2;
+constexpr std::uint32_t kSpinMicroseconds = 200;
 
 struct Plan {
     std::string url;
@@ -69,7 +73,8 @@ class End {
 
 class BusEnd final : public End {
   public:
-    BusEnd(const Plan& plan, std::uint32_t address, bool receives) : to_(address == kLeft ? kRight : kLeft) {
+    BusEnd(const Plan& plan, std::uint32_t address, std::uint32_t spin_us)
+        : to_(address == kLeft ? kRight : kLeft) {
         check(VORN_RegIDLFuncHook(
                   kMessageId, [](const std::uint8_t*, std::uint32_t, void*) -> std::uint32_t { return 8; },
                   [](void*) {}) == 0,
@@ -79,12 +84,12 @@ class BusEnd final : public End {
         options.address = address;
         options.send_timeout_ms = 60000;
         options.linger_ms = 10000;
+        options.spin_us = spin_us;
         options.queue_batches = plan.batch == 1 ? 32768 : 1024;
         check(vorn_bus_open(&options, &bus_) == VORN_BUS_OK, "open");
         vorn_bus_handle_all(
             bus_, [](const vorn_bus_message*, void* arrived) { ++*static_cast<std::uint64_t*>(arrived); },
             &arrived_);
-        static_cast<void>(receives);
         buffer_.resize(plan.batch_bytes(), 0x5A);
         for (std::uint32_t i = 0; i < plan.batch; ++i) {
             descriptors_.push_back({buffer_.data() + std::size_t{i} * plan.bytes, kMessageId, plan.bytes});
@@ -109,6 +114,45 @@ class BusEnd final : public End {
     std::uint64_t arrived_ = 0;
     std::vector<std::uint8_t> buffer_;
     std::vector<VORN_SendDescriptor> descriptors_;
+};
+
+// A Unix socket that keeps packets apart. The URL is its path; the right end listens.
+class SocketEnd final : public End {
+  public:
+    SocketEnd(const Plan& plan, std::uint32_t address)
+        : batch_(plan.batch), buffer_(plan.batch_bytes(), 0x5A) {
+        name_.sun_family = AF_UNIX;
+        std::strncpy(name_.sun_path, plan.url.c_str(), sizeof name_.sun_path - 1);
+        socket_ = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        const auto* const name = reinterpret_cast<const sockaddr*>(&name_);
+        if (address == kRight) {
+            listener_ = socket_;
+            check(bind(listener_, name, sizeof name_) == 0 && listen(listener_, 1) == 0, "listen");
+        } else {
+            check(connect(socket_, name, sizeof name_) == 0, "connect");
+        }
+    }
+    ~SocketEnd() override {
+        ::close(socket_);
+        if (listener_ >= 0) ::close(listener_);
+    }
+    void send_batch() override {
+        check(::send(socket_, buffer_.data(), buffer_.size(), 0) == static_cast<ssize_t>(buffer_.size()),
+              "send");
+    }
+    std::uint64_t receive() override {
+        if (socket_ == listener_) socket_ = accept(listener_, nullptr, nullptr);
+        check(recv(socket_, buffer_.data(), buffer_.size(), 0) == static_cast<ssize_t>(buffer_.size()),
+              "receive");
+        return batch_;
+    }
+
+  private:
+    std::uint32_t batch_;
+    std::vector<std::uint8_t> buffer_;
+    sockaddr_un name_ = {};
+    int socket_ = -1;
+    int listener_ = -1;
 };
 
 // PUSH and PULL one way, PAIR both ways. The URL is ZeroMQ's endpoint; the right end binds.
@@ -221,9 +265,12 @@ class NatsEnd final : public End {
     natsSubscription* subscription_ = nullptr;
 };
 
-std::unique_ptr<End> make_end(bool bus, const Plan& plan, std::uint32_t address, bool one_way) {
-    if (bus) return std::make_unique<BusEnd>(plan, address, address == kRight);
-    if (plan.url.rfind("nats:", 0) == 0) return std::make_unique<NatsEnd>(plan, address, one_way);
+std::unique_ptr<End> make_end(const std::string& kind, const Plan& plan, std::uint32_t address,
+                              bool one_way) {
+    if (kind == "bus") return std::make_unique<BusEnd>(plan, address, 0);
+    if (kind == "spin") return std::make_unique<BusEnd>(plan, address, kSpinMicroseconds);
+    if (kind == "socket") return std::make_unique<SocketEnd>(plan, address);
+    if (kind == "nats") return std::make_unique<NatsEnd>(plan, address, one_way);
     return std::make_unique<ZmqEnd>(plan, address, one_way);
 }
 
@@ -256,6 +303,11 @@ void receive(End& end, const Plan& plan) {
 
 void ping(End& end, const Plan& plan) {
     std::vector<double> trips;
+    const double before_first = now();
+    end.send_batch();
+    const double first = (now() - before_first) * 1e6;
+    while (end.receive() == 0) {
+    }
     const std::uint64_t warm_up = plan.count / 10 + 1;
     for (std::uint64_t i = 0; i < plan.count + warm_up; ++i) {
         const double begin = now();
@@ -268,13 +320,13 @@ void ping(End& end, const Plan& plan) {
     const auto at = [&](double share) {
         return trips[static_cast<std::size_t>(share * static_cast<double>(trips.size() - 1))];
     };
-    std::printf("{\"p50\": %.1f, \"p90\": %.1f, \"p99\": %.1f, \"p999\": %.1f}\n", at(0.5), at(0.9), at(0.99),
+    std::printf("{\"first\": %.1f, \"p50\": %.2f, \"p99\": %.2f, \"p999\": %.2f}\n", first, at(0.5), at(0.99),
                 at(0.999));
 }
 
 void pong(End& end, const Plan& plan) {
     say_open();
-    for (std::uint64_t i = 0; i < plan.count + plan.count / 10 + 1;) {
+    for (std::uint64_t i = 0; i < plan.count + plan.count / 10 + 2;) {
         const std::uint64_t arrived = end.receive() / plan.batch;
         for (std::uint64_t k = 0; k < arrived; ++k) end.send_batch();
         i += arrived;
@@ -293,7 +345,7 @@ int main(int argc, char** argv) try {
                        std::strtoull(argv[6], nullptr, 10)};
     const bool left = role == "send" || role == "ping";
     const bool one_way = role == "send" || role == "receive";
-    const auto end = make_end(kind == "bus", plan, left ? kLeft : kRight, one_way);
+    const auto end = make_end(kind, plan, left ? kLeft : kRight, one_way);
     if (role == "send") send(*end, plan);
     if (role == "receive") receive(*end, plan);
     if (role == "ping") ping(*end, plan);

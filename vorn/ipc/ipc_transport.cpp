@@ -4,6 +4,7 @@
 #include <sys/poll.h>
 
 #include <array>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -87,9 +88,13 @@ class IpcTransport final : public Transport {
     }
 
     Link& link_to(std::uint32_t destination) {
+        // Mostly it is that of the last send, and needs no lock.
+        Link* const last = last_.load(std::memory_order_acquire);
+        if (last != nullptr && last->destination() == destination) return *last;
         const std::lock_guard locked(lock_);
         auto& link = links_[destination];
         if (link == nullptr) link = std::make_unique<Link>(own_, destination, folder_, *service_);
+        last_.store(link.get(), std::memory_order_release);
         return *link;
     }
 
@@ -115,6 +120,7 @@ class IpcTransport final : public Transport {
     std::unique_ptr<Receiver> receiver_;
     std::mutex lock_;
     std::map<std::uint32_t, std::unique_ptr<Link>> links_;
+    std::atomic<Link*> last_ = nullptr;
 };
 
 // Waits for the next packet. False: none came in time.

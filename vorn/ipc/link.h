@@ -22,6 +22,8 @@ class Link final : public Service::Handler {
   public:
     Link(const Endpoint& own, std::uint32_t destination, const Folder& folder, Service& service);
 
+    std::uint32_t destination() const { return destination_; }
+
     // Any thread.
     Result send(const Outgoing& batch, SendTimeout& timeout);
     bool wait_until_empty(Deadline deadline);

@@ -98,7 +98,7 @@ bool RingWriter::next_is_begun() const {
     return waiting() != 0 && memory_.header->begun.load(std::memory_order_acquire) == handled_ + 1;
 }
 
-std::uint32_t RingWriter::wants_to_be_woken_at(std::uint64_t number) {
+std::uint32_t RingWriter::wants_to_be_woken_at(std::uint64_t number) const {
     RingHeader& header = *memory_.header;
     const std::uint32_t wakes = header.wakes.load(std::memory_order_acquire);
     header.wake_at.store(std::min(number, header.wake_at.load(std::memory_order_relaxed)),

@@ -78,7 +78,7 @@ class RingWriter {
     bool next_is_begun() const;
 
     // Asks to be woken once that number of records are handled; `wakes` is the value to wait on.
-    std::uint32_t wants_to_be_woken_at(std::uint64_t number);
+    std::uint32_t wants_to_be_woken_at(std::uint64_t number) const;
 
     // The bytes of a record that waits: of a ring that nobody reads any more.
     std::span<const std::uint8_t> record(std::uint64_t number) const;

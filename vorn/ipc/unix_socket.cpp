@@ -65,8 +65,7 @@ Received receive_packet(const Descriptor& socket, Packet& packet) {
             int number = -1;
             std::memcpy(&number, reinterpret_cast<const std::byte*>(head) + at, sizeof number);
             Descriptor one(number);
-            if (count == 0) packet.memory = std::move(one);
-            if (count == 1) packet.doorbell = std::move(one);
+            if (count < 2) (count == 0 ? packet.memory : packet.doorbell) = std::move(one);
         }
     }
     const bool is_cut = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0;
