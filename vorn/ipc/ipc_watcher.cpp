@@ -23,7 +23,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::uint32_t kRingBytes = 8U << 20;
+constexpr std::uint32_t kLargestRing = 128U << 20;
 constexpr auto kAsksAgain = 100ms;
 constexpr std::size_t kTogether = 64U << 10;  // bytes of copies of one time that make one entry of the queue
 
@@ -95,14 +95,17 @@ class Watched final : public Service::Handler {
   private:
     bool begin() {
         Descriptor memory;
-        if (!memory_.make(kRingBytes, memory)) {
+        // What a receiver writes while this process is not scheduled waits in the ring, not in the queue.
+        const std::uint32_t queue_bytes = std::min(own_.queue_bytes, kLargestRing);
+        const auto ring_bytes = static_cast<std::uint32_t>(ring_bytes_for(queue_bytes, 0));
+        if (!memory_.make(ring_bytes, memory)) {
             own_.log.line_about_outside("no ring for copies: ", system_error_text());
             return false;
         }
-        reader_ = RingReader(memory_.ring(), 1, UINT32_MAX, kRingBytes);
+        reader_ = RingReader(memory_.ring(), 1, UINT32_MAX, ring_bytes);
         seen_ = 0;
         std::array<std::uint8_t, Watch::kBytes> watch;
-        write_packet(watch.data(), Watch{kRingBytes, 0});
+        write_packet(watch.data(), Watch{ring_bytes, 0});
         return send_packet(socket_, watch, memory, {});
     }
 
