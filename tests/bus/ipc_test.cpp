@@ -466,6 +466,45 @@ TEST_P(Ipc, ADrainHandlesWhatSendersLeftThatHaveEndedAndGivesTheRestBack) {
     EXPECT_EQ(next.arrived()[0].flags & VORN_BUS_REPEATED, 0U);
 }
 
+TEST_P(Ipc, WhatSendersLeftThatHaveEndedIsLostByACloseWithoutADrainAndLogged) {
+    TestBus receiver(url(), kReceiver);
+    {
+        TestBus ended(url(), 3, [](vorn_bus_options& options) { options.linger_ms = -1; });
+        ASSERT_EQ(ended.send(kReceiver, {1, 0}), 0U);
+        ASSERT_EQ(ended.send(kReceiver, {2, 0}), 0U);
+    }
+    receiver.close();
+    ASSERT_EQ(receiver.log().size(), 1U);
+    EXPECT_NE(receiver.log()[0].find("2 batches of senders that have ended are lost"), std::string::npos);
+}
+
+// Of a sender that goes on while the poll handles.
+TEST_P(Ipc, APollHandlesWhatIsThereAndNotWhatComesMeanwhile) {
+    TestBus receiver(url(), kReceiver);
+    TestBus sender(url(), kSender);
+    receiver.on_message = [&](const vorn_bus_message&) { sender.send(kReceiver, {9, 9}); };
+    for (std::uint32_t i = 0; i < 3; ++i) ASSERT_EQ(sender.send(kReceiver, {i, 0}), 0U);
+    std::uint32_t handled = 0;
+    ASSERT_EQ(vorn_bus_poll(receiver.get(), 10000, 0, &handled), VORN_BUS_OK);
+    EXPECT_EQ(handled, 3U);
+    ASSERT_EQ(vorn_bus_poll(receiver.get(), 10000, 0, &handled), VORN_BUS_OK);
+    EXPECT_EQ(handled, 3U);
+    receiver.on_message = nullptr;
+    while (handled != 0) vorn_bus_poll(receiver.get(), 0, 0, &handled);
+}
+
+TEST_P(Ipc, AWakeEndsAPollThatWaits) {
+    TestBus receiver(url(), kReceiver);
+    std::thread waking([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(vorn_bus_wake(receiver.get()), VORN_BUS_OK);
+    });
+    std::uint32_t handled = 9;
+    EXPECT_EQ(vorn_bus_poll(receiver.get(), -1, 0, &handled), VORN_BUS_OK);
+    EXPECT_EQ(handled, 0U);
+    waking.join();
+}
+
 // ---- files ----------------------------------------------------------------------------------------------
 
 std::string folder_of(const TestUrl& at) { return at.url().substr(6); }

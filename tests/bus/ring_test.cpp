@@ -103,7 +103,7 @@ TEST(Ring, OneOfTheLargestRecordsAlwaysFitsIntoAnEmptyRing) {
             ASSERT_TRUE(ring.write(record)) << largest << ' ' << i;
             ASSERT_EQ(ring.read(), record);
         }
-        EXPECT_EQ(ring.writer.reserve(2 * largest + 64), nullptr);
+        EXPECT_EQ(ring.writer.reserve(largest + 64 + 64), nullptr);
     }
 }
 
@@ -115,6 +115,21 @@ TEST(Ring, AShortQueueStaysAtTheStart) {
     }
     const auto used = std::span(ring.memory.records).subspan(256U << 10);
     EXPECT_TRUE(std::all_of(used.begin(), used.end(), [](std::uint8_t byte) { return byte == 0; }));
+}
+
+// Also where it has gone back to the start: a reader that is not scheduled has all of its queue.
+TEST(Ring, TheWholeQueueIsThereWhenTheReaderStops) {
+    for (std::uint32_t before = 0; before < 3000; before += 7) {
+        Ring ring(1U << 20, 0, UINT32_MAX);
+        for (std::uint32_t i = 0; i < before; ++i) {
+            ASSERT_TRUE(ring.write(numbered(i, 100)));
+            ASSERT_EQ(ring.read().size(), 100U);
+        }
+        std::uint32_t waiting = 0;
+        while (ring.write(numbered(waiting, 100))) ++waiting;
+        EXPECT_GE(waiting * 112U, (1U << 20) - (160U << 10)) << before;
+        while (waiting-- != 0) ASSERT_EQ(ring.read().size(), 100U);
+    }
 }
 
 TEST(Ring, RecordsWaitUpToTheirNumber) {

@@ -632,8 +632,9 @@ TEST_P(Semantics, AllBatchesAreWatchedInTheirOrderAndNoneTwice) {
     EXPECT_TRUE(one.poll_until(kBatches));
     EXPECT_TRUE(other.poll_until(kBatches));
     sending.join();
-    for (const TestWatch* const watch : {&one, &other}) {
-        ASSERT_EQ(watch->seen().size(), kBatches);
+    for (TestWatch* const watch : {&one, &other}) {
+        ASSERT_EQ(watch->seen().size(), kBatches) << watch->counters().lost_batches << " lost, "
+                                                  << receiver.counters().received_batches << " received";
         for (std::uint32_t i = 0; i < kBatches; ++i) {
             const std::vector<std::uint8_t>& packed = watch->seen()[i].packed;
             ASSERT_EQ(packed.size(), 24U);

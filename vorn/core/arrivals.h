@@ -49,6 +49,9 @@ class Arrivals {
     virtual std::uint64_t batches() const = 0;
     virtual void batches_left(std::uint32_t batches) = 0;
 
+    // Of the polling thread: those that a poll handles which begins now, at least.
+    virtual std::uint64_t batches_for_poll() const { return batches(); }
+
     // While it is on, front does not wait.
     virtual void interrupt(bool on) = 0;
 

@@ -160,7 +160,7 @@ void Bus::handle_arrivals(Deadline deadline, std::uint32_t most, std::uint32_t& 
         if (delivery == nullptr) break;
         if (std::exchange(is_first, false)) {
             most = static_cast<std::uint32_t>(
-                std::min<std::uint64_t>(most, std::max<std::uint64_t>(arrivals_->batches(), 1)));
+                std::min<std::uint64_t>(most, std::max<std::uint64_t>(arrivals_->batches_for_poll(), 1)));
         }
         handle_delivery(*delivery, most, handled);
         if (delivery->bytes.empty()) arrivals_->pop_front();

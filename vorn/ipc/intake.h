@@ -41,6 +41,7 @@ class Intake final : public Arrivals {
     Delivery* front(Deadline deadline) override;
     void pop_front() override { delivery_.source = nullptr; }
     std::uint64_t batches() const override;
+    std::uint64_t batches_for_poll() const override { return delivery_.batches + rings_.records_of_active(); }
     void batches_left(std::uint32_t /*batches*/) override {}
     void interrupt(bool on) override { rings_.interrupt(on); }
     void wake() override { rings_.wake(); }

@@ -33,6 +33,13 @@ class IpcTransport final : public Transport {
             for (const auto& [destination, link] : links_) link->close();
             if (receiver_ != nullptr) receiver_->stop();
         });
+        if (receiver_ != nullptr) {
+            if (const std::uint64_t left = receiver_->intake().batches(); left != 0) {
+                own_.log.line(left,
+                              " batches of senders that have ended are lost: they were not handled when the "
+                              "bus was closed; see vorn_bus_drain");
+            }
+        }
         // Nothing of the service runs for them any more.
         if (const std::uint64_t lost = batches_lost_by_closing(); lost != 0) {
             count(own_.counters.lost_batches, lost);

@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t kLargestRing = 128U << 20;
 constexpr auto kAsksAgain = 100ms;
+constexpr auto kLooksForCapacity = 2ms;
 constexpr std::size_t kTogether = 64U << 10;  // bytes of copies of one time that make one entry of the queue
 
 class RingCopies final : public Copies {
@@ -44,7 +45,14 @@ class RingCopies final : public Copies {
 class Watched final : public Service::Handler {
   public:
     Watched(std::uint32_t address, const WatchEndpoint& own, const Folder& folder, Service& service)
-        : address_(address), own_(own), folder_(folder), service_(service), connect_([this] { connect(); }) {}
+        : address_(address),
+          own_(own),
+          folder_(folder),
+          service_(service),
+          connect_([this] { connect(); }),
+          go_on_([this] {
+              if (memory_ && !read_copies(false)) end();
+          }) {}
 
     void connect() {
         if (socket_) return;
@@ -63,6 +71,7 @@ class Watched final : public Service::Handler {
 
     void close() {
         service_.forget(connect_);
+        service_.forget(go_on_);
         service_.unwatch(socket_, *this);
         socket_.reset();
     }
@@ -73,7 +82,7 @@ class Watched final : public Service::Handler {
             const Received received = receive_packet(socket_, packet);
             if (received == Received::nothing) return;
             const auto kind = received == Received::packet ? kind_of(packet.bytes()) : std::nullopt;
-            if (received == Received::end && memory_) read_copies();
+            if (received == Received::end && memory_) read_copies(true);
             if (kind == Kind::welcome && !memory_ && begin()) continue;
             if (kind == Kind::watching && memory_ && !is_watching_) {
                 is_watching_ = true;
@@ -82,7 +91,7 @@ class Watched final : public Service::Handler {
                 continue;
             }
             if (kind == Kind::wake && memory_) {
-                if (!read_copies()) return end();
+                if (!read_copies(false)) return end();
                 continue;
             }
             if (received != Received::end) count(own_.counters.damaged);
@@ -109,8 +118,9 @@ class Watched final : public Service::Handler {
         return send_packet(socket_, watch, memory, {});
     }
 
-    // False: what the receiver has written is no copy.
-    bool read_copies() {
+    // What has no capacity in the queue waits in the ring, but for the last. False: what the receiver has
+    // written is no copy.
+    bool read_copies(bool all) {
         do {
             for (;;) {
                 std::uint32_t bytes = 0;
@@ -119,6 +129,11 @@ class Watched final : public Service::Handler {
                 if (found == RingReader::Found::broken || bytes < CopyHead::kBytes) {
                     count(own_.counters.damaged);
                     return false;
+                }
+                if (!all && !own_.queue.has_capacity_for(bytes + storage_.size())) {
+                    put();
+                    service_.at(Clock::now() + kLooksForCapacity, go_on_);
+                    return true;
                 }
                 take(bytes);
                 reader_.handle(reader_.taken());
@@ -181,6 +196,7 @@ class Watched final : public Service::Handler {
     const Folder& folder_;
     Service& service_;
     Service::Task connect_;
+    Service::Task go_on_;
     Descriptor socket_;
     SharedMemory memory_;
     RingReader reader_;

@@ -16,8 +16,8 @@ constexpr std::uint32_t kHeadBytes = sizeof(RecordHead);
 constexpr std::uint32_t kRecord = 1;
 constexpr std::uint32_t kGoToStart = 2;  // there is always space for one of these
 
-// A writer goes back to the start of a ring as soon as it is after this, if the start is free: a short queue
-// then stays in few pages, and in the processor's cache.
+// A writer that finds its ring empty goes back to the start after this: a queue that is mostly short stays in
+// few pages, and in the processor's cache.
 constexpr std::uint32_t kGoBackAfter = 128U << 10;
 
 constexpr std::uint32_t rounded(std::uint32_t bytes) { return (bytes + 7U) & ~7U; }
@@ -25,10 +25,9 @@ constexpr std::uint32_t rounded(std::uint32_t bytes) { return (bytes + 7U) & ~7U
 }  // namespace
 
 std::size_t ring_bytes_for(std::uint32_t queue_bytes, std::uint32_t record_bytes) {
-    // An empty ring takes the largest record either before or after where its reader is.
-    const std::size_t record = kHeadBytes + (std::size_t{record_bytes} + 7) / 8 * 8;
-    const std::size_t queue = (std::size_t{queue_bytes} + 7) / 8 * 8;
-    return sizeof(RingHeader) + std::max(queue, 2 * record) + 2 * std::size_t{kHeadBytes};
+    // The largest record with its head, and a way back to the start.
+    const std::size_t most = std::size_t{std::max(queue_bytes, record_bytes)} + 2 * std::size_t{kHeadBytes};
+    return sizeof(RingHeader) + (most + 7) / 8 * 8;
 }
 
 RingWriter::RingWriter(RingMemory memory, std::uint64_t next, std::uint32_t most_records)
@@ -38,6 +37,7 @@ RingWriter::RingWriter(RingMemory memory, std::uint64_t next, std::uint32_t most
     header.begun.store(next - 1, std::memory_order_relaxed);
     header.handled.store(next - 1, std::memory_order_relaxed);
     header.wake_at.store(kNobodyWaits, std::memory_order_relaxed);
+    header.restarts_at.store(next, std::memory_order_relaxed);
     header.reader_sleeps.store(1, std::memory_order_seq_cst);
 }
 
@@ -51,21 +51,24 @@ std::uint8_t* RingWriter::write_at(std::uint32_t offset, std::uint32_t bytes) {
 
 std::uint8_t* RingWriter::reserve(std::uint32_t bytes) {
     const auto size = static_cast<std::uint32_t>(memory_.records.size());
-    if (tail_ >= kGoBackAfter) static_cast<void>(note_handled());  // it may go back
-    if (bytes > size - 2 * kHeadBytes - 7 || waiting() >= most_) return nullptr;
+    if (tail_ >= kGoBackAfter) static_cast<void>(note_handled());  // it may be empty
+    if (bytes > size - 2 * kHeadBytes || waiting() >= most_) return nullptr;
     if (waiting() == extents_.size()) grow();
     const std::uint32_t needed = kHeadBytes + rounded(bytes);
-    const bool is_empty = waiting() == 0;
-    const std::uint32_t head = is_empty ? tail_ : extent(handled_ + 1).from;
-    if (!is_empty && tail_ <= head) {  // the writer has gone back to the start, the reader has not
+    const bool fits_here = needed <= size - kHeadBytes - tail_;
+    if (waiting() == 0) {
+        if (fits_here && tail_ < kGoBackAfter) return write_at(tail_, bytes);
+        // The reader has taken all: it is told where to go on, and nothing of the ring is occupied.
+        tail_ = 0;
+        memory_.header->restarts_at.store(published_ + 1, std::memory_order_relaxed);
+        return write_at(0, bytes);
+    }
+    const std::uint32_t head = extent(handled_ + 1).from;
+    if (tail_ <= head) {  // the writer has gone back to the start, the reader has not
         return needed < head - tail_ ? write_at(tail_, bytes) : nullptr;
     }
-    const bool fits_here = needed <= size - kHeadBytes - tail_;
-    // The reader, at `head` or after it, must find its way back to the start.
-    const bool fits_at_start = is_empty ? needed <= head : needed < head;
-    if (!fits_at_start || (fits_here && tail_ < kGoBackAfter)) {
-        return fits_here ? write_at(tail_, bytes) : nullptr;
-    }
+    if (fits_here) return write_at(tail_, bytes);
+    if (needed >= head) return nullptr;
     const RecordHead back = {0, kGoToStart};
     std::memcpy(memory_.records.data() + tail_, &back, kHeadBytes);
     return write_at(0, bytes);
@@ -136,6 +139,7 @@ RingReader::Found RingReader::find(std::uint32_t& bytes) {
         if (known_ - taken_ > most_records_) return Found::broken;
     }
     const auto size = static_cast<std::uint32_t>(records_.size());
+    if (header_->restarts_at.load(std::memory_order_relaxed) == taken_ + 1) offset_ = 0;
     for (bool went_back = false;; went_back = true) {
         if (size - offset_ < kHeadBytes) return Found::broken;
         RecordHead head;

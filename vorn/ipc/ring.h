@@ -21,6 +21,7 @@ struct RingHeader {
     // By the writer. `reader_sleeps` is set by the reader, and cleared by the writer, which then wakes it.
     alignas(64) std::atomic<std::uint64_t> published;  // number of the last record
     std::atomic<std::uint64_t> offered;                // records that there were, written or left out
+    std::atomic<std::uint64_t> restarts_at;            // number of the last record that was put at the start
     std::atomic<std::uint32_t> reader_sleeps;
     // By the reader. `wake_at` is set by a writer that waits, and cleared by the reader, which then wakes it.
     alignas(64) std::atomic<std::uint64_t> begun;  // number of the last record that was given to a handler

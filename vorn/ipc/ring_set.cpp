@@ -159,6 +159,15 @@ RingSet::Source* RingSet::next(Deadline deadline) {
     }
 }
 
+std::uint64_t RingSet::records_of_active() const {
+    std::uint64_t records = 0;
+    for (const Source* source = first_; source != nullptr; source = source->next_active) {
+        records += std::min<std::uint64_t>(source->reader.published() - source->reader.taken(),
+                                           source->reader.most());
+    }
+    return records;
+}
+
 int RingSet::descriptor() {
     const std::lock_guard locked(lock_);
     if (!more_) {

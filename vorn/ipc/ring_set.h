@@ -54,6 +54,9 @@ class RingSet {
     // over, or interrupted. It is valid until the next call.
     Source* next(Deadline deadline);
 
+    // Records of the rings that have had something, so that many that have nothing cost nothing.
+    std::uint64_t records_of_active() const;
+
     // Readable while there is something to read. A reader calls rest() when it may not come back by itself,
     // and says whether it has something left that it has read.
     int descriptor();
