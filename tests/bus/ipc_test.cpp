@@ -334,7 +334,7 @@ class Listener {
         const Packet packet = hear(socket);
         const auto hello = read_hello(packet.bytes());
         ASSERT_TRUE(hello);
-        ASSERT_TRUE(memory.map(packet.memory, hello->ring_bytes));
+        ASSERT_EQ(memory.map(packet.memory, hello->ring_bytes), SharedMemory::Mapped::yes);
     }
 
     Folder folder;

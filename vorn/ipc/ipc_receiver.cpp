@@ -155,6 +155,21 @@ bool Receiver::has_space_for(std::uint32_t ring_bytes) const {
     return ring_bytes <= kMostRing && used <= kMostRingBytes - ring_bytes;
 }
 
+bool Receiver::map(const Connection& connection, SharedMemory& memory, const Descriptor& file,
+                   std::uint32_t bytes) const {
+    if (!has_space_for(bytes)) return refuse(connection, "there is no space for its ring");
+    const auto mapped =
+        bytes < kLeastRingBytes || bytes % 8 != 0 ? SharedMemory::Mapped::no_ring : memory.map(file, bytes);
+    if (mapped == SharedMemory::Mapped::no_ring) {
+        return refuse(connection, "its ring is none, or can be changed");
+    }
+    if (mapped == SharedMemory::Mapped::yes) return true;
+    // Not the peer's fault: it may come again.
+    own_.log.line_about_outside("the ring of process ", connection.peer.process,
+                                " cannot be mapped: ", system_error_text());
+    return false;
+}
+
 // A pure sender has no lock, and a process that has ended may have left its ring.
 bool Receiver::owns(pid_t process, std::uint32_t address) const {
     const pid_t holder = folder_.holder(address);
@@ -169,12 +184,8 @@ bool Receiver::hello(Connection& connection, Packet& packet) {
     if (!owns(connection.peer.process, hello->source)) {
         return refuse(connection, "the address that it sends from is another process's");
     }
-    if (!has_space_for(hello->ring_bytes)) return refuse(connection, "there is no space for its ring");
     auto source = std::make_shared<RingSet::Source>();
-    if (hello->ring_bytes < kLeastRingBytes || hello->ring_bytes % 8 != 0 ||
-        !source->memory.map(packet.memory, hello->ring_bytes)) {
-        return refuse(connection, "its ring is none, or can be changed");
-    }
+    if (!map(connection, source->memory, packet.memory, hello->ring_bytes)) return false;
     source->reader = RingReader(source->memory.ring(), hello->first, hello->batches, own_.batch_bytes);
     source->doorbell = std::move(packet.doorbell);
     source->address = hello->source;
@@ -187,12 +198,8 @@ bool Receiver::hello(Connection& connection, Packet& packet) {
 bool Receiver::watch(Connection& connection, Packet& packet) {
     const auto watch = read_watch(packet.bytes());
     if (!watch || !packet.memory || packet.doorbell) return refuse(connection, "its watch is none");
-    if (!has_space_for(watch->ring_bytes)) return refuse(connection, "there is no space for its ring");
     auto watcher = std::make_unique<Intake::Watcher>();
-    if (watch->ring_bytes < kLeastRingBytes || watch->ring_bytes % 8 != 0 ||
-        !watcher->memory.map(packet.memory, watch->ring_bytes)) {
-        return refuse(connection, "its ring is none, or can be changed");
-    }
+    if (!map(connection, watcher->memory, packet.memory, watch->ring_bytes)) return false;
     watcher->writer = RingWriter(watcher->memory.ring(), 1, UINT32_MAX);
     watcher->socket = &connection.socket;
     connection.watcher = std::move(watcher);

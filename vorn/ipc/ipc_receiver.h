@@ -54,6 +54,9 @@ class Receiver final : public Service::Handler {
     bool accept_one();
     void receive(Connection& connection);
     bool take(Connection& connection, Packet& packet);  // false: the connection ends
+    // Maps a peer's ring. False: the connection ends.
+    bool map(const Connection& connection, SharedMemory& memory, const Descriptor& file,
+             std::uint32_t bytes) const;
     bool owns(pid_t process, std::uint32_t address) const;
     bool hello(Connection& connection, Packet& packet);
     bool watch(Connection& connection, Packet& packet);

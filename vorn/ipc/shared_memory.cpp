@@ -21,12 +21,14 @@ bool SharedMemory::make(std::size_t bytes, Descriptor& file) {
     return true;
 }
 
-bool SharedMemory::map(const Descriptor& file, std::size_t bytes) {
+SharedMemory::Mapped SharedMemory::map(const Descriptor& file, std::size_t bytes) {
+    constexpr int kNeeded = F_SEAL_SHRINK | F_SEAL_GROW;
     struct stat status = {};
     const int seals = fcntl(file.get(), F_GET_SEALS);
-    if (seals < 0 || (seals & (F_SEAL_SHRINK | F_SEAL_GROW)) != (F_SEAL_SHRINK | F_SEAL_GROW)) return false;
-    if (fstat(file.get(), &status) != 0 || status.st_size != static_cast<off_t>(bytes)) return false;
-    return map_file(file.get(), bytes);
+    if (seals < 0 || (seals & kNeeded) != kNeeded) return Mapped::no_ring;
+    if (fstat(file.get(), &status) != 0 || status.st_size != static_cast<off_t>(bytes))
+        return Mapped::no_ring;
+    return map_file(file.get(), bytes) ? Mapped::yes : Mapped::refused_by_system;
 }
 
 bool SharedMemory::map_file(int file, std::size_t bytes) {

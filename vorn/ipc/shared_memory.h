@@ -4,6 +4,7 @@
 #define VORN_SHARED_MEMORY_H
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
 #include "vorn/ipc/descriptor.h"
@@ -28,9 +29,10 @@ class SharedMemory {
     // Makes and maps some; `file` is for the other process. False: the system refused, by errno.
     bool make(std::size_t bytes, Descriptor& file);
 
-    // Maps what another process has made. False: it is not of that size, or could be changed, so that reading
-    // it might end this process; or the system refused.
-    bool map(const Descriptor& file, std::size_t bytes);
+    // Maps what another process has made. No ring: it is not of that size, or could be changed, so that
+    // reading it might end this process.
+    enum class Mapped : std::uint8_t { yes, no_ring, refused_by_system };
+    Mapped map(const Descriptor& file, std::size_t bytes);
 
     explicit operator bool() const { return start_ != nullptr; }
     RingMemory ring() const { return RingMemory::at(start_, bytes_); }

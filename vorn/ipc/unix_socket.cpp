@@ -3,7 +3,6 @@
 
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -85,9 +84,8 @@ Peer peer_of(const Descriptor& socket) {
 Descriptor make_doorbell() { return Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)); }
 
 void ring(const Descriptor& doorbell) {
-    const std::uint64_t once = 1;
-    // It fails where the other process has filled the counter: then it is awake.
-    static_cast<void>(write(doorbell.get(), &once, sizeof once) == sizeof once);
+    eventfd_write(doorbell.get(),
+                  1);  // it fails where the other process has filled the counter: then it is awake
 }
 
 }  // namespace vorn
