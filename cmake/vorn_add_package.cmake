@@ -70,14 +70,14 @@ function(vorn_add_package package)
   endif()
   set(priority 201)  # 0 to 100 are the compiler's
   set(units "")
+  set(sides receive send)
+  set(suffixes recv send)
   foreach(row IN LISTS rows)
     string(REGEX MATCH "\\(([a-z0-9_]+), *([a-z0-9_]+), *([A-Z0-9_]+)" _ ${row})
     set(module ${CMAKE_MATCH_1})
     set(prefix ${CMAKE_MATCH_2})
     set(messages ${CMAKE_MATCH_3})
-    foreach(side IN ITEMS receive send)
-      string(SUBSTRING ${side} 0 4 suffix)
-      string(REPLACE "rece" "recv" suffix ${suffix})
+    foreach(side suffix IN ZIP_LISTS sides suffixes)
       string(TOUPPER ${side} SIDE)
       file(CONFIGURE OUTPUT ${made}/${module}_${suffix}.cpp @ONLY CONTENT [[
 // Made by vorn_add_package of @PACKAGE_RECORDS@.

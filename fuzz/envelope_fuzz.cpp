@@ -50,9 +50,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_packet(bytes, vorn::read_hello(bytes));
     check_packet(bytes, vorn::read_welcome(bytes));
     check_packet(bytes, vorn::read_watch(bytes));
-    const auto packet = vorn::read_data(bytes);
-    check_packet(bytes, packet);
-    if (packet) check_batches(vorn::Bytes(bytes).subspan(vorn::Data::kBytes));
     check_batches(bytes);
     std::array<std::uint64_t, 13> counters = {};
     vorn::read_counters(bytes, counters);

@@ -133,7 +133,6 @@ Buffer written(const Packet& packet) {
 
 const Hello kHello = {1, 2, 9, 4, 4096, 1, 0};
 const Welcome kWelcome = {2, 4, 1000, 0};
-const Data kData = {1, 2, 3, 0};
 const Watch kWatch = {4096, 0};
 
 TEST(Packets, AreTheseBytes) {
@@ -142,8 +141,6 @@ TEST(Packets, AreTheseBytes) {
                                         "01000000 00000000"));                      // it is repeated
     EXPECT_EQ(written(kWelcome), from_hex("564f524e 01 03 0000 02000000 04000000 "  // address, batches
                                           "e8030000 00000000"));                    // bytes of a batch
-    EXPECT_EQ(written(kData), from_hex("564f524e 01 04 0000 0100000000000000 0200000000000000 "
-                                       "03000000 00000000"));
     EXPECT_EQ(written(kWatch), from_hex("564f524e 01 07 0000 00100000 00000000"));
     const std::uint64_t values[] = {1, 2};
     Buffer counters(kCountersHeaderBytes + 16);
@@ -174,21 +171,16 @@ TEST(Packets, AreReadAsTheyWereWritten) {
     EXPECT_EQ(welcome->address, 2U);
     EXPECT_EQ(welcome->batches, 4U);
     EXPECT_EQ(welcome->batch_bytes, 1000U);
-    const auto data = read_data(written(kData));
-    ASSERT_TRUE(data);
-    EXPECT_EQ(data->session, 1U);
-    EXPECT_EQ(data->first, 2U);
-    EXPECT_EQ(data->count, 3U);
     const auto watch = read_watch(written(kWatch));
     ASSERT_TRUE(watch);
     EXPECT_EQ(watch->ring_bytes, 4096U);
 }
 
 TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
-    const std::vector<Buffer> all = {written(kHello), written(kWelcome), written(kData), written(kWatch)};
+    const std::vector<Buffer> all = {written(kHello), written(kWelcome), written(kWatch)};
     const auto readers = [](Bytes bytes) {
         return std::vector<bool>{read_hello(bytes).has_value(), read_welcome(bytes).has_value(),
-                                 read_data(bytes).has_value(), read_watch(bytes).has_value()};
+                                 read_watch(bytes).has_value()};
     };
     for (std::size_t kind = 0; kind < all.size(); ++kind) {
         std::vector<bool> only(all.size(), false);
@@ -199,7 +191,7 @@ TEST(Packets, OfAnotherKindOrSizeAreDamaged) {
         }
         Buffer longer = all[kind];
         longer.push_back(0);
-        only[kind] = kind == 2;  // data is followed by its batches
+        only[kind] = false;
         EXPECT_EQ(readers(longer), only);
     }
 }
@@ -212,11 +204,6 @@ TEST(Packets, ThatContradictThemselvesAreDamaged) {
     EXPECT_FALSE(read_welcome(written(Welcome{2, 0, 1000, 0})));       // no batch is taken
     EXPECT_FALSE(read_welcome(written(Welcome{2, 4, 1000, 1})));       // zero
     EXPECT_FALSE(read_watch(written(Watch{4096, 1})));                 // zero
-    EXPECT_FALSE(read_data(written(Data{1, 0, 3, 0})));                // batches are numbered from 1
-    EXPECT_FALSE(read_data(written(Data{1, 2, 0, 0})));                // no batch
-    Buffer data = written(kData);
-    data[28] = 1;
-    EXPECT_FALSE(read_data(data));
 }
 
 TEST(Packets, CountersMayBeMoreOrFewerThanTheReaderKnows) {

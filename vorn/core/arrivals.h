@@ -28,9 +28,10 @@ class Delivery {
     virtual void left_for_later() {}
     virtual void finished() = 0;
 
-    Bytes bytes;                // begins with the batch that is next
-    std::uint32_t batches = 0;  // those in `bytes`
-    bool repeated = false;      // the first of them may have been handled before
+    Bytes bytes;                         // begins with the batch that is next
+    std::uint32_t batches = 0;           // those in `bytes`
+    bool repeated = false;               // the first of them may have been handled before
+    std::uint32_t handled_messages = 0;  // of the batch that is next, where a poll lacked memory in it
 };
 
 // One thread at a time takes deliveries out.

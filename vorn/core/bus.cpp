@@ -215,7 +215,7 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
             break;
         }
         delivery.batch_begins();
-        handle_batch(*batch, delivery.repeated ? VORN_BUS_REPEATED : 0);
+        handle_batch(*batch, delivery.repeated ? VORN_BUS_REPEATED : 0, delivery.handled_messages);
         delivery.repeated = false;
         delivery.batch_handled();
         delivery.bytes = delivery.bytes.subspan(batch->header().bytes);
@@ -231,7 +231,7 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
     }
 }
 
-void Bus::handle_batch(const Batch& batch, std::uint32_t flags) {
+void Bus::handle_batch(const Batch& batch, std::uint32_t flags, std::uint32_t& handled_messages) {
     if (batch.header().destination != options_.address) {
         count(counters_.damaged);
         log_.line_about_outside("a batch for address ", batch.header().destination, " was left out");
@@ -239,11 +239,11 @@ void Bus::handle_batch(const Batch& batch, std::uint32_t flags) {
     }
     std::uint32_t position = 0;
     batch.each_message([&](const Message& message) {
-        if (position++ != handled_messages_) return;  // handled by an earlier poll
+        if (position++ != handled_messages) return;  // handled by an earlier poll
         handle_message(batch.header(), message, flags);
-        ++handled_messages_;
+        ++handled_messages;
     });
-    handled_messages_ = 0;
+    handled_messages = 0;
     count_alone(counters_.received_batches);
 }
 

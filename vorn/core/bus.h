@@ -77,7 +77,7 @@ class Bus {
     bool begin_polling(Deadline deadline);
     void end_polling();
     void handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled);
-    void handle_batch(const Batch& batch, std::uint32_t flags);
+    void handle_batch(const Batch& batch, std::uint32_t flags, std::uint32_t& handled_messages);
     void handle_message(const BatchHeader& header, const Message& message, std::uint32_t flags);
     void renew_routes();
 
@@ -106,8 +106,7 @@ class Bus {
     // Of the thread that polls: a copy of what is registered and set, so that a message costs no lock.
     std::unordered_map<std::uint32_t, Route> routes_;
     Validity validity_;
-    std::uint32_t handled_messages_ = 0;  // of the batch that is handled
-    bool handler_failed_ = false;         // in this poll
+    bool handler_failed_ = false;  // in this poll
     std::uint64_t routes_registry_ = 0;
     std::uint64_t routes_handlers_ = 0;
     RecordStorage storage_;

@@ -111,9 +111,6 @@ void write_packet(std::uint8_t* at, const Hello& packet) {
 void write_packet(std::uint8_t* at, const Welcome& packet) {
     Writer(at, Kind::welcome) << packet.address << packet.batches << packet.batch_bytes << packet.reserved;
 }
-void write_packet(std::uint8_t* at, const Data& packet) {
-    Writer(at, Kind::data) << packet.session << packet.first << packet.count << std::uint32_t{0};
-}
 void write_packet(std::uint8_t* at, const Watch& packet) {
     Writer(at, Kind::watch) << packet.ring_bytes << packet.reserved;
 }
@@ -134,14 +131,6 @@ std::optional<Welcome> read_welcome(Bytes bytes) {
     Welcome packet = {};
     Reader(bytes) >> packet.address >> packet.batches >> packet.batch_bytes >> packet.reserved;
     if (packet.batches == 0 || packet.reserved != 0) return std::nullopt;
-    return packet;
-}
-
-std::optional<Data> read_data(Bytes bytes) {
-    if (bytes.size() < Data::kBytes || kind_of(bytes) != Kind::data) return std::nullopt;
-    Data packet = {};
-    Reader(bytes) >> packet.session >> packet.first >> packet.count >> packet.reserved;
-    if (packet.first == 0 || packet.count == 0 || packet.reserved != 0) return std::nullopt;
     return packet;
 }
 

@@ -126,37 +126,24 @@ struct Welcome {
     std::uint32_t reserved;     // 0
 };
 
-struct Data {
-    static constexpr std::uint32_t kBytes = 32;  // and the batches
-    std::uint64_t session;
-    std::uint64_t first;  // number of the first batch; they are numbered from 1 within the session
-    std::uint32_t count;
-    std::uint32_t reserved;  // 0
-};
-
 struct Watch {
     static constexpr std::uint32_t kBytes = 16;
     std::uint32_t ring_bytes;
     std::uint32_t reserved;  // 0
 };
 
-// Before each batch in a watcher's ring.
-struct CopyHead {
-    static constexpr std::uint32_t kBytes = 16;
-    std::uint64_t number;  // of the batch, from 1 for this watcher
-    std::uint64_t time;    // nanoseconds since 1970
-};
+// Before each batch in a watcher's ring: its number, from 1 for this watcher (8), and when it was taken, in
+// nanoseconds since 1970 (8).
+inline constexpr std::uint32_t kCopyHeadBytes = 16;
 
 // Each writes kBytes, preamble included.
 void write_packet(std::uint8_t* at, const Hello& packet);
 void write_packet(std::uint8_t* at, const Welcome& packet);
-void write_packet(std::uint8_t* at, const Data& packet);
 void write_packet(std::uint8_t* at, const Watch& packet);
 
-// Each reads a packet of its kind and of just its size, Data of at least that. None: it is damaged.
+// Each reads a packet of its kind and of just its size. None: it is damaged.
 std::optional<Hello> read_hello(Bytes bytes);
 std::optional<Welcome> read_welcome(Bytes bytes);
-std::optional<Data> read_data(Bytes bytes);
 std::optional<Watch> read_watch(Bytes bytes);
 
 // Counters travel as preamble, count (u32), a zero u32, and that many u64. A reader takes those it knows.

@@ -80,6 +80,7 @@ bool Intake::copy_out(RingSet::Source& source) {
     delivery_.last = reader.taken();
     delivery_.batches = static_cast<std::uint32_t>(delivery_.last - before);
     delivery_.bytes = Bytes(storage_).first(used);
+    delivery_.handled_messages = 0;
     delivery_.repeated = std::exchange(source.first_is_repeated, false);
     if (watcher_count_.load(std::memory_order_relaxed) != 0) copy_to_watchers(delivery_.bytes);
     return true;
@@ -93,7 +94,7 @@ void Intake::copy_to_watchers(Bytes batches) {
         bool sleeps = false;
         for (std::size_t at = 0; at < batches.size();) {
             const auto bytes = get<std::uint32_t>(batches.data() + at + kBatchHeaderBytes - 4);
-            const std::uint32_t size = CopyHead::kBytes + bytes;
+            const std::uint32_t size = kCopyHeadBytes + bytes;
             std::uint8_t* to = writer.reserve(size);
             if (to == nullptr && writer.note_handled()) to = writer.reserve(size);
             if (to == nullptr) {
@@ -101,7 +102,7 @@ void Intake::copy_to_watchers(Bytes batches) {
             } else {
                 put(to, writer.offered() + 1);
                 put(to + 8, time);
-                std::copy_n(batches.data() + at, bytes, to + CopyHead::kBytes);
+                std::copy_n(batches.data() + at, bytes, to + kCopyHeadBytes);
                 sleeps |= writer.publish();
             }
             at += bytes;

@@ -178,7 +178,12 @@ Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found) {
     }
     for (const std::uint32_t address : addresses) {
         Descriptor socket;
-        const bool is_open = folder.connect(address, socket) != Folder::Connected::nobody;
+        const Folder::Connected connected = folder.connect(address, socket);
+        if (connected == Folder::Connected::failed) {
+            log.line(folder.socket_path(address), ": ", system_error_text());
+            return VORN_BUS_SYSTEM_ERROR;
+        }
+        const bool is_open = connected != Folder::Connected::nobody;
         found.push_back({address, is_open, "ipc://" + folder.socket_path(address)});
     }
     return VORN_BUS_OK;

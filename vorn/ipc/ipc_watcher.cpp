@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t kLargestRing = 128U << 20;
 constexpr auto kAsksAgain = 100ms;
+constexpr auto kLooksForReceivers = 1s;
 constexpr auto kLooksForCapacity = 2ms;
 constexpr std::size_t kTogether = 64U << 10;  // bytes of copies of one time that make one entry of the queue
 
@@ -126,7 +127,7 @@ class Watched final : public Service::Handler {
                 std::uint32_t bytes = 0;
                 const RingReader::Found found = reader_.find(bytes);
                 if (found == RingReader::Found::nothing) break;
-                if (found == RingReader::Found::broken || bytes < CopyHead::kBytes) {
+                if (found == RingReader::Found::broken || bytes < kCopyHeadBytes) {
                     count(own_.counters.damaged);
                     return false;
                 }
@@ -148,11 +149,11 @@ class Watched final : public Service::Handler {
 
     // Copies of one time go into the queue together. Where memory is lacking, they are lost.
     void take(std::uint32_t bytes) {
-        std::array<std::uint8_t, CopyHead::kBytes> head;
-        reader_.peek(head.data(), CopyHead::kBytes);
+        std::array<std::uint8_t, kCopyHeadBytes> head;
+        reader_.peek(head.data(), kCopyHeadBytes);
         note(get<std::uint64_t>(head.data()));
         const auto time = get<std::uint64_t>(head.data() + 8);
-        const std::size_t size = bytes - CopyHead::kBytes;
+        const std::size_t size = bytes - kCopyHeadBytes;
         if (time != time_ || storage_.size() + size > kTogether) put();
         time_ = time;
         const std::size_t before = storage_.size();
@@ -163,7 +164,7 @@ class Watched final : public Service::Handler {
             count(own_.counters.lost_batches);
             return;
         }
-        reader_.copy(storage_.data() + before, bytes, CopyHead::kBytes);
+        reader_.copy(storage_.data() + before, bytes, kCopyHeadBytes);
         ++batches_;
     }
 
@@ -215,6 +216,7 @@ class IpcWatcher final : public Watcher {
         if (service_ == nullptr) return;
         service_->call([this] {
             service_->forget_folder(this);
+            service_->forget(look_);
             for (const auto& [address, one] : watched_) one->close();
         });
     }
@@ -224,9 +226,7 @@ class IpcWatcher final : public Watcher {
         service_ = Service::get();
         service_->call([this] {
             service_->watch_folder(folder_, this, [this](std::uint32_t address) { watch(address); });
-            std::vector<std::uint32_t> addresses;
-            if (!folder_.list(addresses)) own_.log.line(folder_.path(), ": ", system_error_text());
-            for (const std::uint32_t address : addresses) watch(address);
+            look();
         });
         return VORN_BUS_OK;
     }
@@ -238,6 +238,16 @@ class IpcWatcher final : public Watcher {
     }
 
   private:
+    // The system need not tell of each socket that appears.
+    void look() {
+        service_->at(Clock::now() + kLooksForReceivers, look_);
+        std::vector<std::uint32_t> addresses;
+        if (!folder_.list(addresses)) {
+            own_.log.line_about_outside(folder_.path(), ": ", system_error_text());
+        }
+        for (const std::uint32_t address : addresses) watch(address);
+    }
+
     void watch(std::uint32_t address) {
         const auto& wanted = own_.addresses;
         if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), address) == wanted.end()) return;
@@ -255,6 +265,7 @@ class IpcWatcher final : public Watcher {
     const WatchEndpoint own_;
     Folder folder_;
     std::shared_ptr<Service> service_;
+    Service::Task look_{[this] { look(); }};
     std::mutex lock_;
     std::unordered_map<std::uint32_t, std::unique_ptr<Watched>> watched_;
 };

@@ -106,12 +106,11 @@ void Service::unwatch(const Descriptor& descriptor, Handler& handler) {
     }
 }
 
-bool Service::watch_folder(const Folder& folder, const void* owner, Appeared appeared) {
-    if (!folders_) return false;
+void Service::watch_folder(const Folder& folder, const void* owner, Appeared appeared) {
+    if (!folders_) return;
     const int number = inotify_add_watch(folders_.get(), folder.descriptor_path().c_str(), IN_MOVED_TO);
-    if (number < 0) return false;
+    if (number < 0) return;
     folder_watches_.push_back(std::make_shared<FolderWatch>(FolderWatch{number, owner, std::move(appeared)}));
-    return true;
 }
 
 void Service::at(Deadline time, Task& task) {

@@ -66,7 +66,8 @@ class Service {
     // In its thread.
     bool watch(const Descriptor& descriptor, Handler& handler);  // false: the system refused
     void unwatch(const Descriptor& descriptor, Handler& handler);
-    bool watch_folder(const Folder& folder, const void* owner, Appeared appeared);
+    // Calls with what the system reports, which may be nothing: its owner looks by itself from time to time.
+    void watch_folder(const Folder& folder, const void* owner, Appeared appeared);
     void forget_folder(const void* owner);
     void at(Deadline time, Task& task);
     void forget(Task& task);  // its time
