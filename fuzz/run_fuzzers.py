@@ -108,10 +108,10 @@ def main() -> int:
                 for name, share in shares.items()]
         for future in concurrent.futures.as_completed(runs):
             name, executed, features, found = future.result()
-            print(f"{name:<16} {executed:>12,} executions {features:>8,} features {len(found):>3} findings", flush=True)
+            print(f"count: {name:<16} {executed:>12,} executions {features:>8,} features {len(found):>3} findings", flush=True)
             total += executed
             findings += found
-    print(f"{'all':<16} {total:>12,} executions {'':>17} {len(findings):>3} findings")
+    print(f"count: {'all':<16} {total:>12,} executions {'':>17} {len(findings):>3} findings")
     for path in findings:
         print(path)
     return 1 if findings else 0

@@ -87,7 +87,7 @@ def main() -> int:
         return 2
     different = sorted(file for file in one.keys() | other.keys() if one.get(file) != other.get(file))
     for file, value in one.items():
-        print(f"{value}  {file}" + ("  DIFFERENT" if file in different else ""))
+        print(f"count: {value}  {file}" + ("  DIFFERENT" if file in different else ""))
     if different:
         print(f"reproducible: not the same in both builds: {', '.join(different)}", file=sys.stderr)
         return 1

@@ -95,7 +95,7 @@ def main() -> int:
     else:
         for step in steps:
             print(f"{step['seconds']:7.1f} s  {step['command']}")
-        print(f"{seconds:7.1f} s  from nothing to a decoded message, in {len(steps)} commands")
+        print(f"count: {seconds:.1f} s from nothing to a decoded message, in {len(steps)} commands")
         print(f"{processor:7.1f} s  of a processor's time, on {os.cpu_count()} processors with a load of {load}")
         print("".join(f"problem: {problem}\n" for problem in problems), end="")
     return 1 if problems else 0

@@ -244,7 +244,7 @@ class Takeover(Chaos):
         handled = self.numbers(second_file)
         unmarked = sum(1 for marked, number in handled if not marked and number in seen)
         marked = sum(1 for mark, number in handled if mark and number in seen)
-        print(f"takeover: {self.messages} messages: {marked} came to both receivers with a mark, {unmarked} without one; the "
+        print(f"count: takeover: {self.messages} messages: {marked} came to both receivers with a mark, {unmarked} without one; the "
               f"first handled {late} after the second had begun", flush=True)
         return unmarked == 0 and late <= self.batch and self.messages == len(seen | {n for _, n in handled})
 

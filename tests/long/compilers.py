@@ -39,7 +39,7 @@ def main() -> int:
         digests = list(pool.map(lambda setting: digest(*setting), settings))
     for (compiler, level), each in zip(settings, digests):
         print(f"{compiler:<9} {level:<10} {each}")
-    print(f"{len(set(digests))} digest(s) of {len(settings)} builds")
+    print(f"count: {len(set(digests))} digest(s) of {len(settings)} builds")
     return 0 if len(set(digests)) == 1 else 1
 
 

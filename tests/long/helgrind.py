@@ -37,7 +37,7 @@ def main() -> int:
         bad = [text for text in pool.map(complaints, tests) if text]
     for text in bad:
         print(text)
-    print(f"{len(tests) - len(bad)} of {len(tests)} tests without a complaint of helgrind's")
+    print(f"count: {len(tests) - len(bad)} of {len(tests)} tests without a complaint of helgrind's")
     return 1 if bad or not tests else 0
 
 

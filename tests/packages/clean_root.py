@@ -230,7 +230,7 @@ def main() -> int:
                 result, verdict = step(), "ok    "
             except (Failure, subprocess.CalledProcessError) as failure:
                 result, verdict = str(failure), "FAILED"
-            print(f"{verdict} {time.monotonic() - start:6.1f} s  {name}: {result}", flush=True)
+            print(f"count: {verdict} {time.monotonic() - start:6.1f} s  {name}: {result}", flush=True)
             if verdict == "FAILED":
                 return 1
     return 0

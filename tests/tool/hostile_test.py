@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import resource
 import shutil
 import socket
 import subprocess
@@ -62,6 +63,20 @@ class FullDisk(VerbTest):
         self.assertEqual(recorder.process.wait(30), 3)
         self.assertIn("nac: /dev/full: No space left on device; free space there, or write elsewhere", recorder.report())
         self.assertNotIn("recorded", recorder.report())
+
+    def test_a_disk_that_fills_on_the_way_is_3(self) -> None:
+        # The limit of a file's size stands for the disk: the first writes succeed, a later one is cut short, then none does.
+        records = self.folder / "many.jsonl"
+        self.assert_done(nac("random", "--count", "20000", "-o", str(records)), 0)
+        messages = self.folder / "messages.jsonl"
+        self.assert_done(nac("encode", str(records), "-o", str(messages)), 0)
+        for verb, given in (("encode", records), ("decode", messages), ("hex", messages)):
+            out = self.folder / "out"
+            limits = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100_000, 100_000))
+            done = subprocess.run([NAC, verb, "-o", str(out), str(given)], capture_output=True, text=True, timeout=60,
+                                  preexec_fn=limits, restore_signals=False)  # whose SIGXFSZ is ignored, as Python has it
+            self.assertEqual((done.returncode, out.stat().st_size), (3, 100_000), f"{verb} {done.stderr[-200:]}")
+            self.assertIn(f"{out}: File too large", done.stderr)
 
     def test_handlers_of_the_bus_end_the_verb(self) -> None:
         with open("/dev/full", "w") as full:
