@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // A process to be killed: sends numbered messages, or writes down those that it handles.
 //
-// peer send URL ADDRESS DESTINATION GENERATION COUNT [BATCH] sends records {generation, number}, numbers from
-// 0, again and again where the bus refuses, and prints what became of them; peer exit ... the same, and ends
-// without a flush or a close. peer receive URL ADDRESS FILE [marks] appends eight bytes a record to the file,
-// until SIGTERM.
+// peer send URL ADDRESS DESTINATION GENERATION COUNT BATCH ACCEPTED sends records {generation, number},
+// numbers from 0, again and again where the bus refuses, keeps how many were accepted in the eight bytes of
+// the file ACCEPTED, and prints what became of them; peer sync ... the same, with a flush after each send;
+// peer exit ... ends without a flush or a close. peer receive URL ADDRESS FILE SLOW_US appends eight bytes a
+// record to the file, the generation inverted where the message is flagged as repeated, and takes that long
+// for each, until SIGTERM.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -44,13 +47,21 @@ vorn_bus* open_bus(const char* url, const char* address) {
     std::exit(3);
 }
 
+std::uint32_t number_in(const char* text) {
+    return static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
+}
+
 int send(char** arguments) {
+    const std::string role = arguments[1];
     vorn_bus* const bus = open_bus(arguments[2], arguments[3]);
-    const auto destination = static_cast<std::uint32_t>(std::strtoul(arguments[4], nullptr, 10));
-    const auto generation = static_cast<std::uint32_t>(std::strtoul(arguments[5], nullptr, 10));
-    const auto number = static_cast<std::uint32_t>(std::strtoul(arguments[6], nullptr, 10));
-    const auto batch =
-        arguments[7] == nullptr ? 1U : static_cast<std::uint32_t>(std::strtoul(arguments[7], nullptr, 10));
+    const std::uint32_t destination = number_in(arguments[4]);
+    const std::uint32_t generation = number_in(arguments[5]);
+    const std::uint32_t number = number_in(arguments[6]);
+    const std::uint32_t batch = number_in(arguments[7]);
+    const int file = ::open(arguments[8], O_RDWR | O_CLOEXEC);
+    void* const shared = mmap(nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (shared == MAP_FAILED) return 3;
+    auto& accepted = *static_cast<volatile std::uint64_t*>(shared);  // a kill leaves what it holds
     std::uint32_t next = 0;
     std::uint64_t refused = 0;
     std::vector<Nac_SetPortMsg> records;
@@ -61,6 +72,8 @@ int send(char** arguments) {
         const std::uint32_t result = Nac_SetPortMsg__sendmsg(destination, records.data(), count);
         if (result == VORN_BUS_OK) {
             next += count;
+            if (role == "sync" && vorn_bus_flush(bus, 120000) != VORN_BUS_OK) return 3;
+            accepted = next;
         } else if (result == VORN_BUS_NO_PEER || result == VORN_BUS_FULL) {
             ++refused;
         } else {
@@ -68,7 +81,7 @@ int send(char** arguments) {
             return 3;
         }
     }
-    const bool exits = std::strcmp(arguments[1], "exit") == 0;
+    const bool exits = role == "exit";
     const std::int32_t flushed = exits ? VORN_BUS_OK : vorn_bus_flush(bus, 120000);
     vorn_bus_counters counters = vorn_bus_counters_init();
     vorn_bus_read_counters(bus, &counters);
@@ -84,40 +97,30 @@ int send(char** arguments) {
     return 0;
 }
 
-// What is written by then; a message that may have been handled before is looked for in it.
-struct Journal {
-    int file = -1;
-    bool marks = false;
-    bool holds(const std::array<std::uint32_t, 2>& record) const {
-        std::array<std::uint32_t, 2> last = {};
-        const off_t end = lseek(file, 0, SEEK_END);
-        for (off_t at = end - 8; at >= 0 && at >= end - 8 * 1000; at -= 8) {
-            if (pread(file, last.data(), sizeof last, at) == 8 && last == record) return true;
-        }
-        return false;
-    }
+struct Receiver {
+    int file;
+    std::chrono::microseconds takes;
 };
 
 int receive(char** arguments) {
     struct sigaction action = {};
     action.sa_handler = [](int) { ends = 1; };
     sigaction(SIGTERM, &action, nullptr);
-    Journal journal;
-    journal.marks = arguments[5] != nullptr;
-    journal.file = ::open(arguments[4], O_CREAT | O_RDWR | O_APPEND | O_CLOEXEC, 0600);
-    if (journal.file < 0 || nac_fwm_port_recv_init() != 0) return 3;
+    Receiver receiver = {::open(arguments[4], O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600),
+                         std::chrono::microseconds(number_in(arguments[5]))};
+    if (receiver.file < 0 || nac_fwm_port_recv_init() != 0) return 3;
     vorn_bus* const bus = open_bus(arguments[2], arguments[3]);
     vorn_bus_handle_all(
         bus,
         [](const vorn_bus_message* message, void* context) {
-            const auto& to = *static_cast<const Journal*>(context);
+            const auto& to = *static_cast<const Receiver*>(context);
             const auto& port = *static_cast<const Nac_SetPortMsg*>(message->record);
             const bool repeated = (message->flags & VORN_BUS_REPEATED) != 0;
-            const std::array<std::uint32_t, 2> record = {repeated && to.marks ? ~port.f0 : port.f0, port.f1};
-            if (repeated && !to.marks && to.holds(record)) return;
+            const std::array<std::uint32_t, 2> record = {repeated ? ~port.f0 : port.f0, port.f1};
             if (write(to.file, record.data(), sizeof record) != 8) _exit(3);
+            if (to.takes.count() != 0) std::this_thread::sleep_for(to.takes);
         },
-        &journal);
+        &receiver);
     std::puts("open");
     std::fflush(stdout);
     while (ends == 0) vorn_bus_poll(bus, 50, 0, nullptr);
@@ -138,8 +141,8 @@ int receive(char** arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc >= 7 && (std::strcmp(argv[1], "send") == 0 || std::strcmp(argv[1], "exit") == 0))
-        return send(argv);
-    if ((argc == 5 || argc == 6) && std::strcmp(argv[1], "receive") == 0) return receive(argv);
+    const std::string role = argc > 1 ? argv[1] : "";
+    if (argc == 9 && (role == "send" || role == "sync" || role == "exit")) return send(argv);
+    if (argc == 6 && role == "receive") return receive(argv);
     return 2;
 }

@@ -3,8 +3,7 @@
 # servers and the receiver are killed and hosts are cut off with their servers, at random times. Nothing may be lost,
 # come twice or out of order.
 #
-# All of it runs in namespaces of its own for network, mounts and processes, which end with it. PEER names the program
-# that sends and receives.
+# All of it runs in namespaces of its own for network, mounts and processes, which end with it.
 import argparse
 import http.client
 import json
@@ -12,13 +11,14 @@ import os
 import pathlib
 import random
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile
 import time
 
-PEER = os.environ.get("PEER", str(pathlib.Path(__file__).resolve().parents[2] / "build/release/tests/bus/bus_peer"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "bus"))
+from bus_under_faults import Peers, Process, judge, records, wait_until  # noqa: E402
+
 HOSTS = (1, 2, 3)
 SENDER_HOST, RECEIVER_HOST = 1, 2
 RECEIVER_STREAM = "chaos-2"
@@ -65,19 +65,19 @@ def make_hosts() -> None:
 
 
 class Server:
-    """A server of the cluster, with its files; can be killed and started again."""
+    """A server of the cluster, or the only one, with its files; can be killed and started again."""
 
-    def __init__(self, host: int, folder: pathlib.Path) -> None:
+    def __init__(self, host: int, folder: pathlib.Path, cluster: "tuple[int, ...]" = HOSTS) -> None:
         self.host = host
         self.log = open(folder / f"server{host}.log", "ab")
         self.configuration = folder / f"server{host}.conf"
-        routes = ", ".join(f"nats://{address(other)}:6222" for other in HOSTS if other != host)
+        routes = ", ".join(f"nats://{address(other)}:6222" for other in cluster if other != host)
         # Clients and routes that are cut off shall be noticed in seconds.
         self.configuration.write_text(
             f"server_name: s{host}\nlisten: {address(host)}:4222\nhttp: {address(host)}:8222\n"
             f"ping_interval: \"1s\"\nping_max: 2\nwrite_deadline: \"2s\"\n"
             f"jetstream {{ store_dir: \"{folder}/store{host}\" }}\n"
-            f"cluster {{ name: chaos, listen: {address(host)}:6222, routes: [{routes}] }}\n")
+            + (f"cluster {{ name: chaos, listen: {address(host)}:6222, routes: [{routes}] }}\n" if routes else ""))
         self.start()
 
     def start(self) -> None:
@@ -106,12 +106,14 @@ class Server:
         return led
 
 
-def wait_until(what: str, holds, seconds: float = 60) -> None:
-    end = time.monotonic() + seconds
-    while not holds():
-        if time.monotonic() > end:
-            raise TimeoutError(f"{what}: not within {seconds:.0f} s")
-        time.sleep(0.05)
+class HostsPeers(Peers):
+    """The sender on one host, the receiver on another."""
+
+    name = "nats"
+    receiver_host = RECEIVER_HOST
+
+    def on_host(self, role: str) -> "list[str]":
+        return ["ip", "netns", "exec", f"host{self.receiver_host if role == 'receive' else SENDER_HOST}"]
 
 
 class Chaos:
@@ -119,21 +121,16 @@ class Chaos:
         self.messages, self.batch, self.most_kills = messages, batch, kills
         self.random = random.Random(seed)
         self.folder = folder
-        self.received = folder / "received"
+        self.peers = HostsPeers(folder, seed)
         servers = ",".join(f"{address(host)}:4222" for host in HOSTS)
-        self.url = f"nats://{servers}?prefix=chaos&replicas=3&state={folder}/state"
+        self.peers.url = f"nats://{servers}?prefix=chaos&replicas=3&state={folder}/state"
         self.kills = {"server": 0, "receiver": 0, "cut": 0}
-        self.errors = open(folder / "peers.log", "ab")
 
-    def peer(self, host: int, *arguments: object) -> "subprocess.Popen[str]":
-        return subprocess.Popen(["ip", "netns", "exec", f"host{host}", PEER, *map(str, arguments)],
-                                stdout=subprocess.PIPE, stderr=self.errors, text=True)
-
-    def start_receiver(self) -> None:
-        self.receiver = self.peer(RECEIVER_HOST, "receive", self.url, 2, self.received)
-
-    def arrived(self) -> int:
-        return self.received.stat().st_size // 8 if self.received.exists() else 0
+    def start(self) -> "Process[str]":
+        self.servers = [Server(host, self.folder) for host in HOSTS]
+        self.receiver = self.peers.start_receiver()  # which makes the stream
+        wait_until("all servers up to date", self.is_replicated)
+        return self.peers.start_sender(self.messages, self.batch)
 
     def kill_a_server(self) -> None:
         server = self.random.choice(self.servers)
@@ -145,7 +142,7 @@ class Chaos:
         self.receiver.kill()
         self.receiver.communicate()
         time.sleep(self.random.uniform(0, 0.3))
-        self.start_receiver()
+        self.receiver = self.peers.start_receiver()
 
     def cut_a_host(self) -> None:
         """With the leader, with the sender, or with the receiver, for longer than its lease."""
@@ -174,38 +171,20 @@ class Chaos:
 
     def execute(self) -> bool:
         begin = time.monotonic()
-        self.servers = [Server(host, self.folder) for host in HOSTS]
-        self.start_receiver()
-        # The receiver makes the stream; its first word says that it has.
-        if self.receiver.stdout.readline() != "open\n":
-            raise RuntimeError("the receiver could not open the bus")
-        wait_until("all servers up to date", self.is_replicated)
-        sender = self.peer(SENDER_HOST, "send", self.url, 1, 2, 0, self.messages, self.batch)
+        sender = self.start()
         points = sorted(self.random.uniform(0.02, 0.95) * self.messages for _ in range(self.most_kills))
         for point in points:
-            wait_until("messages", lambda: self.arrived() >= point or sender.poll() is not None, 300)
+            wait_until("messages", lambda: self.peers.arrived() >= point or sender.poll() is not None, 300)
             self.harm()
-        output, _ = sender.communicate(timeout=1800)
-        if sender.returncode != 0:
-            raise RuntimeError(f"the sender ended with {sender.returncode}: {(self.folder / 'peers.log').read_text()[-500:]}")
-        report = json.loads(output)
-        wait_until("the last messages", lambda: self.arrived() >= report["accepted"] or self.receiver.poll() is not None, 60)
-        time.sleep(1)  # for what comes twice
-        self.receiver.terminate()
-        self.receiver.communicate(timeout=30)
-        return self.judge(report, time.monotonic() - begin)
-
-    def judge(self, report: dict, seconds: float) -> bool:
-        numbers = [number for _, number in struct.iter_unpack("<II", self.received.read_bytes())]
-        seen = set(numbers)
-        lost = report["accepted"] - len(seen)
-        doubled = len(numbers) - len(seen)
-        disorder = sum(1 for before, after in zip(numbers, numbers[1:]) if after <= before)
+        report = self.peers.end_of(sender)
+        verdict = self.peers.finish(self.receiver, {0: report["accepted"]}, 60)
         print(f"count: {report['accepted']} messages, {sum(self.kills.values())} kills ({self.kills['server']} of servers, "
-              f"{self.kills['receiver']} of the receiver, {self.kills['cut']} cuts of a host) in {seconds:.0f} s, with a "
-              f"send_timeout_ms of 2000: {max(lost, 0)} lost, {doubled} doubled, {disorder} out of order; the sender was "
+              f"{self.kills['receiver']} of the receiver, {self.kills['cut']} cuts of a host) in "
+              f"{time.monotonic() - begin:.0f} s, with a send_timeout_ms of 2000: {verdict.lost} lost, {verdict.doubled} "
+              f"doubled without the flag, {verdict.flagged} with it, {verdict.disordered} out of order; the sender was "
               f"refused {report['refused']} times, and counts {report['lost_batches']} batches as lost", flush=True)
-        return ((report["accepted"], lost, doubled, disorder) == (self.messages, 0, 0, 0)
+        return ((report["accepted"], verdict.lost, verdict.doubled, verdict.disordered) == (self.messages, 0, 0, 0)
+                and verdict.flagged <= self.batch * self.kills["receiver"]
                 and (report["lost_batches"], report["left"], report["flush"]) == (0, 0, 0))
 
 
@@ -214,39 +193,34 @@ class Takeover(Chaos):
     could not acknowledge may come to the second, but marked; after the second has begun, the first handles no more than
     the batch in its hands."""
 
-    def numbers(self, file: pathlib.Path) -> "list[tuple[bool, int]]":
-        """For each message that was handled, whether it was marked, and its number."""
-        found = struct.iter_unpack("<II", file.read_bytes()) if file.exists() else []
-        return [(generation != 0, number) for generation, number in found]
-
     def execute(self) -> bool:
-        self.servers = [Server(host, self.folder) for host in HOSTS]
-        self.start_receiver()
-        self.receiver.stdout.readline()
-        wait_until("all servers up to date", self.is_replicated)
-        sender = self.peer(SENDER_HOST, "send", self.url, 1, 2, 0, self.messages, self.batch)
-        wait_until("messages", lambda: self.arrived() >= self.messages / 4)
+        sender = self.start()
+        wait_until("messages", lambda: self.peers.arrived() >= self.messages / 4)
         run("ip", "link", "set", f"port{RECEIVER_HOST}", "down")
-        second_file = self.folder / "second"
-        url = self.url.replace("/state", "/another")
-        second = self.peer(HOSTS[2], "receive", url, 2, second_file, "marks")
-        wait_until("the second receiver's begin", lambda: self.numbers(second_file), 90)
-        before = self.numbers(self.received)
+        other = HostsPeers(self.folder)
+        other.receiver_host = HOSTS[2]
+        other.received = self.folder / "second"
+        other.url = self.peers.url.replace("/state", "/another")
+        second = other.start_receiver()
+        wait_until("the second receiver's begin", other.arrived, 90)
+        before = records(self.peers.received)
         run("ip", "link", "set", f"port{RECEIVER_HOST}", "up")
         sender.communicate(timeout=300)
-        seen = {number for _, number in before}
-        wait_until("the last messages", lambda: len(seen | {n for _, n in self.numbers(second_file)}) >= self.messages, 90)
+        seen = {number for _, _, number in before}
+        wait_until("the last messages",
+                   lambda: len(seen | {number for _, _, number in records(other.received)}) >= self.messages, 90)
         time.sleep(5)  # for what the first might handle once it is back
-        late = len(self.numbers(self.received)) - len(before)
+        late = len(records(self.peers.received)) - len(before)
         for process in (self.receiver, second):
             process.terminate()
             process.communicate(timeout=30)
-        handled = self.numbers(second_file)
-        unmarked = sum(1 for marked, number in handled if not marked and number in seen)
-        marked = sum(1 for mark, number in handled if mark and number in seen)
+        handled = records(other.received)
+        unmarked = sum(1 for marked, _, number in handled if not marked and number in seen)
+        marked = sum(1 for mark, _, number in handled if mark and number in seen)
         print(f"count: takeover: {self.messages} messages: {marked} came to both receivers with a mark, {unmarked} without one; the "
               f"first handled {late} after the second had begun", flush=True)
-        return unmarked == 0 and late <= self.batch and self.messages == len(seen | {n for _, n in handled})
+        return (unmarked == 0 and late <= self.batch and judge(other.received, {}).doubled == 0
+                and self.messages == len(seen | {number for _, _, number in handled}))
 
 
 def main() -> int:

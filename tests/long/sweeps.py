@@ -57,6 +57,8 @@ SWEEPS = [
           f"{PEER} python3 tests/long/bus_chaos.py --messages 1000000 --batch 20 --kills 100"),
     Sweep("takeover", "a receiver on NATS that is cut off, and the one that takes its address over",
           f"{PEER} python3 tests/long/bus_chaos.py --messages 200000 --takeover"),
+    Sweep("bus-faults", "what comes of messages on ipc and nats while processes, disks and networks fail; the table of "
+          "[the bus](bus.md#when-processes-and-servers-come-and-go)", f"{PEER} python3 tests/long/bus_faults.py"),
     Sweep("compilers", "compilers and levels of optimisation give the same output", "python3 tests/long/compilers.py"),
     Sweep("aarch64", "all tests on aarch64, emulated", preset_tests("aarch64")),
     Sweep("s390x", "all tests on s390x, which is big-endian, emulated", preset_tests("s390x")),
