@@ -11,5 +11,6 @@ for preset in coverage coverage-programs; do
     find build/$preset -name "*.gcda" -delete
     ctest --preset $preset --progress
 done
+NAC="$PWD/build/coverage-programs/nac" python3 tests/tool/failures/injected_failures.py --most 10
 python3 tests/long/coverage.py
 python/tests/package_coverage.sh build/coverage-programs
