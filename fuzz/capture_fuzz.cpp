@@ -3,7 +3,7 @@
 // the same.
 //
 // Input: a capture, or anything.
-#include "tool/io/capture.h"
+#include "tool/io/capture_writer.h"
 
 #include <algorithm>
 #include <cstdint>

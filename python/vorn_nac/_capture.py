@@ -5,6 +5,7 @@ import os
 import pathlib
 import subprocess
 from dataclasses import dataclass
+from datetime import datetime
 from typing import Iterator, Optional, Self, Union
 
 from . import _codec, _library
@@ -54,6 +55,12 @@ class CapturedMessage:
         return [] if self.type is None else _codec.verify(self.type, self.packed)
 
 
+def _nanoseconds(text: str) -> int:
+    """Since 1970, of 2025-11-21T14:40:00.250113000Z."""
+    second, fraction = text.removesuffix("Z").split(".")
+    return int(datetime.fromisoformat(second + "+00:00").timestamp()) * 10**9 + int(fraction)
+
+
 class Capture:
     """The messages of a capture, one by one; it can be iterated once. Closing it ends the reading."""
 
@@ -71,7 +78,7 @@ class Capture:
         for line in lines:
             given = json.loads(line)
             packed = bytes.fromhex(given["hex"])
-            yield CapturedMessage(given["packet"], given["time"], given["from"], given["to"], given["target"],
+            yield CapturedMessage(given["packet"], _nanoseconds(given["time"]), given["from"], given["to"], given["target"],
                                   given["batch"], given["position"], given["count"], given["id"],
                                   given["bytes"] - len(packed), packed)
         complaint = complaints.read().decode(errors="replace").strip()

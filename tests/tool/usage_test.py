@@ -21,7 +21,7 @@ WRONG = {
     ("send", "--to", "1"): "send needs FILE; see nac send --help",
     ("send", "x"): "send needs --to; see nac send --help",
     ("send", "--to"): "send --to needs a value; see nac send --help",
-    ("decode", "--format", "json", "x"): "decode --format: json is none of lines, raw, hex, prefixed, tagged, pcapng;"
+    ("decode", "--format", "json", "x"): "decode --format: json is none of lines, raw, hex, prefixed, tagged, pcapng, dump;"
                                          " see nac decode --help",
     ("encode", "--layout", "Image", "x"): "encode --layout: Image is none of compact, image, sent; did you mean image?",
     ("random", "--count", "-1"): "random --count: -1 is no whole number without a sign; see nac random --help",

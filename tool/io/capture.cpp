@@ -5,41 +5,19 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <system_error>
+#include <optional>
 #include <utility>
 
-#include "tool/commands.h"
+#include "tool/io/capture_blocks.h"
 #include "tool/show/counted.h"
+#include "tool/show/shown.h"
 #include "vorn/core/envelope.h"
 
 namespace tool {
 namespace {
 
-// Blocks of the format.
-constexpr std::uint32_t kSectionBlock = 0x0A0D0D0A;  // the same in either byte order
-constexpr std::uint32_t kInterfaceBlock = 1;
-constexpr std::uint32_t kStatisticsBlock = 5;
-constexpr std::uint32_t kPacketBlock = 6;
-constexpr std::uint32_t kByteOrderMark = 0x1A2B3C4D;
-
-constexpr std::uint16_t kEndOfOptions = 0;
-constexpr std::uint16_t kSectionApplication = 4;
-constexpr std::uint16_t kInterfaceName = 2;
-constexpr std::uint16_t kInterfaceResolution = 9;
-constexpr std::uint16_t kStatisticsReceived = 4;
-constexpr std::uint16_t kStatisticsDropped = 5;
-
-constexpr std::uint32_t kBlockBytes = 12;  // around its content: type, and the length twice
-constexpr std::uint32_t kPacketHeadBytes = 20;
-constexpr std::uint32_t kLargestBlock = 128U << 20;
 constexpr std::uint64_t kNanoseconds = 1'000'000'000;
-constexpr std::size_t kBufferBytes = 1U << 18;
 constexpr std::size_t kReadBytes = 1U << 20;
-
-using vorn::put;
 
 // Little-endian, or big-endian if `reversed`.
 template <std::unsigned_integral T>
@@ -50,173 +28,63 @@ T number_at(const std::uint8_t* bytes, bool reversed) {
     return vorn::get<T>(copy.data());
 }
 
-// A block in the making, little-endian.
-class Block {
-  public:
-    explicit Block(std::vector<std::uint8_t>& bytes, std::uint32_t type) : bytes_(bytes) {
-        bytes_.clear();
-        add(type);
-        add(std::uint32_t{0});
-    }
-
-    template <std::unsigned_integral T>
-    Block& add(T value) {
-        const std::size_t at = bytes_.size();
-        bytes_.resize(at + sizeof value);
-        put(bytes_.data() + at, value);
-        return *this;
-    }
-    Block& add(std::span<const std::uint8_t> bytes) {
-        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-        return *this;
-    }
-    Block& pad() {
-        bytes_.resize((bytes_.size() + 3) / 4 * 4);
-        return *this;
-    }
-    Block& option(std::uint16_t code, std::span<const std::uint8_t> value) {
-        return add(code).add(static_cast<std::uint16_t>(value.size())).add(value).pad();
-    }
-    Block& option(std::uint16_t code, std::string_view value) {
-        return option(code, {reinterpret_cast<const std::uint8_t*>(value.data()), value.size()});
-    }
-    Block& option(std::uint16_t code, std::uint64_t value) {
-        return add(code).add(std::uint16_t{sizeof value}).add(value);
-    }
-    Block& end_options() { return add(kEndOfOptions).add(std::uint16_t{0}); }
-
-    std::span<const std::uint8_t> finish() {
-        const auto length = static_cast<std::uint32_t>(bytes_.size() + 4);
-        put(bytes_.data() + 4, length);
-        add(length);
-        return bytes_;
-    }
-
-  private:
-    std::vector<std::uint8_t>& bytes_;
+// The older format begins with one of two numbers, in the byte order of its writer.
+struct PcapForm {
+    bool reversed;
+    std::uint64_t ticks_a_second;
 };
-
-std::uint32_t high(std::uint64_t value) { return static_cast<std::uint32_t>(value >> 32); }
-std::uint32_t low(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
-
-CommandError file_error(const std::string& file) {
-    return {kTrouble, fmt::format("{}: {}", file, std::generic_category().message(errno))};
+std::optional<PcapForm> pcap_form(const std::uint8_t* first) {
+    constexpr std::uint32_t kMicrosecondMark = 0xA1B2C3D4;
+    constexpr std::uint32_t kNanosecondMark = 0xA1B23C4D;
+    for (const bool reversed : {false, true}) {
+        const auto mark = number_at<std::uint32_t>(first, reversed);
+        if (mark == kMicrosecondMark) return PcapForm{reversed, 1'000'000};
+        if (mark == kNanosecondMark) return PcapForm{reversed, kNanoseconds};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
 
-// ---- writing --------------------------------------------------------------------------------------
-
-CaptureWriter::CaptureWriter(std::string file, std::uint64_t split_bytes, std::uint32_t snapshot_bytes)
-    : file_(std::move(file)), split_bytes_(split_bytes), snapshot_bytes_(snapshot_bytes) {
-    open();
-}
-
-void CaptureWriter::open() {
-    std::string name = file_;
-    if (!files_.empty()) {
-        const std::filesystem::path path(file_);
-        const std::string next =
-            fmt::format("{}-{}{}", path.stem().string(), files_.size() + 1, path.extension().string());
-        name = (path.parent_path() / next).string();
-    }
-    out_.emplace(name);
-    files_.push_back(name);
-    in_file_ = 0;
-    put(Block(packet_, kSectionBlock)
-            .add(kByteOrderMark)
-            .add(std::uint16_t{1})
-            .add(std::uint16_t{0})
-            .add(UINT64_MAX)  // the section's length is not known
-            .option(kSectionApplication, "nac " NAC_VERSION)
-            .end_options()
-            .finish());
-    const std::array<std::uint8_t, 1> nanoseconds = {9};
-    put(Block(packet_, kInterfaceBlock)
-            .add(kCaptureLinkType)
-            .add(std::uint16_t{0})
-            .add(snapshot_bytes_)
-            .option(kInterfaceName, "VORN bus")
-            .option(kInterfaceResolution, nanoseconds)
-            .end_options()
-            .finish());
-}
-
-void CaptureWriter::write(const CapturedMessage& message) {
-    const auto whole = static_cast<std::uint32_t>(
-        std::min<std::size_t>(kCaptureHeaderBytes + message.bytes.size(), kLargestBlock / 2));
-    const std::uint32_t kept = std::min(whole, std::max(snapshot_bytes_, kCaptureHeaderBytes));
-    const std::uint64_t block = kBlockBytes + kPacketHeadBytes + kept;
-    if (split_bytes_ != 0 && message.batch != batch_ && batch_ != 0 && in_file_ + block > split_bytes_) {
-        out_->finish();
-        open();
-    }
-    batch_ = message.batch;
-    last_time_ = message.time;
-    if (kept < whole) ++cut_messages_;
-    put(Block(packet_, kPacketBlock)
-            .add(std::uint32_t{0})
-            .add(high(message.time))
-            .add(low(message.time))
-            .add(kept)
-            .add(static_cast<std::uint32_t>(
-                kCaptureHeaderBytes + std::max<std::size_t>(message.bytes.size(), message.bytes_on_bus)))
-            .add(kCaptureHeaderVersion)
-            .add(static_cast<std::uint8_t>(kCaptureHeaderBytes))
-            .add(static_cast<std::uint16_t>(message.flags))
-            .add(message.id)
-            .add(message.source)
-            .add(message.destination)
-            .add(message.target)
-            .add(message.position)
-            .add(message.count)
-            .add(message.batch)
-            .add(message.bytes.first(kept - kCaptureHeaderBytes))
-            .pad()
-            .finish());
-    ++messages_;
-}
-
-void CaptureWriter::put(std::span<const std::uint8_t> bytes) {
-    out_->write(bytes);
-    in_file_ += bytes.size();
-    bytes_ += bytes.size();
-}
-
-void CaptureWriter::flush() { out_->flush(); }
-
-void CaptureWriter::finish(std::uint64_t lost_batches) {
-    put(Block(packet_, kStatisticsBlock)
-            .add(std::uint32_t{0})
-            .add(high(last_time_))
-            .add(low(last_time_))
-            .option(kStatisticsReceived, messages_)
-            .option(kStatisticsDropped, lost_batches)
-            .end_options()
-            .finish());
-    out_->finish();
-}
-
-// ---- reading --------------------------------------------------------------------------------------
-
 bool is_capture(std::span<const std::uint8_t> beginning) {
-    return beginning.size() >= 4 && vorn::get<std::uint32_t>(beginning.data()) == kSectionBlock;
+    if (beginning.size() < 4) return false;
+    return vorn::get<std::uint32_t>(beginning.data()) == kSectionBlock || pcap_form(beginning.data());
 }
 
-CaptureReader::CaptureReader(const std::string& file)
-    : name_(file == "-" ? "standard input" : file), in_(stdin) {
-    if (file != "-") {
-        opened_ = open_file(file);
-        if (opened_ == nullptr) throw file_error(file);
-        in_ = opened_.get();
-        static_cast<void>(std::setvbuf(in_, nullptr, _IOFBF, kBufferBytes));
+CaptureReader::CaptureReader(const std::string& file) : own_(std::make_unique<Input>(file)), input_(*own_) {
+    start();
+}
+
+CaptureReader::CaptureReader(Input& input) : input_(input) { start(); }
+
+void CaptureReader::start() {
+    const std::span<const std::uint8_t> beginning = input_.beginning(4);
+    const std::optional<PcapForm> form =
+        beginning.size() == 4 ? pcap_form(beginning.data()) : std::optional<PcapForm>();
+    if (form) {
+        reversed_ = form->reversed;
+        return start_pcap(form->ticks_a_second);
     }
-    read_section(true);
+    std::uint32_t type = 0;
+    const bool is_section = read_block(type) && type == kSectionBlock;
+    if (!is_section) {
+        const std::string why = position_ == 0 ? "empty" : type == kSectionBlock ? complaint_ : "";
+        throw CommandError(kBadData, fmt::format("{}: not a capture in the pcapng or pcap format{}{}", name(),
+                                                 why.empty() ? "" : ": ", why));
+    }
+    read_section();
 }
 
-CaptureReader::CaptureReader(std::FILE* in, std::span<const std::uint8_t> beginning, std::string name)
-    : name_(std::move(name)), in_(in), beginning_(beginning.begin(), beginning.end()) {
-    read_section(true);
+void CaptureReader::start_pcap(std::uint64_t ticks_a_second) {
+    constexpr std::size_t kHeadBytes = 24;
+    constexpr std::size_t kLinkTypeAt = 20;
+    is_pcap_ = true;
+    block_.clear();
+    if (!get_more(kHeadBytes)) {
+        throw CommandError(kBadData,
+                           fmt::format("{}: a capture in the pcap format that ends in its header", name()));
+    }
+    interfaces_.push_back({at<std::uint16_t>(kLinkTypeAt + (reversed_ ? 2 : 0)), ticks_a_second});
 }
 
 template <class T>
@@ -237,13 +105,20 @@ void CaptureReader::each_option(std::size_t from, Use&& use) const {
 }
 
 std::size_t CaptureReader::get(std::uint8_t* to, std::size_t count) {
-    const std::size_t early = std::min(beginning_.size(), count);
-    std::copy_n(beginning_.begin(), early, to);
-    beginning_.erase(beginning_.begin(), beginning_.begin() + static_cast<std::ptrdiff_t>(early));
-    const std::size_t got = early + std::fread(to + early, 1, count - early, in_);
-    if (got < count && std::ferror(in_) != 0) throw file_error(name_);
+    const std::size_t got = input_.read(to, count);
     position_ += got;
     return got;
+}
+
+// Adds to the block. Memory grows with what comes, not with what is claimed.
+bool CaptureReader::get_more(std::size_t count) {
+    while (count > 0) {
+        const std::size_t step = std::min<std::size_t>(count, kReadBytes);
+        block_.resize(block_.size() + step);
+        if (get(block_.data() + block_.size() - step, step) < step) return false;
+        count -= step;
+    }
+    return true;
 }
 
 bool CaptureReader::fail(std::string why) {
@@ -279,13 +154,7 @@ bool CaptureReader::read_block(std::uint32_t& type) {
     if (length < kBlockBytes + early || length % 4 != 0 || length > kLargestBlock)
         return fail(fmt::format("the block at byte {} claims {} bytes", block_at_, length));
     block_.assign(head.begin() + 8, head.begin() + 8 + static_cast<std::ptrdiff_t>(early));
-    // Memory grows with what comes, not with what is claimed.
-    for (std::size_t left = length - kBlockBytes - early; left > 0;) {
-        const std::size_t step = std::min<std::size_t>(left, kReadBytes);
-        block_.resize(block_.size() + step);
-        if (get(block_.data() + block_.size() - step, step) < step) return cut();
-        left -= step;
-    }
+    if (!get_more(length - kBlockBytes - early)) return cut();
     if (get(head.data() + 4, 4) < 4) return cut();
     if (number(4) != length)
         return fail(
@@ -293,16 +162,7 @@ bool CaptureReader::read_block(std::uint32_t& type) {
     return true;
 }
 
-void CaptureReader::read_section(bool first) {
-    if (first) {
-        std::uint32_t type = 0;
-        const bool read = read_block(type);
-        if (!read || type != kSectionBlock) {
-            const std::string why = position_ == 0 ? "empty" : type == kSectionBlock ? complaint_ : "";
-            throw CommandError(kBadData, fmt::format("{}: not a capture in the pcapng format{}{}", name_,
-                                                     why.empty() ? "" : ": ", why));
-        }
-    }
+void CaptureReader::read_section() {
     interfaces_.clear();
     if (block_.size() < 16) return;
     each_option(16, [this](std::uint16_t code, std::size_t from, std::size_t length) {
@@ -333,23 +193,25 @@ void CaptureReader::read_statistics() {
 
 // False: holds no message of the bus.
 bool CaptureReader::read_packet(CapturedMessage& message) {
-    ++packets_;
     if (block_.size() < kPacketHeadBytes) return false;
     const auto interface = at<std::uint32_t>(0);
-    const auto captured = at<std::uint32_t>(12);
-    const auto original = at<std::uint32_t>(16);
-    if (interface >= interfaces_.size() || interfaces_[interface].link_type != kCaptureLinkType) return false;
-    if (captured > block_.size() - kPacketHeadBytes || captured < kCaptureHeaderBytes) return false;
-    // What the writer wrote is little-endian, whatever the section is.
-    const std::uint8_t* const head = block_.data() + kPacketHeadBytes;
+    const PacketHead packet = {std::uint64_t{at<std::uint32_t>(4)} << 32 | at<std::uint32_t>(8),
+                               at<std::uint32_t>(12), at<std::uint32_t>(16)};
+    if (interface >= interfaces_.size() || packet.bytes > block_.size() - kPacketHeadBytes) return false;
+    return read_message(interfaces_[interface], packet, block_.data() + kPacketHeadBytes, message);
+}
+
+// `head`: the packet's bytes. What the writer wrote is little-endian, whatever the capture is.
+bool CaptureReader::read_message(const Interface& interface, const PacketHead& packet,
+                                 const std::uint8_t* head, CapturedMessage& message) {
+    if (interface.link_type != kCaptureLinkType || packet.bytes < kCaptureHeaderBytes) return false;
     const std::uint8_t head_bytes = head[1];
-    if (head[0] != kCaptureHeaderVersion || head_bytes < kCaptureHeaderBytes || head_bytes > captured)
+    if (head[0] != kCaptureHeaderVersion || head_bytes < kCaptureHeaderBytes || head_bytes > packet.bytes)
         return false;
-    const std::uint64_t ticks = std::uint64_t{at<std::uint32_t>(4)} << 32 | at<std::uint32_t>(8);
-    const std::uint64_t a_second = interfaces_[interface].ticks_a_second;
-    const std::uint64_t rest = ticks % a_second;
+    const std::uint64_t a_second = interface.ticks_a_second;
+    const std::uint64_t rest = packet.ticks % a_second;
     message.time =
-        ticks / a_second * kNanoseconds +
+        packet.ticks / a_second * kNanoseconds +
         (a_second <= kNanoseconds * 10 ? rest * kNanoseconds / a_second : rest / (a_second / kNanoseconds));
     message.flags = vorn::get<std::uint16_t>(head + 2);
     message.id = vorn::get<std::uint32_t>(head + 4);
@@ -359,17 +221,39 @@ bool CaptureReader::read_packet(CapturedMessage& message) {
     message.position = vorn::get<std::uint32_t>(head + 24);
     message.count = vorn::get<std::uint32_t>(head + 28);
     message.batch = vorn::get<std::uint64_t>(head + 32);
-    message.bytes = {head + head_bytes, captured - head_bytes};
-    message.bytes_on_bus = std::max(original, captured) - head_bytes;
+    message.bytes = {head + head_bytes, packet.bytes - head_bytes};
+    message.bytes_on_bus = std::max(packet.original_bytes, packet.bytes) - head_bytes;
     return true;
 }
 
-bool CaptureReader::next(CapturedMessage& message) {
+bool CaptureReader::next_pcap(CapturedMessage& message) {
+    constexpr std::size_t kHeadBytes = 16;
+    while (true) {
+        const std::uint64_t begin = position_;
+        const auto cut = [this, begin] {
+            return fail(fmt::format("ends within the packet at byte {}: its end is missing", begin));
+        };
+        block_.clear();
+        if (!get_more(kHeadBytes)) return position_ == begin ? false : cut();
+        const Interface& interface = interfaces_.front();
+        const PacketHead packet = {at<std::uint32_t>(0) * interface.ticks_a_second + at<std::uint32_t>(4),
+                                   at<std::uint32_t>(8), at<std::uint32_t>(12)};
+        if (packet.bytes > kLargestBlock)
+            return fail(fmt::format("the packet at byte {} claims {} bytes", begin, packet.bytes));
+        block_.clear();
+        if (!get_more(packet.bytes)) return cut();
+        ++packets_;
+        if (read_message(interface, packet, block_.data(), message)) return true;
+        ++foreign_packets_;
+    }
+}
+
+bool CaptureReader::next_pcapng(CapturedMessage& message) {
     std::uint32_t type = 0;
     while (complaint_.empty() && read_block(type)) {
         switch (type) {
             case kSectionBlock:
-                read_section(false);
+                read_section();
                 break;
             case kInterfaceBlock:
                 read_interface();
@@ -378,6 +262,7 @@ bool CaptureReader::next(CapturedMessage& message) {
                 read_statistics();
                 break;
             case kPacketBlock:
+                ++packets_;
                 if (read_packet(message)) return true;
                 ++foreign_packets_;
                 break;
@@ -385,10 +270,23 @@ bool CaptureReader::next(CapturedMessage& message) {
                 break;
         }
     }
+    return false;
+}
+
+bool CaptureReader::next(CapturedMessage& message) {
+    if (!complaint_.empty()) return false;
+    if (is_pcap_ ? next_pcap(message) : next_pcapng(message)) return true;
     if (complaint_.empty() && packets_ != 0 && packets_ == foreign_packets_)
         return fail(
             fmt::format("{} passed over, and none holds a message of the bus", counted(packets_, "packet")));
     return false;
+}
+
+void report_foreign_packets(const CaptureReader& reader) {
+    if (reader.foreign_packets() == 0 || !reader.complaint().empty())
+        return;  // the complaint has their number
+    report("nac: {}: passed over {} without a message of the bus", reader.name(),
+           counted(reader.foreign_packets(), "packet"));
 }
 
 }  // namespace tool

@@ -42,24 +42,29 @@ void add_record(const JsonLine& line, const Json& record, Records& records) {
     }
 }
 
+void for_each_line(Input& input, const std::function<void(const JsonLine&)>& use,
+                   const MessageType* usual_type) {
+    LineReader reader(input);
+    for (std::string line; reader.next(line);) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+        Json object;
+        try {
+            object = json_from_text(line);
+        } catch (const std::invalid_argument& error) {
+            throw reader.bad(error.what());
+        }
+        const MessageType* type = object.is_object() ? type_of(object, reader) : nullptr;
+        if (type == nullptr && object.is_object()) type = usual_type;
+        if (type == nullptr) throw reader.bad("no \"type\" with a message type's name");
+        use({reader.origin(), *type, object, line.size() + 1});
+    }
+}
+
 void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use,
                    const MessageType* usual_type) {
-    std::string line;
     for (const std::string& file : files) {
-        LineReader reader(file);
-        while (reader.next(line)) {
-            if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-            Json object;
-            try {
-                object = json_from_text(line);
-            } catch (const std::invalid_argument& error) {
-                throw reader.bad(error.what());
-            }
-            const MessageType* type = object.is_object() ? type_of(object, reader) : nullptr;
-            if (type == nullptr && object.is_object()) type = usual_type;
-            if (type == nullptr) throw reader.bad("no \"type\" with a message type's name");
-            use({reader.origin(), *type, object, line.size() + 1});
-        }
+        Input input(file);
+        for_each_line(input, use, usual_type);
     }
 }
 

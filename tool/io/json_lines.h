@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tool/commands.h"
+#include "tool/io/input.h"
 #include "tool/message/record_json.h"
 
 namespace tool {
@@ -33,6 +34,9 @@ void add_record(const JsonLine& line, const Json& record, Records& records);
 // the usual one, if there is one. Throws CommandError with the position and the fault.
 void for_each_line(const std::vector<std::string>& files, const std::function<void(const JsonLine&)>& use,
                    const MessageType* usual_type = nullptr);
+// The same for the lines that follow in an input.
+void for_each_line(Input& input, const std::function<void(const JsonLine&)>& use,
+                   const MessageType* usual_type);
 
 }  // namespace tool
 

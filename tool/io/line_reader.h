@@ -4,11 +4,12 @@
 #define TOOL_LINE_READER_H
 
 #include <cstddef>
-#include <cstdio>
+#include <memory>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "tool/commands.h"
+#include "tool/io/input.h"
 
 namespace tool {
 
@@ -18,10 +19,9 @@ inline constexpr std::size_t kLongestLine = 16U << 20;
 class LineReader {
   public:
     // "-" is standard input. Throws CommandError, here and later.
-    explicit LineReader(const std::string& file);
-    ~LineReader();
-    LineReader(const LineReader&) = delete;
-    LineReader& operator=(const LineReader&) = delete;
+    explicit LineReader(const std::string& file) : own_(std::make_unique<Input>(file)), input_(*own_) {}
+    // Lines of what follows in the input.
+    explicit LineReader(Input& input) : input_(input) {}
 
     // The next line, without its end; false after the last.
     bool next(std::string& line);
@@ -32,14 +32,10 @@ class LineReader {
     CommandError bad(const std::string& what) const { return {kBadData, origin() + ": " + what}; }
 
   private:
-    bool fill();
-
-    std::string name_;
-    std::FILE* file_;
+    std::unique_ptr<Input> own_;
+    Input& input_;
     std::size_t number_ = 0;
-    std::vector<char> buffer_;
-    std::size_t begin_ = 0;  // of what is in the buffer and was not returned
-    std::size_t end_ = 0;
+    std::string_view rest_;  // of what has come and was not returned
 };
 
 }  // namespace tool

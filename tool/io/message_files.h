@@ -6,11 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "tool/commands.h"
+#include "tool/io/message_filter.h"
 #include "tool/io/output.h"
 #include "tool/message/message_type.h"
 
@@ -23,16 +26,18 @@ enum class Format {
     prefixed,  // each message after its length, a u32, little-endian
     tagged,    // each message after its id and its length, two such u32
     pcapng,    // a capture of nac record, which is recognised by itself; not written
+    dump,      // what hexdump -C and xxd print, which is recognised by itself; not written
 };
 
 // Options of a verb that reads messages.
 struct MessageOptions {
     std::vector<std::string> files;  // "-" is standard input
     Format format = Format::lines;
-    std::string type;  // name or id; empty: the messages name theirs
+    std::string type;      // name or id; empty: the messages name theirs
+    FilterOptions filter;  // but for the type
 };
 
-// Adds FILE, --format and --type.
+// Adds FILE, --format, --type and what chooses messages.
 void add_message_options(CLI::App& verb, MessageOptions& options);
 
 // The names of the formats. Only nac record writes captures.
@@ -44,11 +49,24 @@ const Formats& read_formats();
 void add_format_option(CLI::App& verb, Format& format, const std::string& purpose,
                        const Formats& formats = write_formats());
 
+// Of a message in a capture.
+struct Packet {
+    std::uint64_t number;  // from 1
+    std::uint64_t time;    // nanoseconds since 1970
+    std::uint32_t source;
+    std::uint32_t destination;
+};
+
 struct Message {
     std::string origin;  // "file:line", "file: message 3"
     const MessageType& type;
     std::span<const std::uint8_t> bytes;  // of any number
+    std::optional<Packet> packet;         // where it comes from a capture
 
+    // "file:line", "file: packet 18, 2025-11-21T14:40:00.250113000Z, 1 -> 2".
+    std::string context() const;
+    // Members for its JSON, if it comes from a capture.
+    Json packet_json() const;
     CommandError bad(const std::string& what) const;
 };
 

@@ -2,11 +2,14 @@
 #include "tool/io/message_filter.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <stdexcept>
 
 #include "inspect/bounded_text.h"
@@ -16,18 +19,45 @@
 namespace tool {
 namespace {
 
-bool has_path(const MessageType& type, const std::vector<std::string>& path) {
+// The field at the end of the path; null: the type has none there, or a table.
+const Field* field_at(const MessageType& type, const std::vector<std::string>& path) {
     const MessageType* table = &type;
-    for (std::size_t i = 0; i < path.size(); ++i) {
+    const Field* field = nullptr;
+    for (const std::string& name : path) {
+        if (table == nullptr) return nullptr;
         const auto fields = fields_of(*table);
         const auto found = std::find_if(fields.begin(), fields.end(),
-                                        [&](const Field* field) { return field->name == path[i]; });
-        if (found == fields.end()) return false;
-        table = (*found)->table;
-        if (i + 1 == path.size()) return table == nullptr;
-        if (table == nullptr) return false;
+                                        [&name](const Field* each) { return each->name == name; });
+        if (found == fields.end()) return nullptr;
+        field = *found;
+        table = field->table;
     }
-    return false;
+    return table == nullptr ? field : nullptr;
+}
+
+std::optional<std::uint64_t> number_of(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long number = std::strtoull(text.c_str(), &end, 0);
+    const bool is_number =
+        *end == '\0' && errno == 0 && std::isdigit(static_cast<unsigned char>(*text.c_str())) != 0;
+    return is_number ? std::optional<std::uint64_t>(number) : std::nullopt;
+}
+
+// What the field holds, if no message has the value there; else empty.
+std::string why_never(const Field& field, const std::string& value) {
+    if (field.element_bytes == 1 && field.kind == VORN_KIND_SCALAR_VECTOR) return "";  // bytes, or their text
+    if (field.element_bytes == 1 && field.kind == VORN_KIND_FIXED_ARRAY) {
+        try {
+            inspect::from_address(value, field.count);
+            return "";
+        } catch (const std::invalid_argument& error) {
+            return fmt::format("holds {} bytes: {}", field.count, error.what());
+        }
+    }
+    const std::uint64_t largest = UINT64_MAX >> (64 - 8 * field.element_bytes);
+    const auto number = number_of(value);
+    return number && *number <= largest ? "" : fmt::format("holds numbers from 0 to {}", largest);
 }
 
 // The id of a type that has no name here may be given too.
@@ -50,6 +80,8 @@ bool is_same_bytes(const std::string& shown, const std::string& text) {
         } catch (const std::invalid_argument&) {
         }
     }
+    const auto* const octets = reinterpret_cast<const std::uint8_t*>(text.data());
+    if (shown == inspect::to_hex(std::span(octets, text.size()))) return true;
     try {
         return shown == inspect::to_hex(inspect::from_hex(text));
     } catch (const std::invalid_argument&) {
@@ -62,9 +94,13 @@ bool is_same_bytes(const std::string& shown, const std::string& text) {
 void add_filter_options(CLI::App& verb, FilterOptions& options) {
     verb.add_option("--type", options.types, "Only messages of this type, by name or id")
         ->allow_extra_args(false);
+    add_condition_options(verb, options);
+}
+
+void add_condition_options(CLI::App& verb, FilterOptions& options) {
     verb.add_option("--where", options.wheres,
-                    "Only messages where a field has, or has not, a value: f0=17, f2.f1!=0;\n"
-                    "of a list, one element is enough")
+                    "Only messages where a field has, or has not, a value: f0=17, f2.f1!=0,\n"
+                    "f31=alice@example.org, f31=616c; of a list, one element is enough")
         ->allow_extra_args(false);
     verb.add_option("--from", options.from, "Only from this address")
         ->allow_extra_args(false)
@@ -74,21 +110,64 @@ void add_filter_options(CLI::App& verb, FilterOptions& options) {
         ->transform(bus_address());
 }
 
+void add_packet_option(CLI::App& verb, FilterOptions& options) {
+    verb.add_option("--packet", options.packets, "Only these packets of each capture: 18, 5-9, 20-")
+        ->allow_extra_args(false);
+}
+
 MessageFilter::MessageFilter(const FilterOptions& options)
     : sources_(options.from.begin(), options.from.end()),
       destinations_(options.to.begin(), options.to.end()) {
     for (const std::string& type : options.types) ids_.insert(id_of(type));
-    for (const std::string& where : options.wheres) {
-        conditions_.push_back(condition(where));
-        const auto& types = message_types();
-        const bool exists = std::any_of(types.begin(), types.end(), [&](const auto& type) {
-            return (ids_.empty() || ids_.contains(type->id)) && has_path(*type, conditions_.back().path);
-        });
-        if (!exists) {
-            throw CommandError(kBadUsage, fmt::format("--where {}: no message{} has such a field", where,
-                                                      ids_.empty() ? "" : " of the types that are given"));
-        }
+    std::vector<const MessageType*> types;
+    for (const MessageType* const type : message_types()) {
+        if (ids_.empty() || ids_.contains(type->id)) types.push_back(type);
     }
+    for (const std::string& where : options.wheres) add_condition(where, types);
+    for (const std::string& packets : options.packets) add_packets(packets);
+}
+
+// Leaves of the types those whose messages can fit. A condition that no message fits is a mistake.
+void MessageFilter::add_condition(const std::string& text, std::vector<const MessageType*>& types) {
+    const Condition made = condition(text);
+    std::string why;
+    std::erase_if(types, [&](const MessageType* type) {
+        const Field* const field = field_at(*type, made.path);
+        if (field == nullptr) return true;
+        const std::string never = why_never(*field, made.value);
+        if (why.empty() && !never.empty())
+            why = fmt::format("{} of {} {}", fmt::join(made.path, "."), type->name, never);
+        return !never.empty();
+    });
+    if (types.empty()) {
+        if (why.empty() && !conditions_.empty())
+            why = "no message has this field and those of the other --where";
+        if (why.empty())
+            why = fmt::format("no message{} has such a field; nac describe TYPE lists them",
+                              ids_.empty() ? "" : " of the types that are given");
+        throw CommandError(kBadUsage, fmt::format("--where {}: {}", text, why));
+    }
+    conditions_.push_back(made);
+}
+
+void MessageFilter::add_packets(const std::string& text) {
+    const std::size_t dash = text.find('-');
+    const std::string last = dash == std::string::npos ? text : text.substr(dash + 1);
+    const auto first = number_of(text.substr(0, dash));
+    const auto end = last.empty() ? std::optional(UINT64_MAX) : number_of(last);
+    if (!first || !end || *first == 0 || *first > *end) {
+        throw CommandError(
+            kBadUsage, fmt::format("--packet {}: no packet number from 1, and no range as 5-9 or 20-", text));
+    }
+    last_packet_ = packets_.empty() ? *end : std::max(last_packet_, *end);
+    packets_.push_back({*first, *end});
+}
+
+bool MessageFilter::takes_packet(std::uint64_t number) const {
+    return packets_.empty() ||
+           std::any_of(packets_.begin(), packets_.end(), [number](const PacketRange& range) {
+               return number >= range.first && number <= range.last;
+           });
 }
 
 MessageFilter::Condition MessageFilter::condition(const std::string& text) {
@@ -112,10 +191,7 @@ MessageFilter::Condition MessageFilter::condition(const std::string& text) {
 
 bool MessageFilter::is(const Json& value, const std::string& text) {
     if (value.is_number_unsigned()) {
-        char* end = nullptr;
-        errno = 0;
-        const unsigned long long number = std::strtoull(text.c_str(), &end, 0);
-        return *end == '\0' && errno == 0 && text.front() != '-' && value.get<std::uint64_t>() == number;
+        return number_of(text) == value.get<std::uint64_t>();
     }
     if (!value.is_string()) return false;
     const auto& shown = value.get_ref<const std::string&>();
@@ -135,15 +211,22 @@ bool MessageFilter::holds(const Condition& condition, const Json& value, std::si
     return found != value.end() && holds(condition, *found, depth + 1);
 }
 
+bool MessageFilter::passes_header(std::uint32_t id, std::uint32_t source, std::uint32_t destination) const {
+    return (ids_.empty() || ids_.contains(id)) && (sources_.empty() || sources_.contains(source)) &&
+           (destinations_.empty() || destinations_.contains(destination));
+}
+
 bool MessageFilter::passes(std::uint32_t id, std::uint32_t source, std::uint32_t destination,
                            std::span<const std::uint8_t> bytes) const {
-    if (!ids_.empty() && !ids_.contains(id)) return false;
-    if (!sources_.empty() && !sources_.contains(source)) return false;
-    if (!destinations_.empty() && !destinations_.contains(destination)) return false;
+    if (!passes_header(id, source, destination)) return false;
     if (conditions_.empty()) return true;
     const MessageType* const type = find_message_type(id);
-    if (type == nullptr) return false;
-    const Unpacked unpacked(*type, bytes);
+    return type != nullptr && fits(*type, bytes);
+}
+
+bool MessageFilter::fits(const MessageType& type, std::span<const std::uint8_t> bytes) const {
+    if (conditions_.empty()) return true;
+    const Unpacked unpacked(type, bytes);
     if (unpacked.verdict() == VORN_VERDICT_ARGUMENT) return false;  // too few bytes for any field
     const Json record = unpacked.json();
     return std::all_of(conditions_.begin(), conditions_.end(),

@@ -75,6 +75,7 @@ void Output::write(Format format, const MessageType* type, std::span<const std::
             [[fallthrough]];
         case Format::raw:
             return write(bytes);
+        case Format::dump:
         case Format::pcapng:
             break;
     }
@@ -85,6 +86,12 @@ void Output::flush() { tool::flush(file_, name_); }
 void Output::finish() {
     flush();
     if (file_ != stdout && std::fclose(std::exchange(file_, nullptr)) != 0) throw refused(name_);
+}
+
+std::string open_object(const Json& object) {
+    std::string text = json_text(object);
+    text.pop_back();
+    return text;
 }
 
 void write_record(const MessageType& type, const void* record, Output& output) {

@@ -46,6 +46,9 @@ class Output {
     std::FILE* file_;
 };
 
+// An object as text without its last brace, for members that are written piece by piece.
+std::string open_object(const Json& object);
+
 // Writes a record as JSON, in memory that does not grow with it.
 void write_record(const MessageType& type, const void* record, Output& output);
 

@@ -28,8 +28,10 @@ ExitCode run_decode(const DecodeOptions& options) {
         if (unpacked.verdict() == VORN_VERDICT_ARGUMENT) {
             throw message.bad(size_refusal(message.type, message.bytes.size()));
         }
-        output.write(fmt::format(R"({{"type":"{}","verdict":"{}","record":)", message.type.name,
-                                 vorn_inspect_verdict_text(unpacked.verdict())));
+        Json head = {{"type", message.type.name}};
+        head.update(message.packet_json());
+        head["verdict"] = vorn_inspect_verdict_text(unpacked.verdict());
+        output.write(open_object(head) + R"(,"record":)");
         write_record(message.type, unpacked.record(), output);
         output.write(R"(,"faults":)" + json_text(unpacked.faults()) + "}\n");
         if (unpacked.is_valid()) return;

@@ -156,7 +156,7 @@ class MessageSource {
         waiting_.pop_front();
         lock.unlock();
         changed_.notify_all();
-        use(Message{kept.origin, *kept.type, kept.bytes});
+        use(Message{kept.origin, *kept.type, kept.bytes, kept.packet});
         return true;
     }
 
@@ -165,6 +165,7 @@ class MessageSource {
         std::string origin;
         const MessageType* type;
         std::vector<std::uint8_t> bytes;
+        std::optional<Packet> packet;
     };
     struct Unwanted {};
     static constexpr std::size_t kMostWaiting = 64;
@@ -176,8 +177,10 @@ class MessageSource {
                 std::unique_lock lock(mutex_);
                 changed_.wait(lock, [this] { return waiting_.size() < kMostWaiting || unwanted_; });
                 if (unwanted_) throw Unwanted();
-                waiting_.push_back(
-                    {message.origin, &message.type, {message.bytes.begin(), message.bytes.end()}});
+                waiting_.push_back({message.origin,
+                                    &message.type,
+                                    {message.bytes.begin(), message.bytes.end()},
+                                    message.packet});
                 lock.unlock();
                 changed_.notify_all();
             });

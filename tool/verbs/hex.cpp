@@ -36,7 +36,7 @@ class HexText {
     explicit HexText(bool coloured) : coloured_(coloured) {}
 
     std::string of(const Message& message, const Finding& finding) {
-        text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, shown(message.origin),
+        text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, shown(message.context()),
                             message.bytes.size(), summary_of(finding));
         for (const Fault& fault : finding.walk.faults) note("! " + fault_text(fault), kRed);
         if (finding.walk.more_faults != 0) note(fmt::format("! and {} more", finding.walk.more_faults), kRed);
@@ -128,10 +128,9 @@ Json range_json(const Range& range, const Message& message) {
 // Range by range: all of them as Json would take much more memory than the message.
 void write_json(Output& output, const Message& message, const Finding& finding) {
     Json object = {{"origin", message.origin}};
+    object.update(message.packet_json());
     object.update(finding_to_json(finding, message.type, message.bytes));
-    std::string text = json_text(object);
-    text.pop_back();
-    output.write(text + R"(,"ranges":[)");
+    output.write(open_object(object) + R"(,"ranges":[)");
     if (finding.is_buffer()) {
         const char* separator = "";
         const Annotated annotated = annotate(message.type, message.bytes);
@@ -160,7 +159,8 @@ ExitCode run_hex(const HexOptions& options) {
         const Finding finding = find_faults(message.type, message.bytes);
         whole &= finding.is_whole();
         if (options.html) {
-            output.write(hex_page_section(++messages, message.origin, message.type, message.bytes, finding));
+            output.write(
+                hex_page_section(++messages, message.context(), message.type, message.bytes, finding));
         } else if (options.json) {
             write_json(output, message, finding);
         } else {

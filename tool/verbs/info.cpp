@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // nac info.
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <map>
 #include <set>
 #include <string>
@@ -19,6 +17,7 @@
 #include "tool/message/record_json.h"
 #include "tool/show/counted.h"
 #include "tool/show/shown.h"
+#include "tool/show/time_text.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -44,14 +43,6 @@ struct Damage {
     std::string type;
     std::vector<std::string> faults;
 };
-
-std::string utc(std::uint64_t nanoseconds) {
-    const std::chrono::sys_time<std::chrono::seconds> second(
-        std::chrono::seconds(nanoseconds / 1'000'000'000));
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:09}",
-                       fmt::gmtime(std::chrono::system_clock::to_time_t(second)),
-                       nanoseconds % 1'000'000'000);
-}
 
 // What one capture holds.
 class Summary {
@@ -82,8 +73,8 @@ class Summary {
                        {"damaged", all_.damaged},
                        {"unknown", unknown_},
                        {"cut", cut_},
-                       {"first_time", first_},
-                       {"last_time", last_},
+                       {"first_time", time_or_null(first_)},
+                       {"last_time", time_or_null(last_)},
                        {"seconds", seconds()},
                        {"messages_per_second", rate(all_.messages)},
                        {"bytes_per_second", rate(all_.bytes)},
@@ -115,8 +106,8 @@ class Summary {
                    counted(all_.messages, "message"), counted(batches_, "batch"), counted(all_.bytes, "byte"),
                    all_.damaged, unknown_, cut_);
         if (all_.messages != 0) {
-            fmt::print("  from {} UTC\n  to   {} UTC, {:.3f} s; {:.0f} messages/s, {:.0f} bytes/s\n",
-                       utc(first_), utc(last_), seconds(), rate(all_.messages), rate(all_.bytes));
+            fmt::print("  from {}\n  to   {}, {:.3f} s; {:.0f} messages/s, {:.0f} bytes/s\n",
+                       time_text(first_), time_text(last_), seconds(), rate(all_.messages), rate(all_.bytes));
         }
         fmt::print("  {} lost while recording", counted(reader.lost_batches(), "batch"));
         if (reader.foreign_packets() != 0)
@@ -179,6 +170,9 @@ class Summary {
         return {size_refusal(type, message.bytes.size())};
     }
 
+    Json time_or_null(std::uint64_t time) const {
+        return all_.messages == 0 ? Json() : Json(time_text(time));
+    }
     double seconds() const { return static_cast<double>(last_ - first_) / 1e9; }
     double rate(std::uint64_t number) const {
         return last_ == first_ ? 0 : static_cast<double>(number) / seconds();
@@ -198,7 +192,7 @@ class Summary {
 
 Json message_json(const CapturedMessage& message, std::uint64_t packet) {
     return {{"packet", packet},
-            {"time", message.time},
+            {"time", time_text(message.time)},
             {"from", message.source},
             {"to", message.destination},
             {"target", message.target},
@@ -220,7 +214,9 @@ ExitCode run_info(const InfoOptions& options) {
         CapturedMessage message;
         while (reader.next(message)) {
             progress.add(reader.block_bytes());
-            if (!filter.passes(message.id, message.source, message.destination, message.bytes)) continue;
+            if (!filter.takes_packet(reader.packets()) ||
+                !filter.passes(message.id, message.source, message.destination, message.bytes))
+                continue;
             if (options.messages) {
                 fmt::print("{}\n", json_text(message_json(message, reader.packets())));
             } else {
@@ -242,8 +238,9 @@ ExitCode run_info(const InfoOptions& options) {
 
 void add_info(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_info);
-    verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
+    verb.add_option("FILE", options.files, "Captures, also as gzip; - is standard input")->required();
     add_filter_options(verb, options.filter);
+    add_packet_option(verb, options.filter);
     CLI::Option* const json = verb.add_flag("--json", options.json, "One JSON object a capture");
     verb.add_flag("--messages", options.messages, "With --json, instead one object a message, with its bytes")
         ->needs(json);

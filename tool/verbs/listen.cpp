@@ -40,9 +40,7 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
         line["faults"] = message.fault == nullptr
                              ? Json::array()
                              : Json(fault_texts(type, {message.packed, message.packed_bytes}));
-        std::string text = json_text(line);
-        text.pop_back();
-        output.write(text + R"(,"record":)");
+        output.write(open_object(line) + R"(,"record":)");
         write_record(type, message.record, output);
         output.write("}\n");
     } else {

@@ -22,6 +22,7 @@
 #include "tool/show/brief.h"
 #include "tool/show/counted.h"
 #include "tool/show/shown.h"
+#include "tool/show/time_text.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -122,7 +123,7 @@ class Monitor {
             fmt::print("{}\n", line(message, type, whole));
             return;
         }
-        Json object = {{"time", message.time},
+        Json object = {{"time", time_text(message.time)},
                        {"from", message.source},
                        {"to", message.destination},
                        {"target", message.target},

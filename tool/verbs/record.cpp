@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "tool/io/capture.h"
+#include "tool/io/capture_writer.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
 #include "tool/show/counted.h"

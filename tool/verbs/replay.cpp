@@ -91,7 +91,8 @@ class Replay {
         CapturedMessage message;
         while (!is_interrupted() && reader.next(message)) {
             progress_.add(reader.block_bytes());
-            if (!filter_.passes(message.id, message.source, message.destination, message.bytes)) {
+            if (!filter_.takes_packet(reader.packets()) ||
+                !filter_.passes(message.id, message.source, message.destination, message.bytes)) {
                 ++left_out_;
                 continue;
             }
@@ -284,7 +285,7 @@ ExitCode run_replay(const ReplayOptions& options) { return Replay(options).run()
 
 void add_replay(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_replay);
-    verb.add_option("FILE", options.files, "Captures; - is standard input")->required();
+    verb.add_option("FILE", options.files, "Captures, also as gzip; - is standard input")->required();
     verb.add_option("--bus", options.bus, kBusHelp);
     verb.add_option("--speed", options.speed,
                     "Factor of the recorded speed, 1 if not given; max: as fast as it is taken");
@@ -302,6 +303,7 @@ void add_replay(CLI::App& command, Chosen& chosen) {
     verb.add_option("--timeout", options.timeout_s, "Seconds to wait for a receiver, 10 if not given")
         ->transform(seconds());
     add_filter_options(verb, options.filter);
+    add_packet_option(verb, options.filter);
     verb.add_flag("--json", options.json, "The totals as a JSON object on standard output");
     verb.footer("Messages that were cut when they were recorded are left out, with their batches.");
 }

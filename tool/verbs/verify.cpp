@@ -43,6 +43,7 @@ ExitCode run_verify(const VerifyOptions& options) {
         if (options.quiet && finding.is_whole()) return;
         if (!options.json) return output.write(text_of(finding, message));
         Json object = {{"origin", message.origin}};
+        object.update(message.packet_json());
         object.update(finding_to_json(finding, message.type, message.bytes));
         output.write_line(object);
     });
