@@ -46,7 +46,9 @@ std::string to_address(std::span<const std::uint8_t> bytes) {
 }
 
 std::string shortened(std::string_view text, std::size_t most) {
-    return std::string(text.substr(0, most)) + (text.size() > most ? "..." : "");
+    if (text.size() <= most) return std::string(text);
+    while (most > 0 && (static_cast<std::uint8_t>(text[most]) & 0xC0U) == 0x80) --most;
+    return std::string(text.substr(0, most)) + "...";
 }
 
 std::vector<std::uint8_t> from_hex(std::string_view text) {

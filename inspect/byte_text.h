@@ -12,7 +12,7 @@
 
 namespace inspect {
 
-// "...": at most `most` bytes of a text that may be long.
+// "...": at most `most` bytes of a text that may be long, and no part of a character of UTF-8.
 std::string shortened(std::string_view text, std::size_t most = 80);
 
 // As TextOf has them.

@@ -36,6 +36,10 @@ CLI::Validator whole_number(std::uint64_t least = 0, std::uint64_t most = UINT64
 CLI::Validator real_number(double least, double most);
 inline CLI::Validator bus_address() { return whole_number(0, UINT32_MAX).description(""); }
 
+enum class Octets;
+// Adds --octets.
+void add_octets_option(CLI::App& verb, Octets& octets);
+
 // Checks a word for an enumeration.
 CLI::Validator one_of(std::vector<std::pair<int, std::string>> values);
 template <class Value>

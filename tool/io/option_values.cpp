@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "tool/message/octets.h"
 #include "tool/show/nearest.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
@@ -56,6 +57,16 @@ CLI::Validator one_of(std::vector<std::pair<int, std::string>> values) {
                                    did_you_mean(text, names));
             },
             fmt::format("{{{}}}", fmt::join(names, ","))};
+}
+
+void add_octets_option(CLI::App& verb, Octets& octets) {
+    static const std::map<std::string, Octets> names = {
+        {"auto", Octets::automatic}, {"text", Octets::text}, {"hex", Octets::hex}};
+    verb.add_option(
+            "--octets", octets,
+            "Byte strings: auto, if not given: as text where all of it is printable; text: as text, with\n"
+            "\\x1b for what is not; hex: as digits")
+        ->transform(one_of(names));
 }
 
 CLI::Validator real_number(double least, double most) {

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/message/walk.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
+#include "inspect/byte_text.h"
 #include "tool/io/carried_exception.h"
 
 namespace tool {
 namespace {
 
-constexpr std::size_t kMostShown = 24;  // elements of a value in one line
+constexpr std::size_t kMostShown = 24;       // elements of a value in one line
+constexpr std::size_t kMostCharacters = 64;  // of a text there
 
 struct Listener {
     Walk found;
@@ -120,7 +124,13 @@ Annotated annotate(const MessageType& type, std::span<const std::uint8_t> messag
     return made;
 }
 
-std::string meaning(const Range& range, std::span<const std::uint8_t> message, bool whole) {
+std::string meaning(const Range& range, std::span<const std::uint8_t> message, Octets octets, bool whole) {
+    if (range.part == VORN_PART_ELEMENTS && is_octets(*range.field)) {
+        const std::size_t most = whole ? SIZE_MAX : kMostCharacters;
+        if (const auto text = octets_text(message.subspan(range.at, range.bytes), octets))
+            return fmt::format("{} {} = \"{}\"", range.path, range.field->type_name,
+                               inspect::shortened(*text, most));
+    }
     vorn_range plain = range;
     plain.path = range.path.c_str();
     std::string text(120, '\0');

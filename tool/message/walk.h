@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tool/message/message_type.h"
+#include "tool/message/octets.h"
 
 namespace tool {
 
@@ -57,7 +58,8 @@ inline constexpr std::size_t kMostRanges = 200'000;
 Annotated annotate(const MessageType& type, std::span<const std::uint8_t> message);
 
 // What a range means, in words: "f0 = 7", "soffset: vtable at 16". Long values are cut unless `whole`.
-std::string meaning(const Range& range, std::span<const std::uint8_t> message, bool whole = false);
+std::string meaning(const Range& range, std::span<const std::uint8_t> message,
+                    Octets octets = Octets::automatic, bool whole = false);
 
 }  // namespace tool
 

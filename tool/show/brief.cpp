@@ -7,8 +7,12 @@
 #include <algorithm>
 #include <vector>
 
+#include "inspect/byte_text.h"
+
 namespace tool {
 namespace {
+
+using inspect::shortened;
 
 bool is_zero(const Json& value) {
     if (value.is_number()) return value == 0;
@@ -36,10 +40,10 @@ std::string brief(const Json& value) {
 
 }  // namespace
 
-std::string summary(const Json& record) {
+std::string summary(const MessageType& type, const void* record, Octets octets) {
     constexpr std::size_t kWidth = 64;
-    const std::string text = brief(record);
-    return text.size() <= kWidth ? text : text.substr(0, kWidth - 3) + "...";
+    const std::string text = brief(readable_json(type, record, octets, kSummaryElements));
+    return text.size() <= kWidth ? text : shortened(text, kWidth - 3);
 }
 
 }  // namespace tool

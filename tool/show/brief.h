@@ -5,12 +5,12 @@
 
 #include <string>
 
-#include "tool/message/record_json.h"
+#include "tool/message/octets.h"
 
 namespace tool {
 
 // A record without its fields that are zero, cut to fit a table's last column: "{f0=18 f1={f2=7} f3=[1 2]}".
-std::string summary(const Json& record);
+std::string summary(const MessageType& type, const void* record, Octets octets);
 
 // Elements of a record that are enough for its summary.
 inline constexpr std::size_t kSummaryElements = 1000;

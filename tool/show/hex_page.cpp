@@ -88,7 +88,7 @@ for (const section of document.querySelectorAll("section")) {
 
 constexpr std::size_t kRowBytes = 16;
 
-std::string escaped(const std::string& text) {
+std::string in_html(const std::string& text) {
     std::string safe;
     for (const char c : text) {
         switch (c) {
@@ -121,12 +121,12 @@ const char* mark_of(const Range& range) {
 std::string hex_page_start() { return kStart; }
 
 std::string hex_page_section(std::size_t number, const std::string& origin, const MessageType& type,
-                             std::span<const std::uint8_t> bytes, const Finding& finding) {
+                             std::span<const std::uint8_t> bytes, const Finding& finding, Octets octets) {
     std::string text =
         fmt::format("<section id=\"message-{}\">\n<h2>{}</h2>\n<p>{}, {} bytes, {}</p>\n", number, type.name,
-                    escaped(shown(origin)), bytes.size(), summary_of(finding));
+                    in_html(shown(origin)), bytes.size(), summary_of(finding));
     const auto complain = [&text](const std::string& what) {
-        text += fmt::format("<p class=\"bad\">{}</p>\n", escaped(what));
+        text += fmt::format("<p class=\"bad\">{}</p>\n", in_html(what));
     };
     for (const Fault& fault : finding.walk.faults) complain(fault_text(fault));
     if (finding.walk.more_faults != 0) complain(fmt::format("and {} more", finding.walk.more_faults));
@@ -151,8 +151,8 @@ std::string hex_page_section(std::size_t number, const std::string& origin, cons
         text += fmt::format(
             "<li class=\"{}\" data-at=\"{}\" data-bytes=\"{}\" data-path=\"{}\" style=\"padding-left:{}em\">"
             "<span>{}</span>{}</li>\n",
-            mark_of(range), range.at, range.bytes, escaped(range.path), 1.5 * range.depth, range.at,
-            escaped(meaning(range, bytes)));
+            mark_of(range), range.at, range.bytes, in_html(range.path), 1.5 * range.depth, range.at,
+            in_html(meaning(range, bytes, octets)));
     }
     return text + "</ul>\n</div>\n</section>\n";
 }

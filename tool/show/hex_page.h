@@ -17,7 +17,7 @@ std::string hex_page_start();
 
 // One message; `number` counts them in the page, from 1.
 std::string hex_page_section(std::size_t number, const std::string& origin, const MessageType& type,
-                             std::span<const std::uint8_t> bytes, const Finding& finding);
+                             std::span<const std::uint8_t> bytes, const Finding& finding, Octets octets);
 std::string hex_page_end();
 
 }  // namespace tool

@@ -74,10 +74,20 @@ void write_to_standard_error(std::string_view text) noexcept {
 
 }  // namespace
 
-std::string shown(std::string_view text) {
+std::string shown(std::string_view text) { return escaped(without_passwords(text)); }
+
+bool is_printable(std::string_view text) {
+    while (!text.empty()) {
+        const Character character = first_character(text);
+        if (character.bytes == 0 || !is_harmless(character.code)) return false;
+        text.remove_prefix(character.bytes);
+    }
+    return true;
+}
+
+std::string escaped(std::string_view text) {
     std::string safe;
-    const std::string open = without_passwords(text);
-    for (std::string_view rest = open; !rest.empty();) {
+    for (std::string_view rest = text; !rest.empty();) {
         const Character character = first_character(rest);
         const std::size_t bytes = std::max<std::size_t>(character.bytes, 1);
         if (character.bytes != 0 && is_harmless(character.code)) {

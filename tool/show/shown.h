@@ -18,6 +18,10 @@ namespace tool {
 // `text` with control characters, characters that change the direction of text, and bytes that are no UTF-8
 // written as "\x1b", and without the user and password of URLs: "nats://***@host".
 std::string shown(std::string_view text);
+// The same with URLs as they are.
+std::string escaped(std::string_view text);
+// Whether it has none of what is escaped.
+bool is_printable(std::string_view text);
 
 using inspect::shortened;
 

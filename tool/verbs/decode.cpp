@@ -8,6 +8,7 @@
 
 #include "tool/io/message_files.h"
 #include "tool/message/message_type.h"
+#include "tool/message/octets.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -17,6 +18,7 @@ namespace {
 struct DecodeOptions {
     MessageOptions messages;
     std::string output;
+    Octets octets = Octets::automatic;
     bool json = true;
 };
 
@@ -33,6 +35,8 @@ ExitCode run_decode(const DecodeOptions& options) {
         head["verdict"] = vorn_inspect_verdict_text(unpacked.verdict());
         output.write(open_object(head) + R"(,"record":)");
         write_record(message.type, unpacked.record(), output);
+        write_texts(message.type, unpacked.record(), options.octets,
+                    [&output](std::string_view piece) { output.write(piece); });
         output.write(R"(,"faults":)" + json_text(unpacked.faults()) + "}\n");
         if (unpacked.is_valid()) return;
         ++damaged;
@@ -50,6 +54,7 @@ void add_decode(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_decode);
     add_message_options(verb, options.messages);
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    add_octets_option(verb, options.octets);
     verb.add_flag("--json", options.json, kAlwaysJsonHelp);
     verb.footer(
         R"(A line: {"type": "Nac_SetPortMsg", "hex": "0c000000..."}. Exit code 1 if a message is damaged.)");

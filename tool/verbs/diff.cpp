@@ -25,6 +25,7 @@ namespace {
 struct DiffOptions {
     MessageOptions messages;  // two files
     std::string output;
+    Octets octets = Octets::automatic;
     bool json = false;
 };
 
@@ -52,7 +53,8 @@ void flatten(const Json& value, const std::string& path, std::vector<std::pair<s
     }
 }
 
-Side read_side(const Message& message) {
+// With texts only where people read them.
+Side read_side(const Message& message, Octets octets) {
     Side side = {message.origin,
                  &message.type,
                  {message.bytes.begin(), message.bytes.end()},
@@ -60,7 +62,8 @@ Side read_side(const Message& message) {
                  {},
                  {}};
     if (!side.finding.is_buffer()) return side;
-    flatten(Unpacked(message.type, message.bytes).json(), "", side.values);
+    const Unpacked unpacked(message.type, message.bytes);
+    flatten(readable_json(message.type, unpacked.record(), octets), "", side.values);
     walk(message.type, message.bytes, [&side](const vorn_range& range) {
         if (range.part == VORN_PART_SCALAR) side.offsets.emplace(range.path, range.at);
         if (range.part != VORN_PART_ELEMENTS) return;
@@ -110,7 +113,10 @@ std::vector<Difference> differences(const Side& left, const Side& right) {
 
 std::string text_of(const Value& value) {
     if (value.value == nullptr) return "not there";
-    return json_text(*value.value) + (value.at ? fmt::format(" at {}", *value.at) : std::string());
+    const bool is_text =
+        value.value->is_string() && value.value->get_ref<const std::string&>().starts_with('"');
+    return (is_text ? value.value->get<std::string>() : json_text(*value.value)) +
+           (value.at ? fmt::format(" at {}", *value.at) : std::string());
 }
 
 Json json_of(const Value& value) {
@@ -273,15 +279,16 @@ ExitCode run_diff(const DiffOptions& options) {
     if (options.messages.files[0] == "-" && options.messages.files[1] == "-") {
         throw CommandError(kBadUsage, "standard input cannot be both sides");
     }
+    const Octets octets = options.json ? Octets::hex : options.octets;
     Output output(options.output);
     Diff diff(output, options.json);
     MessageSource left(only(0));
     for_each_message(only(1), [&](const Message& message) {
-        const Side right = read_side(message);
-        const auto compare = [&](const Message& other) { diff.compare(read_side(other), right); };
+        const Side right = read_side(message, octets);
+        const auto compare = [&](const Message& other) { diff.compare(read_side(other, octets), right); };
         if (!left.next(compare)) diff.alone(right, false);
     });
-    while (left.next([&diff](const Message& message) { diff.alone(read_side(message), true); })) {
+    while (left.next([&](const Message& message) { diff.alone(read_side(message, octets), true); })) {
     }
     output.finish();
     return diff.differ() ? kBadData : kOk;
@@ -294,6 +301,7 @@ void add_diff(CLI::App& command, Chosen& chosen) {
     add_message_options(verb, options.messages);
     verb.get_option("FILE")->expected(2)->description("Two files, whose messages are compared in pairs");
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
+    add_octets_option(verb, options.octets);
     verb.add_flag("--json", options.json, kJsonHelp);
     verb.footer(
         "Each difference has the offsets of the two values. Exit code 1 if records or verdicts differ;\n"

@@ -8,6 +8,7 @@
 local HEADER_BYTES = 40
 local WRAP = 4294967296
 local MOST_ITEMS = 50000
+local MOST_TEXT = 200
 
 local PACKAGE = "@PACKAGE@"
 local PREFIX = string.lower(PACKAGE)
@@ -35,6 +36,7 @@ local damaged = ProtoExpert.new(PREFIX .. ".damaged", "Damaged", expert.group.MA
 local cut = ProtoExpert.new(PREFIX .. ".cut", "Cut when it was recorded", expert.group.UNDECODED, expert.severity.WARN)
 local many = ProtoExpert.new(PREFIX .. ".many", "More than is shown", expert.group.UNDECODED, expert.severity.NOTE)
 package.experts = {damaged, cut, many}
+package.prefs.text = Pref.bool("Byte strings as text", true, "Show byte strings as text too, where all of it is printable")
 
 local types = {}
 local messages = {}
@@ -110,7 +112,11 @@ local read_table
 
 local function show_elements(tree, field, at, count)
     if field.display ~= "numbers" then
-        tree:add(field.item, reader.bytes(at, count * field.bytes))
+        local item = tree:add(field.item, reader.bytes(at, count * field.bytes))
+        local text = field.display == "bytes" and package.prefs.text and reader.bytes(at, math.min(count, MOST_TEXT)):raw()
+        if text and text:find("^[\32-\126]+$") then
+            item:append_text(' "' .. text .. (count > MOST_TEXT and '..."' or '"'))
+        end
         return
     end
     local list = tree:add(field.item, reader.bytes(at - 4, 4 + count * field.bytes))

@@ -25,6 +25,7 @@ namespace {
 
 struct ExchangeOptions {
     std::vector<std::string> files;  // "-" is standard input
+    Octets octets = Octets::automatic;
     bool json = false;
 };
 
@@ -51,7 +52,8 @@ void add_line(const JsonLine& line, Input& input) {
 
 class Exchange {
   public:
-    Exchange(const Input& input, bool json) : input_(input), json_(json), bus_("loop:", kAddress) {
+    Exchange(const Input& input, const ExchangeOptions& options)
+        : input_(input), json_(options.json), octets_(options.octets), bus_("loop:", kAddress) {
         bus_.on_message([this](const vorn_bus_message& message) { receive(message); });
         show_log_lines();
         if (!json_) fmt::print("{:<7} {:<36} {:>6}  {}\n", "sent", "type", "bytes", "record");
@@ -132,11 +134,13 @@ class Exchange {
         const Json sent = to_json(*type_, given.records[index]);
         const char* const how = as_batch_ ? "batch" : "single";
         if (json_) {
-            const Json line = {
+            Json line = {
                 {"type", type_->name}, {"sent", how}, {"bytes", arrival.packed_bytes}, {"record", received}};
+            add_texts(line, *type_, arrival.record, octets_);
             fmt::print("{}\n", json_text(line));
         } else {
-            fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed_bytes, summary(received));
+            fmt::print("{:<7} {:<36} {:>6}  {}\n", how, type_->name, arrival.packed_bytes,
+                       summary(*type_, arrival.record, octets_));
         }
         if (arrival.message_id != type_->id || arrival.record_bytes != type_->record_bytes ||
             received != sent ||
@@ -150,6 +154,7 @@ class Exchange {
 
     const Input& input_;
     bool json_;
+    Octets octets_;
     OpenBus bus_;
     const MessageType* type_ = nullptr;  // being sent
     std::size_t expected_ = 0;           // index of the record that arrives next
@@ -163,7 +168,7 @@ class Exchange {
 ExitCode run_exchange(const ExchangeOptions& options) {
     Input input;
     for_each_line(options.files, [&input](const JsonLine& line) { add_line(line, input); });
-    return Exchange(input, options.json).run();
+    return Exchange(input, options).run();
 }
 
 }  // namespace
@@ -171,6 +176,7 @@ ExitCode run_exchange(const ExchangeOptions& options) {
 void add_exchange(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_exchange);
     verb.add_option("FILE", options.files, "Records as JSON lines; - is standard input")->required();
+    add_octets_option(verb, options.octets);
     verb.add_flag("--json", options.json, "What arrives as one JSON object a line");
     verb.footer(
         "Each record is sent singly, and all records of a type as one batch.\n"

@@ -25,6 +25,7 @@ struct HexOptions {
     MessageOptions messages;
     std::string output;
     Colour colour = Colour::automatic;
+    Octets octets = Octets::automatic;
     bool html = false;
     bool json = false;
 };
@@ -33,7 +34,7 @@ constexpr std::size_t kRowBytes = 8;
 
 class HexText {
   public:
-    explicit HexText(bool coloured) : coloured_(coloured) {}
+    HexText(bool coloured, Octets octets) : coloured_(coloured), octets_(octets) {}
 
     std::string of(const Message& message, const Finding& finding) {
         text_ = fmt::format("message {}  ; {}, {} bytes, {}\n", message.type.name, shown(message.context()),
@@ -69,7 +70,7 @@ class HexText {
             const bool whole = range.at == piece.at && range.bytes == piece.bytes;
             std::string words = std::string(std::size_t{2} * range.depth, ' ') + (range.faulty ? "! " : "");
             if (!whole) words += fmt::format("in {} to {}: ", range.at, range.at + range.bytes - 1);
-            words += meaning(range, bytes);
+            words += meaning(range, bytes, octets_);
             const char* const colour = range.faulty                      ? kRed
                                        : range.part == VORN_PART_UNREAD  ? kGrey
                                        : range.part == VORN_PART_PADDING ? kGrey
@@ -99,6 +100,7 @@ class HexText {
     }
 
     bool coloured_;
+    Octets octets_;
     std::string text_;
 };
 
@@ -107,7 +109,7 @@ Json name_or_null(const T* thing) {
     return thing != nullptr ? Json(thing->name) : Json(nullptr);
 }
 
-Json range_json(const Range& range, const Message& message) {
+Json range_json(const Range& range, const Message& message, Octets octets) {
     const bool leads = range.part == VORN_PART_ROOT_REFERENCE || range.part == VORN_PART_SOFFSET ||
                        range.part == VORN_PART_REFERENCE ||
                        (range.part == VORN_PART_SLOT && range.number != 0);
@@ -121,12 +123,12 @@ Json range_json(const Range& range, const Message& message) {
             {"path", range.path},
             {"value", range.part == VORN_PART_SCALAR ? Json(range.number) : Json(nullptr)},
             {"target", leads ? Json(range.target) : Json(nullptr)},
-            {"text", meaning(range, message.bytes, true)},
+            {"text", meaning(range, message.bytes, octets, true)},
             {"faulty", range.faulty}};
 }
 
 // Range by range: all of them as Json would take much more memory than the message.
-void write_json(Output& output, const Message& message, const Finding& finding) {
+void write_json(Output& output, const Message& message, const Finding& finding, Octets octets) {
     Json object = {{"origin", message.origin}};
     object.update(message.packet_json());
     object.update(finding_to_json(finding, message.type, message.bytes));
@@ -135,7 +137,7 @@ void write_json(Output& output, const Message& message, const Finding& finding) 
         const char* separator = "";
         const Annotated annotated = annotate(message.type, message.bytes);
         for (const Range& range : annotated.ranges) {
-            output.write(separator + json_text(range_json(range, message)));
+            output.write(separator + json_text(range_json(range, message, octets)));
             separator = ",";
         }
     }
@@ -152,17 +154,17 @@ bool is_coloured(const HexOptions& options) {
 ExitCode run_hex(const HexOptions& options) {
     bool whole = true;
     Output output(options.output);
-    HexText text(is_coloured(options));
+    HexText text(is_coloured(options), options.octets);
     std::size_t messages = 0;
     if (options.html) output.write(hex_page_start());
     for_each_message(options.messages, [&](const Message& message) {
         const Finding finding = find_faults(message.type, message.bytes);
         whole &= finding.is_whole();
         if (options.html) {
-            output.write(
-                hex_page_section(++messages, message.context(), message.type, message.bytes, finding));
+            output.write(hex_page_section(++messages, message.context(), message.type, message.bytes, finding,
+                                          options.octets));
         } else if (options.json) {
-            write_json(output, message, finding);
+            write_json(output, message, finding, options.octets);
         } else {
             output.write(text.of(message, finding));
         }
@@ -187,6 +189,7 @@ void add_hex(CLI::App& command, Chosen& chosen) {
     CLI::Option* const html = verb.add_flag(
         "--html", options.html, "One page, for a browser, in which bytes and meanings select each other");
     verb.add_flag("--json", options.json, kJsonHelp)->excludes(html);
+    add_octets_option(verb, options.octets);
     verb.add_option("--color", options.colour, "auto, if not given: on a terminal, unless NO_COLOR is set")
         ->transform(one_of(colours()));
     verb.footer("nac assemble reads the text back. Exit code 1 if a message is damaged.");

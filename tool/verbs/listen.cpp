@@ -21,6 +21,7 @@ namespace {
 struct ListenOptions {
     std::string bus;
     std::uint32_t as = 0;
+    Octets octets = Octets::automatic;
     bool json = false;
     std::uint64_t count = 0;  // messages to wait for; 0: no end
     double timeout_s = 0;     // of silence, after which it ends; 0: never
@@ -30,9 +31,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::int32_t kDrainMilliseconds = 5000;
 
-void print(const vorn_bus_message& message, bool json, Output& output) {
+void print(const vorn_bus_message& message, const ListenOptions& options, Output& output) {
     const MessageType& type = *find_message_type(message.message_id);  // only its ids are registered
-    if (json) {
+    if (options.json) {
         Json line = {{"type", type.name}, {"from", message.source}, {"bytes", message.packed_bytes}};
         if (message.target != 0) line["target"] = message.target;
         if ((message.flags & VORN_BUS_REPEATED) != 0) line["repeated"] = true;
@@ -42,14 +43,15 @@ void print(const vorn_bus_message& message, bool json, Output& output) {
                              : Json(fault_texts(type, {message.packed, message.packed_bytes}));
         output.write(open_object(line) + R"(,"record":)");
         write_record(type, message.record, output);
+        write_texts(type, message.record, options.octets,
+                    [&output](std::string_view piece) { output.write(piece); });
         output.write("}\n");
     } else {
         const std::string target = message.target == 0 ? "" : fmt::format(" to {}", message.target);
         output.write(fmt::format("{:<7} {:<36} {:>6}  {}\n", fmt::format("{}{}", message.source, target),
                                  type.name, message.packed_bytes,
-                                 message.fault == nullptr
-                                     ? summary(to_json(type, message.record, kSummaryElements))
-                                     : fmt::format("damaged: {}", message.fault)));
+                                 message.fault == nullptr ? summary(type, message.record, options.octets)
+                                                          : fmt::format("damaged: {}", message.fault)));
     }
 }
 
@@ -64,7 +66,7 @@ ExitCode run_listen(const ListenOptions& options) {
     bus.on_message([&](const vorn_bus_message& message) {
         ++arrived;
         last = Clock::now();
-        print(message, options.json, output);
+        print(message, options, output);
     });
     report("listening at address {}: {}", options.as, vorn_bus_endpoint(bus.get()));
     if (!options.json)
@@ -100,6 +102,7 @@ void add_listen(CLI::App& command, Chosen& chosen) {
     auto [verb, options] = add_verb(command, chosen, run_listen);
     verb.add_option("--as", options.as, "The address")->required()->transform(bus_address());
     verb.add_option("--bus", options.bus, kBusHelp);
+    add_octets_option(verb, options.octets);
     verb.add_flag("--json", options.json, "One JSON object a line, as nac send reads them");
     verb.add_option("--count", options.count, "End after this number of records")->transform(whole_number(1));
     verb.add_option("--timeout", options.timeout_s, "End after this number of seconds without a record")

@@ -38,6 +38,7 @@ struct MonitorOptions {
     double interval_s = 1;
     bool messages = false;
     bool plain = false;
+    Octets octets = Octets::automatic;
     bool json = false;
 };
 
@@ -102,19 +103,13 @@ class Monitor {
         }
     }
 
-    // Empty where there are too few bytes for any field.
-    static Json record_of(const MessageType& type, std::span<const std::uint8_t> bytes) {
-        const Unpacked unpacked(type, bytes);
-        return unpacked.verdict() == VORN_VERDICT_ARGUMENT ? Json::object() : unpacked.json(kSummaryElements);
-    }
-
-    static std::string line(const vorn_bus_watched& message, const MessageType* type, bool whole) {
+    std::string line(const vorn_bus_watched& message, const MessageType* type, bool whole) const {
         const std::string addresses = fmt::format("{} -> {}", message.source, message.destination);
         const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
         return fmt::format("{:<15} {:<13} {:<36} {:>6}  {}", time_of_day(message.time), addresses,
                            type_name(message.message_id), message.packed_bytes,
                            type == nullptr ? "unknown"
-                           : whole         ? summary(record_of(*type, bytes))
+                           : whole         ? summary(*type, Unpacked(*type, bytes).record(), options_.octets)
                                            : fmt::format("damaged: {}", fault_texts(*type, bytes).front()));
     }
 
@@ -139,7 +134,11 @@ class Monitor {
                        {"faults", Json::array()}};
         if (type != nullptr) {
             const std::span<const std::uint8_t> bytes = {message.packed, message.packed_bytes};
-            object["record"] = record_of(*type, bytes);
+            // Empty where there are too few bytes for any field.
+            const Unpacked unpacked(*type, bytes);
+            const bool has_fields = unpacked.verdict() != VORN_VERDICT_ARGUMENT;
+            object["record"] = has_fields ? unpacked.json(kSummaryElements) : Json::object();
+            add_texts(object, *type, unpacked.record(), options_.octets, kSummaryElements);
             if (!whole) object["faults"] = fault_texts(*type, bytes);
         }
         fmt::print("{}\n", json_text(object));
@@ -270,6 +269,7 @@ void add_monitor(CLI::App& command, Chosen& chosen) {
     verb.add_option("--interval", options.interval_s, "Seconds between two views, 1 if not given")
         ->transform(real_number(0.05, 3600));
     verb.add_flag("--messages", options.messages, "A line for each message, instead of rates");
+    add_octets_option(verb, options.octets);
     verb.add_flag("--plain", options.plain, "Lines, on a terminal too");
     verb.add_flag("--json", options.json, "One JSON object a view, or a message");
     verb.footer("Exit code 1 if damaged messages were seen.");
