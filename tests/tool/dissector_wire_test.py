@@ -65,7 +65,7 @@ class Relay(threading.Thread):
 
 
 def capture(segments: list[Segment], most: int = 1400) -> bytes:
-    """The segments as TCP packets of at most so many bytes, in a capture."""
+    """The segments as TCP packets of at most `most` bytes, in a capture."""
     made = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, LINKTYPE_ETHERNET)
     sequence: dict[tuple[int, bool], int] = collections.defaultdict(lambda: 1)
     for number, is_server, data in segments:

@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 -- ---- nats -----------------------------------------------------------------------------------------------
 -- The bus between machines, as it passes over TCP without TLS: lines of the server's protocol, some with a payload.
 
