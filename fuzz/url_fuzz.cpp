@@ -8,7 +8,7 @@
 #include "fuzz/supply.h"
 #include "vorn/core/transport.h"
 #ifdef VORN_WITH_NATS
-#include "vorn/nats/nats_connection.h"
+#include "vorn/nats/nats_url.h"
 #endif
 
 namespace {
@@ -22,6 +22,7 @@ void check_shown(const std::string& scheme, const std::string& rest) {
                   "a shown URL can be shown");
     const std::string with_secret = scheme + kSecret + rest + "@host";
     if (scheme == "loop:" || scheme == "ipc://" || rest.find(kSecret) != std::string::npos) return;
+    fuzz::promise(vorn::url_fault(with_secret).find(kSecret) == std::string::npos, "no secret is in a fault");
     fuzz::promise(vorn::display_url(with_secret).find(kSecret) == std::string::npos, "no secret is shown");
 }
 
@@ -34,11 +35,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string& scheme = kSchemes[supply.take<std::uint8_t>() % std::size(kSchemes)];
     const std::vector<std::uint8_t> bytes = supply.rest();
     const std::string rest(bytes.begin(), bytes.end());
-    static_cast<void>(vorn::find_scheme(scheme + rest));
+    const std::string fault = vorn::url_fault(scheme + rest);
+    fuzz::promise(fault.size() < 300, "what is wrong with a URL is a sentence");
     check_shown(scheme, rest);
 #ifdef VORN_WITH_NATS
-    if (const auto url = vorn::read_nats_url(rest, false)) {
-        fuzz::promise(!url->servers.empty() && url->replicas >= 1, "a URL that is read names a server");
+    vorn::NatsUrl url;
+    if (vorn::read_nats_url({rest, false}, url).empty()) {
+        fuzz::promise(!url.servers.empty() && url.replicas >= 1, "a URL that is read names a server");
     }
     if (const auto limits = vorn::read_limits(rest.c_str())) {
         const auto again = vorn::read_limits(vorn::limits_text(*limits).c_str());

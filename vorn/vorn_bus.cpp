@@ -98,14 +98,34 @@ Result send_by_chosen(std::uint32_t destination, const VORN_SendDescriptor* desc
     });
 }
 
-// The scheme of a URL or of the default, and what follows it.
-Result find(const char* url, const vorn::Scheme*& scheme, std::string& rest) {
-    const std::string whole = vorn::url_or_default(url);
-    scheme = vorn::find_scheme(whole);
-    if (scheme == nullptr) return VORN_BUS_BAD_URL;
-    if (scheme->make == nullptr) return VORN_BUS_NO_TRANSPORT;
-    rest = whole.substr(std::strlen(scheme->prefix));
-    return VORN_BUS_OK;
+struct ResultWords {
+    std::int32_t result;
+    const char* name;
+    const char* text;
+};
+
+const ResultWords& words_of(std::int32_t result) {
+    static constexpr ResultWords kWords[] = {
+        {-1, "-1", "refused by the library; the bus was not called"},
+        {VORN_BUS_OK, "VORN_BUS_OK", "accepted"},
+        {VORN_BUS_NOT_OPEN, "VORN_BUS_NOT_OPEN", "no bus is open in this process"},
+        {VORN_BUS_BAD_ARGUMENT, "VORN_BUS_BAD_ARGUMENT", "a null pointer, or a number out of its range"},
+        {VORN_BUS_BAD_URL, "VORN_BUS_BAD_URL", "not a URL of this bus"},
+        {VORN_BUS_ADDRESS_TAKEN, "VORN_BUS_ADDRESS_TAKEN", "another bus is open at this address"},
+        {VORN_BUS_NO_PEER, "VORN_BUS_NO_PEER", "no bus is open at the address"},
+        {VORN_BUS_FULL, "VORN_BUS_FULL", "the queue to the receiver is full"},
+        {VORN_BUS_TOO_LARGE, "VORN_BUS_TOO_LARGE", "the batch is larger than this bus or its receiver takes"},
+        {VORN_BUS_LOST, "VORN_BUS_LOST", "batches that were accepted are lost"},
+        {VORN_BUS_TIMEOUT, "VORN_BUS_TIMEOUT", "batches that were accepted are still on their way"},
+        {VORN_BUS_BUSY, "VORN_BUS_BUSY", "another thread, or the handler's caller, polls this bus"},
+        {VORN_BUS_NO_TRANSPORT, "VORN_BUS_NO_TRANSPORT", "built without the transport of this URL"},
+        {VORN_BUS_NO_MEMORY, "VORN_BUS_NO_MEMORY", "out of memory"},
+        {VORN_BUS_SYSTEM_ERROR, "VORN_BUS_SYSTEM_ERROR", "the system or a server refused"},
+        {VORN_BUS_HANDLER_FAILED, "VORN_BUS_HANDLER_FAILED", "a handler ended by an exception"},
+        {0, "", "not a result of this bus"},
+    };
+    return *std::find_if(std::begin(kWords), std::end(kWords) - 1,
+                         [result](const auto& words) { return words.result == result; });
 }
 
 }  // namespace
@@ -243,6 +263,10 @@ int32_t vorn_bus_send(vorn_bus* bus, uint32_t destination, const VORN_SendDescri
     return guarded([&] { return bus->bus->send(destination, descriptors, count, target); });
 }
 
+int32_t vorn_bus_send_timeout(int32_t timeout_ms) {
+    return std::exchange(vorn::send_timeout_of_thread, std::max(timeout_ms, -1));
+}
+
 int32_t vorn_bus_flush(vorn_bus* bus, int32_t timeout_ms) {
     if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] { return bus->bus->flush(timeout_ms); });
@@ -262,12 +286,15 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
     if (counters == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&]() -> Result {
         if (!vorn::has_valid_size(*counters, log_of_process())) return VORN_BUS_BAD_ARGUMENT;
-        const vorn::Scheme* scheme = nullptr;
-        std::string rest;
-        if (const Result result = find(url, scheme, rest); result != VORN_BUS_OK) return result;
         vorn::Log log(nullptr, nullptr, "vorn: ");
+        const vorn::TransportKind* kind = nullptr;
+        vorn::BusUrl read;
+        if (const Result result = vorn::read_url(vorn::url_or_default(url), log, kind, read);
+            result != VORN_BUS_OK) {
+            return result;
+        }
         vorn_bus_counters answer = vorn_bus_counters_init();
-        const Result result = scheme->ask(rest, address, vorn::within_milliseconds(timeout_ms), log, answer);
+        const Result result = kind->ask(read, address, vorn::within_milliseconds(timeout_ms), log, answer);
         if (result == VORN_BUS_OK) vorn::fill_sized(answer, log, *counters);
         return result;
     });
@@ -278,6 +305,14 @@ const char* vorn_bus_display_url(const char* url) {
         static thread_local std::string shown;
         shown = vorn::display_url(vorn::url_or_default(url));
         return shown.c_str();
+    });
+}
+
+const char* vorn_bus_url_fault(const char* url) {
+    return guarded_or(nullptr, nullptr, [&]() -> const char* {
+        static thread_local std::string fault;
+        fault = vorn::url_fault(vorn::url_or_default(url));
+        return fault.empty() ? nullptr : fault.c_str();
     });
 }
 
@@ -295,16 +330,20 @@ const char* vorn_bus_default_folder(void) {
 int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* context) {
     if (handler == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&]() -> Result {
-        const vorn::Scheme* scheme = nullptr;
-        std::string rest;
-        if (const Result result = find(url, scheme, rest); result != VORN_BUS_OK) return result;
         vorn::Log log(nullptr, nullptr, "vorn: ");
+        const vorn::TransportKind* kind = nullptr;
+        vorn::BusUrl read;
+        if (const Result result = vorn::read_url(vorn::url_or_default(url), log, kind, read);
+            result != VORN_BUS_OK) {
+            return result;
+        }
         std::vector<vorn::Listed> found;
-        if (const Result result = scheme->list(rest, log, found); result != VORN_BUS_OK) return result;
+        if (const Result result = kind->list(read, log, found); result != VORN_BUS_OK) return result;
         std::sort(found.begin(), found.end(),
                   [](const auto& left, const auto& right) { return left.address < right.address; });
         for (const vorn::Listed& one : found) {
-            const vorn_bus_listed listed = {one.address, one.is_open ? 1U : 0U, one.endpoint.c_str()};
+            const vorn_bus_listed listed = {one.address, one.is_open ? 1U : 0U, one.endpoint.c_str(),
+                                            one.stored_bytes};
             try {
                 handler(&listed, context);
             } catch (...) {
@@ -312,6 +351,16 @@ int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* cont
             }
         }
         return VORN_BUS_OK;
+    });
+}
+
+int32_t vorn_bus_remove(const char* url, uint32_t address) {
+    return guarded([&]() -> Result {
+        vorn::Log log(nullptr, nullptr, "vorn: ");
+        const vorn::TransportKind* kind = nullptr;
+        vorn::BusUrl read;
+        const Result result = vorn::read_url(vorn::url_or_default(url), log, kind, read);
+        return result == VORN_BUS_OK ? kind->remove(read, address, log) : result;
     });
 }
 
@@ -359,43 +408,7 @@ int32_t vorn_bus_watch_read_counters(vorn_bus_watch* watch, vorn_bus_watch_count
     });
 }
 
-const char* vorn_bus_result_text(int32_t result) {
-    switch (result) {
-        case -1:
-            return "refused by the library; the bus was not called";
-        case VORN_BUS_OK:
-            return "accepted";
-        case VORN_BUS_NOT_OPEN:
-            return "no bus is open in this process";
-        case VORN_BUS_BAD_ARGUMENT:
-            return "a null pointer, or a number out of its range";
-        case VORN_BUS_BAD_URL:
-            return "not a URL of this bus, or not for this address or call";
-        case VORN_BUS_ADDRESS_TAKEN:
-            return "another bus is open at this address";
-        case VORN_BUS_NO_PEER:
-            return "no bus is open at the address";
-        case VORN_BUS_FULL:
-            return "the queue to the receiver is full";
-        case VORN_BUS_TOO_LARGE:
-            return "the batch is larger than this bus or its receiver takes";
-        case VORN_BUS_LOST:
-            return "batches that were accepted are lost";
-        case VORN_BUS_TIMEOUT:
-            return "batches that were accepted are still on their way";
-        case VORN_BUS_BUSY:
-            return "another thread, or the handler's caller, polls this bus";
-        case VORN_BUS_NO_TRANSPORT:
-            return "built without the transport of this URL";
-        case VORN_BUS_NO_MEMORY:
-            return "out of memory";
-        case VORN_BUS_SYSTEM_ERROR:
-            return "the system or a server refused";
-        case VORN_BUS_HANDLER_FAILED:
-            return "a handler ended by an exception";
-        default:
-            return "not a result of this bus";
-    }
-}
+const char* vorn_bus_result_text(int32_t result) { return words_of(result).text; }
+const char* vorn_bus_result_name(int32_t result) { return words_of(result).name; }
 
 }  // extern "C"

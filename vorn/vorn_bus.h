@@ -39,7 +39,7 @@ enum {
     VORN_BUS_OK = 0,
     VORN_BUS_NOT_OPEN = 1,      /* no bus is open in this process, or it is being closed */
     VORN_BUS_BAD_ARGUMENT = 2,  /* a null pointer, a count of 0, a number out of its range, a wrong size */
-    VORN_BUS_BAD_URL = 3,       /* not a URL of this bus, no endpoint for the address, or not for this call */
+    VORN_BUS_BAD_URL = 3,       /* not a URL of this bus; see vorn_bus_url_fault */
     VORN_BUS_ADDRESS_TAKEN = 4, /* another process, or another bus of this one, is open at the address */
     VORN_BUS_NO_PEER = 5,       /* nobody was open at the address in time; the batch was not sent */
     VORN_BUS_FULL =
@@ -54,12 +54,17 @@ enum {
     VORN_BUS_HANDLER_FAILED = 15 /* poll: a C++ handler threw; see vorn_bus_handler */
 };
 
-/* The text of a result, -1 included: a few words without a full stop. Constant. */
+/* The text of a result, -1 included: a few words without a full stop; and its name, "VORN_BUS_NO_PEER".
+ * Constant. */
 const char* vorn_bus_result_text(int32_t result);
+const char* vorn_bus_result_name(int32_t result);
 
 typedef struct vorn_bus vorn_bus;
 
-/* A line for the host's log. `text` is valid until the function returns. Called from any thread. */
+/* A line for the host's log, without a time: whose it is ("vorn 7: " of the bus at address 7), how bad
+ * ("error: " something failed here or is lost, "warning: " mostly what others did, "info: "), and a sentence.
+ * It has no control characters and at most 1,003 bytes; of warnings there are at most ten a second. `text` is
+ * valid until the function returns. Called from any thread. */
 typedef void (*vorn_bus_log)(const char* text, void* context);
 
 /* vorn_bus_options.check. */
@@ -80,7 +85,7 @@ typedef struct vorn_bus_options {
     int32_t send_timeout_ms; /* [2000] how long a send waits for a peer and for space; negative: not at all */
     int32_t linger_ms; /* [1000] how long closing waits for batches on their way; negative: not at all */
     uint32_t check;    /* [VORN_BUS_CHECK_FLAG] what becomes of damaged messages */
-    vorn_bus_log log;  /* [lines on standard error] */
+    vorn_bus_log log;  /* [lines on standard error, with the time] */
     void* log_context;
     uint32_t send_only;      /* [0] 1: a sender to which nobody sends: it takes no address, no lock, no
                                 stream; `address` is only what receivers see as the source */
@@ -194,6 +199,10 @@ void vorn_bus_clean_resources(void);
 int32_t vorn_bus_send(vorn_bus* bus, uint32_t destination, const VORN_SendDescriptor* descriptors,
                       uint32_t count, uint64_t target);
 
+/* How long sends of the calling thread wait from now on, through any bus: milliseconds, 0 not at all; below
+ * 0, as at first, what each bus has as its send_timeout_ms. Returns what was set before. */
+int32_t vorn_bus_send_timeout(int32_t timeout_ms);
+
 /* Waits until all that was accepted has been handled by its receivers (nats: is stored), at most timeout_ms
  * (negative: for ever). VORN_BUS_LOST is returned once for batches that were lost since the last flush. Not
  * from a handler that handles what this bus has sent to itself. */
@@ -241,6 +250,11 @@ int32_t vorn_bus_ask_counters(const char* url, uint32_t address, int32_t timeout
  * what stands before an '@' (a user's name, a password, a token). Valid until the thread calls this again. */
 const char* vorn_bus_display_url(const char* url);
 
+/* Which part of a URL (or of the default, for null) is wrong, what is there and what is to be, in a sentence
+ * without a full stop; null: it is valid. What may be a password is not in it. Valid until the thread calls
+ * this again. */
+const char* vorn_bus_url_fault(const char* url);
+
 /* The endpoint at which a bus takes what is sent to its address, for people: "ipc:///run/user/1/vorn/7.sock";
  * empty for a pure sender on ipc. Valid while the bus is open. */
 const char* vorn_bus_endpoint(const vorn_bus* bus);
@@ -251,8 +265,9 @@ const char* vorn_bus_default_folder(void);
 /* An address that vorn_bus_list has found. Later versions may add members at the end. */
 typedef struct vorn_bus_listed {
     uint32_t address;
-    uint32_t is_open;     /* 1: a bus is open there; 0: what it left is there: a socket's file, a stream */
-    const char* endpoint; /* as from vorn_bus_endpoint */
+    uint32_t is_open;      /* 1: a bus is open there; 0: what it left is there: a socket's file, a stream */
+    const char* endpoint;  /* as from vorn_bus_endpoint */
+    uint64_t stored_bytes; /* nats: what waits in the stream; else 0: senders have it */
 } vorn_bus_listed;
 
 /* What it is given is valid until it returns. It must return, like a handler; an exception ends the list. */
@@ -261,6 +276,11 @@ typedef void (*vorn_bus_list_handler)(const vorn_bus_listed* listed, void* conte
 /* Calls the handler for each address in ipc's folder, under the prefix on nats' servers or in this process's
  * loop, in ascending order. */
 int32_t vorn_bus_list(const char* url, vorn_bus_list_handler handler, void* context);
+
+/* Removes what the bus left that was open at an address: a socket's file; on nats its stream with all that
+ * waits there, which is lost. VORN_BUS_ADDRESS_TAKEN: a bus is open there; VORN_BUS_NO_PEER: there is
+ * nothing. */
+int32_t vorn_bus_remove(const char* url, uint32_t address);
 
 /* ---- watching ----------------------------------------------------------------------------------- */
 
@@ -276,7 +296,7 @@ typedef struct vorn_bus_watch_options {
     const uint32_t* addresses; /* [all] whose arrivals to watch */
     uint32_t address_count;
     uint32_t reserved; /* 0 */
-    vorn_bus_log log;  /* [lines on standard error] */
+    vorn_bus_log log;  /* [lines on standard error, with the time] */
     void* log_context;
 } vorn_bus_watch_options;
 

@@ -29,12 +29,15 @@ std::string lines_of_open(const vorn_bus_options& options) {
     testing::internal::CaptureStderr();
     vorn_bus* bus = nullptr;
     EXPECT_EQ(vorn_bus_open(&options, &bus), VORN_BUS_BAD_ARGUMENT);
-    return testing::internal::GetCapturedStderr();
+    const std::string line = testing::internal::GetCapturedStderr();
+    // The default log begins with the time: "2026-01-31T23:59:59.999Z ".
+    EXPECT_EQ(line.find("Z vorn: error: "), 23U) << line;
+    return line.substr(25);
 }
 
 TEST(SizedStructs, OfAWrongSizeAreLoggedWithWhatToDo) {
     const vorn_bus_options forgotten = {};
-    EXPECT_EQ(lines_of_open(forgotten), "vorn: vorn_bus_options.size is 0, and must be " +
+    EXPECT_EQ(lines_of_open(forgotten), "vorn: error: vorn_bus_options.size is 0, and must be " +
                                             std::to_string(sizeof(vorn_bus_options)) +
                                             ": initialise it with vorn_bus_options_init()\n");
     struct {
@@ -43,7 +46,7 @@ TEST(SizedStructs, OfAWrongSizeAreLoggedWithWhatToDo) {
     } later;
     later.known.size = sizeof later;
     EXPECT_EQ(lines_of_open(later.known),
-              "vorn: vorn_bus_options has members set that this library does not know, after byte " +
+              "vorn: error: vorn_bus_options has members set that this library does not know, after byte " +
                   std::to_string(sizeof(vorn_bus_options)) +
                   ": leave them 0, or install a later libvorn_bus\n");
 }

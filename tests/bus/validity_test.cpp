@@ -112,8 +112,9 @@ TEST_P(Validity, DroppedTheyAreCountedAndLoggedAndTheOthersOfTheBatchArrive) {
     EXPECT_EQ(receiver.arrived()[0].port().f0, 7U);
     EXPECT_EQ(receiver.counters().damaged_messages, 1U);
     EXPECT_EQ(receiver.counters().received_messages, 1U);
-    EXPECT_EQ(receiver.log(), std::vector<std::string>{"vorn 2: a damaged message of id 162890069 was left "
-                                                       "out: at 0, f0 of Nac_SetPortMsg: a wrong beginning"});
+    EXPECT_EQ(receiver.log(),
+              std::vector<std::string>{"vorn 2: warning: a damaged message of id 162890069 was left "
+                                       "out: at 0, f0 of Nac_SetPortMsg: a wrong beginning"});
 }
 
 class ValidityOnLoop : public Validity {};
@@ -176,7 +177,8 @@ TEST_P(ValidityOnLoop, AVerifierThatThrowsKnowsNothing) {
     ASSERT_TRUE(receiver.poll_until(2));
     EXPECT_EQ(receiver.arrived()[1].flags, 0U);
     EXPECT_EQ(receiver.arrived()[1].port().f0, 7U);
-    EXPECT_EQ(receiver.log().at(0), "vorn 2: a verifier threw an exception on a message of id 162890069");
+    EXPECT_EQ(receiver.log().at(0),
+              "vorn 2: warning: a verifier threw an exception on a message of id 162890069");
 }
 
 TEST_P(ValidityOnLoop, WhatIsWrongWithAHeaderIsNamedSoAndLongSentencesAreCut) {

@@ -34,6 +34,8 @@ void default_to(T& value, T instead) {
 
 }  // namespace
 
+thread_local std::int32_t send_timeout_of_thread = -1;
+
 RecordStorage::RecordStorage() {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     bytes_ = (kRecordStorageBytes + page - 1) / page * page;
@@ -61,11 +63,11 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
         options.check > VORN_BUS_CHECK_NONE || options.send_only > 1 || options.reserved != 0) {
         return VORN_BUS_BAD_ARGUMENT;
     }
-    const Scheme* const scheme = find_scheme(url);
-    if (scheme == nullptr) return VORN_BUS_BAD_URL;
-    if (scheme->make == nullptr) return VORN_BUS_NO_TRANSPORT;
-
     std::unique_ptr<Bus> made(new Bus(options, "vorn " + std::to_string(options.address) + ": "));
+    const TransportKind* kind = nullptr;
+    BusUrl read;
+    Result result = read_url(url, made->log_, kind, read);
+    if (result != VORN_BUS_OK) return result;
     const Endpoint endpoint = {options.address,
                                options.queue_batches,
                                options.queue_bytes,
@@ -80,7 +82,7 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
                                    static_cast<const Bus*>(self)->read_counters(counters);
                                },
                                made.get()};
-    Result result = scheme->make(url.substr(std::strlen(scheme->prefix)), endpoint, made->transport_);
+    result = kind->make(read, endpoint, made->transport_);
     if (result == VORN_BUS_OK) result = made->transport_->open();
     if (result != VORN_BUS_OK) return result;
     made->endpoint_ = made->transport_->endpoint();
@@ -100,7 +102,7 @@ Bus::~Bus() {
     arrivals_->close();
     transport_->drain(within_milliseconds(options_.linger_ms));  // allocates nothing, like all above
     if (const std::uint64_t left = transport_->batches_lost_by_closing(); left != 0) {
-        log_.line(left, " batches were on their way when the bus was closed; they count as lost");
+        log_.error(left, " batches were on their way when the bus was closed; they count as lost");
     }
     transport_.reset();
 }
@@ -120,7 +122,7 @@ Result Bus::send(std::uint32_t destination, const VORN_SendDescriptor* descripto
     const auto bytes = batch_bytes(descriptors, count_of);
     if (!bytes || *bytes > options_.batch_bytes) return refuse(VORN_BUS_TOO_LARGE);
     const Outgoing batch = {{destination, options_.address, target, count_of, *bytes}, descriptors};
-    SendTimeout timeout(options_.send_timeout_ms);
+    SendTimeout timeout(send_timeout_of_thread < 0 ? options_.send_timeout_ms : send_timeout_of_thread);
     Result result = VORN_BUS_NO_MEMORY;
     try {
         result = transport_->send(batch, timeout);
@@ -210,7 +212,7 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
         const auto batch = read_batch(delivery.bytes);
         if (!batch || delivery.batches == 0) {
             count(counters_.damaged);
-            log_.line_about_outside("a damaged envelope was left out, with what followed it in its packet");
+            log_.warning("a damaged envelope was left out, with what followed it in its packet");
             delivery.bytes = {};
             break;
         }
@@ -234,7 +236,7 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
 void Bus::handle_batch(const Batch& batch, std::uint32_t flags, std::uint32_t& handled_messages) {
     if (batch.header().destination != options_.address) {
         count(counters_.damaged);
-        log_.line_about_outside("a batch for address ", batch.header().destination, " was left out");
+        log_.warning("a batch for address ", batch.header().destination, " was left out");
         return;
     }
     std::uint32_t position = 0;
@@ -256,7 +258,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     const auto found = routes_.find(message.id);
     if (found == routes_.end()) {
         count(counters_.unknown_messages);
-        log_.line_about_outside("a message of the unknown id ", message.id, " was left out");
+        log_.warning("a message of the unknown id ", message.id, " was left out");
         return;
     }
     const Route route = found->second;  // a handler may change the routes
@@ -269,8 +271,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
     if (is_damaged) {
         count_alone(counters_.damaged_messages);
         if (options_.check == VORN_BUS_CHECK_DROP) {
-            log_.line_about_outside("a damaged message of id ", message.id,
-                                    " was left out: ", validity_.fault());
+            log_.warning("a damaged message of id ", message.id, " was left out: ", validity_.fault());
             return;
         }
     }
@@ -291,7 +292,7 @@ KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const
         route.handler.call(&arrived, route.handler.context);
     } catch (...) {
         handler_failed_ = true;
-        log_.line_about_outside("a handler threw an exception on a message of id ", message.id);
+        log_.warning("a handler threw an exception on a message of id ", message.id);
     }
     // Also where unpack refused its arguments: what it frees is zero then.
     route.functions.free_unpacked(record);
@@ -330,7 +331,7 @@ Result Bus::start() {
                 std::uint32_t handled = 0;
                 poll(-1, 0, handled);
             } catch (const std::exception& fault) {
-                log_.line_about_outside("the receiving thread tries again: ", fault.what());
+                log_.warning("the receiving thread tries again: ", fault.what());
                 std::this_thread::sleep_for(kAfterFault);
             }
         }

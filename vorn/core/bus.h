@@ -38,6 +38,9 @@ class RecordStorage {
     void* start_;
 };
 
+// How long sends of this thread wait, in milliseconds; below 0: as long as their bus says.
+extern thread_local std::int32_t send_timeout_of_thread;
+
 class Bus {
   public:
     // Throws nothing but bad_alloc and system_error.

@@ -1,31 +1,54 @@
 // SPDX-License-Identifier: Apache-2.0
-// The kinds of URL. A transport that is not built keeps its line, so that the result is NO_TRANSPORT.
+// The schemes of URLs.
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 #include "vorn/core/transport.h"
 
+namespace vorn {
+namespace {
+
 #ifdef VORN_WITH_NATS
-#define VORN_NATS(function) function
+constexpr const TransportKind* kBuiltNats = &kNats;
 #else
-#define VORN_NATS(function) nullptr
+constexpr const TransportKind* kBuiltNats = nullptr;
 #endif
 
-namespace vorn {
+struct Scheme {
+    const char* prefix;
+    const TransportKind* kind;  // null: not built
+    bool tls;
+};
 
-const Scheme* find_scheme(const std::string& url) {
-    static constexpr Scheme kSchemes[] = {
-        {"loop:", make_loop, ask_loop, watch_loop, list_loop},
-        {"ipc://", make_ipc, ask_ipc, watch_ipc, list_ipc},
-        {"nats://", VORN_NATS(make_nats), VORN_NATS(ask_nats), VORN_NATS(watch_nats), VORN_NATS(list_nats)},
-        {"nats+tls://", VORN_NATS(make_nats_tls), VORN_NATS(ask_nats_tls), VORN_NATS(watch_nats_tls),
-         VORN_NATS(list_nats_tls)},
-    };
+const Scheme* split(const std::string& url, BusUrl& read) {
+    static constexpr Scheme kSchemes[] = {{"loop:", &kLoop, false},
+                                          {"ipc://", &kIpc, false},
+                                          {"nats://", kBuiltNats, false},
+                                          {"nats+tls://", kBuiltNats, true}};
     for (const Scheme& scheme : kSchemes) {
-        if (url.compare(0, std::strlen(scheme.prefix), scheme.prefix) == 0) return &scheme;
+        if (!url.starts_with(scheme.prefix)) continue;
+        read = {url.substr(std::string(scheme.prefix).size()), scheme.tls};
+        return &scheme;
     }
     return nullptr;
+}
+
+}  // namespace
+
+std::string url_fault(const std::string& url) {
+    BusUrl read;
+    const Scheme* const scheme = split(url, read);
+    if (scheme == nullptr) return "it begins with none of loop:, ipc://, nats:// and nats+tls://";
+    return scheme->kind == nullptr || scheme->kind->fault == nullptr ? "" : scheme->kind->fault(read);
+}
+
+Result read_url(const std::string& url, const Log& log, const TransportKind*& kind, BusUrl& read) {
+    if (const std::string fault = url_fault(url); !fault.empty()) {
+        log.error("the URL \"", display_url(url), "\": ", fault);
+        return VORN_BUS_BAD_URL;
+    }
+    kind = split(url, read)->kind;
+    return kind == nullptr ? VORN_BUS_NO_TRANSPORT : VORN_BUS_OK;
 }
 
 // URLs of no known scheme too: a credential stays one in a URL that is misspelt. A password may hold any

@@ -44,8 +44,8 @@ inline constexpr std::size_t kLargestSize = 4096;
 template <class T>
 bool has_valid_size(const T& given, const Log& log) {
     if (given.size >= Sized<T>::kFirst && given.size <= kLargestSize) return true;
-    log.line(Sized<T>::kName, ".size is ", given.size, ", and must be ", sizeof(T), ": initialise it with ",
-             Sized<T>::kName, "_init()");
+    log.error(Sized<T>::kName, ".size is ", given.size, ", and must be ", sizeof(T), ": initialise it with ",
+              Sized<T>::kName, "_init()");
     return false;
 }
 
@@ -56,8 +56,8 @@ bool take_sized(const T& given, const Log& log, T& taken) {
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&given);
     const std::size_t known = std::min<std::size_t>(given.size, sizeof(T));
     if (std::any_of(bytes + known, bytes + given.size, [](std::uint8_t byte) { return byte != 0; })) {
-        log.line(Sized<T>::kName, " has members set that this library does not know, after byte ", known,
-                 ": leave them 0, or install a later libvorn_bus");
+        log.error(Sized<T>::kName, " has members set that this library does not know, after byte ", known,
+                  ": leave them 0, or install a later libvorn_bus");
         return false;
     }
     taken = {};

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
 #include <system_error>
 #include <utility>
@@ -50,18 +51,31 @@ std::uint64_t random_name() {
 Log::Log(vorn_bus_log write, void* context, std::string prefix)
     : write_(write), context_(context), prefix_(std::move(prefix)), second_(Clock::now()) {}
 
-void Log::write_text(const char* text) const noexcept {
+// Paths, URLs and a server's words may hold anything.
+void Log::write_text(std::string& text) const {
+    constexpr std::size_t kMostBytes = 1000;
+    if (text.size() > kMostBytes) text = text.substr(0, kMostBytes) + "...";
+    for (char& byte : text) {
+        if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F) byte = '?';
+    }
+    write_line(text.c_str());
+}
+
+void Log::write_line(const char* text) const noexcept {
     try {
-        if (write_ != nullptr) {
-            write_(text, context_);
-        } else {
-            static_cast<void>(std::fprintf(stderr, "%s\n", text));
-        }
+        if (write_ != nullptr) return write_(text, context_);
+        timespec now = {};
+        tm utc = {};
+        clock_gettime(CLOCK_REALTIME, &now);
+        gmtime_r(&now.tv_sec, &utc);
+        std::array<char, sizeof "2026-01-01T00:00:00"> time = {};
+        std::strftime(time.data(), time.size(), "%FT%T", &utc);
+        static_cast<void>(std::fprintf(stderr, "%s.%03ldZ %s\n", time.data(), now.tv_nsec / 1'000'000, text));
     } catch (...) {  // NOLINT(bugprone-empty-catch): the host's function owes its line to nobody here
     }
 }
 
-bool Log::may_write_about_outside(std::uint64_t& left_out) noexcept {
+bool Log::may_warn(std::uint64_t& left_out) noexcept {
     const std::lock_guard locked(lock_);
     const auto now = Clock::now();
     if (now - second_ >= std::chrono::seconds(1)) {
@@ -69,7 +83,7 @@ bool Log::may_write_about_outside(std::uint64_t& left_out) noexcept {
         in_second_ = 0;
         left_out = std::exchange(left_out_, 0);
     }
-    if (in_second_ == kLinesASecond) {
+    if (in_second_ == kWarningsASecond) {
         ++left_out_;
         return false;
     }

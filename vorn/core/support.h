@@ -93,8 +93,8 @@ std::thread start_thread(Run&& run) {
 // A random number that is not 0: names of incarnations and sessions.
 std::uint64_t random_name();
 
-// Lines to the host, of texts and numbers. A line about what came from outside is one of at most ten a
-// second: peers could fill any log. The number of those left out is logged.
+// Lines to the host, of texts and numbers. Errors are what failed here; warnings are mostly about what came
+// from outside, and at most ten a second: peers could fill any log. The number of those left out is logged.
 class Log {
   public:
     Log(vorn_bus_log write, void* context, std::string prefix);
@@ -102,26 +102,34 @@ class Log {
     // Where memory is lacking, a line without its contents is written; throws of the host's function end
     // here.
     template <class... Parts>
+    void error(const Parts&... parts) const noexcept {
+        line("error: ", parts...);
+    }
+    template <class... Parts>
+    void info(const Parts&... parts) const noexcept {
+        line("info: ", parts...);
+    }
+    template <class... Parts>
+    void warning(const Parts&... parts) noexcept {
+        std::uint64_t left_out = 0;
+        if (!may_warn(left_out)) return;
+        if (left_out != 0) line("warning: ", left_out, " more such lines were left out");
+        line("warning: ", parts...);
+    }
+
+  private:
+    static constexpr int kWarningsASecond = 10;
+
+    template <class... Parts>
     void line(const Parts&... parts) const noexcept {
         try {
             std::string text = prefix_;
             (append(text, parts), ...);
-            write_text(text.c_str());
+            write_text(text);
         } catch (...) {
-            write_text("vorn: a log line was left out: out of memory");
+            write_line("vorn: error: a log line was left out: out of memory");
         }
     }
-
-    template <class... Parts>
-    void line_about_outside(const Parts&... parts) noexcept {
-        std::uint64_t left_out = 0;
-        if (!may_write_about_outside(left_out)) return;
-        if (left_out != 0) line(left_out, " more such lines were left out");
-        line(parts...);
-    }
-
-  private:
-    static constexpr int kLinesASecond = 10;
 
     template <class Part>
     static void append(std::string& text, const Part& part) {
@@ -131,8 +139,9 @@ class Log {
             text += part;
         }
     }
-    void write_text(const char* text) const noexcept;
-    bool may_write_about_outside(std::uint64_t& left_out) noexcept;
+    void write_text(std::string& text) const;
+    void write_line(const char* text) const noexcept;
+    bool may_warn(std::uint64_t& left_out) noexcept;
 
     vorn_bus_log write_;
     void* context_;

@@ -72,53 +72,37 @@ struct Listed {
     std::uint32_t address;
     bool is_open;
     std::string endpoint;
+    std::uint64_t stored_bytes = 0;  // at the endpoint itself, whether it is open or not
 };
 
-// `rest` is the URL after its scheme. Open makes the transport, ask needs none; both log what
-// is wrong.
-using MakeTransport = Result (*)(const std::string& rest, const Endpoint& endpoint,
-                                 std::unique_ptr<Transport>& made);
-using AskCounters = Result (*)(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-                               vorn_bus_counters& counters);
-using MakeWatcher = Result (*)(const std::string& rest, const WatchEndpoint& endpoint,
-                               std::unique_ptr<Watcher>& made);
-
-using ListAddresses = Result (*)(const std::string& rest, Log& log, std::vector<Listed>& found);
-
-struct Scheme {
-    const char* prefix;  // of the URL
-    MakeTransport make;  // null, like the others: not built
-    AskCounters ask;
-    MakeWatcher watch;
-    ListAddresses list;
+// What follows the scheme of a URL.
+struct BusUrl {
+    std::string rest;
+    bool tls = false;  // as the scheme says
 };
 
-// The scheme of a URL; null: none of this bus.
-const Scheme* find_scheme(const std::string& url);
+// What a scheme names. Each function logs what is wrong; that of `make` none is needed for the others.
+struct TransportKind {
+    Result (*make)(const BusUrl& url, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
+    Result (*ask)(const BusUrl& url, std::uint32_t address, Deadline deadline, Log& log,
+                  vorn_bus_counters& counters);
+    Result (*watch)(const BusUrl& url, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
+    Result (*list)(const BusUrl& url, Log& log, std::vector<Listed>& found);
+    Result (*remove)(const BusUrl& url, std::uint32_t address, Log& log);
+    std::string (*fault)(const BusUrl& url);  // what is wrong with it; null: never anything
+};
+extern const TransportKind kLoop;
+extern const TransportKind kIpc;
+extern const TransportKind kNats;
+
+// The kind of transport of a URL; null: it is not valid or not built, as the result and a log line say.
+Result read_url(const std::string& url, const Log& log, const TransportKind*& kind, BusUrl& read);
+
+// Which part of a URL is wrong, what is there, and what is to be; empty: none.
+std::string url_fault(const std::string& url);
 
 // The URL with *** for what stands before an '@': a user's name, a password, a token.
 std::string display_url(const std::string& url);
-
-Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
-Result ask_loop(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-                vorn_bus_counters& counters);
-Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
-Result list_loop(const std::string& rest, Log& log, std::vector<Listed>& found);
-Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
-Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-               vorn_bus_counters& counters);
-Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
-Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found);
-Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
-Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made);
-Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-                vorn_bus_counters& counters);
-Result watch_nats(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
-Result list_nats(const std::string& rest, Log& log, std::vector<Listed>& found);
-Result list_nats_tls(const std::string& rest, Log& log, std::vector<Listed>& found);
-Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-                    vorn_bus_counters& counters);
-Result watch_nats_tls(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made);
 
 }  // namespace vorn
 

@@ -13,7 +13,7 @@ std::uint32_t Validity::check(const Message& message, Log& log) {
         try {
             verdict = verify(message.id, message.bytes.data(), length, write, &fault_);
         } catch (...) {
-            log.line_about_outside("a verifier threw an exception on a message of id ", message.id);
+            log.warning("a verifier threw an exception on a message of id ", message.id);
         }
         if (verdict == 0) return VORN_BUS_VERIFIED;
         if (verdict > 0) return VORN_BUS_VERIFIED | VORN_BUS_DAMAGED;

@@ -51,11 +51,11 @@ std::unique_ptr<Copies> CopyQueue::take(Deadline deadline) {
 
 Result BusWatch::open(const vorn_bus_watch_options& options, std::unique_ptr<BusWatch>& watch) {
     if (options.address_count != 0 && options.addresses == nullptr) return VORN_BUS_BAD_ARGUMENT;
-    const std::string url = url_or_default(options.url);
-    const Scheme* const scheme = find_scheme(url);
-    if (scheme == nullptr) return VORN_BUS_BAD_URL;
-    if (scheme->watch == nullptr) return VORN_BUS_NO_TRANSPORT;
     std::unique_ptr<BusWatch> made(new BusWatch(options));
+    const TransportKind* kind = nullptr;
+    BusUrl url;
+    Result result = read_url(url_or_default(options.url), made->log_, kind, url);
+    if (result != VORN_BUS_OK) return result;
     WatchEndpoint endpoint = {{},
                               options.queue_bytes == 0 ? kDefaultQueueBytes : options.queue_bytes,
                               made->queue_,
@@ -64,7 +64,7 @@ Result BusWatch::open(const vorn_bus_watch_options& options, std::unique_ptr<Bus
     if (options.address_count != 0) {
         endpoint.addresses.assign(options.addresses, options.addresses + options.address_count);
     }
-    Result result = scheme->watch(url.substr(std::strlen(scheme->prefix)), endpoint, made->watcher_);
+    result = kind->watch(url, endpoint, made->watcher_);
     if (result == VORN_BUS_OK) result = made->watcher_->open();
     if (result == VORN_BUS_OK) watch = std::move(made);
     return result;

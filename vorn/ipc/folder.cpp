@@ -25,7 +25,7 @@ constexpr int kBacklog = 4096;  // the system may have less
 constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 Result refused(Log& log, const std::string& path, const std::string& why) {
-    log.line(path, ": ", why);
+    log.error(path, ": ", why);
     return VORN_BUS_SYSTEM_ERROR;
 }
 
@@ -54,7 +54,6 @@ Descriptor make_socket() {
 }  // namespace
 
 Result Folder::open(const std::string& path, bool make, Log& log) {
-    if (path.find('\0') != std::string::npos) return VORN_BUS_BAD_URL;
     std::error_code error;
     const std::filesystem::path whole =
         std::filesystem::absolute(path.empty() ? default_folder() : path, error).lexically_normal();
@@ -133,8 +132,8 @@ bool Folder::is_ours(const std::string& name, Log& log) const {
     struct stat status = {};
     if (fstatat(folder_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
     if (S_ISSOCK(status.st_mode)) return true;
-    log.line(path_, "/", name,
-             ": is no socket of a bus, and is left as it is; use another folder or address");
+    log.error(path_, "/", name,
+              ": is no socket of a bus, and is left as it is; use another folder or address");
     return false;
 }
 
@@ -164,6 +163,16 @@ Result Folder::listen(std::uint32_t address, Log& log, Descriptor& lock, Descrip
 void Folder::unlisten(std::uint32_t address, const Descriptor& listener) const {
     // Who holds the address's lock owns what has its name; a process without descriptors has lost both.
     if (listener) unlinkat(folder_.get(), socket_name(address).c_str(), 0);
+}
+
+Result Folder::remove(std::uint32_t address, Log& log) const {
+    const std::string name = socket_name(address);
+    if (faccessat(folder_.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) return VORN_BUS_NO_PEER;
+    Descriptor held;
+    if (const Result result = lock(address, log, held); result != VORN_BUS_OK) return result;
+    if (!is_ours(name, log)) return VORN_BUS_SYSTEM_ERROR;
+    if (unlinkat(folder_.get(), name.c_str(), 0) == 0) return VORN_BUS_OK;
+    return errno == ENOENT ? VORN_BUS_NO_PEER : refused(log, socket_path(address), system_error_text());
 }
 
 Folder::Connected Folder::connect(std::uint32_t address, Descriptor& socket) const {

@@ -27,6 +27,9 @@ class Folder {
     // Removes the socket, where it is this one still.
     void unlisten(std::uint32_t address, const Descriptor& listener) const;
 
+    // Removes the socket that a killed process left.
+    Result remove(std::uint32_t address, Log& log) const;
+
     enum class Connected : std::uint8_t { yes, nobody, later, failed };
     Connected connect(std::uint32_t address, Descriptor& socket) const;
 

@@ -37,7 +37,7 @@ void Intake::RingDelivery::finished() {
 }
 
 void Intake::cut_off(RingSet::Source& source, const char* why) {
-    own_.log.line_about_outside("the sender at address ", source.address, " is cut off: its ring has ", why);
+    own_.log.warning("the sender at address ", source.address, " is cut off: its ring has ", why);
     rings_.remove(source);
     has_cut_off_();
 }

@@ -42,7 +42,7 @@ Result Receiver::open() {
     if (result != VORN_BUS_OK) return result;
     is_listening_ = service_.watch(listener_, *this);
     if (is_listening_) return VORN_BUS_OK;
-    own_.log.line(folder_.socket_path(own_.address), ": ", system_error_text());
+    own_.log.error(folder_.socket_path(own_.address), ": ", system_error_text());
     return VORN_BUS_SYSTEM_ERROR;
 }
 
@@ -73,7 +73,7 @@ bool Receiver::accept_one() {
     Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
         if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED || !is_listening_) return false;
-        own_.log.line_about_outside("no connection can be taken: ", system_error_text());
+        own_.log.warning("no connection can be taken: ", system_error_text());
         service_.unwatch(listener_, *this);
         is_listening_ = false;
         service_.at(Clock::now() + kNoDescriptors, listen_again_);
@@ -82,7 +82,7 @@ bool Receiver::accept_one() {
     const Peer peer = peer_of(socket);
     if ((peer.user != geteuid() && peer.user != 0) || connections_.size() >= kMostConnections) {
         count(own_.counters.damaged);
-        own_.log.line_about_outside(
+        own_.log.warning(
             "a connection of process ", peer.process, " is refused: ",
             connections_.size() >= kMostConnections ? "there are too many" : "it is another user's");
         return true;
@@ -124,15 +124,14 @@ void Receiver::receive(Connection& connection) {
             }
         }
     } catch (const std::exception& fault) {  // it comes again
-        own_.log.line_about_outside("a connection of process ", connection.peer.process,
-                                    " ends: ", fault.what());
+        own_.log.warning("a connection of process ", connection.peer.process, " ends: ", fault.what());
         end(connection);
     }
 }
 
 bool Receiver::refuse(const Connection& connection, const char* why) const {
     count(own_.counters.damaged);
-    own_.log.line_about_outside("process ", connection.peer.process, " is cut off: ", why);
+    own_.log.warning("process ", connection.peer.process, " is cut off: ", why);
     return false;
 }
 
@@ -165,8 +164,8 @@ bool Receiver::map(const Connection& connection, SharedMemory& memory, const Des
     }
     if (mapped == SharedMemory::Mapped::yes) return true;
     // Not the peer's fault: it may come again.
-    own_.log.line_about_outside("the ring of process ", connection.peer.process,
-                                " cannot be mapped: ", system_error_text());
+    own_.log.warning("the ring of process ", connection.peer.process,
+                     " cannot be mapped: ", system_error_text());
     return false;
 }
 

@@ -16,6 +16,7 @@
 #include "vorn/core/transport.h"
 #include "vorn/ipc/folder.h"
 #include "vorn/ipc/ipc_receiver.h"
+#include "vorn/ipc/ipc_watcher.h"
 #include "vorn/ipc/link.h"
 #include "vorn/ipc/service.h"
 
@@ -35,9 +36,9 @@ class IpcTransport final : public Transport {
         });
         if (receiver_ != nullptr) {
             if (const std::uint64_t left = receiver_->intake().batches(); left != 0) {
-                own_.log.line(left,
-                              " batches of senders that have ended are lost: they were not handled when the "
-                              "bus was closed; see vorn_bus_drain");
+                own_.log.error(left,
+                               " batches of senders that have ended are lost: they were not handled when the "
+                               "bus was closed; see vorn_bus_drain");
             }
         }
         // Nothing of the service runs for them any more.
@@ -139,17 +140,15 @@ bool wait_for_packet(const Descriptor& socket, Deadline deadline, Packet& packet
            receive_packet(socket, packet) == Received::packet;
 }
 
-}  // namespace
-
-Result make_ipc(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    made = std::make_unique<IpcTransport>(rest, endpoint);
+Result make_ipc(const BusUrl& url, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    made = std::make_unique<IpcTransport>(url.rest, endpoint);
     return VORN_BUS_OK;
 }
 
-Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+Result ask_ipc(const BusUrl& url, std::uint32_t address, Deadline deadline, Log& log,
                vorn_bus_counters& counters) {
     Folder folder;
-    if (folder.open(rest, false, log) != VORN_BUS_OK) return VORN_BUS_NO_PEER;
+    if (folder.open(url.rest, false, log) != VORN_BUS_OK) return VORN_BUS_NO_PEER;
     Descriptor socket;
     Packet packet;
     std::array<std::uint8_t, kPreambleBytes> question;
@@ -161,32 +160,42 @@ Result ask_ipc(const std::string& rest, std::uint32_t address, Deadline deadline
     }
     CounterNumbers values = {};
     if (!read_counters(packet.bytes(), values)) {
-        log.line_about_outside(folder.socket_path(address), ": its answer holds no counters");
+        log.warning(folder.socket_path(address), ": its answer holds no counters");
         return VORN_BUS_SYSTEM_ERROR;
     }
     counters = from_numbers(values);
     return VORN_BUS_OK;
 }
 
-Result list_ipc(const std::string& rest, Log& log, std::vector<Listed>& found) {
+Result list_ipc(const BusUrl& url, Log& log, std::vector<Listed>& found) {
     Folder folder;
-    if (const Result result = folder.open(rest, false, log); result != VORN_BUS_OK) return result;
+    if (const Result result = folder.open(url.rest, false, log); result != VORN_BUS_OK) return result;
     std::vector<std::uint32_t> addresses;
     if (!folder.list(addresses)) {
-        log.line(folder.path(), ": ", system_error_text());
+        log.error(folder.path(), ": ", system_error_text());
         return VORN_BUS_SYSTEM_ERROR;
     }
     for (const std::uint32_t address : addresses) {
         Descriptor socket;
         const Folder::Connected connected = folder.connect(address, socket);
         if (connected == Folder::Connected::failed) {
-            log.line(folder.socket_path(address), ": ", system_error_text());
+            log.error(folder.socket_path(address), ": ", system_error_text());
             return VORN_BUS_SYSTEM_ERROR;
         }
         const bool is_open = connected != Folder::Connected::nobody;
-        found.push_back({address, is_open, "ipc://" + folder.socket_path(address)});
+        found.push_back({address, is_open, "ipc://" + folder.socket_path(address), 0});
     }
     return VORN_BUS_OK;
 }
+
+Result remove_ipc(const BusUrl& url, std::uint32_t address, Log& log) {
+    Folder folder;
+    const Result result = folder.open(url.rest, false, log);
+    return result == VORN_BUS_OK ? folder.remove(address, log) : result;
+}
+
+}  // namespace
+
+const TransportKind kIpc = {make_ipc, ask_ipc, watch_ipc, list_ipc, remove_ipc, nullptr};
 
 }  // namespace vorn

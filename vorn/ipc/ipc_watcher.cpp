@@ -109,7 +109,7 @@ class Watched final : public Service::Handler {
         const std::uint32_t queue_bytes = std::min(own_.queue_bytes, kLargestRing);
         const auto ring_bytes = static_cast<std::uint32_t>(ring_bytes_for(queue_bytes, 0));
         if (!memory_.make(ring_bytes, memory)) {
-            own_.log.line_about_outside("no ring for copies: ", system_error_text());
+            own_.log.warning("no ring for copies: ", system_error_text());
             return false;
         }
         reader_ = RingReader(memory_.ring(), 1, UINT32_MAX, ring_bytes);
@@ -243,7 +243,7 @@ class IpcWatcher final : public Watcher {
         service_->at(Clock::now() + kLooksForReceivers, look_);
         std::vector<std::uint32_t> addresses;
         if (!folder_.list(addresses)) {
-            own_.log.line_about_outside(folder_.path(), ": ", system_error_text());
+            own_.log.warning(folder_.path(), ": ", system_error_text());
         }
         for (const std::uint32_t address : addresses) watch(address);
     }
@@ -272,8 +272,8 @@ class IpcWatcher final : public Watcher {
 
 }  // namespace
 
-Result watch_ipc(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    made = std::make_unique<IpcWatcher>(rest, endpoint);
+Result watch_ipc(const BusUrl& url, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
+    made = std::make_unique<IpcWatcher>(url.rest, endpoint);
     return VORN_BUS_OK;
 }
 

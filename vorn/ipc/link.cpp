@@ -71,8 +71,8 @@ void Link::wait_for_space(std::unique_lock<std::mutex>& locked, std::uint64_t nu
 bool Link::note_handled() {
     if (outbox_.note_handled()) return true;
     count(own_.counters.damaged);
-    own_.log.line_about_outside("the receiver at address ", destination_,
-                                " claims to have handled what was not sent, and is left");
+    own_.log.warning("the receiver at address ", destination_,
+                     " claims to have handled what was not sent, and is left");
     is_up_ = false;
     service_.post(connect_);
     return false;
@@ -121,7 +121,7 @@ void Link::connect() {
         case Folder::Connected::later:
             return service_.at(Clock::now() + kAsksAgain, connect_);
         case Folder::Connected::failed:
-            own_.log.line_about_outside(folder_.socket_path(destination_), ": ", system_error_text());
+            own_.log.warning(folder_.socket_path(destination_), ": ", system_error_text());
             return service_.at(Clock::now() + kLooksForReceiver, connect_);
     }
 }
@@ -143,7 +143,7 @@ void Link::welcome(const Packet& packet) {
     const auto welcome = read_welcome(packet.bytes());
     if (!welcome || welcome->address != destination_ || !std::exchange(awaits_welcome_, false)) {
         count(own_.counters.damaged);
-        own_.log.line_about_outside("what listens at address ", destination_, " is no receiver, and is left");
+        own_.log.warning("what listens at address ", destination_, " is no receiver, and is left");
         return end(kLooksForReceiver);
     }
     auto ring = std::make_shared<Ring>();
@@ -151,7 +151,7 @@ void Link::welcome(const Packet& packet) {
     ring->doorbell = make_doorbell();
     const std::size_t bytes = ring_bytes_for(own_.queue_bytes, own_.batch_bytes);
     if (!ring->doorbell || !ring->memory.make(bytes, memory)) {
-        own_.log.line_about_outside("no ring for address ", destination_, ": ", system_error_text());
+        own_.log.warning("no ring for address ", destination_, ": ", system_error_text());
         return end(kLooksForReceiver);
     }
     Outbox::Moved moved;

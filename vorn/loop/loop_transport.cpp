@@ -225,36 +225,45 @@ class LoopTransport final : public Transport {
     std::map<std::uint32_t, std::shared_ptr<Window>> windows_;
 };
 
-}  // namespace
-
-Result make_loop(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    made = std::make_unique<LoopTransport>(rest, endpoint);
+Result make_loop(const BusUrl& url, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    made = std::make_unique<LoopTransport>(url.rest, endpoint);
     return VORN_BUS_OK;
 }
 
-Result ask_loop(const std::string& rest, std::uint32_t address, Deadline /*deadline*/, Log& /*log*/,
+Result ask_loop(const BusUrl& url, std::uint32_t address, Deadline /*deadline*/, Log& /*log*/,
                 vorn_bus_counters& counters) {
     Hub& hub = Hub::instance();
     const std::lock_guard locked(hub.lock);
-    const auto found = hub.open.find({rest, address});
+    const auto found = hub.open.find({url.rest, address});
     if (found == hub.open.end()) return VORN_BUS_NO_PEER;
     const Endpoint& own = found->second->own();
     own.read_counters(own.bus, counters);
     return VORN_BUS_OK;
 }
 
-Result list_loop(const std::string& rest, Log& /*log*/, std::vector<Listed>& found) {
+Result list_loop(const BusUrl& url, Log& /*log*/, std::vector<Listed>& found) {
     Hub& hub = Hub::instance();
     const std::lock_guard locked(hub.lock);
     for (const auto& [key, transport] : hub.open) {
-        if (key.first == rest) found.push_back({key.second, true, endpoint_text(rest)});
+        if (key.first == url.rest) found.push_back({key.second, true, endpoint_text(url.rest), 0});
     }
     return VORN_BUS_OK;
 }
 
-Result watch_loop(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    made = std::make_unique<LoopWatcher>(rest, endpoint);
+Result watch_loop(const BusUrl& url, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
+    made = std::make_unique<LoopWatcher>(url.rest, endpoint);
     return VORN_BUS_OK;
 }
+
+// Nothing is left of a bus.
+Result remove_loop(const BusUrl& url, std::uint32_t address, Log& /*log*/) {
+    Hub& hub = Hub::instance();
+    const std::lock_guard locked(hub.lock);
+    return hub.open.contains({url.rest, address}) ? VORN_BUS_ADDRESS_TAKEN : VORN_BUS_NO_PEER;
+}
+
+}  // namespace
+
+const TransportKind kLoop = {make_loop, ask_loop, watch_loop, list_loop, remove_loop, nullptr};
 
 }  // namespace vorn

@@ -69,7 +69,7 @@ Result NatsAddress::take(NatsHandling& handling) {
     first_ = stream->State.FirstSeq;
     if (!goes_on) journal.begin(stream->Created, name, delivered_before_);
     if (journal.delivered_before() != 0 && journal.started() == 0) {
-        own_.log.line(
+        own_.log.info(
             "another process has received for this address before, and its journal is not here: what it had ",
             "been given comes as repeated, in ", NatsLease::kTime.count(), " seconds");
         handling.lease.wait_for_another(Clock::now());
@@ -153,8 +153,7 @@ void NatsAddress::name_again(std::uint64_t name) {
     ConsumerInfo made;
     jsErrCode code = {};
     if (make_consumer(name, made, code) == NATS_OK) {
-        own_.log.line_about_outside("the server had forgotten the consumer of stream ", stream_,
-                                    "; it is made again");
+        own_.log.warning("the server had forgotten the consumer of stream ", stream_, "; it is made again");
     }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A connection to NATS: its URL, its objects, which end with their scope.
+// A connection to NATS: its objects, which end with their scope.
 #ifndef VORN_NATS_CONNECTION_H
 #define VORN_NATS_CONNECTION_H
 
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "vorn/core/support.h"
+#include "vorn/nats/nats_url.h"
 
 namespace vorn {
 
@@ -32,40 +33,6 @@ using NatsMessage = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
 using JetStream = std::unique_ptr<jsCtx, Destroy<jsCtx_Destroy>>;
 using StreamInfo = std::unique_ptr<jsStreamInfo, Destroy<jsStreamInfo_Destroy>>;
 using ConsumerInfo = std::unique_ptr<jsConsumerInfo, Destroy<jsConsumerInfo_Destroy>>;
-
-// nats://[USER:PASSWORD@]HOST:PORT[,...][?prefix=P&replicas=N&state=FOLDER]
-struct NatsUrl {
-    bool tls = false;
-    std::vector<std::string> servers;
-    std::string prefix = "vorn";  // of all names on the server
-    int replicas = 1;             // of each stream
-    std::string state;            // folder of the journals; empty: the default one
-
-    std::string stream(std::uint32_t address) const { return prefix + "-" + std::to_string(address); }
-    std::string batches(std::uint32_t address) const {
-        return prefix + ".batches." + std::to_string(address);
-    }
-    std::string all_batches() const { return prefix + ".batches.*"; }
-    std::string deliveries(std::uint32_t address, std::uint64_t receiver) const {
-        return prefix + ".deliveries." + std::to_string(address) + "." + std::to_string(receiver);
-    }
-    std::string endpoint_text(std::uint32_t address) const {
-        return "stream " + stream(address) + ", subject " + batches(address);
-    }
-    std::string questions(std::uint32_t address) const { return prefix + ".ask." + std::to_string(address); }
-};
-
-// What the receiver of an address takes. It stands in the stream's description, where senders read it.
-struct Limits {
-    std::uint32_t batches;  // in the queue
-    std::uint32_t bytes;
-    std::uint32_t batch_bytes;
-};
-std::string limits_text(const Limits& limits);
-std::optional<Limits> read_limits(const char* text);
-
-// `rest` is the URL after its scheme; none: it is not valid.
-std::optional<NatsUrl> read_nats_url(const std::string& rest, bool tls);
 
 bool is_connected(natsConnection* connection);
 

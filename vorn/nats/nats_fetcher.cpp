@@ -67,7 +67,7 @@ void NatsFetcher::run() {
         } catch (const std::exception& fault) {
             // What it had in its hands is still in the stream.
             catches_up_ = true;
-            own_.log.line_about_outside("the bus's thread tries again: ", fault.what());
+            own_.log.warning("the bus's thread tries again: ", fault.what());
             std::this_thread::sleep_for(kAfterFault);
         }
 }
@@ -110,8 +110,8 @@ void NatsFetcher::tend_lease() {
             break;
         case NatsAddress::Named::another:
             handling_->lease.lose();
-            own_.log.line("another process has taken address ", own_.address, " (", address_.stream(),
-                          ") while this one was cut off; this bus handles nothing more: close it");
+            own_.log.error("another process has taken address ", own_.address, " (", address_.stream(),
+                           ") while this one was cut off; this bus handles nothing more: close it");
             break;
         case NatsAddress::Named::nobody:
             address_.name_again(handling_->journal.name());
@@ -126,7 +126,7 @@ void NatsFetcher::take(NatsMessage message) {
     const auto position = acknowledge_to == nullptr ? std::nullopt : read_stream_number(acknowledge_to);
     if (!position) {
         count(own_.counters.damaged);
-        own_.log.line_about_outside("a delivery without its numbers was left out");
+        own_.log.warning("a delivery without its numbers was left out");
         return;
     }
     if (*position < intake_.next()) {
@@ -140,7 +140,7 @@ void NatsFetcher::take(NatsMessage message) {
     if (!fetch_until(*position)) return;
     if (*position == intake_.next()) return put(std::move(message));
     count(own_.counters.damaged);
-    own_.log.line_about_outside("a delivery of a batch that the stream does not have was left out");
+    own_.log.warning("a delivery of a batch that the stream does not have was left out");
 }
 
 // Takes from the stream what was not delivered, up to but without `number`. False: not now.
@@ -178,8 +178,7 @@ bool NatsFetcher::pass_over_the_gone(std::uint64_t& number) {
     if (next >= number) return true;
     const std::uint64_t first = std::clamp(info->State.FirstSeq, next + 1, number);
     count(own_.counters.missed_batches, first - next);
-    own_.log.line_about_outside(first - next, " messages from ", next, " on are gone from ",
-                                address_.stream());
+    own_.log.warning(first - next, " messages from ", next, " on are gone from ", address_.stream());
     intake_.pass_over_to(first);
     return true;
 }
@@ -196,7 +195,7 @@ void NatsFetcher::put(NatsMessage message) {
     auto arrived = std::make_unique<NatsDelivery>(std::move(message), intake_.next(), handling_);
     if (!packet) {
         count(own_.counters.damaged);
-        own_.log.line_about_outside("a damaged message of the stream was left out");
+        own_.log.warning("a damaged message of the stream was left out");
         intake_.take_damaged();
     } else {
         const NatsIntake::Verdict verdict = intake_.take(*packet);

@@ -20,34 +20,6 @@
 namespace vorn {
 namespace {
 
-Result ask(const std::string& rest, bool tls, std::uint32_t address, Deadline deadline, Log& log,
-           vorn_bus_counters& counters) {
-    const auto url = read_nats_url(rest, tls);
-    if (!url) return VORN_BUS_BAD_URL;
-    const BlockedSignals blocked;  // in the threads that the client starts
-    NatsClient client(log, [] {});
-    if (!client.open(*url)) return VORN_BUS_SYSTEM_ERROR;
-    std::array<std::uint8_t, kPreambleBytes> question;
-    put_preamble(question.data(), Kind::ask);
-    natsMsg* answered = nullptr;
-    const std::int64_t timeout = std::max<std::int64_t>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count(), 1);
-    if (natsConnection_Request(&answered, client.get(), url->questions(address).c_str(), question.data(),
-                               static_cast<int>(question.size()), timeout) != NATS_OK) {
-        return VORN_BUS_NO_PEER;
-    }
-    const NatsMessage answer(answered);
-    CounterNumbers values = {};
-    const Bytes bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(answered)),
-                      static_cast<std::size_t>(natsMsg_GetDataLength(answered)));
-    if (!read_counters(bytes, values)) {
-        log.line("the answer of address ", address, " is damaged");
-        return VORN_BUS_SYSTEM_ERROR;
-    }
-    counters = from_numbers(values);
-    return VORN_BUS_OK;
-}
-
 // The address of a stream's name; none: the stream is none of this prefix.
 std::optional<std::uint32_t> address_of(const NatsUrl& url, std::string_view stream) {
     const std::string begin = url.prefix + "-";
@@ -59,35 +31,25 @@ std::optional<std::uint32_t> address_of(const NatsUrl& url, std::string_view str
     return address;
 }
 
-Result list(const std::string& rest, bool tls, Log& log, std::vector<Listed>& found) {
-    const auto url = read_nats_url(rest, tls);
-    if (!url) return VORN_BUS_BAD_URL;
-    const BlockedSignals blocked;  // in the threads that the client starts
-    NatsClient client(log, [] {});
-    if (!client.open(*url)) return VORN_BUS_SYSTEM_ERROR;
-    jsCtx* made = nullptr;
-    natsStatus status = natsConnection_JetStream(&made, client.get(), nullptr);
-    const JetStream jetstream(made);
-    jsErrCode code = {};
-    jsStreamNamesList* named = nullptr;
-    const std::string subjects = url->all_batches();
-    jsOptions options = short_wait();
-    options.Stream.Info.SubjectsFilter = subjects.c_str();
-    if (status == NATS_OK) status = js_StreamNames(&named, jetstream.get(), &options, &code);
-    const std::unique_ptr<jsStreamNamesList, Destroy<jsStreamNamesList_Destroy>> names(named);
-    if (status == NATS_NOT_FOUND) return VORN_BUS_OK;  // no stream at all
-    if (status != NATS_OK) {
-        log.line("the server does not list its streams: ", nats_reason(status, code));
-        return VORN_BUS_SYSTEM_ERROR;
+// A connection for a question.
+class Asking {
+  public:
+    Asking(const BusUrl& given, Log& log) : url(given), client_(log, [] {}) {}
+
+    bool open() { return client_.open(url); }
+    natsConnection* connection() { return client_.get(); }
+    // Null: `status` says why.
+    JetStream jetstream(natsStatus& status) {
+        jsCtx* made = nullptr;
+        status = natsConnection_JetStream(&made, client_.get(), nullptr);
+        return JetStream(made);
     }
-    for (int i = 0; i < names->Count; ++i) {
-        const std::string stream = names->List[i];
-        if (const auto address = address_of(*url, stream)) {
-            found.push_back({*address, has_receiver(jetstream.get(), stream), url->endpoint_text(*address)});
-        }
-    }
-    return VORN_BUS_OK;
-}
+    const NatsUrl url;
+
+  private:
+    const BlockedSignals blocked_;  // in the threads that the client starts
+    NatsClient client_;
+};
 
 }  // namespace
 
@@ -100,19 +62,73 @@ bool has_receiver(jsCtx* jetstream, const std::string& stream) {
     return status == NATS_OK && info->PushBound;
 }
 
-Result ask_nats(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
+Result ask_nats(const BusUrl& url, std::uint32_t address, Deadline deadline, Log& log,
                 vorn_bus_counters& counters) {
-    return ask(rest, false, address, deadline, log, counters);
+    Asking asking(url, log);
+    if (!asking.open()) return VORN_BUS_SYSTEM_ERROR;
+    std::array<std::uint8_t, kPreambleBytes> question;
+    put_preamble(question.data(), Kind::ask);
+    natsMsg* answered = nullptr;
+    const std::int64_t timeout = std::max<std::int64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count(), 1);
+    if (natsConnection_Request(&answered, asking.connection(), asking.url.questions(address).c_str(),
+                               question.data(), static_cast<int>(question.size()), timeout) != NATS_OK) {
+        return VORN_BUS_NO_PEER;
+    }
+    const NatsMessage answer(answered);
+    CounterNumbers values = {};
+    const Bytes bytes(reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(answered)),
+                      static_cast<std::size_t>(natsMsg_GetDataLength(answered)));
+    if (!read_counters(bytes, values)) {
+        log.error("the answer of address ", address, " is damaged");
+        return VORN_BUS_SYSTEM_ERROR;
+    }
+    counters = from_numbers(values);
+    return VORN_BUS_OK;
 }
-Result ask_nats_tls(const std::string& rest, std::uint32_t address, Deadline deadline, Log& log,
-                    vorn_bus_counters& counters) {
-    return ask(rest, true, address, deadline, log, counters);
+
+Result list_nats(const BusUrl& url, Log& log, std::vector<Listed>& found) {
+    Asking asking(url, log);
+    if (!asking.open()) return VORN_BUS_SYSTEM_ERROR;
+    natsStatus status = NATS_OK;
+    const JetStream jetstream = asking.jetstream(status);
+    jsErrCode code = {};
+    jsStreamInfoList* listed = nullptr;
+    const std::string subjects = asking.url.all_batches();
+    jsOptions options = short_wait();
+    options.Stream.Info.SubjectsFilter = subjects.c_str();
+    if (status == NATS_OK) status = js_Streams(&listed, jetstream.get(), &options, &code);
+    const std::unique_ptr<jsStreamInfoList, Destroy<jsStreamInfoList_Destroy>> streams(listed);
+    if (status == NATS_NOT_FOUND) return VORN_BUS_OK;  // no stream at all
+    if (status != NATS_OK) {
+        log.error("the server does not list its streams: ", nats_reason(status, code));
+        return VORN_BUS_SYSTEM_ERROR;
+    }
+    for (int i = 0; i < streams->Count; ++i) {
+        const jsStreamInfo& info = *streams->List[i];
+        const std::string stream = info.Config->Name;
+        if (const auto address = address_of(asking.url, stream)) {
+            found.push_back({*address, has_receiver(jetstream.get(), stream),
+                             asking.url.endpoint_text(*address), info.State.Bytes});
+        }
+    }
+    return VORN_BUS_OK;
 }
-Result list_nats(const std::string& rest, Log& log, std::vector<Listed>& found) {
-    return list(rest, false, log, found);
-}
-Result list_nats_tls(const std::string& rest, Log& log, std::vector<Listed>& found) {
-    return list(rest, true, log, found);
+
+Result remove_nats(const BusUrl& url, std::uint32_t address, Log& log) {
+    Asking asking(url, log);
+    if (!asking.open()) return VORN_BUS_SYSTEM_ERROR;
+    natsStatus status = NATS_OK;
+    const JetStream jetstream = asking.jetstream(status);
+    const std::string stream = asking.url.stream(address);
+    if (status == NATS_OK && has_receiver(jetstream.get(), stream)) return VORN_BUS_ADDRESS_TAKEN;
+    jsErrCode code = {};
+    jsOptions timeout = short_wait();
+    if (status == NATS_OK) status = js_DeleteStream(jetstream.get(), stream.c_str(), &timeout, &code);
+    if (status == NATS_OK) return VORN_BUS_OK;
+    if (code == JSStreamNotFoundErr) return VORN_BUS_NO_PEER;
+    log.error("stream ", stream, ": ", nats_reason(status, code));
+    return VORN_BUS_SYSTEM_ERROR;
 }
 
 }  // namespace vorn

@@ -163,7 +163,7 @@ Result NatsSender::look_for_capacity(Lane& lane, const BatchHeader& batch, Deadl
     if (status != NATS_OK) return VORN_BUS_NO_PEER;
     const auto limits = read_limits(info->Config->Description);
     if (!limits) {
-        own_.log.line_about_outside("stream ", stream, " is not one of this bus");
+        own_.log.warning("stream ", stream, " is not one of this bus");
         return VORN_BUS_NO_PEER;
     }
     if (batch.bytes > limits->batch_bytes || batch.bytes + NatsPacket::kBytes > most_payload())
@@ -210,8 +210,8 @@ void NatsSender::publish(Lane& lane, std::uint32_t destination) noexcept {
 void NatsSender::not_taken(Lane& lane, std::uint64_t first) {
     const std::uint32_t lost = lane.outbox.too_large(first);
     count(own_.counters.lost_batches, lost);
-    own_.log.line_about_outside(lost, " batches to ", lane.subject,
-                                " are lost: the server takes no message of their size");
+    own_.log.warning(lost, " batches to ", lane.subject,
+                     " are lost: the server takes no message of their size");
 }
 
 void NatsSender::take_answer(const char* subject, natsMsg* answer) {

@@ -58,7 +58,7 @@ class NatsTransport final : public Transport {
         const natsStatus status = natsConnection_JetStream(&made, client_.get(), nullptr);
         jetstream_.reset(made);
         if (status != NATS_OK || !sender_.open(client_.get(), jetstream_.get())) {
-            own_.log.line("the client of NATS cannot begin: ", nats_reason(status, {}));
+            own_.log.error("the client of NATS cannot begin: ", nats_reason(status, {}));
             return VORN_BUS_SYSTEM_ERROR;
         }
         return own_.send_only ? VORN_BUS_OK : receive(deadline);
@@ -86,7 +86,7 @@ class NatsTransport final : public Transport {
             handling_->journal.open(folder + "/" + url_.stream(own_.address) + ".handled");
         } catch (const std::system_error& error) {
             if (error.code().value() == EWOULDBLOCK) return VORN_BUS_ADDRESS_TAKEN;
-            own_.log.line(error.what());
+            own_.log.error(error.what());
             return VORN_BUS_SYSTEM_ERROR;
         }
         return VORN_BUS_OK;
@@ -104,7 +104,7 @@ class NatsTransport final : public Transport {
             std::this_thread::sleep_for(100ms);
             result = address_->take(*handling_);
         }
-        if (result == VORN_BUS_SYSTEM_ERROR) own_.log.line(address_->fault());
+        if (result == VORN_BUS_SYSTEM_ERROR) own_.log.error(address_->fault());
         if (result != VORN_BUS_OK) return result;
         answer_questions();
         fetcher_.emplace(*address_, own_, jetstream_.get(), handling_, catches_up_);
@@ -144,19 +144,18 @@ class NatsTransport final : public Transport {
     std::optional<NatsFetcher> fetcher_;
 };
 
-Result make(const std::string& rest, bool tls, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    auto url = read_nats_url(rest, tls);
-    if (!url) return VORN_BUS_BAD_URL;
-    made = std::make_unique<NatsTransport>(std::move(*url), endpoint);
+Result make_nats(const BusUrl& url, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
+    made = std::make_unique<NatsTransport>(NatsUrl(url), endpoint);
     return VORN_BUS_OK;
+}
+
+std::string fault_of(const BusUrl& given) {
+    NatsUrl url;
+    return read_nats_url(given, url);
 }
 
 }  // namespace
 
-Result make_nats(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    return make(rest, false, endpoint, made);
-}
-Result make_nats_tls(const std::string& rest, const Endpoint& endpoint, std::unique_ptr<Transport>& made) {
-    return make(rest, true, endpoint, made);
-}
+const TransportKind kNats = {make_nats, ask_nats, watch_nats, list_nats, remove_nats, fault_of};
+
 }  // namespace vorn

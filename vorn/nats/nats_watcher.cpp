@@ -51,7 +51,7 @@ class NatsWatcher final : public Watcher {
         }
         // The server knows of the subscriptions when this returns.
         if (const natsStatus status = natsConnection_FlushTimeout(client_.get(), 2000); status != NATS_OK) {
-            own_.log.line("the server does not answer: ", nats_reason(status, {}));
+            own_.log.error("the server does not answer: ", nats_reason(status, {}));
             return VORN_BUS_SYSTEM_ERROR;
         }
         return VORN_BUS_OK;
@@ -89,22 +89,11 @@ class NatsWatcher final : public Watcher {
     std::vector<std::unique_ptr<NatsListener>> listeners_;
 };
 
-Result make(const std::string& rest, bool tls, const WatchEndpoint& endpoint,
-            std::unique_ptr<Watcher>& made) {
-    auto url = read_nats_url(rest, tls);
-    if (!url) return VORN_BUS_BAD_URL;
-    made = std::make_unique<NatsWatcher>(std::move(*url), endpoint);
-    return VORN_BUS_OK;
-}
-
 }  // namespace
 
-Result watch_nats(const std::string& rest, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
-    return make(rest, false, endpoint, made);
-}
-Result watch_nats_tls(const std::string& rest, const WatchEndpoint& endpoint,
-                      std::unique_ptr<Watcher>& made) {
-    return make(rest, true, endpoint, made);
+Result watch_nats(const BusUrl& url, const WatchEndpoint& endpoint, std::unique_ptr<Watcher>& made) {
+    made = std::make_unique<NatsWatcher>(NatsUrl(url), endpoint);
+    return VORN_BUS_OK;
 }
 
 }  // namespace vorn
