@@ -372,6 +372,18 @@ class Replay(CaptureTest):
                  for m in pcapng.read(file.read_bytes())[1]]
         self.assertEqual(sorted(again, key=lambda each: each[2]), shape)  # of one sender the order is promised
 
+    def test_all_is_read_before_anything_is_sent(self) -> None:
+        good = self.write(pcapng.capture(pcapng.batches([(TYPES["Nac_SetPortMsg"], port(7)), (TYPES["Nac_SetPortMsg"], b"\xff" * 8)])))
+        bad = self.write(b"no capture", "bad")
+        done = nac("replay", "--speed", "max", good, bad)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        counts = f"{good}: 2 messages in 2 batches, 32 bytes; 1 damaged, 0 of unknown types, 0 cut; 0.001 s\n"
+        self.assertEqual(done.stderr, f"{counts}nac: {bad}: not a capture in the pcapng or pcap format\n")
+        done = nac("replay", "--speed", "max", good)
+        self.assertEqual(done.returncode, 0)
+        self.assertRegex(done.stderr, "^" + re.escape(counts) + r"2 messages in 2 batches, 32 bytes, sent in \d\.\d{3} s: \d+ messages/s; "
+                         "0 left out, 0 cut, 0 batches lost, 0 still on their way\n2 messages arrived within the tool, 1 damaged\n$")
+
     def test_time_passes_as_it_did_or_faster(self) -> None:
         messages = pcapng.batches(session()[:11])  # ten milliseconds
         for message in messages:
@@ -495,11 +507,9 @@ class Monitor(CaptureTest):
             text = read_terminal(ours)
             process.communicate(timeout=20)
             self.assertEqual(process.returncode, 0)
-            self.assertIn("\033[H\033[J", text)
             self.assertEqual("\033[1m" in text, colour)
-            self.assertRegex(text, r"[12] receivers?, \d+ messages/s")
+            self.assertRegex(text, r"\d+ messages/s, \d+ bytes/s from [12] receivers?; 0 damaged, 0 batches lost")
             self.assertRegex(text, r"Nac_SetUserTableMsg +2 ")
-            self.assertIn("{f0=24 f1=1}", text)
 
     def test_wrong_usage_is_2(self) -> None:
         for arguments in ([], ["--bus", self.bus, "--interval", "0"], ["--bus", "nonsense", "--count", "1"]):

@@ -91,7 +91,7 @@ class CaptureReader {
     void read_interface();
     void read_statistics();
     bool read_packet(CapturedMessage& message);
-    static bool read_message(const Interface& interface, const PacketHead& packet, const std::uint8_t* bytes,
+    static bool read_message(const Interface& interface, const PacketHead& packet, const std::uint8_t* head,
                              CapturedMessage& message);
     template <class T>
     T at(std::size_t offset) const;

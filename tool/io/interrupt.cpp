@@ -15,6 +15,8 @@ void catch_interrupts() {
     static_cast<void>(std::signal(SIGTERM, [](int) { interrupted = 1; }));
 }
 
+void interrupt() { interrupted = 1; }
+
 bool is_interrupted() { return interrupted != 0; }
 
 }  // namespace tool

@@ -8,6 +8,8 @@ namespace tool {
 // SIGINT and SIGTERM end verbs in order from now on.
 void catch_interrupts();
 bool is_interrupted();
+// As a signal does.
+void interrupt();
 
 }  // namespace tool
 

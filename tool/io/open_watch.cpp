@@ -8,6 +8,7 @@
 #include "tool/io/carried_exception.h"
 #include "tool/io/interrupt.h"
 #include "tool/io/open_bus.h"
+#include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/verb.h"
 
@@ -75,7 +76,7 @@ void OpenWatch::run(const std::function<void(const vorn_bus_watched&)>& use,
         if (handled != 0) last = now;
         if (const std::uint64_t present = counters().receivers; present != receivers) {
             receivers = present;
-            report("watching {} receiver{}", receivers, receivers == 1 ? "" : "s");
+            if (!options_.is_silent) report("watching {}", counted(receivers, "receiver"));
         }
         idle();
     }

@@ -20,6 +20,7 @@ struct WatchOptions {
     std::uint64_t count = 0;               // messages after which it ends; 0: no end
     double duration_s = 0;                 // 0: no end
     double timeout_s = 0;                  // of silence, after which it ends; 0: never
+    bool is_silent = false;                // no words on receivers that come and go
 };
 void add_watch_options(CLI::App& verb, WatchOptions& options);
 

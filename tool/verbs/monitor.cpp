@@ -9,20 +9,24 @@
 #include <chrono>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tool/io/interrupt.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_watch.h"
 #include "tool/io/output.h"
+#include "tool/io/terminal.h"
 #include "tool/message/finding.h"
 #include "tool/message/message_type.h"
 #include "tool/show/brief.h"
 #include "tool/show/counted.h"
 #include "tool/show/shown.h"
 #include "tool/show/time_text.h"
+#include "tool/show/traffic_view.h"
 #include "tool/verb.h"
 
 namespace tool {
@@ -30,7 +34,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kShown = 10;
+constexpr std::size_t kMostKept = 100;  // lines of messages, of which a screen has as many as fit
 
 struct MonitorOptions {
     WatchOptions watch;
@@ -52,16 +56,22 @@ class Monitor {
     explicit Monitor(const MonitorOptions& options)
         : options_(options),
           filter_(options.filter),
-          watch_(options.watch),
           on_terminal_(isatty(STDOUT_FILENO) != 0 && !options.plain && !options.json && !options.messages),
-          colour_(std::getenv("NO_COLOR") == nullptr) {}  // NOLINT(concurrency-mt-unsafe)
+          watch_options_(watch_options(options.watch, on_terminal_)),
+          watch_(watch_options_),
+          colour_(std::getenv("NO_COLOR") == nullptr) {  // NOLINT(concurrency-mt-unsafe)
+        if (on_terminal_) keys_.emplace();
+    }
 
     ExitCode run() {
         if (options_.messages && !options_.json)
             fmt::print("{:<15} {:<13} {:<36} {:>6}  {}\n", "time", "from -> to", "type", "bytes", "record");
         watch_.run([this](const vorn_bus_watched& message) { take(message); },
-                   [this] { return all_.messages; }, [this] { show_in_time(); });
-        if (!options_.messages && Clock::now() != shown_) show();
+                   [this] { return all_.messages; }, [this] { idle(); });
+        if (!options_.messages) show();
+        if (on_terminal_) fmt::print("\n");
+        flush_standard_output();
+        keys_.reset();
         const vorn_bus_watch_counters counters = watch_.counters();
         report("{} seen, {}, {} damaged; {} left out, {} lost on the way here",
                counted(all_.messages, "message"), counted(all_.bytes, "byte"), all_.damaged, left_out_,
@@ -75,6 +85,12 @@ class Monitor {
     }
 
   private:
+    // The screen has the number of receivers.
+    static WatchOptions watch_options(WatchOptions options, bool on_terminal) {
+        options.is_silent = on_terminal && isatty(STDERR_FILENO) != 0;
+        return options;
+    }
+
     struct Row {
         std::uint64_t messages = 0;
         std::uint64_t bytes = 0;
@@ -146,114 +162,120 @@ class Monitor {
 
     // The first few of each interval, for the lines below the table.
     void keep(const vorn_bus_watched& message, const MessageType* type, bool whole) {
-        if (last_.size() < kShown) last_.push_back(line(message, type, whole));
+        if (last_.size() < kMostKept) last_.push_back(line(message, type, whole));
     }
 
-    void show_in_time() {
+    void idle() {
         flush_standard_output();
-        if (options_.messages || Clock::now() - shown_ < std::chrono::duration<double>(options_.interval_s))
-            return;
+        if (options_.messages) return;
+        if (on_terminal_) take_keys();
+        if (Clock::now() - shown_ < std::chrono::duration<double>(options_.interval_s)) return;
         show();
         flush_standard_output();
     }
 
+    void take_keys() {
+        while (const std::optional<char> key = keys_->next()) {
+            const TrafficView::Wish wish = view_.take_key(*key);
+            if (wish == TrafficView::Wish::quit) interrupt();
+            if (wish == TrafficView::Wish::redraw) draw();
+        }
+    }
+
+    TypeTraffic traffic_of(std::uint32_t id, const Row& row, double seconds) const {
+        const auto rate = [seconds](std::uint64_t now, std::uint64_t before) {
+            return static_cast<double>(now - before) / seconds;
+        };
+        return {id,
+                type_name(id),
+                row.messages,
+                row.bytes,
+                row.damaged,
+                rate(row.messages, row.messages_before),
+                rate(row.bytes, row.bytes_before),
+                row.messages != row.messages_before};
+    }
+
     void show() {
+        if (view_.is_paused()) return;
         const auto now = Clock::now();
         const double seconds = std::max(std::chrono::duration<double>(now - shown_).count(), 1e-6);
         shown_ = now;
-        std::vector<std::pair<std::uint32_t, Row>> rows(rows_.begin(), rows_.end());
-        std::stable_sort(rows.begin(), rows.end(), [](const auto& left, const auto& right) {
-            return left.second.messages - left.second.messages_before >
-                   right.second.messages - right.second.messages_before;
-        });
-        if (options_.json) {
-            show_json(rows, seconds);
-        } else if (on_terminal_) {
-            show_table(rows, seconds);
-        } else {
-            show_lines(rows, seconds);
-        }
+        const vorn_bus_watch_counters counters = watch_.counters();
+        traffic_ = {traffic_of(0, all_, seconds),
+                    {},
+                    std::move(last_),
+                    counters.receivers,
+                    counters.lost_batches,
+                    watch_.seconds()};
+        last_.clear();
         for (auto& [id, row] : rows_) {
+            traffic_.types.push_back(traffic_of(id, row, seconds));
             row.messages_before = row.messages;
             row.bytes_before = row.bytes;
         }
         all_.messages_before = all_.messages;
         all_.bytes_before = all_.bytes;
-        last_.clear();
+        sort_by_rate(traffic_.types);
+        if (options_.json) {
+            print_json();
+        } else if (on_terminal_) {
+            draw();
+        } else {
+            print_lines();
+        }
     }
 
-    static double rate(std::uint64_t now, std::uint64_t before, double seconds) {
-        return static_cast<double>(now - before) / seconds;
+    void draw() const {
+        fmt::print("{}", view_.screen(traffic_, terminal_size(), colour_));
+        flush_standard_output();
     }
 
-    using Rows = std::vector<std::pair<std::uint32_t, Row>>;
-
-    void show_json(const Rows& rows, double seconds) const {
-        const vorn_bus_watch_counters counters = watch_.counters();
-        Json object = {{"seconds", watch_.seconds()},
-                       {"receivers", counters.receivers},
-                       {"messages", all_.messages},
-                       {"bytes", all_.bytes},
-                       {"damaged", all_.damaged},
-                       {"messages_per_second", rate(all_.messages, all_.messages_before, seconds)},
-                       {"bytes_per_second", rate(all_.bytes, all_.bytes_before, seconds)},
-                       {"lost_batches", counters.lost_batches},
+    void print_json() const {
+        Json object = {{"seconds", traffic_.seconds},
+                       {"receivers", traffic_.receivers},
+                       {"messages", traffic_.all.messages},
+                       {"bytes", traffic_.all.bytes},
+                       {"damaged", traffic_.all.damaged},
+                       {"messages_per_second", traffic_.all.messages_per_second},
+                       {"bytes_per_second", traffic_.all.bytes_per_second},
+                       {"lost_batches", traffic_.lost_batches},
                        {"types", Json::array()}};
-        for (const auto& [id, row] : rows) {
+        for (const TypeTraffic& type : traffic_.types) {
             object["types"].push_back(
-                {{"type", find_message_type(id) != nullptr ? Json(type_name(id)) : Json(nullptr)},
-                 {"id", id},
-                 {"messages", row.messages},
-                 {"bytes", row.bytes},
-                 {"damaged", row.damaged},
-                 {"messages_per_second", rate(row.messages, row.messages_before, seconds)},
-                 {"bytes_per_second", rate(row.bytes, row.bytes_before, seconds)}});
+                {{"type", find_message_type(type.id) != nullptr ? Json(type.name) : Json(nullptr)},
+                 {"id", type.id},
+                 {"messages", type.messages},
+                 {"bytes", type.bytes},
+                 {"damaged", type.damaged},
+                 {"messages_per_second", type.messages_per_second},
+                 {"bytes_per_second", type.bytes_per_second}});
         }
         fmt::print("{}\n", json_text(object));
     }
 
     // Only types of which something has come since the last time.
-    void show_lines(const Rows& rows, double seconds) {
-        for (const auto& [id, row] : rows) {
-            if (row.messages == row.messages_before) continue;
-            if (!std::exchange(heading_, true)) print_heading();
-            print_row(type_name(id), row, seconds);
+    void print_lines() {
+        for (const TypeTraffic& type : traffic_.types) {
+            if (!type.is_fresh) continue;
+            if (!std::exchange(heading_, true)) fmt::print("{}\n", traffic_heading());
+            fmt::print("{}\n", traffic_row(type));
         }
-    }
-
-    void show_table(const Rows& rows, double seconds) const {
-        const vorn_bus_watch_counters counters = watch_.counters();
-        const char* const strong = colour_ ? "\033[1m" : "";
-        const char* const usual = colour_ ? "\033[0m" : "";
-        fmt::print(
-            "\033[H\033[J{}{}, {:.0f} messages/s, {:.0f} bytes/s, {} lost{}\n", strong,
-            counted(counters.receivers, "receiver"), rate(all_.messages, all_.messages_before, seconds),
-            rate(all_.bytes, all_.bytes_before, seconds), counted(counters.lost_batches, "batch"), usual);
-        print_heading();
-        for (const auto& [id, row] : rows) print_row(type_name(id), row, seconds);
-        fmt::print("\n");
-        for (const std::string& text : last_) fmt::print("{}\n", text);
-    }
-
-    static void print_heading() {
-        fmt::print("{:<37} {:>10} {:>12} {:>12} {:>12} {:>8}\n", "type", "messages", "bytes", "messages/s",
-                   "bytes/s", "damaged");
-    }
-    static void print_row(const std::string& name, const Row& row, double seconds) {
-        fmt::print("{:<37} {:>10} {:>12} {:>12.1f} {:>12.1f} {:>8}\n", name, row.messages, row.bytes,
-                   rate(row.messages, row.messages_before, seconds),
-                   rate(row.bytes, row.bytes_before, seconds), row.damaged);
     }
 
     const MonitorOptions& options_;
     const MessageFilter filter_;
-    OpenWatch watch_;
     const bool on_terminal_;
+    const WatchOptions watch_options_;
+    OpenWatch watch_;
     const bool colour_;
     bool heading_ = false;
     Row all_;
     std::map<std::uint32_t, Row> rows_;
     std::vector<std::string> last_;
+    Traffic traffic_;  // as it was shown last
+    TrafficView view_;
+    std::optional<Keys> keys_;
     Clock::time_point shown_ = Clock::now();
     std::uint64_t left_out_ = 0;
 };
@@ -272,7 +294,10 @@ void add_monitor(CLI::App& command, Chosen& chosen) {
     add_octets_option(verb, options.octets);
     verb.add_flag("--plain", options.plain, "Lines, on a terminal too");
     verb.add_flag("--json", options.json, "One JSON object a view, or a message");
-    verb.footer("Exit code 1 if damaged messages were seen.");
+    verb.footer(
+        "On a terminal the view keeps to its size. Keys: q ends, s sorts by the next column, p pauses, / "
+        "shows only "
+        "what has a text.\nExit code 1 if damaged messages were seen.");
 }
 
 }  // namespace tool

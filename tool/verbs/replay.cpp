@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "tool/io/capture.h"
+#include "tool/io/capture_summary.h"
 #include "tool/io/interrupt.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/open_bus.h"
@@ -70,6 +70,7 @@ class Replay {
     }
 
     ExitCode run() {
+        for (const std::string& file : options_.files) check(file);
         for (std::uint64_t round = 0; round < options_.repeat && !is_interrupted(); ++round) {
             offset_.reset();
             for (const std::string& file : options_.files) play(file);
@@ -86,13 +87,31 @@ class Replay {
         std::uint32_t length;
     };
 
+    // Before anything is sent: that all of it can be read, and what it is.
+    void check(const std::string& file) const {
+        if (file == "-") return;
+        CaptureReader reader(file);
+        CaptureSummary summary;
+        CapturedMessage message;
+        while (!is_interrupted() && reader.next(message)) {
+            if (passes(message, reader)) summary.add(message, reader.packets());
+        }
+        report("{}: {}; {:.3f} s", file, summary.counts(), summary.seconds());
+        report_foreign_packets(reader);
+        if (summary.sources() > (options_.as ? SIZE_MAX : kMostBuses)) throw too_many_addresses();
+    }
+
+    bool passes(const CapturedMessage& message, const CaptureReader& reader) const {
+        return filter_.takes_packet(reader.packets()) &&
+               filter_.passes(message.id, message.source, message.destination, message.bytes);
+    }
+
     void play(const std::string& file) {
         CaptureReader reader(file);
         CapturedMessage message;
         while (!is_interrupted() && reader.next(message)) {
             progress_.add(reader.block_bytes());
-            if (!filter_.takes_packet(reader.packets()) ||
-                !filter_.passes(message.id, message.source, message.destination, message.bytes)) {
+            if (!passes(message, reader)) {
                 ++left_out_;
                 continue;
             }
@@ -173,14 +192,18 @@ class Replay {
             throw bus_error(fmt::format("receiving at address {}", address), result);
     }
 
+    static CommandError too_many_addresses() {
+        return {kBadUsage, fmt::format("the capture has more than {} addresses; send from one with --as, or "
+                                       "choose some with --from and --to",
+                                       kMostBuses)};
+    }
+
     using Buses = std::map<std::uint32_t, std::unique_ptr<OpenBus>>;
     OpenBus& open(Buses& buses, std::uint32_t address) {
         auto& bus = buses[address];
         if (bus != nullptr) return *bus;
         if (senders_.size() + receivers_.size() > kMostBuses) {
-            throw CommandError(kBadUsage, fmt::format("the capture has more than {} addresses; send from one "
-                                                      "with --as, or choose some with --from and --to",
-                                                      kMostBuses));
+            throw too_many_addresses();
         }
         try {
             bus = std::make_unique<OpenBus>(options_.bus, address, options_.timeout_s);
