@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "runtime/absent.h"
 #include "runtime/compact.h"
 #include "runtime/description.h"
 #include "runtime/frame.h"

@@ -100,26 +100,6 @@ std::uint32_t left_out_bytes(const Record& record) {
     return bytes;
 }
 
-template <class Record>
-KAPLO_INLINE inline void count_zeros(const Record& record, std::uint64_t& zeros) {
-    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
-        if constexpr (F::kind == Kind::scalar) {
-            count_if(F::in(record) == 0, zeros);
-        } else if constexpr (F::kind == Kind::nested_table) {
-            count_zeros(F::in(record), zeros);
-        }
-    });
-}
-
-// Whether no scalar is 0, in a record without vectors.
-template <class Record>
-KAPLO_INLINE inline bool has_every_scalar(const Record& record) {
-    static_assert(!owns_memory<Record>);
-    std::uint64_t zeros = 0;
-    count_zeros(record, zeros);
-    return zeros == 0;
-}
-
 // Bytes of a whole message; 0 for a null record and for one that does not fit 32 bits.
 template <class Record>
 std::uint32_t message_bytes(const Record* record) {

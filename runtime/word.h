@@ -50,6 +50,13 @@ inline bool is_zero(Word<16> word) {
 #endif
 }
 
+// All ones where a number of that many bytes in the word is 0, else 0.
+template <std::uint32_t bytes>
+Word<16> zeros_of(Word<16> word) {
+    using Numbers [[gnu::vector_size(16)]] = Word<bytes>;
+    return reinterpret_cast<Word<16>>(reinterpret_cast<Numbers>(word) == 0);
+}
+
 // The pointer, of which the compiler knows nothing any more: so that it reads the parts of an entry in a
 // table by one address, and does not compute one for each.
 template <class T>
