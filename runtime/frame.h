@@ -166,8 +166,10 @@ class Frame {
         }
         return starts;
     }
-    static constexpr auto compared_words =
-        words(needed_bytes, [](std::uint32_t at) { return is_constant(at); });
+    template <std::uint32_t first>
+    static constexpr auto compared_words = words(needed_bytes, [](std::uint32_t at) {
+        return at >= first && is_constant(at);
+    });
     static constexpr auto written_words = words(bytes, [](std::uint32_t at) { return !is_field(at); });
 
     template <std::uint32_t at>
@@ -193,12 +195,21 @@ class Frame {
     }
 
   public:
-    // Whether the `needed_bytes` at `from` have this frame. Padding may hold anything.
+    // Whether bytes start as this frame does: enough to tell most of those that have not this frame.
+    static bool starts_at(const std::uint8_t* from) {
+        return word_at<4>(from) == load<ByteOrder::host, std::uint32_t>(frame.data());
+    }
+
+    // Whether the bytes at `from` have this frame, or what it is from its byte `first` on: from there, as
+    // many as it needs. Padding may hold anything.
+    template <std::uint32_t first = 0>
     static bool is_at(const std::uint8_t* from) {
+        constexpr auto& compared = compared_words<first>;
         Word<word_bytes> difference = {};
-        each<compared_words.count>([&]<std::size_t i> {
-            constexpr std::uint32_t at = compared_words.items[i];
-            auto word = word_at<word_bytes>(from + at);
+        each<compared.count>([&]<std::size_t i> {
+            constexpr std::uint32_t at = compared.items[i];
+            static_assert(at >= first);
+            auto word = word_at<word_bytes>(from + (at - first));
             if constexpr (!is_all_frame<at>) word &= word_at<word_bytes>(mask.data() + at);
             difference |= word ^ word_at<word_bytes>(frame.data() + at);
         });
@@ -211,9 +222,18 @@ class Frame {
             constexpr Run run = gap_runs.items[i];
             std::memset(bytes_of(record) + run.in_record, 0, run.bytes);
         });
+        read_fields<0>(from, record);
+    }
+
+    // Fills the fields that the frame has from its byte `first` on, from bytes that have the frame from there
+    // on.
+    template <std::uint32_t first>
+    static void read_fields(const std::uint8_t* from, Record& record) {
         each<field_runs.count>([&]<std::size_t i> {
             constexpr Run run = field_runs.items[i];
-            std::memcpy(bytes_of(record) + run.in_record, from + run.in_frame, run.bytes);
+            if constexpr (run.in_frame >= first) {
+                std::memcpy(bytes_of(record) + run.in_record, from + (run.in_frame - first), run.bytes);
+            }
         });
     }
 
@@ -243,6 +263,23 @@ inline constexpr std::size_t kLargestFramedRecord = 0xFE;
 template <class Record, ByteOrder order>
 inline constexpr bool has_frames = !owns_memory<Record> && sizeof(Record) <= kLargestFramedRecord &&
                                    order == ByteOrder::host && !kPlatformMemory;
+
+// Where the references start in the frame of a table whose scalars precede them and whose references lead to
+// fixed arrays alone. From there on all messages have the frame's bytes, whichever scalars they lack.
+// Elsewhere, and where that is less than a word, 0.
+template <class Record, ByteOrder order>
+constexpr std::uint32_t shared_tail() {
+    if constexpr (has_frames<Record, order> && Description<Record>::scalars_precede_references &&
+                  has_field_of<Record, Kind::fixed_array>() && !has_field_of<Record, Kind::nested_table>()) {
+        std::uint32_t start = header_bytes<Record>;
+        each_field<Record>([&]<class F, std::uint32_t id> {
+            if constexpr (F::kind == Kind::scalar) start += sizeof(typename F::Member);
+        });
+        return start + sizeof(Word<16>) <= CompactFrame<Record>::needed_bytes ? start : 0;
+    } else {
+        return 0;
+    }
+}
 
 // Writes the table of a record that has every scalar.
 template <class Record>

@@ -174,6 +174,23 @@ class Table {
         return static_cast<T>(load<order, T>(table_ + offset) & mask_if(offset != 0));
     }
 
+    // Where the references of a record with all of them stand side by side, in field-id order, and at least
+    // `bytes` bytes from there on; else null. Only after holds_scalars().
+    template <class Record>
+    KAPLO_INLINE const std::uint8_t* references(std::uint32_t bytes) const {
+        std::uint32_t first = 0;
+        std::uint32_t difference = 0;
+        each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
+            if constexpr (F::kind != Kind::scalar) {
+                constexpr std::uint32_t before = references_before<Record>(id) * kReferenceBytes;
+                if constexpr (before == 0) first = slot(id);
+                difference |= slot(id) ^ (first + before);
+            }
+        });
+        const bool inside = first != 0 && first + bytes <= remaining_;
+        return inside && difference == 0 ? table_ + first : nullptr;
+    }
+
   private:
     std::uint16_t slot(std::uint32_t id) const {
         return load<order, std::uint16_t>(vtable_ + slot_in_vtable(id));
@@ -187,10 +204,10 @@ class Table {
             return UINT32_MAX;
         } else {
             std::uint64_t four = 0;
-            for (std::uint32_t id = 0; id < count; id += step) {
-                four |= load<ByteOrder::host, std::uint64_t>(vtable_ +
-                                                             slot_in_vtable(std::min(id, count - step)));
-            }
+            each_index<(count + step - 1) / step>([&]<std::uint32_t i>() KAPLO_INLINE {
+                constexpr std::uint32_t id = std::min(i * step, count - step);
+                four |= load<ByteOrder::host, std::uint64_t>(vtable_ + slot_in_vtable(id));
+            });
             const std::uint64_t two = four | four >> 32;
             return static_cast<std::uint16_t>(two | two >> 16);
         }

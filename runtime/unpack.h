@@ -53,13 +53,15 @@ void copy_elements(Element* to, const std::uint8_t* from, std::uint32_t count) {
 template <class Record, ByteOrder order>
 KAPLO_INLINE inline bool read_nested(Unit& unit, Region<order> region, std::uint32_t at, Record& record);
 
-// Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was.
-template <class Record, ByteOrder order>
+// Reads a table that has its frame, and so every scalar. False: it has not, and the record is as it was. An
+// element may well be one of many that have not: that is told by its first bytes.
+template <bool is_element = false, class Record, ByteOrder order>
 KAPLO_INLINE inline bool read_framed_table(Region<order> region, std::uint64_t at, Record& record) {
     if constexpr (has_frames<Record, order>) {
         using Frame = CompactFrame<Record>;
         const std::uint8_t* const bytes = region.bytes_at(at - vtable_bytes<Record>, Frame::needed_bytes);
-        if (bytes == nullptr || !Frame::is_at(bytes)) return false;
+        if (bytes == nullptr || (is_element && !Frame::starts_at(bytes)) || !Frame::is_at(bytes))
+            return false;
         Frame::read(bytes, record);
         return true;
     } else {
@@ -163,7 +165,7 @@ template <class F, ByteOrder order>
             }
             std::uint32_t table;
             if (!region.follow(elements.at + k * kReferenceBytes, table)) return false;
-            if (read_framed_table(region, table, array[k * step])) continue;
+            if (read_framed_table<true>(region, table, array[k * step])) continue;
             if (!read_nested(unit, region, table, array[k * step])) return false;
         }
     } else if constexpr (!is_only_checked<F>) {
@@ -205,6 +207,20 @@ template <class Record, ByteOrder order>
 KAPLO_INLINE inline bool read_fields(Unit& unit, Region<order> region, Table<order> table, Record& record) {
     if constexpr (order == ByteOrder::host && has_field_of<Record, Kind::scalar>()) {
         if (table.template holds_scalars<Record>()) {
+            if constexpr (constexpr std::uint32_t tail = shared_tail<Record, order>(); tail != 0) {
+                using Frame = CompactFrame<Record>;
+                const std::uint8_t* const from =
+                    table.template references<Record>(Frame::needed_bytes - tail);
+                if (from != nullptr && Frame::template is_at<tail>(from)) {
+                    each_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
+                        if constexpr (F::kind == Kind::scalar) {
+                            F::in(record) = table.template scalar<typename F::Member>(id);
+                        }
+                    });
+                    Frame::template read_fields<tail>(from, record);
+                    return true;
+                }
+            }
             return every_field<Record>([&]<class F, std::uint32_t id>() KAPLO_INLINE {
                 if constexpr (F::kind == Kind::scalar) {
                     F::in(record) = table.template scalar<typename F::Member>(id);
