@@ -31,6 +31,7 @@ struct HexOptions {
 };
 
 constexpr std::size_t kRowBytes = 8;
+constexpr std::size_t kMostPageBytes = 1'000'000;
 
 class HexText {
   public:
@@ -151,25 +152,45 @@ bool is_coloured(const HexOptions& options) {
     return to_terminal && (no_color == nullptr || *no_color == '\0');
 }
 
+// A page is held as a whole, and so are its messages: a browser has to do the same.
+ExitCode write_page(const HexOptions& options) {
+    std::string page = hex_page_start();
+    std::size_t messages = 0;
+    std::size_t bytes = 0;
+    bool whole = true;
+    for_each_message(options.messages, [&](const Message& message) {
+        bytes += message.bytes.size();
+        if (bytes > kMostPageBytes) {
+            throw CommandError(kBadUsage,
+                               fmt::format("{}: more than {} bytes of messages are too many for one page; "
+                                           "choose some with --packet, --type or --where",
+                                           message.origin, kMostPageBytes));
+        }
+        const Finding finding = find_faults(message.type, message.bytes);
+        whole &= finding.is_whole();
+        page += hex_page_section(++messages, message.context(), message.type, message.bytes, finding,
+                                 options.octets);
+    });
+    Output output(options.output);
+    output.write(page + hex_page_end());
+    output.finish();
+    return whole ? kOk : kBadData;
+}
+
 ExitCode run_hex(const HexOptions& options) {
+    if (options.html) return write_page(options);
     bool whole = true;
     Output output(options.output);
     HexText text(is_coloured(options), options.octets);
-    std::size_t messages = 0;
-    if (options.html) output.write(hex_page_start());
     for_each_message(options.messages, [&](const Message& message) {
         const Finding finding = find_faults(message.type, message.bytes);
         whole &= finding.is_whole();
-        if (options.html) {
-            output.write(hex_page_section(++messages, message.context(), message.type, message.bytes, finding,
-                                          options.octets));
-        } else if (options.json) {
+        if (options.json) {
             write_json(output, message, finding, options.octets);
         } else {
             output.write(text.of(message, finding));
         }
     });
-    if (options.html) output.write(hex_page_end());
     output.finish();
     return whole ? kOk : kBadData;
 }
@@ -187,7 +208,8 @@ void add_hex(CLI::App& command, Chosen& chosen) {
     add_message_options(verb, options.messages);
     verb.add_option("-o,--output", options.output, kOutputHelp)->type_name("FILE");
     CLI::Option* const html = verb.add_flag(
-        "--html", options.html, "One page, for a browser, in which bytes and meanings select each other");
+        "--html", options.html,
+        "One page, for a browser, in which bytes and meanings select each other; up to 1 MB of messages");
     verb.add_flag("--json", options.json, kJsonHelp)->excludes(html);
     add_octets_option(verb, options.octets);
     verb.add_option("--color", options.colour, "auto, if not given: on a terminal, unless NO_COLOR is set")

@@ -108,9 +108,43 @@ async function test(page, requests) {
   }
   assert.deepEqual(seen, ["f0 u32 = 7", "f1 u32 = 7", "f0 u32 = 7"]);
 
+  // Beside the bytes of each row, the same as characters.
+  const characters = (await first.locator(".bytes u").allTextContents()).join("");
+  const printable = Buffer.from(whole.hex, "hex").toString("latin1").replace(/[^ -~]/g, ".");
+  assert.equal(characters.length, shown.bytes);
+  assert.equal(characters, printable);
+
+  // The list of messages, and the way from damage to damage.
+  assert.deepEqual(await page.locator("nav li a").allInnerTexts(),
+      ["Nac_SetUserTableMsg", "Nac_SetPortMsg", "Nac_SetUserTableMsg", "Nac_SetPortMsg"]);
+  assert.deepEqual(await page.locator("nav li a.bad").count(), 1);
+  await page.locator("nav li a").nth(1).click();
+  assert.match(page.url(), /#message-2$/);
+  await page.locator("nav button").click();
+  assert.equal(await page.locator("nav button").innerText(), "next damage (1 of 1)");
+  assert.match(await third.locator(".meanings li.on").innerText(), /f15 count 50000/);
+  await page.keyboard.press("n");
+  assert.deepEqual(await marked(third, "on"), span(broken.at, 4));
+
+  // A narrow screen shows whole rows of bytes, and needs no scrolling sideways.
+  await page.setViewportSize({width: 400, height: 800});
+  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 400);
+  const box = await first.locator(".bytes div").first().evaluate(row => [row.scrollWidth, row.clientWidth]);
+  assert.ok(box[0] <= box[1], `${box}`);
+  await page.setViewportSize({width: 1100, height: 620});
+
   assert.deepEqual(requests.filter(url => !url.startsWith("file:") && !url.startsWith("data:")), []);
   assert.equal(requests.filter(url => url.startsWith("file:")).length, 1);
   console.log(`count: ${shown.bytes} bytes and ${shown.ranges.length} meanings select each other in ${await version(page)}`);
+
+  // What no browser shows well is refused, before anything is written.
+  fs.writeFileSync(file, "as it was");
+  const many = spawnSync(nac, ["hex", "--html", "-o", file, "-"],
+      {input: (JSON.stringify(port) + "\n").repeat(41667), encoding: "utf8"});
+  assert.equal(many.status, 2);
+  assert.equal(many.stderr, "nac: standard input:41667: more than 1000000 bytes of messages are too many for one page; " +
+      "choose some with --packet, --type or --where\n");
+  assert.equal(fs.readFileSync(file, "utf8"), "as it was");
 
   // No messages make a page without sections; names of files are text.
   assert.equal(writePage([]).status, 0);
@@ -128,9 +162,8 @@ async function version(page) { return `Chromium ${page.context().browser().versi
 async function screenshot(page, target) {
   writePage([damaged().message]);
   await page.goto("file://" + file);
-  await page.locator(".meanings li.bad").first().click();
   await page.setViewportSize({width: 1000, height: 420});
-  await page.locator(".meanings li.bad").first().evaluate(row => row.scrollIntoView({block: "center"}));
+  await page.keyboard.press("n");
   await page.screenshot({path: target});
 }
 
