@@ -23,7 +23,16 @@ STYLE = """\
 .bs-sidebar a { overflow-wrap: anywhere; }
 .container { max-width: min(96%, 1400px); }
 :not(pre) > code { white-space: nowrap; }
+pre { overflow-x: auto; }
+img { max-width: 100%; }
+@media (max-width: 800px) {
+  :not(pre) > code, h1, h2, h3, p, li { white-space: normal; overflow-wrap: anywhere; }
+  table { display: block; overflow-x: auto; }
+}
 """
+# Pages from outside of docs/, under their names in the site.
+OTHER_PAGES = {"README.md": "index.md", "CHANGELOG.md": "changelog.md", "CONTRIBUTING.md": "contributing.md",
+               "ARCHITECTURE.md": "architecture.md", "SECURITY.md": "reporting.md", "docs/schemas": "schemas/index.md"}
 PICTURE = re.compile(r"^<!-- picture: (\{.*\}) ?(\w*) -->$", re.M)
 
 
@@ -46,26 +55,52 @@ class Site:
                 copy.write_text(self.with_diagrams(self.with_pictures(self.with_links(path), name), path, copy.parent))
             else:
                 shutil.copy(path, copy)
+        for given, name in OTHER_PAGES.items():
+            if given.endswith(".md"):
+                (self.pages / name).write_text(self.with_links(ROOT / given))
+
+    @staticmethod
+    def name_of(path: pathlib.Path) -> pathlib.Path | None:
+        """What a file of the tree is in the site; None: it is not there."""
+        other = OTHER_PAGES.get(str(path.relative_to(ROOT)))
+        if other:
+            return pathlib.Path(other)
+        if not path.is_relative_to(DOCS) or not path.is_file() or path.relative_to(DOCS).parts[0] in LEFT_OUT:
+            return None
+        return path.relative_to(DOCS)
 
     def with_links(self, path: pathlib.Path) -> str:
         """The page; what it links to outside of docs/ is copied into the site."""
+        name = self.name_of(path)
+        assert name is not None, path
+        folder = (self.pages / name).parent
+
         def link(found: re.Match[str]) -> str:
-            text, target = found[1], found[2]
-            name, _, _ = target.partition("#")
-            if not name or re.match(r"\w+:", target):
+            mark, text, target = found[1], found[2], found[3]
+            file, hash_, anchor = target.partition("#")
+            if not file or re.match(r"\w+:", target):
                 return found[0]
-            leads_to = (path.parent / name).resolve()
-            if leads_to.is_relative_to(DOCS) and leads_to.is_file():
-                return found[0]
+            leads_to = (path.parent / file).resolve()
+            if own := self.name_of(leads_to):
+                return f"{mark}[{text}]({os.path.relpath(self.pages / own, folder)}{hash_}{anchor})"
             if leads_to.is_dir() or leads_to.suffix == ".md":
                 return f"`{leads_to.relative_to(ROOT)}`"
             # As text, since a browser would rather save a header than show it.
             copy = self.pages / "source" / (str(leads_to.relative_to(ROOT)) + ".txt")
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(leads_to, copy)
-            return f"[{text}]({os.path.relpath(copy, (self.pages / path.relative_to(DOCS)).parent)})"
+            return f"{mark}[{text}]({os.path.relpath(copy, folder)})"
 
-        return re.sub(r"(?<!!)\[([^\]]*)\]\(([^)\s]+)\)", link, path.read_text())
+        text = path.read_text()
+        if path.name == "README.md" and path.parent == ROOT:  # it begins with what is for those who have the sources
+            text = text[text.index("\n# libvorn_nac_user\n") + 1:]
+        return re.sub(r"(!?)\[([^\]]*)\]\(([^)\s]+)\)", link, text)
+
+    def schemas(self) -> None:
+        text = "# Schemas\n\nWhat each verb of [nac](../tool.md) prints with `--json`, as JSON Schema.\n\n| schema | |\n|---|---|\n"
+        for path in sorted((DOCS / "schemas").glob("*.json")):
+            text += f"| [{path.name}]({path.name}) | {json.loads(path.read_text())['title']} |\n"
+        (self.pages / "schemas/index.md").write_text(text)
 
     def with_pictures(self, text: str, name: pathlib.Path) -> str:
         def picture(found: re.Match[str]) -> str:
@@ -77,7 +112,7 @@ class Site:
             (self.pages / page).write_text(nac("hex", "--html", "-", given=message))
             lines = nac("hex", "-", given=message).count("\n")
             return (f'<iframe src="{page}" title="The bytes of this message and their meanings" '
-                    f'style="width: 100%; height: {lines * 1.3 + 6:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
+                    f'style="width: 100%; height: {lines * 1.55 + 7:.0f}em; border: 1px solid #ccc"></iframe>\n\n'
                     f"A click on a byte or on a meaning marks the other.")
         return PICTURE.sub(picture, text)
 
@@ -119,8 +154,19 @@ class Site:
         settings.write_text((DOCS / "make/mkdocs.yml").read_text() +
                             f"docs_dir: {json.dumps(str(self.pages))}\nsite_dir: {json.dumps(str(self.built))}\n")
         subprocess.run(["mkdocs", "build", "--strict", "--clean", "--quiet", "--config-file", str(settings)], check=True)
+        self.searchable()
         # For a server's root, where this site may not be.
         (self.built / "404.html").unlink(missing_ok=True)
+
+
+    def searchable(self) -> None:
+        """Search that works from a disk too: mkdocs's own fetches its index, which browsers refuse there."""
+        folder = self.built / "search"
+        index = json.loads((folder / "search_index.json").read_text())
+        for path in folder.iterdir():
+            path.unlink()
+        (folder / "search_index.js").write_text(f"siteSections({json.dumps(index['docs'])});\n")
+        shutil.copy(DOCS / "make/search.js", folder / "main.js")
 
 
 def main() -> int:
@@ -128,6 +174,7 @@ def main() -> int:
     site = Site(folder)
     site.collect()
     site.reference()
+    site.schemas()
     site.build()
     print(f"{site.built}/index.html: {sum(1 for _ in site.built.rglob('*.html'))} pages, {site.pictures} pictures")
     return 0

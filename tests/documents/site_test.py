@@ -90,6 +90,25 @@ class Site(unittest.TestCase):
         self.assertEqual(len(names), TYPES)
         self.assertLessEqual(set(names), reference.anchors)
 
+    def test_every_message_and_record_is_on_the_page_of_fields(self) -> None:
+        page = (ROOT / "docs/fields.md").read_text()
+        for each in map(json.loads, ON_RECORD):
+            self.assertEqual(page.count(f"| `{each['name']}` |"), 1, each["name"])
+            row = page.split(f"| `{each['name']}` |")[1].splitlines()[0]
+            self.assertIn(each["fields"][-1]["name"] + " `", row)
+
+    def test_pages_of_the_project_and_schemas_are_in_it(self) -> None:
+        for name in ("changelog", "contributing", "architecture", "reporting", "fields"):
+            self.assertIn(self.site / f"{name}.html", self.pages)
+        links = self.pages[self.site / "schemas/index.html"].links
+        for path in (ROOT / "docs/schemas").glob("*.json"):
+            self.assertIn(path.name, links)
+
+    def test_the_home_page_is_the_readme(self) -> None:
+        home = (self.site / "index.html").read_text()
+        for heading in ('<h1 id="libvorn_nac_user">', "<strong>Exact to the byte.</strong>", "Two processes in two terminals", "nac send --bus ipc://"):
+            self.assertIn(heading, home)
+
     def test_pictures_are_pages_of_the_tool(self) -> None:
         pictures = sorted((self.site / "pictures").glob("*.html"))
         self.assertEqual(len(pictures), (ROOT / "docs/format.md").read_text().count("<!-- picture:"))
