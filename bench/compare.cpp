@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Times the library against memcpy and the peers. First every codec must give back every record; with
-// --facts, prints sizes and heap calls instead of times.
+// --facts, prints sizes and heap calls instead of times, with --instructions, under callgrind, counts what
+// the library and SBE take.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "bench/codec.h"
+#include "bench/counted_calls.h"
 #include "bench/heap_counter.h"
 #include "tests/support/same_record.h"
 
@@ -286,10 +288,32 @@ void register_threads(const std::vector<std::unique_ptr<Case>>& cases) {
     }
 }
 
+constexpr std::size_t kCountedCalls = 64;
+
+// Of messages for which there are targets.
+void count_instructions() {
+    each_message([]<class Record>(const Shape& shape) {
+        if (shape.data_flow_elements != 0 && shape.data_flow_elements != 100) return;
+        for (const Content content : {Content::same, Content::varied}) {
+            const CaseOf<Record> one(shape, content);
+            for (const Operation& operation : one.operations) {
+                if (!operation.name.ends_with("code/vorn_nac_user") && !operation.name.ends_with("code/SBE"))
+                    continue;
+                count_calls(one.message + "/" + name_of(content) + "/" + operation.name, operation,
+                            kCountedCalls);
+            }
+        }
+    });
+}
+
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::string_view(argv[1]) == "--instructions") {
+        bench::count_instructions();
+        return 0;
+    }
     const auto cases = bench::make_cases();
     if (argc == 2 && std::string_view(argv[1]) == "--facts") {
         bench::print_facts(cases);

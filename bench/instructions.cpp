@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs each of the library's operations under callgrind, which counts the instructions of the calls alone and
 // stores them operation by operation.
-#include <valgrind/callgrind.h>
-
 #include <cstddef>
-#include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "bench/counted_calls.h"
 #include "bench/operations.h"
 #include "inspect/vorn_inspect.h"
 
@@ -21,23 +18,6 @@ constexpr std::size_t kCalls = 200;
 constexpr std::size_t kCallsOfLarge = 10;
 constexpr std::size_t kLargeBytes = 2000;
 constexpr std::uint32_t kMostElements = 100;
-
-void call(const Operation& operation, std::size_t calls) {
-    static Output output;
-    std::memset(output.start(), 0, output.capacity());  // records are read into zeroed storage
-    std::size_t next = 0;
-    const auto run_next = [&] {
-        operation.run(operation.samples[next], output.start(), output.capacity());
-        if (++next == operation.samples.size()) next = 0;
-    };
-    run_next();  // resolves the hooks
-    next = 0;
-    for (std::size_t i = 0; i < calls; ++i) {
-        CALLGRIND_TOGGLE_COLLECT;
-        run_next();
-        CALLGRIND_TOGGLE_COLLECT;
-    }
-}
 
 // Not of libvorn_nac_user; it may cost little more than its unpack.
 template <class Record>
@@ -58,11 +38,8 @@ void run_all(const Shape& shape, Content content) {
     }
     for (const Operation& operation : operations) {
         const std::size_t batches = operation.name.starts_with("send ") ? kCallsOfLarge : calls;
-        CALLGRIND_ZERO_STATS;
-        call(operation, batches);
-        const std::string name = std::string(shape.name) + "/" + name_of(content) + "/" + operation.name;
-        CALLGRIND_DUMP_STATS_AT(name.c_str());
-        std::printf("%zu %s\n", batches, name.c_str());
+        count_calls(std::string(shape.name) + "/" + name_of(content) + "/" + operation.name, operation,
+                    batches);
     }
 }
 

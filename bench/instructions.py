@@ -63,7 +63,7 @@ def is_counted(part: str, function: str, operation: str) -> bool:
     # The size is no function of the library's interface: the program has its template, and the loop around it.
     if operation == "size":
         program = pathlib.Path(os.environ["PROGRAM"]).name
-        return pathlib.Path(part).name == program and "(anonymous namespace)::call(" not in function
+        return pathlib.Path(part).name == program and "bench::count_calls(" not in function
     return any(library in part for library in LIBRARIES)
 
 
@@ -75,13 +75,13 @@ def readable(function: str) -> str:
     return function[:90]
 
 
-def measure() -> dict[str, dict]:
-    """For each operation its instructions a call, and the functions that most of them are in."""
+def measure(*command: str, counts=is_counted) -> dict[str, dict]:
+    """For each operation that the command runs, its instructions a call, and the functions that most of them are in."""
     with tempfile.TemporaryDirectory() as folder:
         prefix = pathlib.Path(folder) / "dump"
         finished = subprocess.run(
             [os.environ["VALGRIND"], "--tool=callgrind", "--collect-atstart=no", f"--callgrind-out-file={prefix}",
-             os.environ["PROGRAM"]],
+             *command],
             env={"LD_BIND_NOW": "1", "LC_ALL": "C"}, capture_output=True, text=True)
         if finished.returncode != 0:
             sys.exit(finished.stderr)
@@ -94,7 +94,7 @@ def measure() -> dict[str, dict]:
                 continue  # what remains at the end
             operation = request[1].rsplit("/", 1)[1]
             counted = {function: cost / int(calls[request[1]]) for (part, function), cost in costs_by_function(dump).items()
-                       if is_counted(part, function, operation)}
+                       if counts(part, function, operation)}
             most = sorted(counted.items(), key=lambda item: -item[1])[:3]
             measured[request[1]] = {"instructions": round(sum(counted.values()), 1),
                                     "functions": [f"{cost:.0f} in {readable(function)}" for function, cost in most]}
@@ -156,7 +156,7 @@ def main() -> None:
     compiler = "clang" if "clang" in version else "g++"
     table = json.loads(TABLE.read_text()) if TABLE.exists() else {}
     table.pop("made by", None)
-    now = measure()
+    now = measure(os.environ["PROGRAM"])
     if dear := dear_verifications(now):
         print(f"Verification takes more than {MOST_OF_UNPACK} times what unpack takes:", *dear, sep="\n  ")
         sys.exit(1)

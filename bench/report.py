@@ -25,6 +25,10 @@ LOOKS = {OURS: ("#000000", "D"), "protobuf": ("#0072B2", "o"), "protobuf arena":
          "nanopb": ("#CC79A7", "v"), "protobuf-c": ("#009E73", "^"), "Cap'n Proto": ("#D55E00", "P"),
          "msgpack": ("#E69F00", "X"), "SBE": ("#7F3C8D", "p"), "zpp_bits": ("#8C8C00", "h")}
 SHARES = ["0 % zero", "1 % zero", "5 % zero", "50 % zero", "the same two thirds zero"]
+# Our time over SBE's that is aimed at: write and read the same full record, write and read the pool.
+TARGETS = {"Nac_SetPortMsg": (1.2, 1.2, 1.5, 1.5), "Nac_UserDataFlowInfo": (0.25, 0.15, 0.5, 0.5),
+           "Nac_UserDataFlowMsg x 100": (0.35, 0.5, 0.7, 0.9), "Nac_DaclRuleIpInfo": (1.0, 0.5, 1.3, 1.1),
+           "Nac_SetUserTableMsg sparse": (0.8, 0.7, 0.8, 0.8), "Nac_SetUserTableMsg rich": (0.55, 0.6, 0.8, 1.0)}
 QUIET = 0.1  # of a quiet run, the third quartile is at most that far above the median
 
 
@@ -40,6 +44,8 @@ class Results:
         self.medians = {(row["message"], row["content"], row["operation"]): statistics.median(row["ns"])
                         for row in results["times"]}
         self.facts = {(row["message"], row["content"]): row for row in results["facts"]}
+        self.instructions = {(row["message"], row["content"], row["operation"]): row["instructions"]
+                             for row in results.get("instructions", [])}
         self.messages = list(dict.fromkeys(row["message"] for row in results["facts"]))
         measured = results["facts"][0]["wire_bytes"]
         self.peers = [peer for peer in PEERS if peer in measured]
@@ -152,6 +158,22 @@ def series(results: Results, direction: str) -> str:
     return table(["ns a message", "memcpy", f"{OURS} (to memcpy)", *(f"{peer} (to ours)" for peer in results.peers)], rows)
 
 
+def targets(results: Results) -> str:
+    """Ours beside SBE: times, what is aimed at, and the instructions that both take."""
+    if "SBE" not in results.peers:
+        return "SBE was left out.\n"
+    rows = []
+    for message, aims in TARGETS.items():
+        kinds = [(content, direction) for content in CONTENTS for direction in ("encode", "decode")]
+        for (content, direction), aim in zip(kinds, aims):
+            ours, sbe = (results.ns(message, content, f"{direction}/{codec}") for codec in (OURS, "SBE"))
+            counts = [results.instructions.get((message, content, f"{direction}/{codec}")) for codec in (OURS, "SBE")]
+            words = f"{'write' if direction == 'encode' else 'read'}, {'same' if content == 'same' else 'pool'}"
+            rows.append([f"{message}, {words}", number(ours), number(sbe), f"{ours / sbe:.2f}", f"{aim:.2f}",
+                         "met" if ours / sbe <= aim else "missed", *(number(count) for count in counts)])
+    return table(["", f"{OURS}, ns", "SBE, ns", "ratio", "target", "", f"{OURS}, instructions", "SBE, instructions"], rows)
+
+
 def cold(results: Results) -> str:
     peers = [peer for peer in results.peers if results.ns(results.messages[-1], "cold", f"decode/{peer}") is not None]
     rows = []
@@ -201,6 +223,8 @@ def markdown(results: Results) -> str:
         text += f"\n## {heading}\n"
         for content, words in CONTENTS.items():
             text += f"\n{words[0].upper()}{words[1:]}:\n\n{comparison(results, direction, content)}"
+    text += ("\n## Targets\n\nOur time over SBE's. Instructions are those of a call, without the C library's: a target that "
+             f"is missed by time is missed by these.\n\n{targets(results)}")
     text += "\n## By the share of zeros\n\nPools of records with that share of their scalars zero.\n"
     for direction, words in (("encode", "Write"), ("decode", "Read and release")):
         text += f"\n{words}:\n\n{series(results, direction)}"

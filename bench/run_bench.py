@@ -13,6 +13,7 @@ import re
 import subprocess
 import sys
 
+import instructions
 import report
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -49,6 +50,16 @@ def facts(build: pathlib.Path) -> list:
     text = subprocess.run([build / "bench" / "compare", "--facts"], check=True, capture_output=True, text=True,
                           env={**os.environ, "LD_PRELOAD": str(counter)}).stdout
     return json.loads(text)
+
+
+def counted(build: pathlib.Path) -> list:
+    """Instructions a call, without those of the C library: its memcpy is chosen by the processor."""
+    os.environ.setdefault("VALGRIND", "valgrind")
+    rows = instructions.measure(str(build / "bench" / "compare"), "--instructions",
+                                counts=lambda part, function, _: not re.search(r"/(libc|ld-linux)[^/]*$", part)
+                                and "bench::count_calls(" not in function)
+    return [dict(zip(("message", "content", "operation"), name.split("/", 2)), instructions=row["instructions"])
+            for name, row in rows.items()]
 
 
 def times(compare: list, raw: pathlib.Path, repetitions: int, seconds: float) -> list:
@@ -93,7 +104,7 @@ def main() -> None:
     compare = build / "bench" / "compare"
     started = datetime.datetime.now()
     results = {"machine": machine(build), "repetitions": repetitions, "seconds_each": seconds,
-               "facts": facts(build),
+               "facts": facts(build), "instructions": counted(build),
                "times": times(["taskset", "-c", str(options.cpu), compare], build / "bench/times.json", repetitions, seconds)
                + times([compare, "--threads"], build / "bench/threads.json", repetitions, seconds)}
     report.write_json(results, folder / "results.json")
