@@ -19,7 +19,7 @@ function(install_header path)
 endfunction()
 
 # The library.
-install(TARGETS vorn_nac_user vorn_nac_user_static vorn_kit EXPORT vorn_nac-library)
+install(TARGETS vorn_nac_user vorn_nac_user_static vorn_stub_bus vorn_kit EXPORT vorn_nac-library)
 install(EXPORT vorn_nac-library NAMESPACE vorn_nac:: DESTINATION ${package_folder})
 set(KIT_SOURCES ${NAC_INSTALL_DATADIR}/kit)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/vorn_nac-config.cmake.in
@@ -52,6 +52,7 @@ endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/vorn_add_package.cmake DESTINATION ${package_folder})
 install_pkg_config(vorn_nac)
 install_pkg_config(vorn_nac_static)
+install_pkg_config(vorn_stub_bus)
 
 # What a message is, as data.
 if(NAC_BUILD_INSPECT)

@@ -106,7 +106,9 @@ struct ResultWords {
 
 const ResultWords& words_of(std::int32_t result) {
     static constexpr ResultWords kWords[] = {
-        {-1, "-1", "refused by the library; the bus was not called"},
+        {-1, "VORN_REFUSED",
+         "refused by the library before the bus was called: a null pointer, no records, too many bytes or no "
+         "memory"},
         {VORN_BUS_OK, "VORN_BUS_OK", "accepted"},
         {VORN_BUS_NOT_OPEN, "VORN_BUS_NOT_OPEN", "no bus is open in this process"},
         {VORN_BUS_BAD_ARGUMENT, "VORN_BUS_BAD_ARGUMENT", "a null pointer, or a number out of its range"},

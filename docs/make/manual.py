@@ -310,6 +310,8 @@ HEADER_PAGES = [
      [("vorn_bus_api", 3), ("nac_messages", 3), ("nac-bus", 1)]),
     ("vorn_bus_api", "bus/vorn_bus_api.h", "what libvorn_nac_user needs of a VORN bus",
      [("nac_messages", 3), ("vorn_bus", 3), ("zeb_osal_api", 3)]),
+    ("vorn_stub_bus", "bus/stub_bus.h", "a VORN bus for unit tests",
+     [("vorn_bus_api", 3), ("nac_messages", 3), ("vorn_bus", 3)]),
     ("vorn_inspect", "inspect/vorn_inspect.h", "what a message of the VORN bus is, as data",
      [("nac_messages", 3), ("vorn_bus", 3), ("nac-types", 1), ("nac-messages", 1)]),
     ("zeb_osal_api", "runtime/zeb_osal_api.h", "services of a host process that libvorn_nac_user uses",

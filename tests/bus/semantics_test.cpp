@@ -596,7 +596,10 @@ TEST(Process, EveryResultHasItsWords) {
     EXPECT_EQ(words.size(), std::size_t{VORN_BUS_HANDLER_FAILED} + 1);
     EXPECT_EQ(names.size(), words.size());
     EXPECT_STREQ(vorn_bus_result_name(VORN_BUS_NO_PEER), "VORN_BUS_NO_PEER");
-    EXPECT_STREQ(vorn_bus_result_text(-1), "refused by the library; the bus was not called");
+    EXPECT_STREQ(vorn_bus_result_text(-1),
+                 "refused by the library before the bus was called: a null pointer, no records, too many "
+                 "bytes or no memory");
+    EXPECT_STREQ(vorn_bus_result_name(-1), "VORN_REFUSED");
     EXPECT_EQ(words.count(vorn_bus_result_text(VORN_BUS_HANDLER_FAILED + 1)), 0U);
     EXPECT_EQ(words.count(vorn_bus_result_text(-2)), 0U);
 }

@@ -32,11 +32,16 @@ class Passing {
     void operator()(const Message& message) {
         ++read_;
         if (type_ != nullptr && &message.type != type_) return;
+        if (!is_foreign(options_.byte_order)) return use(message);
+        const std::vector<std::uint8_t> bytes = reordered(message.type, message.bytes);
+        use({message.origin, message.type, bytes, message.packet, message.bytes});
+    }
+    void leave_out() { ++read_; }
+    void use(const Message& message) {
         if (!filter_.fits(message.type, message.bytes)) return;
         ++passed_;
         use_(message);
     }
-    void leave_out() { ++read_; }
 
     // For the options that only captures can satisfy.
     void require_capture(const std::string& file) const {
@@ -208,6 +213,12 @@ void add_message_options(CLI::App& verb, MessageOptions& options) {
                     "Name or id. Where messages name their types, as in captures, only those of this type;\n"
                     "elsewhere, the type of all messages, or in JSON lines of those that name none")
         ->type_name("TYPE");
+    static const std::map<std::string, WireOrder> orders = {{"little", WireOrder::little},
+                                                            {"big", WireOrder::big}};
+    verb.add_option(
+            "--byte-order", options.byte_order,
+            "Of the messages: little, if not given, or big: those of big-endian hosts without NAC_BYTE_SWAP")
+        ->transform(one_of(orders));
     add_condition_options(verb, options.filter);
     add_packet_option(verb, options.filter);
 }

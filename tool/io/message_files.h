@@ -15,6 +15,7 @@
 #include "tool/commands.h"
 #include "tool/io/message_filter.h"
 #include "tool/io/output.h"
+#include "tool/message/byte_order.h"
 #include "tool/message/message_type.h"
 
 namespace tool {
@@ -35,6 +36,7 @@ struct MessageOptions {
     Format format = Format::lines;
     std::string type;      // name or id; empty: the messages name theirs
     FilterOptions filter;  // but for the type
+    WireOrder byte_order = WireOrder::little;
 };
 
 // Adds FILE, --format, --type and what chooses messages.
@@ -60,8 +62,11 @@ struct Packet {
 struct Message {
     std::string origin;  // "file:line", "file: message 3"
     const MessageType& type;
-    std::span<const std::uint8_t> bytes;  // of any number
-    std::optional<Packet> packet;         // where it comes from a capture
+    std::span<const std::uint8_t> bytes;      // of any number
+    std::optional<Packet> packet;             // where it comes from a capture
+    std::span<const std::uint8_t> wire = {};  // as they were read, where --byte-order has changed them
+
+    std::span<const std::uint8_t> wire_bytes() const { return wire.empty() ? bytes : wire; }
 
     // "file:line", "file: packet 18, 2025-11-21T14:40:00.250113000Z, 1 -> 2".
     std::string context() const;

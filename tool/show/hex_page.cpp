@@ -63,7 +63,8 @@ std::string row(std::size_t at, std::span<const std::uint8_t> bytes, const std::
 std::string hex_page_start() { return kHexPageStart; }
 
 std::string hex_page_section(std::size_t number, const std::string& origin, const MessageType& type,
-                             std::span<const std::uint8_t> bytes, const Finding& finding, Octets octets) {
+                             std::span<const std::uint8_t> bytes, std::span<const std::uint8_t> wire,
+                             const Finding& finding, Octets octets) {
     std::string text = fmt::format("<section id=\"message-{}\"{}>\n<h2>{}</h2>\n<p>{}, {} bytes, {}</p>\n",
                                    number, finding.is_whole() ? "" : " class=\"bad\"", type.name,
                                    in_html(shown(origin)), bytes.size(), summary_of(finding));
@@ -83,7 +84,7 @@ std::string hex_page_section(std::size_t number, const std::string& origin, cons
         if (*mark != '\0') std::fill_n(marks.begin() + range.at, range.bytes, mark);
     }
     text += "<div class=\"sides\">\n<div class=\"bytes\">\n";
-    for (std::size_t at = 0; at < bytes.size(); at += kRowBytes) text += row(at, bytes, marks);
+    for (std::size_t at = 0; at < bytes.size(); at += kRowBytes) text += row(at, wire, marks);
     text += "</div>\n<ul class=\"meanings\">\n";
     for (const Range& range : annotated.ranges) {
         text += fmt::format(

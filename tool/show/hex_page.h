@@ -15,9 +15,11 @@ namespace tool {
 
 std::string hex_page_start();
 
-// One message; `number` counts them in the page, from 1.
+// One message; `number` counts them in the page, from 1. The bytes are as the library reads them, `wire` has
+// them as they are shown.
 std::string hex_page_section(std::size_t number, const std::string& origin, const MessageType& type,
-                             std::span<const std::uint8_t> bytes, const Finding& finding, Octets octets);
+                             std::span<const std::uint8_t> bytes, std::span<const std::uint8_t> wire,
+                             const Finding& finding, Octets octets);
 std::string hex_page_end();
 
 }  // namespace tool

@@ -44,11 +44,11 @@ class HexText {
         if (finding.walk.more_faults != 0) note(fmt::format("! and {} more", finding.walk.more_faults), kRed);
         for (const std::string& line : finding.logged) note("logged: " + line, kRed);
         if (!finding.is_buffer()) {
-            rows(0, message.bytes, "", "");
+            rows(0, message.wire_bytes(), "", "");
             return text_;
         }
         const Annotated annotated = annotate(message.type, message.bytes);
-        for (const Piece& piece : annotated.pieces) add(piece, annotated, message.bytes);
+        for (const Piece& piece : annotated.pieces) add(piece, annotated, message);
         if (annotated.cut)
             note(fmt::format("more than {} meanings: the rest is not shown", kMostRanges), kRed);
         return text_;
@@ -64,20 +64,20 @@ class HexText {
 
     void note(const std::string& text, const char* colour) { text_ += coloured(colour, "; " + text) + "\n"; }
 
-    void add(const Piece& piece, const Annotated& annotated, std::span<const std::uint8_t> bytes) {
+    void add(const Piece& piece, const Annotated& annotated, const Message& message) {
         bool first = true;
         for (const std::size_t k : piece.meanings) {
             const Range& range = annotated.ranges[k];
             const bool whole = range.at == piece.at && range.bytes == piece.bytes;
             std::string words = std::string(std::size_t{2} * range.depth, ' ') + (range.faulty ? "! " : "");
             if (!whole) words += fmt::format("in {} to {}: ", range.at, range.at + range.bytes - 1);
-            words += meaning(range, bytes, octets_);
+            words += meaning(range, message.bytes, octets_);
             const char* const colour = range.faulty                      ? kRed
                                        : range.part == VORN_PART_UNREAD  ? kGrey
                                        : range.part == VORN_PART_PADDING ? kGrey
                                                                          : "";
             if (first) {
-                rows(piece.at, bytes.subspan(piece.at, piece.bytes), words, colour);
+                rows(piece.at, message.wire_bytes().subspan(piece.at, piece.bytes), words, colour);
             } else {
                 text_ += fmt::format("{:35}; {}\n", "", coloured(colour, words));
             }
@@ -116,7 +116,7 @@ Json range_json(const Range& range, const Message& message, Octets octets) {
                        (range.part == VORN_PART_SLOT && range.number != 0);
     return {{"at", range.at},
             {"bytes", range.bytes},
-            {"hex", inspect::to_hex(message.bytes.subspan(range.at, range.bytes))},
+            {"hex", inspect::to_hex(message.wire_bytes().subspan(range.at, range.bytes))},
             {"part", vorn_inspect_part_text(static_cast<vorn_part>(range.part))},
             {"depth", range.depth},
             {"table", name_or_null(range.table)},
@@ -168,8 +168,8 @@ ExitCode write_page(const HexOptions& options) {
         }
         const Finding finding = find_faults(message.type, message.bytes);
         whole &= finding.is_whole();
-        page += hex_page_section(++messages, message.context(), message.type, message.bytes, finding,
-                                 options.octets);
+        page += hex_page_section(++messages, message.context(), message.type, message.bytes,
+                                 message.wire_bytes(), finding, options.octets);
     });
     Output output(options.output);
     output.write(page + hex_page_end());
