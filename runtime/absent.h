@@ -33,7 +33,6 @@ template <class Record>
 class ScalarWords {
   public:
     static constexpr std::uint32_t kBytes = sizeof(Word<16>);
-    static constexpr std::uint32_t kNone = UINT32_MAX;
 
   private:
     static_assert(sizeof(Record) >= kBytes);
@@ -75,23 +74,10 @@ class ScalarWords {
     }();
     template <std::uint32_t word, std::uint32_t width>
     static constexpr bool has = std::ranges::count(mask<word, width>, 0) != kBytes;
-    template <std::uint32_t word, std::uint32_t width>
-    static constexpr bool has_only = std::ranges::count(mask<word, width>, 0) == 0;
 
   public:
     static constexpr std::uint32_t count = starts.count;
     static constexpr std::uint32_t scalars = sizeof(Record) - std::ranges::count(widths, 0);
-
-    // The word of the scalar that starts at that byte of the record, and where it is in the word.
-    static constexpr std::uint32_t word_of(std::uint32_t offset) {
-        for (std::uint32_t i = 0; i < count; ++i) {
-            if (offset >= starts.items[i] && offset + widths[offset] <= starts.items[i] + kBytes) return i;
-        }
-        return kNone;
-    }
-    static constexpr std::uint32_t in_word(std::uint32_t offset) {
-        return offset - starts.items[word_of(offset)];
-    }
 
     // All ones where a scalar of the word is 0.
     template <std::uint32_t word>
@@ -101,9 +87,7 @@ class ScalarWords {
         Word<16> result = {};
         each_index<4>([&]<std::uint32_t log>() KAPLO_INLINE {
             constexpr std::uint32_t width = 1U << log;
-            if constexpr (has_only<word, width>) {
-                result = zeros_of<width>(bytes);
-            } else if constexpr (has<word, width>) {
+            if constexpr (has<word, width>) {
                 result |= zeros_of<width>(bytes) & word_at<16>(mask<word, width>.data());
             }
         });

@@ -38,7 +38,7 @@ QUICK_OBJECTS = ["dataflow_recv.cpp.o", "dataflow_send.cpp.o", "kaplo_runtime.cp
 # Tests that need a process each: first calls, and hosts that lack some of the hooks.
 SEPARATE = r"FirstUse|Threads|Lookups|Hooks|LogLines|HostVariant|binary_test|c_client"
 # Tests that compile the headers themselves.
-COMPILED = ["byte_swap_test", "description_test", "bounded_test", "message_id_test", "reversed_round_trip_test",
+COMPILED = ["byte_swap_test", "description_test", "fast_paths_test", "bounded_test", "message_id_test", "reversed_round_trip_test",
             "platform_memory_test"]
 # Those of them that notice more under AddressSanitizer and UndefinedBehaviorSanitizer.
 CHECKED = ["bounded_test", "byte_swap_test", "unpack_test"]
