@@ -159,6 +159,19 @@ def entry_text(entry: str) -> str:
     return f"*{escaped(name)}*\n" + paragraph(text.strip() or "See below.", "\t") + "\n"
 
 
+def variable(name: str, text: str) -> str:
+    return f"*{escaped(name)}*\n{paragraph(text, chr(9))}\n"
+
+
+def bus_environment() -> str:
+    """The variables that a bus reads; those of servers as docs/nats.md has them."""
+    made = variable("VORN_BUS_URL", "The bus, where no --bus names one.")
+    made += variable("XDG_RUNTIME_DIR, HOME", "Where the folder of ipc:// is: $XDG_RUNTIME_DIR/vorn, or else $HOME/.vorn.")
+    for names, text in re.findall(r"^\| ((?:`VORN_NATS_\w+`(?:, )?)+) \| (.*) \|$", (ROOT / "docs/nats.md").read_text(), re.M):
+        made += variable(names.replace("`", ""), f"With nats: {text.replace('`', '')}.")
+    return made
+
+
 def verb_pages() -> dict[str, str]:
     pages = {}
     assert list(listed_verbs()) == [group.heading for group in GROUPS], "a heading of nac --help has no manual page"
@@ -167,6 +180,7 @@ def verb_pages() -> dict[str, str]:
         parts = [("SYNOPSIS", "".join(f"*nac {verb}* [options] ...\n\n" for verb in group.verbs)),
                  ("DESCRIPTION", paragraph(group.about)),
                  ("VERBS", "\n".join(option_list(verb) for verb in group.verbs)),
+                 *([("ENVIRONMENT", bus_environment())] if group.heading in ("Bus", "Captures") else []),
                  ("EXIT STATUS", paragraph(exit_codes())),
                  ("EXAMPLE", example(group.example)),
                  ("SEE ALSO", see_also(*(each for each in others if each[0] != group.page)))]
@@ -181,9 +195,8 @@ def verb_pages() -> dict[str, str]:
             "verb prints one JSON object a line, with stable keys.")),
         ("OPTIONS", "*--catalogue* _FILE_\n" + paragraph(catalogue_help(), "\t")),
         ("VERBS", table),
-        ("ENVIRONMENT", "*NAC\\_CATALOGUE*\n" + paragraph("What --catalogue names, where it is not given.", "\t") +
-         "\n*VORN\\_BUS\\_URL*\n" + paragraph("The bus, where no --bus names one.", "\t") +
-         "\n*NO\\_COLOR*\n" + paragraph("If it is set, output has no colours.", "\t")),
+        ("ENVIRONMENT", variable("NAC_CATALOGUE", "What --catalogue names, where it is not given.") +
+         variable("NO_COLOR", "If it is set, output has no colours.") + bus_environment()),
         ("EXIT STATUS", paragraph(exit_codes())),
         ("EXAMPLE", example("nac types | head -n 2")),
         ("SEE ALSO", see_also(*((group.page, 1) for group in GROUPS), ("nac_messages", 3), ("vorn_bus", 3)))])

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bus for unit tests: code that packs links with it and nothing else, and what is sent can be looked at.
+// The stub of a bus: code that packs links with it and nothing else, and a test sees what is sent.
 #include "bus/stub_bus.h"
 
 #include <gtest/gtest.h>

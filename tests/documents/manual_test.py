@@ -66,6 +66,18 @@ class Manual(unittest.TestCase):
             if path.suffix == ".3":
                 self.assertRegex(part(path, "SYNOPSIS"), r'#include "\w+/\w+\.h"\n\s*\n.*\w\([^.]+\);', path.name)
 
+    def test_every_variable_of_the_environment_is_described(self) -> None:
+        names = {"NAC_CATALOGUE"}
+        for folder in ("tool", "vorn"):
+            for path in (ROOT / folder).rglob("*.[ch]*"):
+                names |= set(re.findall(r'getenv\(\s*"(\w+)"|= "(VORN_NATS_\w+)";', path.read_text()) and
+                             re.findall(r'"((?:VORN_NATS|VORN_BUS|XDG|NO|HOME)\w*)"', path.read_text()))
+        names = {name for name in names if not re.match("VORN_BUS_(?!URL)", name)}
+        self.assertGreater(len(names), 10)
+        for name in names:
+            self.assertIn(name, part(FOLDER / "man1/nac.1", "ENVIRONMENT"))
+            self.assertTrue(name.startswith("N") or name in part(FOLDER / "man1/nac-bus.1", "ENVIRONMENT"), name)
+
     def test_every_verb_has_its_options_in_a_page(self) -> None:
         tool = shown(FOLDER / "man1/nac.1")
         text = subprocess.run([FOLDER.parent / "nac", "--help"], capture_output=True, text=True, check=True).stdout

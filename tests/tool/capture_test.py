@@ -297,7 +297,7 @@ class Info(CaptureTest):
         done = nac("info", "--json", self.write(pcapng.start()))
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         assert_fits("info", json.loads(done.stdout))
-        for data, words in ((b"", "format: empty"), (b"\n\r", "not a capture"), (b"{}" * 50, "not a capture")):
+        for data, words in ((b"", "format: it is empty\n"), (b"\n\r", "not a capture"), (b"{}" * 50, "not a capture")):
             done = nac("info", self.write(data))
             self.assertEqual((done.returncode, done.stdout), (1, ""), data)
             self.assertIn(words, done.stderr)

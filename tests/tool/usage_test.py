@@ -60,6 +60,14 @@ class Usage(VerbTest):
                     done = nac(verb, str(file))
                     self.assertEqual((done.returncode, done.stderr), (1, f"nac: {file}:1: not JSON; {hint}\n"))
 
+    def test_a_folder_and_a_file_that_is_not_there_have_one_wording(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            for verb in ("decode", "verify", "hex", "encode", "assemble", "exchange", "info", "replay"):
+                done = nac(verb, folder)
+                self.assertEqual((done.returncode, done.stderr), (3, f"nac: {folder}: Is a directory\n"), verb)
+                done = nac(verb, f"{folder}/none")
+                self.assertEqual((done.returncode, done.stderr), (3, f"nac: {folder}/none: No such file or directory\n"), verb)
+
     def test_a_word_that_is_shown_is_short_and_escaped(self) -> None:
         done = nac("decode", "--\x1b[2J" + "x" * 1000)
         self.assertEqual(done.returncode, 2)

@@ -68,7 +68,7 @@ void CaptureReader::start() {
     std::uint32_t type = 0;
     const bool is_section = read_block(type) && type == kSectionBlock;
     if (!is_section) {
-        const std::string why = position_ == 0 ? "empty" : type == kSectionBlock ? complaint_ : "";
+        const std::string why = position_ == 0 ? "it is empty" : type == kSectionBlock ? complaint_ : "";
         throw CommandError(kBadData, fmt::format("{}: not a capture in the pcapng or pcap format{}{}", name(),
                                                  why.empty() ? "" : ": ", why));
     }
