@@ -69,7 +69,7 @@ void Log::write_line(const char* text) const noexcept {
         clock_gettime(CLOCK_REALTIME, &now);
         gmtime_r(&now.tv_sec, &utc);
         std::array<char, sizeof "2026-01-01T00:00:00"> time = {};
-        std::strftime(time.data(), time.size(), "%FT%T", &utc);
+        static_cast<void>(std::strftime(time.data(), time.size(), "%FT%T", &utc));
         static_cast<void>(std::fprintf(stderr, "%s.%03ldZ %s\n", time.data(), now.tv_nsec / 1'000'000, text));
     } catch (...) {  // NOLINT(bugprone-empty-catch): the host's function owes its line to nobody here
     }

@@ -34,9 +34,9 @@ std::optional<std::uint32_t> address_of(const NatsUrl& url, std::string_view str
 // A connection for a question.
 class Asking {
   public:
-    Asking(const BusUrl& given, Log& log) : url(given), client_(log, [] {}) {}
+    Asking(const BusUrl& given, Log& log) : url_(given), client_(log, [] {}) {}
 
-    bool open() { return client_.open(url); }
+    bool open() { return client_.open(url_); }
     natsConnection* connection() { return client_.get(); }
     // Null: `status` says why.
     JetStream jetstream(natsStatus& status) {
@@ -44,9 +44,10 @@ class Asking {
         status = natsConnection_JetStream(&made, client_.get(), nullptr);
         return JetStream(made);
     }
-    const NatsUrl url;
+    const NatsUrl& url() const { return url_; }
 
   private:
+    const NatsUrl url_;
     const BlockedSignals blocked_;  // in the threads that the client starts
     NatsClient client_;
 };
@@ -71,7 +72,7 @@ Result ask_nats(const BusUrl& url, std::uint32_t address, Deadline deadline, Log
     natsMsg* answered = nullptr;
     const std::int64_t timeout = std::max<std::int64_t>(
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count(), 1);
-    if (natsConnection_Request(&answered, asking.connection(), asking.url.questions(address).c_str(),
+    if (natsConnection_Request(&answered, asking.connection(), asking.url().questions(address).c_str(),
                                question.data(), static_cast<int>(question.size()), timeout) != NATS_OK) {
         return VORN_BUS_NO_PEER;
     }
@@ -94,7 +95,7 @@ Result list_nats(const BusUrl& url, Log& log, std::vector<Listed>& found) {
     const JetStream jetstream = asking.jetstream(status);
     jsErrCode code = {};
     jsStreamInfoList* listed = nullptr;
-    const std::string subjects = asking.url.all_batches();
+    const std::string subjects = asking.url().all_batches();
     jsOptions options = short_wait();
     options.Stream.Info.SubjectsFilter = subjects.c_str();
     if (status == NATS_OK) status = js_Streams(&listed, jetstream.get(), &options, &code);
@@ -107,9 +108,9 @@ Result list_nats(const BusUrl& url, Log& log, std::vector<Listed>& found) {
     for (int i = 0; i < streams->Count; ++i) {
         const jsStreamInfo& info = *streams->List[i];
         const std::string stream = info.Config->Name;
-        if (const auto address = address_of(asking.url, stream)) {
+        if (const auto address = address_of(asking.url(), stream)) {
             found.push_back({*address, has_receiver(jetstream.get(), stream),
-                             asking.url.endpoint_text(*address), info.State.Bytes});
+                             asking.url().endpoint_text(*address), info.State.Bytes});
         }
     }
     return VORN_BUS_OK;
@@ -120,7 +121,7 @@ Result remove_nats(const BusUrl& url, std::uint32_t address, Log& log) {
     if (!asking.open()) return VORN_BUS_SYSTEM_ERROR;
     natsStatus status = NATS_OK;
     const JetStream jetstream = asking.jetstream(status);
-    const std::string stream = asking.url.stream(address);
+    const std::string stream = asking.url().stream(address);
     if (status == NATS_OK && has_receiver(jetstream.get(), stream)) return VORN_BUS_ADDRESS_TAKEN;
     jsErrCode code = {};
     jsOptions timeout = short_wait();
