@@ -198,7 +198,7 @@ int32_t vorn_bus_use(vorn_bus* bus) {
 int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler handler, void* context) {
     if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] {
-        bus->bus->handle(message_id, handler, context);
+        bus->bus->dispatcher().handle(message_id, handler, context);
         return VORN_BUS_OK;
     });
 }
@@ -206,7 +206,7 @@ int32_t vorn_bus_handle(vorn_bus* bus, uint32_t message_id, vorn_bus_handler han
 int32_t vorn_bus_handle_all(vorn_bus* bus, vorn_bus_handler handler, void* context) {
     if (bus == nullptr) return VORN_BUS_BAD_ARGUMENT;
     return guarded([&] {
-        bus->bus->handle_all(handler, context);
+        bus->bus->dispatcher().handle_all(handler, context);
         return VORN_BUS_OK;
     });
 }

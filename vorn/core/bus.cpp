@@ -1,19 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "vorn/core/bus.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <exception>
 #include <new>
 #include <string>
 #include <system_error>
 #include <utility>
-
-#include "bus/registration.h"
 
 namespace vorn {
 namespace {
@@ -25,8 +18,6 @@ constexpr std::uint32_t kLargestBatchBytes = 64U << 20;
 constexpr std::int32_t kDefaultSendTimeout = 2000;
 constexpr std::int32_t kDefaultLinger = 1000;
 
-constexpr std::size_t kRecordStorageBytes = 65536;
-
 template <class T>
 void default_to(T& value, T instead) {
     if (value == 0) value = instead;
@@ -35,20 +26,6 @@ void default_to(T& value, T instead) {
 }  // namespace
 
 thread_local std::int32_t send_timeout_of_thread = -1;
-
-RecordStorage::RecordStorage() {
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    bytes_ = (kRecordStorageBytes + page - 1) / page * page;
-    start_ = mmap(nullptr, bytes_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (start_ == MAP_FAILED) throw std::system_error(errno, std::generic_category());
-    mprotect(static_cast<std::byte*>(start_) + bytes_, page, PROT_NONE);
-}
-
-RecordStorage::~RecordStorage() { munmap(start_, bytes_ + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))); }
-
-void RecordStorage::clear(std::uint32_t bytes) const {
-    std::memset(start_, 0, bytes < bytes_ ? bytes : bytes_);
-}
 
 Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
     vorn_bus_options options = given;
@@ -93,7 +70,9 @@ Result Bus::open(const vorn_bus_options& given, std::unique_ptr<Bus>& bus) {
 }
 
 Bus::Bus(const vorn_bus_options& options, const std::string& prefix)
-    : options_(options), log_(options.log, options.log_context, prefix) {}
+    : options_(options),
+      log_(options.log, options.log_context, prefix),
+      dispatcher_(options.address, options.check, counters_, log_) {}
 
 Bus::~Bus() {
     if (transport_ == nullptr) return;
@@ -149,13 +128,13 @@ Result Bus::poll(std::int32_t timeout_ms, std::uint32_t max_batches, std::uint32
     if (!begin_polling(deadline)) return VORN_BUS_BUSY;
     const std::unique_ptr<Bus, void (*)(Bus*)> polling(this, [](Bus* self) { self->end_polling(); });
     handle_arrivals(deadline, max_batches, handled);
-    return handler_failed_ ? VORN_BUS_HANDLER_FAILED : VORN_BUS_OK;
+    return dispatcher_.handler_failed() ? VORN_BUS_HANDLER_FAILED : VORN_BUS_OK;
 }
 
 // Handles what is there when the first batch is found, and not what comes meanwhile: senders could keep it
 // here for ever.
 void Bus::handle_arrivals(Deadline deadline, std::uint32_t most, std::uint32_t& handled) {
-    handler_failed_ = false;
+    dispatcher_.begin_poll();
     bool is_first = true;
     do {
         Delivery* const delivery = arrivals_->front(deadline);
@@ -167,7 +146,7 @@ void Bus::handle_arrivals(Deadline deadline, std::uint32_t most, std::uint32_t& 
         handle_delivery(*delivery, most, handled);
         if (delivery->bytes.empty()) arrivals_->pop_front();
         deadline = Deadline();  // only the first is waited for
-    } while (handled < most && !handler_failed_);
+    } while (handled < most && !dispatcher_.handler_failed());
     arrivals_->rest();
 }
 
@@ -180,7 +159,7 @@ Result Bus::drain(std::int32_t timeout_ms) {
     for (bool more = true; more && Clock::now() < deadline;) {
         std::uint32_t handled = 0;
         handle_arrivals(Deadline(), UINT32_MAX, handled);
-        if (handler_failed_) return VORN_BUS_HANDLER_FAILED;
+        if (dispatcher_.handler_failed()) return VORN_BUS_HANDLER_FAILED;
         more = handled != 0;
     }
     return arrivals_->batches() == 0 ? VORN_BUS_OK : VORN_BUS_TIMEOUT;
@@ -208,7 +187,8 @@ void Bus::end_polling() {
 // Handles batches of the delivery until `handled` is max_batches or a handler has failed, and takes them off
 // it. Throws bad_alloc before a message is handled, never after: the next poll continues with it.
 void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::uint32_t& handled) {
-    while (handled < max_batches && !handler_failed_ && !delivery.bytes.empty() && delivery.may_begin()) {
+    while (handled < max_batches && !dispatcher_.handler_failed() && !delivery.bytes.empty() &&
+           delivery.may_begin()) {
         const auto batch = read_batch(delivery.bytes);
         if (!batch || delivery.batches == 0) {
             count(counters_.damaged);
@@ -217,7 +197,8 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
             break;
         }
         delivery.batch_begins();
-        handle_batch(*batch, delivery.repeated ? VORN_BUS_REPEATED : 0, delivery.handled_messages);
+        dispatcher_.handle_batch(*batch, delivery.repeated ? VORN_BUS_REPEATED : 0,
+                                 delivery.handled_messages);
         delivery.repeated = false;
         delivery.batch_handled();
         delivery.bytes = delivery.bytes.subspan(batch->header().bytes);
@@ -231,89 +212,6 @@ void Bus::handle_delivery(Delivery& delivery, std::uint32_t max_batches, std::ui
     } else {
         delivery.left_for_later();
     }
-}
-
-void Bus::handle_batch(const Batch& batch, std::uint32_t flags, std::uint32_t& handled_messages) {
-    if (batch.header().destination != options_.address) {
-        count(counters_.damaged);
-        log_.warning("a batch for address ", batch.header().destination, " was left out");
-        return;
-    }
-    std::uint32_t position = 0;
-    batch.each_message([&](const Message& message) {
-        if (position++ != handled_messages) return;  // handled by an earlier poll
-        handle_message(batch.header(), message, flags);
-        ++handled_messages;
-    });
-    handled_messages = 0;
-    count_alone(counters_.received_batches);
-}
-
-KAPLO_CALLS_REGISTERED void Bus::handle_message(const BatchHeader& header, const Message& message,
-                                                std::uint32_t flags) {
-    if (routes_registry_ != Registry::instance().version() ||
-        routes_handlers_ != handlers_version_.load(std::memory_order_acquire)) {
-        renew_routes();
-    }
-    const auto found = routes_.find(message.id);
-    if (found == routes_.end()) {
-        count(counters_.unknown_messages);
-        log_.warning("a message of the unknown id ", message.id, " was left out");
-        return;
-    }
-    const Route route = found->second;  // a handler may change the routes
-    if (route.handler.call == nullptr) {
-        count(counters_.ignored_messages);
-        return;
-    }
-    if (options_.check != VORN_BUS_CHECK_NONE) flags |= validity_.check(message, log_);
-    const bool is_damaged = (flags & VORN_BUS_DAMAGED) != 0;
-    if (is_damaged) {
-        count_alone(counters_.damaged_messages);
-        if (options_.check == VORN_BUS_CHECK_DROP) {
-            log_.warning("a damaged message of id ", message.id, " was left out: ", validity_.fault());
-            return;
-        }
-    }
-    const auto length = static_cast<std::uint32_t>(message.bytes.size());
-    void* const record = storage_.start();
-    const std::uint32_t record_bytes = route.functions.unpack(message.bytes.data(), length, record);
-    const vorn_bus_message arrived = {message.id,
-                                      header.source,
-                                      header.destination,
-                                      flags,
-                                      header.target,
-                                      record,
-                                      message.bytes.data(),
-                                      record_bytes,
-                                      length,
-                                      is_damaged ? validity_.fault() : nullptr};
-    try {
-        route.handler.call(&arrived, route.handler.context);
-    } catch (...) {
-        handler_failed_ = true;
-        log_.warning("a handler threw an exception on a message of id ", message.id);
-    }
-    // Also where unpack refused its arguments: what it frees is zero then.
-    route.functions.free_unpacked(record);
-    storage_.clear(record_bytes);
-    count_alone(counters_.received_messages);
-}
-
-void Bus::renew_routes() {
-    const std::lock_guard locked(handlers_lock_);
-    // Versions first: what is registered meanwhile renews the routes once more.
-    const std::uint64_t registry = Registry::instance().version();
-    const std::uint64_t handlers = handlers_version_.load(std::memory_order_acquire);
-    std::unordered_map<std::uint32_t, Route> routes;
-    for (const auto& [id, functions] : Registry::instance().copy()) {
-        const auto own = handlers_.find(id);
-        routes[id] = {functions, own != handlers_.end() ? own->second : handler_for_all_};
-    }
-    validity_.ask(Registry::instance().verifiers());
-    routes_.swap(routes);
-    routes_registry_ = registry;
-    routes_handlers_ = handlers;
 }
 
 Result Bus::start() {
@@ -352,22 +250,6 @@ Result Bus::stop() {
     }
     arrivals_->interrupt(false);
     return VORN_BUS_OK;
-}
-
-void Bus::handle(std::uint32_t message_id, vorn_bus_handler handler, void* context) {
-    const std::lock_guard locked(handlers_lock_);
-    if (handler == nullptr) {
-        handlers_.erase(message_id);
-    } else {
-        handlers_[message_id] = {handler, context};
-    }
-    handlers_version_.fetch_add(1, std::memory_order_release);
-}
-
-void Bus::handle_all(vorn_bus_handler handler, void* context) {
-    const std::lock_guard locked(handlers_lock_);
-    handler_for_all_ = {handler, context};
-    handlers_version_.fetch_add(1, std::memory_order_release);
 }
 
 void Bus::read_counters(vorn_bus_counters& counters) const {
