@@ -55,7 +55,8 @@ using Chosen = std::function<ExitCode()>;
     VERB(listen, "listen", "Bus", "Print the records that arrive at an address")                           \
     VERB(bus, "bus", "Bus", "Ask the bus")                                                                 \
     VERB(bus_list, "bus list", "Bus", "Print the addresses in use, and what waits at each")                \
-    VERB(bus_stats, "bus stats", "Bus", "Print the counters of open buses")                                \
+    VERB(bus_stats, "bus stats", "Bus", "Print the counters of open buses, also for Prometheus")           \
+    VERB(bus_remove, "bus remove", "Bus", "Remove what a bus has left at an address")                      \
     VERB(doctor, "doctor", "Bus",                                                                          \
          "Print which host services and which bus a process gets, and whether an address is free")         \
     VERB(monitor, "monitor", "Captures", "Show what passes over the bus: rates by type, or each message")  \

@@ -18,7 +18,8 @@ std::vector<BusAddress> bus_addresses(const char* url) {
         [](const vorn_bus_listed* listed, void* context) {
             auto& [addresses, exception] = *static_cast<Found*>(context);
             exception.call([&all = addresses, listed] {
-                all.push_back({listed->address, listed->is_open != 0, listed->endpoint});
+                all.push_back(
+                    {listed->address, listed->is_open != 0, listed->endpoint, listed->stored_bytes});
             });
         },
         &found);

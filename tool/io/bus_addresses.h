@@ -13,6 +13,7 @@ struct BusAddress {
     std::uint32_t address;
     bool is_open;  // if not, what it left is there: a socket's file, a stream
     std::string endpoint;
+    std::uint64_t stored_bytes;  // of what waits there, on nats
 };
 
 // In ascending order. Throws CommandError.

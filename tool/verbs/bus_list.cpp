@@ -35,7 +35,8 @@ ExitCode run_bus_list(const BusListOptions& options) {
     const char* const url = url_or_null(options.bus);
     const std::vector<BusAddress> all = bus_addresses(url);
     if (!options.json && !all.empty()) {
-        fmt::print("{:<10} {:<6} {:>15}  {}\n", "address", "open", "waiting_batches", "endpoint");
+        fmt::print("{:<10} {:<6} {:>15} {:>12}  {}\n", "address", "open", "waiting_batches", "stored_bytes",
+                   "endpoint");
     }
     for (const BusAddress& at : all) {
         const std::optional<std::uint64_t> waiting = waiting_batches(url, at, options.timeout_s);
@@ -43,11 +44,12 @@ ExitCode run_bus_list(const BusListOptions& options) {
             const Json line = {{"address", at.address},
                                {"open", at.is_open},
                                {"waiting_batches", waiting ? Json(*waiting) : Json(nullptr)},
+                               {"stored_bytes", at.stored_bytes},
                                {"endpoint", at.endpoint}};
             fmt::print("{}\n", json_text(line));
         } else {
-            fmt::print("{:<10} {:<6} {:>15}  {}\n", at.address, at.is_open ? "yes" : "no",
-                       waiting ? std::to_string(*waiting) : "-", shown(at.endpoint));
+            fmt::print("{:<10} {:<6} {:>15} {:>12}  {}\n", at.address, at.is_open ? "yes" : "no",
+                       waiting ? std::to_string(*waiting) : "-", at.stored_bytes, shown(at.endpoint));
         }
     }
     if (all.empty()) report("{}: no address is in use", vorn_bus_display_url(url));
@@ -64,7 +66,7 @@ void add_bus_list(CLI::App& command, Chosen& chosen) {
         ->transform(seconds());
     verb.footer(
         "An address that is not open has left a socket's file, or a stream with what waits for the next "
-        "process there.");
+        "process there: stored_bytes. On ipc its senders have what waits.");
 }
 
 }  // namespace tool
