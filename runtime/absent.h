@@ -72,8 +72,6 @@ class ScalarWords {
         }
         return result;
     }();
-    template <std::uint32_t word, std::uint32_t width>
-    static constexpr bool has = std::ranges::count(mask<word, width>, 0) != kBytes;
 
   public:
     static constexpr std::uint32_t count = starts.count;
@@ -87,9 +85,7 @@ class ScalarWords {
         Word<16> result = {};
         each_index<4>([&]<std::uint32_t log>() KAPLO_INLINE {
             constexpr std::uint32_t width = 1U << log;
-            if constexpr (has<word, width>) {
-                result |= zeros_of<width>(bytes) & word_at<16>(mask<word, width>.data());
-            }
+            result |= zeros_of<width>(bytes) & word_at<16>(mask<word, width>.data());
         });
         return result;
     }

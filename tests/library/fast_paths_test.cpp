@@ -20,6 +20,27 @@
 #include "tests/support/plain_writer.h"
 #include "tests/support/random_record.h"
 
+// Records whose words begin and end where no message's do.
+struct Sixteen {
+    std::uint32_t f0, f1, f2, f3;
+};
+struct Twenty {
+    std::uint16_t f0, f1, f2, f3, f4, f5, f6, f7, f8, f9;
+};
+template <>
+struct kaplo::Description<Sixteen> : kaplo::Usual {
+    using R = Sixteen;
+    static constexpr Text name = "Sixteen";
+    using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>>;
+};
+template <>
+struct kaplo::Description<Twenty> : kaplo::Usual {
+    using R = Twenty;
+    static constexpr Text name = "Twenty";
+    using Fields = List<Field<&R::f0>, Field<&R::f1>, Field<&R::f2>, Field<&R::f3>, Field<&R::f4>,
+                        Field<&R::f5>, Field<&R::f6>, Field<&R::f7>, Field<&R::f8>, Field<&R::f9>>;
+};
+
 namespace {
 
 // Calls visit(scalar) for each scalar of the record and of its inner records.
@@ -71,11 +92,14 @@ TEST(Absent, FindsEachScalarOfWideRecords) {
     expect_zeros_found<Nac_RadiusDaclRule>();
     expect_zeros_found<Nac_UserTableHitMsg>();
     expect_zeros_found<Nac_SetUserTableAckMsg>();
+    expect_zeros_found<Sixteen>();
+    expect_zeros_found<Twenty>();
 }
 
 TEST(Absent, FindsEachScalarOfOtherRecords) {
     expect_zeros_found<Nac_SetPortMsg>();
     expect_zeros_found<Nac_UserDetectInfo>();
+    expect_zeros_found<Nac_L2NotifyNacUserOfflineMsg>();
     expect_zeros_found<Nac_UserDataFlowInfo>();
     expect_zeros_found<Nac_UserDataFlowQueryAckMsg>();
 }
@@ -90,8 +114,9 @@ TEST(Absent, LooksAtWordsWhereTheyHaveManyScalars) {
     EXPECT_EQ(kaplo::ScalarWords<Nac_UserDataFlowInfo>::scalars, 18U);
     EXPECT_FALSE(kaplo::has_scalars_in_words<Nac_UserDataFlowInfo>()) << "two numbers of 8 bytes in a word";
     EXPECT_FALSE(kaplo::has_scalars_in_words<Nac_SetPortMsg>()) << "8 bytes";
-    // Four to a word are enough.
-    EXPECT_EQ(kaplo::ScalarWords<Nac_UserDataFlowQueryAckMsg>::scalars, 19U);
+    EXPECT_TRUE(kaplo::has_scalars_in_words<Sixteen>()) << "four in a word are enough, and 16 bytes";
+    EXPECT_EQ(kaplo::ScalarWords<Twenty>::count, 2U) << "the second one ends with the record";
+    EXPECT_TRUE(kaplo::has_scalars_in_words<Twenty>());
 }
 
 // ---- what follows the scalars of a DACL rule -------------------------------------------------------------
