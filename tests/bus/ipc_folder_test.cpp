@@ -28,6 +28,11 @@ void expect_refused(const std::string& folder, const std::string& why) {
     EXPECT_NE(bus.log()[0].find(why), std::string::npos) << bus.log()[0];
 }
 
+void expect_folder_refused(const std::string& folder, const std::string& why) {
+    expect_refused(folder, why);
+    EXPECT_EQ(TestWatch("ipc://" + folder).opened(), VORN_BUS_SYSTEM_ERROR);
+}
+
 TEST(IpcFolder, ItAndItsSocketsAreTheUsersAlone) {
     const auto at = make_test_url("ipc");
     const std::string folder = folder_of(*at) + "/inner";
@@ -47,9 +52,9 @@ TEST(IpcFolder, ItAndItsSocketsAreTheUsersAlone) {
 TEST(IpcFolder, WhereOthersMayWriteIsRefused) {
     const auto at = make_test_url("ipc");
     ASSERT_EQ(chmod(folder_of(*at).c_str(), 0770), 0);
-    expect_refused(folder_of(*at), "others may write there");
-    expect_refused(folder_of(*at) + "/inner", "others may write there");  // and replace it
-    expect_refused("/tmp", "others may write there");
+    expect_folder_refused(folder_of(*at), "others may write there");
+    expect_folder_refused(folder_of(*at) + "/inner", "others may write there");  // and replace it
+    expect_folder_refused("/tmp", "others may write there");
 }
 
 TEST(IpcFolder, ALinkIsRefusedWhereverItIs) {
@@ -57,8 +62,8 @@ TEST(IpcFolder, ALinkIsRefusedWhereverItIs) {
     const std::string folder = folder_of(*at);
     std::filesystem::create_directory(folder + "/real");
     std::filesystem::create_directory_symlink(folder + "/real", folder + "/link");
-    expect_refused(folder + "/link", "a link");
-    expect_refused(folder + "/link/inner", "a link");
+    expect_folder_refused(folder + "/link", "a link");
+    expect_folder_refused(folder + "/link/inner", "a link");
     EXPECT_FALSE(std::filesystem::exists(folder + "/real/inner"));
 }
 
