@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -141,7 +141,8 @@ void write(const std::string& text, const std::string& file) {
     output.write(text);
     output.finish();
     if (std::rename(made.c_str(), file.c_str()) != 0) {
-        throw CommandError(kTrouble, fmt::format("{}: {}", shown(file), std::strerror(errno)));
+        throw CommandError(kTrouble,
+                           fmt::format("{}: {}", shown(file), std::generic_category().message(errno)));
     }
 }
 
