@@ -43,7 +43,7 @@ TEXT
 } > debian/libvorn-nac1.symbols
 find . -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
 
-if ! DEB_BUILD_OPTIONS="noautodbgsym parallel=${NAC_PACKAGE_JOBS:-$(nproc)}" \
+if ! DEB_BUILD_OPTIONS="parallel=${NAC_PACKAGE_JOBS:-$(nproc)}" \
     dpkg-buildpackage --build=binary --no-sign >"$folder/log" 2>&1; then
     tail -n 40 "$folder/log" >&2
     echo "packaging: the whole output is in $folder/log" >&2
@@ -52,8 +52,9 @@ fi
 
 rm -rf "$output"
 mkdir -p "$output"
-cp "$folder"/*.deb "$output"
+cp "$folder"/*.deb "$folder"/*.changes "$folder"/*.buildinfo "$output"
 for package in "$output"/*.deb; do
+    case $package in *-dbgsym_*) continue ;; esac
     dpkg-deb --fsys-tarfile "$package" |
         tar --extract --directory "$output" --wildcards --strip-components=5 '*.spdx.json'
 done

@@ -56,7 +56,7 @@ class Failure(Exception):
 
 class CleanRoot:
     def __init__(self, packages: pathlib.Path, root: pathlib.Path) -> None:
-        self.packages = sorted(packages.glob("*.deb"))
+        self.packages = sorted(path for path in packages.glob("*.deb") if "-dbgsym_" not in path.name)
         self.names = [path.name.split("_")[0] for path in self.packages]
         tools = hashlib.sha256(" ".join(TOOLS).encode()).hexdigest()[:8]
         self.kept = packages.parent / f"debian-12-{tools}.tar"

@@ -17,6 +17,7 @@ EXAMPLES = next(folder for folder in (SOURCE.parents[2] / "examples", pathlib.Pa
 C_SAYS = "139 bytes: 42, 2 groups, the last {6 9}\n"
 CPP_SAYS = "346 bytes: 3 flows, the same; cut short: 0 flows\n"
 HOST_SAYS = "2 groups; asked of the host: 1 send buffers, 1 arrays, 2 releases, 1 log lines\n"
+STUB_SAYS = "to 2, target 7: 1 message of 24 bytes\n"
 HIDDEN_SAYS = "2 groups; asked of the host: 0 send buffers, 0 arrays, 0 releases, 0 log lines\n"
 INSPECT_SAYS = """Nac_SetPortMsg {"f0":7,"f1":9}
 Nac_SetPortMsg is damaged: at 4, header of Nac_SetPortMsg: the vtable would have 255 bytes, and 20 are left
@@ -26,6 +27,8 @@ PROGRAMS = {"codec_c_shared": (C_SAYS, {"libvorn_nac_user.so.1"}),
             "codec_c_static": (C_SAYS, set()),
             "codec_cpp_shared": (CPP_SAYS, {"libvorn_nac_user.so.1"}),
             "codec_cpp_static": (CPP_SAYS, set()),
+            "stub_shared": (STUB_SAYS, {"libvorn_nac_user.so.1"}),
+            "stub_static": (STUB_SAYS, set()),
             "host_shared": (HOST_SAYS, {"libvorn_nac_user.so.1", "libvorn_bus.so.1"}),
             "host_static": (HOST_SAYS, {"libvorn_bus.so.1"}),
             "host_hidden": (HIDDEN_SAYS, {"libvorn_nac_user.so.1", "libvorn_bus.so.1"}),
