@@ -54,6 +54,8 @@ HARMLESS: dict[tuple[str, str, str], str] = {
         "frames, and what messages share of them, begin with constants",
     ("runtime/frame.h", "return start + sizeof(Word<16>) <= CompactFrame<Record>::needed_bytes ? start : 0;",
      "<= becomes <"): "no message shares just 16 bytes",
+    ("runtime/region.h", "each_index<(count + step - 1) / step>([&]<std::uint32_t i>() KAPLO_INLINE {", "- becomes +"):
+        "the last four slots are looked at twice",
     ("runtime/pack.h", "if (record == nullptr || capacity < kShortestBuffer || buffer == nullptr) {",
      "< becomes <="): "no message has just 4 bytes",
     ("runtime/description.h", "for (std::size_t i = 0; i < length; ++i) characters[i] = literal[i];",
