@@ -182,7 +182,7 @@ class Monitor {
         }
     }
 
-    TypeTraffic traffic_of(std::uint32_t id, const Row& row, double seconds) const {
+    static TypeTraffic traffic_of(std::uint32_t id, const Row& row, double seconds) {
         const auto rate = [seconds](std::uint64_t now, std::uint64_t before) {
             return static_cast<double>(now - before) / seconds;
         };
