@@ -80,6 +80,30 @@ TEST_P(Truncation, LessThanARootReferenceLeavesTheRecordAndNamesTheLength) {
     }
 }
 
+class VtableAtTheEnd : public Damage {};
+NAC_FOR_ALL_MESSAGES(VtableAtTheEnd);
+
+// A table may precede its vtable, after which nothing need follow: slots are read up to the last, not beyond.
+TEST_P(VtableAtTheEnd, IsReadAsItIsElsewhere) {
+    for (std::uint64_t seed = 0; seed < 2 * kRecords && !HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        const AnyRecords sent = type.random(seed);
+        const Bytes compact = type.packed(*sent);
+        const std::uint32_t table = get32(compact, 0);
+        const std::uint32_t vtable = table - get32(compact, table);
+        const std::uint32_t vtable_end = vtable + get16(compact, vtable);
+        ASSERT_LE(vtable_end, table);
+        Bytes message = {4, 0, 0, 0};  // root reference
+        message.insert(message.end(), compact.begin() + table, compact.end());
+        put32(message, 4, 4 - static_cast<std::uint32_t>(message.size()));  // soffset: from vtable to table
+        message.insert(message.end(), compact.begin() + vtable, compact.begin() + vtable_end);
+        unpack(message.data(), message.size(), [&](const void* record) {
+            EXPECT_TRUE(type.same_record(record, *sent));
+            EXPECT_TRUE(services.log_lines().empty());
+        });
+    }
+}
+
 class ImageTruncation : public Damage {};
 NAC_FOR_MESSAGES_WITH_IMAGES(ImageTruncation);
 
