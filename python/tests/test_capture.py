@@ -44,7 +44,7 @@ def test_a_file_that_ends_early_is_read_as_far_as_it_goes(tmp_path: pathlib.Path
     assert 20 < len(messages) < 28
 
 
-@pytest.mark.parametrize(("content", "text"), [(b"", "format: empty"), (b"no capture at all", "not a capture")])
+@pytest.mark.parametrize(("content", "text"), [(b"", "it is empty"), (b"no capture at all", "not a capture")])
 def test_what_is_no_capture_is_refused(content: bytes, text: str, tmp_path: pathlib.Path) -> None:
     file = tmp_path / "file"
     file.write_bytes(content)

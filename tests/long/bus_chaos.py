@@ -239,7 +239,10 @@ def main() -> int:
     try:
         make_hosts()
         scenario = Takeover if options.takeover else Chaos
-        well = scenario(options.messages, options.batch, options.kills, options.seed, folder).execute()
+        running = scenario(options.messages, options.batch, options.kills, options.seed, folder)
+        well = running.execute()
+        for server in running.servers:
+            server.kill()  # which writes to the folder
     finally:
         if well and not options.keep:
             shutil.rmtree(folder)
