@@ -77,6 +77,11 @@ def words_of(*command: str) -> str:
     return subprocess.run(command, cwd=ROOT, check=True, capture_output=True, text=True).stdout.strip()
 
 
+def is_clean() -> bool:
+    """Whether the tree is that of its commit, but for what this program writes."""
+    return not words_of("git", "status", "--porcelain", "--", ".", f":!{PAGE.relative_to(ROOT)}", f":!{FIGURES.relative_to(ROOT)}")
+
+
 def run(sweep: Sweep) -> dict[str, typing.Any] | None:
     """Its figures; none if it failed."""
     log = LOGS / f"{sweep.name}.log"
@@ -92,7 +97,7 @@ def run(sweep: Sweep) -> dict[str, typing.Any] | None:
     counts = [match.strip() for match in re.findall(r"^\W*count: (.*)$", text, re.M)]
     print("".join(f"   {count}\n" for count in counts), end="", flush=True)
     return {"counts": list(dict.fromkeys(counts)), "seconds": seconds, "date": f"{datetime.date.today()}",
-            "commit": words_of("git", "describe", "--always", "--dirty", "--exclude", "*")}
+            "commit": words_of("git", "rev-parse", "--short", "HEAD") + ("" if is_clean() else ", changed")}
 
 
 def on_record() -> dict[str, dict[str, typing.Any]]:
