@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "fuzz/checked_unit.h"
+#include "tests/support/each_scalar.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/plain_writer.h"
 #include "tests/support/random_record.h"
@@ -41,30 +42,18 @@ std::uint8_t* guarded_copy(const Bytes& content) {
     return bytes;
 }
 
-// Calls visit(scalar) for each scalar of the record and of its inner records.
-template <class Record, class Visitor>
-void each_scalar(Record& record, Visitor&& visit) {
-    kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
-        if constexpr (F::kind == kaplo::Kind::scalar) {
-            visit(F::in(record));
-        } else if constexpr (F::kind == kaplo::Kind::nested_table) {
-            each_scalar(F::in(record), visit);
-        }
-    });
-}
-
 template <class Record>
 std::uint32_t scalars_in() {
     Record record = {};
     std::uint32_t count = 0;
-    each_scalar(record, [&](auto& /*scalar*/) { ++count; });
+    tests::each_scalar(record, [&](auto& /*scalar*/) { ++count; });
     return count;
 }
 
 template <class Record>
 Record with_absent(const Record& full, std::uint64_t absent) {
     Record record = full;
-    each_scalar(record, [&](auto& scalar) {
+    tests::each_scalar(record, [&](auto& scalar) {
         if ((absent & 1) != 0) scalar = 0;
         absent >>= 1;
     });

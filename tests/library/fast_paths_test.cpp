@@ -17,6 +17,7 @@
 #include "nac/catalogue.h"
 #include "runtime/frame.h"
 #include "runtime/region.h"
+#include "tests/support/each_scalar.h"
 #include "tests/support/plain_writer.h"
 #include "tests/support/random_record.h"
 
@@ -43,18 +44,6 @@ struct kaplo::Description<Twenty> : kaplo::Usual {
 
 namespace {
 
-// Calls visit(scalar) for each scalar of the record and of its inner records.
-template <class Record, class Visitor>
-void each_scalar(Record& record, Visitor&& visit) {
-    kaplo::each_field<Record>([&]<class F, std::uint32_t id> {
-        if constexpr (F::kind == kaplo::Kind::scalar) {
-            visit(F::in(record));
-        } else if constexpr (F::kind == kaplo::Kind::nested_table) {
-            each_scalar(F::in(record), visit);
-        }
-    });
-}
-
 // A record whose bytes are all the same, padding too.
 template <class Record>
 Record filled(int byte) {
@@ -68,15 +57,15 @@ void expect_zeros_found() {
     std::uint32_t scalars = 0;
     for (const std::uint8_t other : std::array<std::uint8_t, 3>{0x01, 0x80, 0xFF}) {
         auto record = filled<Record>(0);
-        each_scalar(record, [&](auto& scalar) { scalar = other; });
+        tests::each_scalar(record, [&](auto& scalar) { scalar = other; });
         EXPECT_TRUE(kaplo::has_every_scalar(record)) << "zeros in arrays and padding are no absent scalars";
-        each_scalar(record, [](auto& scalar) {
+        tests::each_scalar(record, [](auto& scalar) {
             scalar = static_cast<std::remove_reference_t<decltype(scalar)>>(std::uint64_t{1}
                                                                             << (8 * sizeof scalar - 1));
         });
         EXPECT_TRUE(kaplo::has_every_scalar(record)) << "one bit is enough";
         record = filled<Record>(other);
-        each_scalar(record, [&](auto& scalar) {
+        tests::each_scalar(record, [&](auto& scalar) {
             const auto value = scalar;
             scalar = 0;
             EXPECT_FALSE(kaplo::has_every_scalar(record)) << "each scalar is looked at";

@@ -1,16 +1,19 @@
 # SPDX-License-Identifier: Apache-2.0
 # Faults in libvorn_bus, libvorn_nac_inspect and nac, and the tests that are to notice them.
+import json
 import os
 import sys
 
-from fault_sites import Fault
+from fault_sites import ROOT, Fault
 from fault_workshop import Workshop, run
 
 SOURCES = ["vorn/*.cpp", "vorn/*/*.h", "vorn/*/*.cpp", "inspect/*.h", "inspect/*.cpp", "tool/*.h", "tool/*.cpp",
            "tool/*/*.h", "tool/*/*.cpp"]
 TEST_SECONDS = 60  # several times what the longest of these takes; a fault may make an endless loop
-PROGRAMS = ["nac", "nac_python", "vorn_bus", "vorn_nac_inspect", "bus_tests", "bus_peer", "catalogue_test", "verify_test", "walk_test",
-            "record_json_test", "load_test", "other_package_test", "inspect_client", "inspect_static_client"]
+# What is rebuilt with each fault: all that the coverage of the programs is counted with, but for the fuzzers.
+PRESETS = json.loads((ROOT / "CMakePresets.json").read_text())["buildPresets"]
+PROGRAMS = [target for preset in PRESETS if preset["name"] == "coverage-programs" for target in preset["targets"]
+            if target != "fuzzers"]
 # Patterns of ctest, those first that notice most. Left out is what measures throughput, and what needs a browser.
 BUS = "^bus|^python"
 INSPECT = "^inspect/|^(catalogue|verify|walk|record_json|load|other_package)_test$"
